@@ -1,0 +1,5 @@
+// Declared indexes; the class stands beside Attribute.
+
+#pragma once
+
+#include <kes/Attribute.h>

@@ -1,0 +1,150 @@
+// The base class of every persistent object.
+
+#pragma once
+
+#include <cstdint>
+
+#include <kes/Export.h>
+#include <kes/Forward.h>
+#include <kes/PtrList.h>
+
+namespace Kes {
+
+/// A persistent object: its class, identity, version and listeners.
+///
+/// Applications derive from it and override handle. An instance belongs to its
+/// model, which keeps each stored object once in memory and frees instances
+/// that no Pointer reaches, directly or through references. Everything here is
+/// for the model's thread.
+class KES_EXPORT Instance {
+public:
+    /// `itsClass` is borrowed and is never null for an object that is used.
+    explicit Instance(Class* itsClass);
+
+    /// Copies share the listener list; at most one of them may be destroyed
+    /// while listeners are registered.
+    Instance(const Instance& other) = default;
+    Instance& operator=(const Instance& other) = default;
+
+    virtual ~Instance();
+
+    /// Reports the persistent fields to `handler`: the base's fields first (in
+    /// the end "KesObjectID" and "KesVersion"), then each own field once, with
+    /// the same name and kind and in the same order on every call. It does
+    /// nothing else.
+    virtual void handle(Handler* handler);
+
+    /// Makes the object persistent in the current transaction. It gets its
+    /// object id at once and is stored by the commit.
+    virtual void add();
+
+    /// Tells the model that fields were or will be assigned before the commit;
+    /// calling it before or after the assignment makes no difference. Several
+    /// calls in one transaction cost no more than one.
+    virtual void change();
+
+    /// Removes the object, and the partners that its associations cascade to,
+    /// in the current transaction. A second call does nothing.
+    virtual void remove();
+
+    /// Brings the fields up to date with the database and fires the change or
+    /// removal that was found. An object with pending changes is left alone.
+    virtual void refresh();
+
+    /// Locks the stored object until the end of the transaction. Raises
+    /// LOCKFAIL (ERROR), after a rollback, when it is not to be had.
+    virtual void lock();
+
+    /// Identity: true only for the same object.
+    bool operator==(const Instance& other) const { return this == &other; }
+
+    Class* getClass() const { return cls; }
+
+    /// 0 until the object is added to its model.
+    unsigned long getObjectID() const { return objectID; }
+    void setObjectID(unsigned long id) { objectID = id; }
+
+    /// The count of stored changes.
+    unsigned long getVersion() const { return version; }
+    void nextVersion() { ++version; }
+    void previousVersion() { --version; }
+
+    bool isRemoved() const { return flag(Removed); }
+    void setRemoved(bool on) { setFlag(Removed, on); }
+
+    /// Used by the collection only.
+    bool isVisited() const { return flag(Visited); }
+    void setVisited(bool on) { setFlag(Visited, on); }
+
+    /// True while an add, a change or a removal of this object is pending.
+    bool inTransaction() const { return flag(InTransaction); }
+    void setInTransaction(bool on) { setFlag(InTransaction, on); }
+
+    /// Whether both instances' classes belong to one model.
+    bool inSameModel(const Instance* other) const;
+
+    /// Registers with, or takes out of, the model's list of pointers.
+    void addPointer(PointerBase* pointer) const;
+    void removePointer(PointerBase* pointer) const;
+
+    /// Registers a borrowed listener; a second registration does nothing.
+    void addListener(Listener* listener);
+    void removeListener(Listener* listener);
+
+    /// Loads a reference that is not fetched yet, or any with `force`. `ref`
+    /// has to be one that this instance reports, here and below.
+    void get(OneAssociatedInstance& ref, bool force = false);
+
+    /// With `force`, members that are gone from the database leave the
+    /// collection, unless a pending change added them.
+    void get(ManyAssociatedInstances& ref, bool force = false);
+
+    /// Links this instance with `partner`, or dissolves the link for null. Both
+    /// sides in memory agree afterwards; the database follows at the commit.
+    void set(OneAssociatedInstance& ref, Instance* partner);
+    void add(ManyAssociatedInstances& ref, Instance* partner);
+    void remove(ManyAssociatedInstances& ref, Instance* partner);
+
+protected:
+    void fireInstanceChanged();
+
+    /// Forgets all listeners after they have heard.
+    void fireInstanceRemoved();
+    void fireAssociationAdded(Association* association, Instance* other);
+    void fireAssociationRemoved(Association* association, Instance* other);
+
+private:
+    friend class Association;
+    friend class Class;
+    friend class Model;
+    friend class ObjectCache;
+    friend class TransactionManager;
+    friend class SiblingLoader;
+
+    enum Flag : std::uint32_t { Removed = 1, Visited = 2, InTransaction = 4 };
+
+    bool flag(Flag which) const { return (flags & which) != 0; }
+    void setFlag(Flag which, bool on) {
+        flags = on ? (flags | which) & 0xFFU : flags & ~static_cast<std::uint32_t>(which) & 0xFFU;
+    }
+
+    Class* cls;
+    unsigned long objectID = 0;
+    unsigned long version = 0;
+    std::uint32_t flags : 8 = 0;
+
+    // The group of instances that came from the same selection; see
+    // session/SiblingLoader.h. 0 while the instance belongs to none.
+    std::uint32_t siblings : 24 = 0;
+
+    // 1 + the position of this instance's entry in the pending transaction, so
+    // that it is found without a search; 0 while nothing is pending.
+    std::uint32_t pending = 0;
+    PtrList<Listener>* listeners = nullptr;  // owned; null while empty
+
+    // Digest of the fields as the database holds them. It tells change()
+    // whether members were already assigned.
+    std::uint64_t fingerprint = 0;
+};
+
+}  // namespace Kes

@@ -1,0 +1,41 @@
+// Everything an application needs.
+
+#pragma once
+
+#include <kes/Association.h>
+#include <kes/Attribute.h>
+#include <kes/Blob.h>
+#include <kes/Class.h>
+#include <kes/Condition.h>
+#include <kes/ConditionTranslator.h>
+#include <kes/DBDriver.h>
+#include <kes/DBDriverManager.h>
+#include <kes/Exception.h>
+#include <kes/Export.h>
+#include <kes/FieldSet.h>
+#include <kes/Forward.h>
+#include <kes/Handler.h>
+#include <kes/Index.h>
+#include <kes/InitAssocHandler.h>
+#include <kes/InspectHandler.h>
+#include <kes/Instance.h>
+#include <kes/Listener.h>
+#include <kes/Many.h>
+#include <kes/ManyAssociatedInstances.h>
+#include <kes/Model.h>
+#include <kes/Mutex.h>
+#include <kes/One.h>
+#include <kes/OneAssociatedInstance.h>
+#include <kes/Pointer.h>
+#include <kes/PtrList.h>
+#include <kes/PtrVector.h>
+#include <kes/Role.h>
+#include <kes/Selection.h>
+#include <kes/SelectionOf.h>
+#include <kes/SortHandler.h>
+#include <kes/String.h>
+#include <kes/ThreadCheck.h>
+#include <kes/Timestamp.h>
+#include <kes/ValList.h>
+#include <kes/ValPtrHashtable.h>
+#include <kes/ValVector.h>

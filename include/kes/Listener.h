@@ -1,0 +1,76 @@
+// Change events and those who listen to them.
+
+#pragma once
+
+#include <kes/Export.h>
+#include <kes/Forward.h>
+
+namespace Kes {
+
+/// An instance was added, changed or removed. The pointers are borrowed.
+class KES_EXPORT InstanceEvent {
+public:
+    InstanceEvent(Class* itsClass, Instance* itsInstance) : cls(itsClass), instance(itsInstance) {}
+
+    Class* getClass() const { return cls; }
+    Instance* getInstance() const { return instance; }
+
+private:
+    Class* cls;
+    Instance* instance;
+};
+
+/// Two instances were linked or unlinked. The pointers are borrowed.
+class KES_EXPORT AssociationEvent {
+public:
+    AssociationEvent(Instance* one, Instance* other, Association* of)
+        : oneInstance(one), otherInstance(other), association(of) {}
+
+    Instance* getOneInstance() const { return oneInstance; }
+    Instance* getOtherInstance() const { return otherInstance; }
+    Association* getAssociation() const { return association; }
+
+private:
+    Instance* oneInstance;
+    Instance* otherInstance;
+    Association* association;
+};
+
+/// The progress of schema synchronisation.
+class KES_EXPORT ModelEvent {
+public:
+    ModelEvent(Model* itsModel, int classes, int processed)
+        : model(itsModel), nrOfClasses(classes), nrOfClassesProcessed(processed) {}
+
+    Model* getModel() const { return model; }
+    int getNrOfClasses() const { return nrOfClasses; }
+    int getNrOfClassesProcessed() const { return nrOfClassesProcessed; }
+
+private:
+    Model* model;
+    int nrOfClasses;
+    int nrOfClassesProcessed;
+};
+
+/// Hears of committed changes. Registered on a Class (its own instances, not
+/// those of sub classes), an Instance or an Association.
+///
+/// Operations are called on the model's thread after a successful commit, in
+/// the order in which listeners were added. A listener may add and remove
+/// listeners meanwhile; that takes effect from the next notification. The
+/// library never deletes a listener: take it out before it is destroyed. The
+/// order of the operations is a contract with compiled applications.
+class KES_EXPORT Listener {
+public:
+    virtual void instanceAdded(const InstanceEvent& event);
+    virtual void instanceChanged(const InstanceEvent& event);
+    virtual void instanceRemoved(const InstanceEvent& event);
+    virtual void associationAdded(const AssociationEvent& event);
+    virtual void associationRemoved(const AssociationEvent& event);
+
+protected:
+    // Nobody deletes a listener through this class.
+    ~Listener() = default;
+};
+
+}  // namespace Kes

@@ -1,0 +1,82 @@
+// The reference to many partners, and two small relatives.
+
+#pragma once
+
+#include <kes/Export.h>
+#include <kes/Forward.h>
+
+namespace Kes {
+
+/// One end of an association that refers to many instances.
+///
+/// Loaded lazily by Instance::get. Applications use Many<T>. The order of the
+/// virtual operations is a contract with compiled applications.
+class KES_EXPORT ManyAssociatedInstances {
+public:
+    ManyAssociatedInstances() = default;
+    ManyAssociatedInstances(const ManyAssociatedInstances&) = default;
+    ManyAssociatedInstances& operator=(const ManyAssociatedInstances&) = default;
+
+    /// Store or drop a borrowed instance. They store only: links are made with
+    /// Instance::add and Instance::remove.
+    virtual void add(Instance* instance) = 0;
+    virtual void remove(Instance* instance) = 0;
+
+    /// Iteration: `reset(); while (next()) … value() …`.
+    virtual void reset() = 0;
+    virtual bool next() = 0;
+    virtual Instance* value() = 0;
+
+    virtual bool contains(Instance* instance) const = 0;
+    virtual void clear() = 0;
+
+    bool isFetched() const { return fetched; }
+
+    /// False also drops the members, so that the next read loads again.
+    void setFetched(bool isFetchedNow);
+
+protected:
+    // Nobody deletes a reference through this class.
+    ~ManyAssociatedInstances() = default;
+
+private:
+    bool fetched = false;
+};
+
+/// The many-interface over at most one instance. Still abstract: the constant
+/// contains of the base is left to derived classes.
+class KES_EXPORT AssociatedOneForOne : public ManyAssociatedInstances {
+public:
+    /// Replaces an earlier instance.
+    void add(Instance* instance) override;
+    void remove(Instance* instance) override;
+    void reset() override;
+    bool next() override;
+    Instance* value() override;
+    void clear() override;
+    using ManyAssociatedInstances::contains;
+    virtual bool contains(Instance* instance);
+
+    /// Hide the base's: this reference keeps a mark of its own.
+    bool isFetched() const { return fetched; }
+    void setFetched(bool isFetchedNow);
+
+private:
+    bool fetched = false;
+    Instance* held = nullptr;
+    bool iterating = false;
+};
+
+/// A reference that is never anything, whatever is added.
+class KES_EXPORT DummyAssociatedMany : public ManyAssociatedInstances {
+public:
+    void add(Instance* instance) override;
+    void remove(Instance* instance) override;
+    void reset() override;
+    bool next() override;
+    Instance* value() override;
+    bool contains(Instance* instance) const override;
+    void clear() override;
+};
+
+}  // namespace Kes

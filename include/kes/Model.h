@@ -1,0 +1,196 @@
+// A session with one database.
+
+#pragma once
+
+#include <ostream>
+
+#include <kes/Association.h>
+#include <kes/Class.h>
+#include <kes/Export.h>
+#include <kes/FieldSet.h>
+#include <kes/Forward.h>
+#include <kes/Mutex.h>
+#include <kes/PtrList.h>
+#include <kes/String.h>
+#include <kes/ThreadCheck.h>
+#include <kes/ValPtrHashtable.h>
+
+namespace Kes {
+
+/// An application's session with one database.
+///
+/// Applications derive from it and declare their classes in declareModel. A
+/// model and everything reached from it belongs to the first thread that uses
+/// it; a breach raises MTERR (FATAL) and ends the process when the handler
+/// returns. It owns its classes, associations and instances.
+class KES_EXPORT Model {
+public:
+    /// `cacheCapacity` is the number of instances, in entries, above which
+    /// unreachable ones are collected from time to time.
+    Model(const String& modelName, int cacheCapacity);
+    Model(const Model&) = delete;
+    Model& operator=(const Model&) = delete;
+
+    /// Empties every Pointer to an instance of this model. An open driver is
+    /// destroyed, which rolls back what was not committed.
+    virtual ~Model();
+
+    /// Declares the classes (when none is declared yet), loads and opens the
+    /// driver, and brings an older schema up to the declared versions.
+    ///
+    /// Raises DRVERR, LOADDRIV, DBOPENERR, the errors of schema synchronisation
+    /// (DELCLS, CRECLS, CREVW, CREASS) or ROLLFAIL, all ERROR; the model is
+    /// closed then. The password is passed to the driver and not kept.
+    void open(const String& driverName, const String& source, const String& password,
+              const String& user, const String& options);
+
+    /// Empties all pointers and the object cache and closes or parks the
+    /// driver. What was not committed is rolled back. Does nothing while
+    /// closed. DBCLSERR (FATAL) ends the process.
+    void close();
+
+    bool isOpen() const { return driver != nullptr; }
+
+    /// Null while closed.
+    DBDriver* getDriver() const { return driver; }
+    const String& getName() const { return name; }
+    int getVersion() const { return version; }
+    void setVersion(int schemaVersion) { version = schemaVersion; }
+
+    /// Declares a persistent class; its fields and associations are learnt from
+    /// a dummy that `factory` makes. The class belongs to the model.
+    Class* addClass(const String& className, int classVersion, Class::Factory factory);
+
+    /// Adopts the class.
+    Class* addClass(Class* cls);
+
+    /// Adopts the association.
+    void addAssociation(Association* association);
+
+    /// Null when absent.
+    Class* getClass(const String& className) const;
+    Association* getAssociation(const String& associationName) const;
+    const ValPtrHashtable<String, Class>& getClasses() const { return classes; }
+    const ValPtrHashtable<String, Association>& getAssociations() const { return associations; }
+
+    /// Writes every statement to a borrowed stream, also of drivers that are
+    /// opened later.
+    void traceSQLTo(std::ostream& stream);
+    void disableSQLTrace();
+
+    /// The number of closed drivers that the process keeps for a later open
+    /// with the same texts; 0 by default. Not while a model opens or closes.
+    static void setDriverCacheSize(int size);
+
+    // --- objects ---
+
+    /// The instance in memory with that id, or null. Never asks the database.
+    Instance* get(unsigned long objectID) const;
+
+    /// As get; otherwise the object is loaded. Null when `cls` and its sub
+    /// classes have no such object.
+    Instance* getInstance(unsigned long objectID, Class* cls);
+
+    /// Files an instance that a driver has filled with what is stored, or that
+    /// it has brought up to date. May start a collection.
+    void set(Instance* instance);
+
+    /// Frees every instance that no Pointer, pending change or selection
+    /// reaches, directly or through references. Linear in their number.
+    void garbageCollect();
+
+    void addPointer(PointerBase* pointer);
+    void removePointer(PointerBase* pointer);
+
+    // --- transactions ---
+
+    /// Begins to record a transaction. Changes may be recorded without it;
+    /// they join the next commit.
+    void startTransaction();
+    bool transactionStarted() const;
+
+    /// Writes all recorded changes and announces them to the listeners. Raises
+    /// COMFAIL (ERROR) after a rollback when the driver refuses one of them.
+    void commit();
+
+    /// Takes all recorded changes back, in the database and in memory. Raises
+    /// ROLLFAIL (FATAL) and ends the process when the driver cannot.
+    void rollback();
+
+    /// See Instance::lock and Instance::refresh.
+    void lock(Instance* instance);
+    void refresh(Instance* instance);
+
+    /// Records that two instances were linked or unlinked. Applications use
+    /// Instance::set, add and remove, which keep the references in step.
+    void add(Instance* first, const String& firstRole, Instance* second,
+             const String& secondRole, Association* association);
+    void remove(Instance* first, const String& firstRole, Instance* second,
+                const String& secondRole, Association* association);
+
+    // --- history ---
+
+    bool isUndoable() const;
+    bool isRedoable() const;
+
+    /// The number of committed transactions that can be undone; 128 by default.
+    void setMaxUndoSize(int transactions);
+    int getMaxUndoSize() const;
+
+    // --- for drivers ---
+
+    SelectionDefinition* defineSelection(AssociatedClass* associatedClass);
+    DBDriverSelection* fetch(Class* cls, SelectionDefinition* definition);
+
+    /// Whether a change or a link of the instance waits for the commit; such an
+    /// instance is not brought up to date. Constant time.
+    bool isPending(const Instance* instance) const;
+
+    /// During DBDriver::update of `instance`: the fields that differ from the
+    /// stored ones. False, and `fields` untouched, when that is not known and
+    /// all fields have to be written.
+    bool getChangedFields(const Instance* instance, FieldSet& fields) const;
+
+protected:
+    /// Declares the application's classes: setVersion, addClass.
+    virtual void declareModel() = 0;
+
+    void add(Instance* instance);
+    void update(Instance* instance);
+    void remove(Instance* instance);
+
+    void updateModel();
+    DBDriver* getCachedDriver();
+    void cacheDriver(DBDriver* closed);
+
+private:
+    friend class Instance;
+    friend class SiblingLoader;
+    friend class Selection;
+    friend class TransactionManager;
+
+    bool openFreshDriver(const String& password);
+    void synchronise();
+    void dropDriver();
+
+    String driverName;
+    String source;
+    String user;
+    String options;
+    String name;
+    ValPtrHashtable<String, Class> classes;             // owns its classes
+    ValPtrHashtable<String, Association> associations;  // owns its associations
+    int version = 0;
+    DBDriver* driver = nullptr;          // owned; null while closed
+    TransactionManager* transactions;    // owned
+    ObjectCache* objects;                // owned
+    std::ostream* trace = nullptr;       // borrowed; null while not traced
+    ThreadCheck threadCheck;
+
+    // --- guarded by myMutex ---
+    static Mutex myMutex;
+    static PtrList<DriverCache> myDriverCache;
+    static int myDriverCacheSize;
+};
+
+}  // namespace Kes

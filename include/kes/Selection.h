@@ -1,0 +1,138 @@
+// Queries over a class and its sub classes.
+
+#pragma once
+
+#include <kes/Attribute.h>
+#include <kes/Condition.h>
+#include <kes/DBDriver.h>
+#include <kes/Export.h>
+#include <kes/Forward.h>
+#include <kes/Pointer.h>
+#include <kes/PtrList.h>
+#include <kes/PtrVector.h>
+#include <kes/Role.h>
+#include <kes/String.h>
+
+namespace Kes {
+
+/// One sort key.
+class KES_EXPORT SortOrder {
+public:
+    SortOrder(const Attribute& sortAttribute, bool isAscendingKey)
+        : attribute(sortAttribute), ascending(isAscendingKey) {}
+
+    const Attribute& getAttribute() const { return attribute; }
+    bool isAscending() const { return ascending; }
+
+private:
+    Attribute attribute;
+    bool ascending;
+};
+
+/// A query over one class and all its concrete sub classes.
+///
+/// Built, then iterated once: `Selection s(cls); s.where(s["age"] > 17);
+/// while (s.next()) use(s.value());`. Conditions and sort keys take effect
+/// before the first next only. Without sort keys the concrete classes' objects
+/// follow one another in the order of Class::getConcreteClasses; with sort keys
+/// they are merged.
+///
+/// A selection reads what is stored. Changes that the current transaction has
+/// not committed do not select, though an object in memory is delivered with
+/// its pending changes. Rows that a selection under way started with are
+/// delivered exactly once, whatever is committed or rolled back meanwhile.
+///
+/// Copies share every owned pointer: never let two copies be destroyed.
+class KES_EXPORT Selection {
+public:
+    /// `selectedClass` is borrowed and not null.
+    explicit Selection(Class* selectedClass);
+    Selection(const Selection& other) = default;
+    Selection& operator=(const Selection& other) = default;
+    virtual ~Selection();
+
+    /// A field of the class, for conditions and orderBy. Not checked here.
+    Attribute operator[](const String& name) const;
+
+    /// The class's own role in an association.
+    Role operator()(const String& associationName, const String& roleName) const;
+
+    /// As above, with the role found by the class. Raises SELFAIL (ERROR) for
+    /// an association of the class with itself, where both roles are its own.
+    Role operator()(const String& associationName) const;
+
+    /// Stores a copy of the condition in place of an earlier one.
+    Selection& where(const Condition& newCondition);
+
+    /// Adopts the condition; an earlier one is neither freed nor combined.
+    void setCondition(Condition* newCondition);
+    Condition* getCondition() const { return condition; }
+
+    /// Appends a sort key; the first is the major one. Boolean fields cannot
+    /// be keys of a selection over several concrete classes.
+    void orderBy(const Attribute& attribute, bool ascending = true);
+    PtrList<SortOrder> getSortOrders() const { return sortOrders; }
+
+    const String& getAlias() const { return alias; }
+    Class* getClass() const { return cls; }
+
+    /// Advances; true when an instance is available. Raises SELERR (ERROR) with
+    /// the driver's words when the query or a row fails, SORTFAIL (ERROR) for a
+    /// boolean key.
+    bool next();
+
+    /// The instance delivered last, kept alive by this selection; null before
+    /// the first. Borrowed from the model.
+    Instance* value() { return currentValue; }
+
+private:
+    friend class AssociatedClass;
+
+    bool start();
+    void openCursors();
+    bool advanceCurrent();
+    void dropCursor(int i);
+    void chooseHead();
+    [[nodiscard]] bool failOnDriver();
+
+    Class* cls;
+    SelectionDefinition* definition = nullptr;  // owned
+    PtrVector<DBDriverSelection> cursors{10, 10};  // owned, in concrete-class order
+    PtrList<SortOrder> sortOrders;                 // owned
+    int current = 0;
+    SortHandler* sortHandler = nullptr;  // owned
+    Pointer<Instance> currentValue;
+    Condition* condition = nullptr;  // owned
+    String alias;
+    AssociatedClass* frozen = nullptr;  // owned
+    SelectionState* state = nullptr;    // owned; merging and sibling groups
+};
+
+/// The frozen description of a selection, for drivers and nested conditions.
+class KES_EXPORT AssociatedClass {
+public:
+    /// Takes the selection's condition away from it; the sort orders stay the
+    /// selection's.
+    explicit AssociatedClass(Selection& selection);
+    AssociatedClass(const AssociatedClass& other);
+
+    /// Shares the condition: never let both objects be destroyed.
+    AssociatedClass& operator=(const AssociatedClass& other) = default;
+    virtual ~AssociatedClass();
+
+    Class* getClass() const { return cls; }
+    const String& getAlias() const { return alias; }
+    void setAlias(const String& newAlias) { alias = newAlias; }
+
+    /// Null when there is none.
+    Condition* getCondition() const { return condition; }
+    PtrList<SortOrder> getSortOrders() const { return sortOrders; }
+
+private:
+    Class* cls;
+    String alias;
+    Condition* condition;  // owned
+    PtrList<SortOrder> sortOrders;
+};
+
+}  // namespace Kes
