@@ -1,0 +1,105 @@
+#include <kes/Association.h>
+
+#include <cstdlib>
+
+#include <kes/Class.h>
+#include <kes/Exception.h>
+#include <kes/Instance.h>
+#include <kes/Listener.h>
+
+#include "object/ListenerList.h"
+
+namespace Kes {
+
+Association::Association(const String& associationName, Class* one, const String& roleOfOne,
+                         Plurality pluralityOfOne, Class* other, const String& roleOfOther,
+                         Plurality pluralityOfOther, ConsistencyRule rule)
+    : oneClass(one),
+      otherClass(other),
+      name(associationName),
+      oneRole(roleOfOne),
+      otherRole(roleOfOther),
+      onePlurality(pluralityOfOne),
+      otherPlurality(pluralityOfOther),
+      consistencyRule(rule) {}
+
+Association::Association(const String& associationName, Class* one, const String& roleOfOne,
+                         Plurality pluralityOfOne, ConsistencyRule rule)
+    : Association(associationName, one, roleOfOne, pluralityOfOne, nullptr, String(), One, rule) {}
+
+Association::~Association() = default;
+
+void Association::initializeOtherClass(Class* cls, const String& role, Plurality plurality,
+                                       ConsistencyRule rule) {
+    if (role == oneRole) {
+        if (oneClass->isA(cls))
+            oneClass = cls;
+        return;
+    }
+    if (otherClass != nullptr && otherClass->isA(cls)) {
+        otherClass = cls;
+        return;
+    }
+    otherClass = cls;
+    otherRole = role;
+    otherPlurality = plurality;
+    if (rule != Unlink)
+        consistencyRule = rule;
+}
+
+Class* Association::getClassFor(const String& role) const {
+    if (role == otherRole)
+        return otherClass;
+    if (role == oneRole)
+        return oneClass;
+    failOnRole("Association::getClassFor", role);
+}
+
+const String& Association::getAssociatedRole(const String& role) const {
+    if (role == oneRole)
+        return otherRole;
+    if (role == otherRole)
+        return oneRole;
+    failOnRole("Association::getAssociatedRole", role);
+}
+
+Association::Plurality Association::getPluralityFor(const String& role) const {
+    if (role == oneRole)
+        return onePlurality;
+    if (role == otherRole)
+        return otherPlurality;
+    failOnRole("Association::getPluralityFor", role);
+}
+
+void Association::failOnRole(const char* operation, const String& role) const {
+    Exception(Exception::FATAL, "ASSERR", operation,
+              String("Association does not have role: ") + role)
+        .handle();
+
+    // There is no answer that the caller could go on with.
+    std::exit(1);
+}
+
+void Association::addListener(Listener* listener) {
+    addToListeners(listeners, listener);
+}
+
+void Association::removeListener(Listener* listener) {
+    removeFromListeners(listeners, listener);
+}
+
+void Association::fireAssociationAdded(Instance* one, Instance* other) {
+    one->fireAssociationAdded(this, other);
+    other->fireAssociationAdded(this, one);
+    const AssociationEvent event(one, other, this);
+    tellListeners(listeners, [&](Listener* l) { l->associationAdded(event); });
+}
+
+void Association::fireAssociationRemoved(Instance* one, Instance* other) {
+    one->fireAssociationRemoved(this, other);
+    other->fireAssociationRemoved(this, one);
+    const AssociationEvent event(one, other, this);
+    tellListeners(listeners, [&](Listener* l) { l->associationRemoved(event); });
+}
+
+}  // namespace Kes

@@ -1,0 +1,86 @@
+#include <kes/Class.h>
+
+#include <kes/InitAssocHandler.h>
+#include <kes/Instance.h>
+#include <kes/Listener.h>
+#include <kes/Pointer.h>
+
+#include "object/ListenerList.h"
+
+namespace Kes {
+
+Class::Class(const String& className, int classVersion, Model* owner, Factory make)
+    : name(className), version(classVersion), model(owner), factory(make) {}
+
+Class::~Class() {
+    delete listeners;
+}
+
+void Class::subclassOf(Class* super) {
+    superClass = super;
+    super->subClasses.add(this);
+}
+
+bool Class::isA(const Class* other) const {
+    for (const Class* cls = this; cls != nullptr; cls = cls->superClass)
+        if (cls == other || cls->superClass == other)
+            return true;
+    return false;
+}
+
+PtrList<Class> Class::getConcreteClasses() const {
+    PtrList<Class> concrete;
+    if (!abstract)
+        concrete.add(const_cast<Class*>(this));
+    for (const Class* sub : subClasses)
+        concrete += sub->getConcreteClasses();
+    return concrete;
+}
+
+void Class::addIndex(const String& fields, bool unique) {
+    indices.add(Index(fields, unique));
+}
+
+void Class::addAssociation(Association* association) {
+    associations.add(association);
+}
+
+Instance* Class::getDummy() {
+    return factory(this);
+}
+
+Instance* Class::newInstance() {
+    Instance* instance = factory(this);
+    const Pointer<Instance> keep(instance);
+    InitAssocHandler initialise;
+    instance->handle(&initialise);
+    instance->add();
+    return instance;
+}
+
+void Class::addListener(Listener* listener) {
+    addToListeners(listeners, listener);
+}
+
+void Class::removeListener(Listener* listener) {
+    removeFromListeners(listeners, listener);
+}
+
+void Class::fireInstanceAdded(Instance* instance) {
+    const InstanceEvent event(this, instance);
+    tellListeners(listeners, [&](Listener* l) { l->instanceAdded(event); });
+}
+
+void Class::fireInstanceChanged(Instance* instance) {
+    instance->fireInstanceChanged();
+    const InstanceEvent event(this, instance);
+    tellListeners(listeners, [&](Listener* l) { l->instanceChanged(event); });
+}
+
+void Class::fireInstanceRemoved(Instance* instance) {
+    instance->fireInstanceRemoved();
+    const InstanceEvent event(this, instance);
+    tellListeners(listeners, [&](Listener* l) { l->instanceRemoved(event); });
+}
+
+}  // namespace Kes

@@ -1,0 +1,29 @@
+// Learns a class's associations from a dummy instance.
+
+#pragma once
+
+#include <kes/Handler.h>
+
+namespace Kes {
+
+/// Creates or completes the associations that a class reports, while the class
+/// is added to its model. Both are borrowed.
+class ClassDeclarationHandler final : public EmptyHandler {
+public:
+    ClassDeclarationHandler(Class* declared, Model* owner) : cls(declared), model(owner) {}
+
+    void handleOneAssociated(const String& name, const String& role, OneAssociatedInstance* ref,
+                             Association::ConsistencyRule rule) override;
+    void handleManyAssociated(const String& name, const String& role,
+                              ManyAssociatedInstances* ref) override;
+
+private:
+    void declare(const String& name, const String& role, Association::Plurality plurality,
+                 Association::ConsistencyRule rule);
+    bool isGeneralised(const Association* association, const String& role) const;
+
+    Class* cls;
+    Model* model;
+};
+
+}  // namespace Kes

@@ -1,0 +1,192 @@
+#include "object/Links.h"
+
+#include <kes/Class.h>
+#include <kes/Exception.h>
+#include <kes/Instance.h>
+#include <kes/ManyAssociatedInstances.h>
+#include <kes/Model.h>
+#include <kes/OneAssociatedInstance.h>
+#include <kes/Pointer.h>
+
+namespace Kes {
+
+namespace {
+
+String describe(const Instance* instance) {
+    return String("the ") + instance->getClass()->getName() + " object with id " +
+           String(instance->getObjectID());
+}
+
+void fail(const char* operation, const String& message) {
+    Exception(Exception::ERROR, "REFERR", operation, message).handle();
+}
+
+// A link demands a living partner of the right class in the same model.
+bool isAcceptable(const Instance* owner, const Instance* partner, const ReferenceFinder& end,
+                  const char* operation) {
+    const String role = end.getRole();
+    if (partner == nullptr) {
+        fail(operation, String("The reference ") + role + " of " + describe(owner) +
+                            " cannot take null; give it an instance");
+        return false;
+    }
+    if (!owner->inSameModel(partner)) {
+        fail(operation, String("The reference ") + role + " of " + describe(owner) +
+                            " cannot take " + describe(partner) +
+                            ", which belongs to another model");
+        return false;
+    }
+    if (partner->isRemoved()) {
+        fail(operation, String("The reference ") + role + " of " + describe(owner) +
+                            " cannot take " + describe(partner) + ", which was removed");
+        return false;
+    }
+    const Class* wanted = end.getAssociation()->getClassFor(end.getOtherRole());
+    if (wanted != nullptr && !partner->getClass()->isA(wanted)) {
+        fail(operation, String("The reference ") + role + " of " + describe(owner) + " takes " +
+                            wanted->getName() + " objects and not " + describe(partner));
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+ReferenceFinder::ReferenceFinder(Instance* itsOwner, const void* ref, const char* operation)
+    : owner(itsOwner), wanted(ref) {
+    owner->handle(this);
+    if (!found())
+        fail(operation, String("The reference is none that ") + describe(owner) +
+                            " reports from its handle operation");
+}
+
+const String& ReferenceFinder::getOtherRole() const {
+    return association->getAssociatedRole(*role);
+}
+
+void ReferenceFinder::compare(const String& name, const String& itsRole, const void* ref) {
+    if (ref != wanted || association != nullptr)
+        return;
+    association = owner->getClass()->getModel()->getAssociation(name);
+    if (association == nullptr)
+        return;
+    role = &association->getAssociatedRole(association->getAssociatedRole(itsRole));
+}
+
+void ReferenceFinder::handleOneAssociated(const String& name, const String& itsRole,
+                                          OneAssociatedInstance* ref,
+                                          Association::ConsistencyRule) {
+    compare(name, itsRole, ref);
+}
+
+void ReferenceFinder::handleManyAssociated(const String& name, const String& itsRole,
+                                           ManyAssociatedInstances* ref) {
+    compare(name, itsRole, ref);
+}
+
+void LinkHandler::visit(Instance* itsPartner) {
+    partner = itsPartner;
+    partner->handle(this);
+}
+
+bool LinkHandler::isOpposite(const String& name, const String& itsRole) const {
+    return name == association->getName() && itsRole != role;
+}
+
+void LinkHandler::handleOneAssociated(const String& name, const String& itsRole,
+                                      OneAssociatedInstance* ref, Association::ConsistencyRule) {
+    if (!isOpposite(name, itsRole))
+        return;
+    partner->getClass()->getModel()->rememberReference(partner, *ref);
+    ref->setInstance(mode == Add ? instance : nullptr);
+    ref->setObjectID(mode == Add ? instance->getObjectID() : 0);
+    ref->setFetched(true);
+}
+
+void LinkHandler::handleManyAssociated(const String& name, const String& itsRole,
+                                       ManyAssociatedInstances* ref) {
+    if (!isOpposite(name, itsRole) || !ref->isFetched())
+        return;
+    const bool add = mode == Add;
+    if (ref->contains(instance) == add)
+        return;
+    partner->getClass()->getModel()->rememberMember(partner, *ref, instance, add);
+    if (add)
+        ref->add(instance);
+    else
+        ref->remove(instance);
+}
+
+void Instance::get(OneAssociatedInstance& ref, bool force) {
+    if (ref.isFetched() && !force)
+        return;
+    const ReferenceFinder end(this, &ref, "Instance::get");
+    if (end.found())
+        cls->getModel()->loadPartner(this, ref, end.getAssociation(), end.getRole());
+}
+
+void Instance::get(ManyAssociatedInstances& ref, bool force) {
+    if (ref.isFetched() && !force)
+        return;
+    const ReferenceFinder end(this, &ref, "Instance::get");
+    if (end.found())
+        cls->getModel()->loadPartners(this, ref, end.getAssociation(), end.getRole());
+}
+
+void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
+    const ReferenceFinder end(this, &ref, "Instance::set");
+    if (!end.found())
+        return;
+    if (partner != nullptr && !isAcceptable(this, partner, end, "Instance::set"))
+        return;
+    Model* model = cls->getModel();
+    Association* association = end.getAssociation();
+    if (!ref.isFetched())
+        model->loadPartner(this, ref, association, end.getRole());
+    const Pointer<Instance> old(ref.getInstance());
+    model->rememberReference(this, ref);
+    ref.setInstance(partner);
+    ref.setObjectID(partner != nullptr ? partner->getObjectID() : 0);
+
+    if (old != nullptr)
+        LinkHandler(this, association, end.getRole(), LinkHandler::Remove).visit(old);
+    if (partner != nullptr) {
+        LinkHandler(this, association, end.getRole(), LinkHandler::Add).visit(partner);
+        model->add(this, end.getRole(), partner, end.getOtherRole(), association);
+    } else if (old != nullptr) {
+        model->remove(this, end.getRole(), old, end.getOtherRole(), association);
+    }
+}
+
+void Instance::add(ManyAssociatedInstances& ref, Instance* partner) {
+    const ReferenceFinder end(this, &ref, "Instance::add");
+    if (!end.found() || !isAcceptable(this, partner, end, "Instance::add"))
+        return;
+    Model* model = cls->getModel();
+    if (ref.isFetched() && !ref.contains(partner)) {
+        model->rememberMember(this, ref, partner, true);
+        ref.add(partner);
+    }
+    LinkHandler(this, end.getAssociation(), end.getRole(), LinkHandler::Add).visit(partner);
+    model->add(this, end.getRole(), partner, end.getOtherRole(), end.getAssociation());
+}
+
+void Instance::remove(ManyAssociatedInstances& ref, Instance* partner) {
+    const ReferenceFinder end(this, &ref, "Instance::remove");
+    if (!end.found())
+        return;
+    if (partner == nullptr) {
+        fail("Instance::remove", String("The reference ") + end.getRole() + " of " +
+                                     describe(this) + " has no null member");
+        return;
+    }
+    Model* model = cls->getModel();
+    if (ref.isFetched() && ref.contains(partner)) {
+        model->rememberMember(this, ref, partner, false);
+        ref.remove(partner);
+    }
+    LinkHandler(this, end.getAssociation(), end.getRole(), LinkHandler::Remove).visit(partner);
+    model->remove(this, end.getRole(), partner, end.getOtherRole(), end.getAssociation());
+}
+
+}  // namespace Kes

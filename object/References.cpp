@@ -1,0 +1,81 @@
+#include <kes/ManyAssociatedInstances.h>
+#include <kes/One.h>
+#include <kes/OneAssociatedInstance.h>
+
+namespace Kes {
+
+void OneAssociatedInstance::setFetched(bool isFetchedNow) {
+    fetched = isFetchedNow;
+    if (!fetched)
+        setInstance(nullptr);
+}
+
+void OneReference::setInstance(Instance* instance) {
+    held = instance;
+}
+
+Instance* OneReference::getInstance() {
+    return held;
+}
+
+void ManyAssociatedInstances::setFetched(bool isFetchedNow) {
+    fetched = isFetchedNow;
+    if (!fetched)
+        clear();
+}
+
+void AssociatedOneForOne::add(Instance* instance) {
+    held = instance;
+}
+
+void AssociatedOneForOne::remove(Instance* instance) {
+    if (held == instance)
+        held = nullptr;
+}
+
+void AssociatedOneForOne::reset() {
+    iterating = false;
+}
+
+bool AssociatedOneForOne::next() {
+    iterating = held != nullptr && !iterating;
+    return iterating;
+}
+
+Instance* AssociatedOneForOne::value() {
+    return iterating ? held : nullptr;
+}
+
+void AssociatedOneForOne::clear() {
+    held = nullptr;
+}
+
+bool AssociatedOneForOne::contains(Instance* instance) {
+    return held == instance;
+}
+
+void AssociatedOneForOne::setFetched(bool isFetchedNow) {
+    fetched = isFetchedNow;
+    if (!fetched)
+        clear();
+}
+
+void DummyAssociatedMany::add(Instance*) {}
+void DummyAssociatedMany::remove(Instance*) {}
+void DummyAssociatedMany::reset() {}
+
+bool DummyAssociatedMany::next() {
+    return false;
+}
+
+Instance* DummyAssociatedMany::value() {
+    return nullptr;
+}
+
+bool DummyAssociatedMany::contains(Instance*) const {
+    return false;
+}
+
+void DummyAssociatedMany::clear() {}
+
+}  // namespace Kes
