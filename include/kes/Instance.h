@@ -121,7 +121,15 @@ private:
     friend class TransactionManager;
     friend class SiblingLoader;
 
-    enum Flag : std::uint32_t { Removed = 1, Visited = 2, InTransaction = 4 };
+    // Linked: a link of this instance is pending. Raised: the commit under way
+    // has raised its version for a link.
+    enum Flag : std::uint32_t {
+        Removed = 1,
+        Visited = 2,
+        InTransaction = 4,
+        Linked = 8,
+        Raised = 16
+    };
 
     bool flag(Flag which) const { return (flags & which) != 0; }
     void setFlag(Flag which, bool on) {

@@ -165,6 +165,7 @@ protected:
 
 private:
     friend class Instance;
+    friend class Removal;
     friend class SiblingLoader;
     friend class Selection;
     friend class TransactionManager;
@@ -172,6 +173,18 @@ private:
     bool openFreshDriver(const String& password);
     void synchronise();
     void dropDriver();
+    void updateClasses();
+    void updateRelations();
+    bool requireOpen(const char* operation) const;
+
+    // What Instance needs beyond the public operations.
+    void loadPartner(Instance* owner, OneAssociatedInstance& ref, Association* association,
+                     const String& role);
+    void loadPartners(Instance* owner, ManyAssociatedInstances& ref, Association* association,
+                      const String& role);
+    void rememberReference(Instance* owner, OneAssociatedInstance& ref);
+    void rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
+                        bool added);
 
     String driverName;
     String source;

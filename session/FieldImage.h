@@ -1,0 +1,62 @@
+// Remembering the fields of instances.
+//
+// An image holds the plain fields of one instance, the reserved ones included,
+// packed in the order in which handle reports them. Images of a transaction lie
+// one behind the other in a few large blocks, so a transaction of a million
+// changes makes few allocations and frees them at once. Long texts and blobs
+// are not copied: the image shares their buffers.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <kes/Blob.h>
+#include <kes/FieldSet.h>
+#include <kes/Forward.h>
+#include <kes/String.h>
+
+namespace Kes {
+
+/// A packed image; lives as long as the store that took it.
+using FieldImage = const std::byte*;
+
+class ImageStore {
+public:
+    ImageStore() = default;
+    ImageStore(ImageStore&&) = default;
+    ImageStore& operator=(ImageStore&&) = default;
+
+    FieldImage take(Instance* instance);
+
+    /// Assigns the image's values to all fields but the reserved ones.
+    void restore(FieldImage image, Instance* instance) const;
+
+    /// Enters the positions of the fields that differ from the image, without
+    /// the reserved ones.
+    void compare(FieldImage image, Instance* instance, FieldSet& different) const;
+
+    void clear();
+
+private:
+    friend class CaptureHandler;
+    friend class RestoreHandler;
+    friend class CompareHandler;
+
+    std::byte* reserve(std::size_t bytes);
+
+    std::vector<std::unique_ptr<std::byte[]>> blocks;
+    std::size_t blockSize = 0;
+    std::size_t blockUsed = 0;
+    std::vector<std::byte> packing;  // the image being taken
+    std::vector<String> texts;
+    std::vector<Blob> blobs;
+};
+
+/// A digest of the plain fields, without the reserved ones. Equal fields give
+/// equal digests; different ones differ but for one case in 2^64.
+std::uint64_t digestFields(Instance* instance);
+
+}  // namespace Kes

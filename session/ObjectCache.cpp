@@ -1,0 +1,151 @@
+#include "session/ObjectCache.h"
+
+#include <kes/Handler.h>
+#include <kes/Many.h>
+#include <kes/OneAssociatedInstance.h>
+
+#include "session/TransactionManager.h"
+
+namespace Kes {
+
+namespace {
+
+// Insertions above the threshold between two collections.
+constexpr int Patience = 25;
+
+}  // namespace
+
+// Reads the members of a many-reference without touching an iteration that the
+// application may have under way on it.
+class SweepAccess {
+public:
+    static const std::vector<Instance*>& members(const ManyReference& ref) { return ref.members; }
+};
+
+class Marker::ReferenceMarker final : public EmptyHandler {
+public:
+    explicit ReferenceMarker(Marker& itsMarker) : marker(itsMarker) {}
+
+    void handleOneAssociated(const String&, const String&, OneAssociatedInstance* ref,
+                             Association::ConsistencyRule) override {
+        marker.push(ref->getInstance());
+    }
+
+    void handleManyAssociated(const String&, const String&,
+                              ManyAssociatedInstances* ref) override {
+        if (const auto* known = dynamic_cast<const ManyReference*>(ref)) {
+            for (Instance* member : SweepAccess::members(*known))
+                marker.push(member);
+            return;
+        }
+        for (ref->reset(); ref->next();)
+            marker.push(ref->value());
+    }
+
+private:
+    Marker& marker;
+};
+
+void Marker::mark(Instance* instance) {
+    push(instance);
+    ReferenceMarker references(*this);
+    while (!reached.empty()) {
+        Instance* next = reached.back();
+        reached.pop_back();
+        next->handle(&references);
+    }
+}
+
+void Marker::push(Instance* instance) {
+    if (instance == nullptr || instance->isVisited())
+        return;
+    instance->setVisited(true);
+    reached.push_back(instance);
+}
+
+ObjectCache::ObjectCache(int cacheCapacity)
+    : instances(static_cast<std::size_t>(std::max(cacheCapacity, 0))),
+      threshold(std::max(cacheCapacity, 0)) {}
+
+ObjectCache::~ObjectCache() {
+    empty();
+}
+
+void ObjectCache::file(Instance* instance) {
+    if (!orphans.empty())
+        orphans.erase(instance);
+    Instance* before = instances.file(instance->getObjectID(), instance);
+
+    // Somebody may still refer to an instance that lost its place.
+    if (before != nullptr && before != instance)
+        orphans.insert(before);
+}
+
+bool ObjectCache::isCollectionDue() {
+    return instances.size() > static_cast<std::size_t>(threshold) && pressure++ > Patience;
+}
+
+void ObjectCache::orphan(Instance* instance) {
+    if (instances.find(instance->getObjectID()) == instance)
+        instances.remove(instance->getObjectID());
+    instance->setObjectID(0);
+    orphans.insert(instance);
+}
+
+void ObjectCache::collect(const TransactionManager& transactions) {
+    Marker marker;
+    for (PointerBase* p = pointers.first(); p != nullptr; p = pointers.after(p))
+        marker.mark(p->getInstance());
+    transactions.markInstances(marker);
+    sweep();
+    pressure = 0;
+}
+
+void ObjectCache::sweep() {
+    std::vector<Instance*> dead;
+    std::vector<unsigned long> ids;
+    for (const ObjectTable::Entry& entry : instances.entries()) {
+        if (entry.instance == nullptr)
+            continue;
+        if (entry.instance->isVisited()) {
+            entry.instance->setVisited(false);
+        } else {
+            ids.push_back(entry.id);
+            dead.push_back(entry.instance);
+        }
+    }
+    for (const unsigned long id : ids)
+        instances.remove(id);
+    for (auto it = orphans.begin(); it != orphans.end();) {
+        if ((*it)->isVisited()) {
+            (*it)->setVisited(false);
+            ++it;
+        } else {
+            dead.push_back(*it);
+            it = orphans.erase(it);
+        }
+    }
+    destroy(dead);
+}
+
+void ObjectCache::destroy(const std::vector<Instance*>& dead) {
+    for (Instance* instance : dead)
+        delete instance;
+}
+
+void ObjectCache::empty() {
+    while (PointerBase* pointer = pointers.first()) {
+        pointer->makeNull();
+        pointers.remove(pointer);
+    }
+    std::vector<Instance*> dead(orphans.begin(), orphans.end());
+    for (const ObjectTable::Entry& entry : instances.entries())
+        if (entry.instance != nullptr)
+            dead.push_back(entry.instance);
+    instances.clear();
+    orphans.clear();
+    pressure = 0;
+    destroy(dead);
+}
+
+}  // namespace Kes

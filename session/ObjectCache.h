@@ -1,0 +1,72 @@
+// The objects of a model: each stored object once in memory.
+//
+// Instances are freed by mark and sweep. The roots are the registered pointers
+// and everything that the pending transaction mentions; marks spread through
+// references with a stack of their own, so that long chains cost no recursion.
+
+#pragma once
+
+#include <unordered_set>
+#include <vector>
+
+#include <kes/Forward.h>
+#include <kes/Pointer.h>
+
+#include "session/ObjectTable.h"
+#include "session/PointerRegistry.h"
+
+namespace Kes {
+
+class ObjectCache {
+public:
+    explicit ObjectCache(int cacheCapacity);
+    ObjectCache(const ObjectCache&) = delete;
+    ObjectCache& operator=(const ObjectCache&) = delete;
+    ~ObjectCache();
+
+    Instance* get(unsigned long id) const { return instances.find(id); }
+    std::size_t size() const { return instances.size(); }
+    int capacity() const { return threshold; }
+
+    /// Files the instance, which the cache owns from now on.
+    void file(Instance* instance);
+
+    /// Counts an insertion; true when a collection is due.
+    bool isCollectionDue();
+
+    /// Forgets the id of an instance that was never stored. The cache goes on
+    /// to own it, until a collection finds that nothing reaches it.
+    void orphan(Instance* instance);
+
+    /// Frees what neither a pointer nor the transaction reaches.
+    void collect(const TransactionManager& transactions);
+
+    /// Empties all pointers and frees all instances.
+    void empty();
+
+    PointerRegistry pointers;
+
+private:
+    void sweep();
+    void destroy(const std::vector<Instance*>& dead);
+
+    ObjectTable instances;
+    std::unordered_set<Instance*> orphans;
+    int threshold;
+    int pressure = 0;
+};
+
+/// Marks an instance and whatever its references reach.
+class Marker {
+public:
+    void mark(Instance* instance);
+
+private:
+    class ReferenceMarker;
+
+    void push(Instance* instance);
+
+    std::vector<Instance*> reached;
+};
+
+}  // namespace Kes

@@ -1,0 +1,96 @@
+// Instances by object id.
+//
+// Open addressing with linear probing, at most half full; a removal moves the
+// entries behind it up, so there are no marks to clean.
+
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include <kes/Forward.h>
+
+namespace Kes {
+
+class ObjectTable {
+public:
+    struct Entry {
+        unsigned long id = 0;
+        Instance* instance = nullptr;  // null marks a free slot
+    };
+
+    /// `capacity` entries find place without growing.
+    explicit ObjectTable(std::size_t capacity) {
+        // A large capacity is a promise about memory, not a wish to use it now.
+        grow(std::bit_ceil(2 * std::min<std::size_t>(capacity, 1024) + 16));
+    }
+
+    std::size_t size() const { return used; }
+
+    Instance* find(unsigned long id) const { return slots[slotOf(id)].instance; }
+
+    /// Returns the instance that was filed under the id before, or null.
+    Instance* file(unsigned long id, Instance* instance) {
+        Entry& entry = slots[slotOf(id)];
+        Instance* before = entry.instance;
+        entry = {id, instance};
+        if (before == nullptr && ++used * 2 > slots.size())
+            grow(slots.size() * 2);
+        return before;
+    }
+
+    Instance* remove(unsigned long id) {
+        std::size_t hole = slotOf(id);
+        Instance* removed = slots[hole].instance;
+        if (removed == nullptr)
+            return nullptr;
+        --used;
+        for (std::size_t at = next(hole); slots[at].instance != nullptr; at = next(at)) {
+            const std::size_t home = homeOf(slots[at].id);
+            if (((at - home) & mask()) < ((at - hole) & mask()))
+                continue;
+            slots[hole] = slots[at];
+            hole = at;
+        }
+        slots[hole] = Entry();
+        return removed;
+    }
+
+    /// Every slot, the free ones included.
+    const std::vector<Entry>& entries() const { return slots; }
+
+    void clear() {
+        slots.assign(16, Entry());
+        used = 0;
+    }
+
+private:
+    std::size_t mask() const { return slots.size() - 1; }
+    std::size_t next(std::size_t slot) const { return (slot + 1) & mask(); }
+
+    // Ids come in sequence, so neighbours find themselves in one cache line.
+    std::size_t homeOf(unsigned long id) const { return id & mask(); }
+
+    std::size_t slotOf(unsigned long id) const {
+        std::size_t slot = homeOf(id);
+        while (slots[slot].instance != nullptr && slots[slot].id != id)
+            slot = next(slot);
+        return slot;
+    }
+
+    void grow(std::size_t size) {
+        std::vector<Entry> old(size);
+        old.swap(slots);
+        for (const Entry& entry : old)
+            if (entry.instance != nullptr)
+                slots[slotOf(entry.id)] = entry;
+    }
+
+    std::vector<Entry> slots;
+    std::size_t used = 0;
+};
+
+}  // namespace Kes

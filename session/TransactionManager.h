@@ -1,0 +1,148 @@
+// Recorded changes, from their recording to the commit or the rollback.
+//
+// A change is an entry of one list; an instance knows the position of its own
+// entry, so recording the n-th change looks at none of the others. What links
+// do to references in memory stands in a journal of its own, which a rollback
+// works off backwards.
+//
+// An update remembers the fields as they are stored. The application may call
+// change() after it has assigned members, so the digest of the stored fields,
+// kept by each instance, tells whether memory still shows them; when it does
+// not, the driver reads them once more.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include <kes/FieldSet.h>
+#include <kes/Forward.h>
+#include <kes/String.h>
+
+#include "session/FieldImage.h"
+#include "session/LinkIndex.h"
+
+namespace Kes {
+
+class Marker;
+
+/// One recorded change.
+struct Action {
+    enum Kind : std::uint8_t {
+        Add,
+        Update,
+        Remove,
+        Link,
+        Unlink,
+        Dropped,    // an add that a removal cancelled: nothing of it is written
+        Superseded  // an update or removal that a later entry stands for
+    };
+
+    Kind kind;
+    bool firstIsOne = false;  // of links: `first` plays the association's first role
+    bool applied = false;     // the driver has heard of it
+    Instance* first;
+    Instance* second = nullptr;           // of links
+    Association* association = nullptr;   // of links
+    FieldImage image = nullptr;           // of updates: the stored fields, where known
+    std::uint64_t digest = 0;             // of updates and adds: what `first` had before
+    unsigned long firstVersion = 0;       // before the driver heard of it
+    unsigned long secondVersion = 0;
+};
+
+class TransactionManager {
+public:
+    explicit TransactionManager(Model* itsModel) : model(itsModel) {}
+    TransactionManager(const TransactionManager&) = delete;
+    TransactionManager& operator=(const TransactionManager&) = delete;
+
+    void start();
+    bool isStarted() const { return started; }
+    bool hasPending() const { return !pending.empty(); }
+
+    void recordAdd(Instance* instance);
+    void recordUpdate(Instance* instance);
+    void recordRemove(Instance* instance);
+    void recordLink(Action::Kind kind, Instance* first, const String& firstRole,
+                    Instance* second, Association* association);
+
+    /// Remember what a reference holds before a link changes it.
+    void rememberReference(Instance* owner, OneAssociatedInstance& ref);
+    void rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
+                        bool added);
+
+    void commit();
+    void rollback();
+
+    /// Lets the history and what is pending go; nothing is written.
+    void close();
+
+    /// Brings a freshly loaded collection up to date with the pending links.
+    void applyPendingLinks(Instance* owner, ManyAssociatedInstances& ref,
+                           const Association* association, const String& role);
+
+    static bool isPending(const Instance* instance);
+    bool getChangedFields(const Instance* instance, FieldSet& fields) const;
+    void markInstances(Marker& marker) const;
+
+    bool isUndoable() const { return !undoList.empty(); }
+    bool isRedoable() const { return !redoList.empty(); }
+    void setMaxUndoSize(int transactions);
+    int getMaxUndoSize() const { return maxUndoSize; }
+
+private:
+    // What one committed transaction did.
+    struct Record {
+        std::size_t steps = 0;
+    };
+
+    // A reference as it was before a link changed it.
+    struct Remembered {
+        enum Kind : std::uint8_t { One, MemberAdded, MemberRemoved };
+        Kind kind;
+        bool fetched;
+        Instance* owner;
+        void* ref;
+        Instance* instance;
+        unsigned long objectID;
+    };
+
+    using Actions = std::deque<Action>;
+
+    Action& record(Action::Kind kind, Instance* first);
+    FieldImage takeStoredFields(Instance* instance);
+    FieldImage readStoredFields(Instance* instance);
+    bool applyAll(String& failure);
+    bool apply(Action& action);
+    bool applyUpdate(Action& action);
+    bool applyLink(Action& action);
+    bool isDropped(const Instance* instance) const;
+    void revert();
+    void revertReferences();
+    void revertAction(const Action& action);
+    Actions finish();
+    void announce(Actions& committed);
+    void announceOne(const Action& action);
+    void trimUndoList(int transactions);
+    void noteStep();
+
+    Model* model;
+    bool started = false;
+    Actions pending;
+    std::deque<Record> undoList;  // newest first
+    std::deque<Record> redoList;  // newest first
+    int maxUndoSize = 128;
+
+    ImageStore images;
+    std::vector<Remembered> journal;
+    LinkIndex links;
+    std::vector<const Actions*> announced;  // being told to listeners
+
+    // During the driver's update.
+    const Instance* updating = nullptr;
+    FieldSet changed;
+};
+
+}  // namespace Kes
