@@ -65,6 +65,10 @@ public:
     void recordAdd(Instance* instance);
     void recordUpdate(Instance* instance);
     void recordRemove(Instance* instance);
+
+    /// Takes a pending removal back; false when none is pending. The object
+    /// keeps its id, but not the links that the removal dissolved.
+    bool recordRevival(Instance* instance);
     void recordLink(Action::Kind kind, Instance* first, const String& firstRole,
                     Instance* second, Association* association);
 

@@ -82,7 +82,7 @@ protected:
 
 private:
     friend class Model;
-    friend class InstanceAction;
+    friend class TransactionManager;
 
     String name;
     int version;

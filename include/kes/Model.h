@@ -3,6 +3,7 @@
 #pragma once
 
 #include <ostream>
+#include <vector>
 
 #include <kes/Association.h>
 #include <kes/Class.h>
@@ -40,13 +41,14 @@ public:
     ///
     /// Raises DRVERR, LOADDRIV, DBOPENERR, the errors of schema synchronisation
     /// (DELCLS, CRECLS, CREVW, CREASS) or ROLLFAIL, all ERROR; the model is
-    /// closed then. The password is passed to the driver and not kept.
+    /// closed then. A declaration that cannot be stored, such as an association
+    /// that no second class reports, raises DECLERR (ERROR). The password is passed to the driver and not kept.
     void open(const String& driverName, const String& source, const String& password,
               const String& user, const String& options);
 
     /// Empties all pointers and the object cache and closes or parks the
-    /// driver. What was not committed is rolled back. Does nothing while
-    /// closed. DBCLSERR (FATAL) ends the process.
+    /// driver. What was not committed is lost, and a transaction that was
+    /// started stays started. Does nothing while closed. DBCLSERR (FATAL) ends the process.
     void close();
 
     bool isOpen() const { return driver != nullptr; }
@@ -58,7 +60,8 @@ public:
     void setVersion(int schemaVersion) { version = schemaVersion; }
 
     /// Declares a persistent class; its fields and associations are learnt from
-    /// a dummy that `factory` makes. The class belongs to the model.
+    /// a dummy that `factory` makes. The class belongs to the model. Raises
+    /// DECLERR (ERROR) for a name that is taken or a missing factory; null then.
     Class* addClass(const String& className, int classVersion, Class::Factory factory);
 
     /// Adopts the class.
@@ -173,9 +176,11 @@ private:
     bool openFreshDriver(const String& password);
     void synchronise();
     void dropDriver();
-    void updateClasses();
-    void updateRelations();
+    bool declaresSoundly() const;
     bool requireOpen(const char* operation) const;
+    void recordLink(bool made, Instance* first, const String& firstRole, Instance* second,
+                    const String& secondRole, Association* association);
+    bool isUsable(const Instance* instance, const char* operation, const char* verb) const;
 
     // What Instance needs beyond the public operations.
     void loadPartner(Instance* owner, OneAssociatedInstance& ref, Association* association,
@@ -197,8 +202,20 @@ private:
     DBDriver* driver = nullptr;          // owned; null while closed
     TransactionManager* transactions;    // owned
     ObjectCache* objects;                // owned
+    SiblingLoader* siblings;             // owned
     std::ostream* trace = nullptr;       // borrowed; null while not traced
     ThreadCheck threadCheck;
+
+    // What the two tables hold, in the order of declaration.
+    std::vector<Class*> classOrder;
+    std::vector<Association*> associationOrder;
+
+    // Set by a synchronisation whose error handler returned.
+    bool schemaFailed = false;
+
+    // An object that a driver fills with the stored state of another one; set
+    // does not file it. Null outside of that.
+    const Instance* scratch = nullptr;
 
     // --- guarded by myMutex ---
     static Mutex myMutex;

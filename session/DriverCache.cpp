@@ -1,0 +1,59 @@
+#include "session/DriverCache.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include <kes/Exception.h>
+#include <kes/Model.h>
+
+namespace Kes {
+
+Mutex Model::myMutex;
+PtrList<DriverCache> Model::myDriverCache;
+int Model::myDriverCacheSize = 0;
+
+namespace {
+
+void destroyNewest(PtrList<DriverCache>& parked) {
+    const std::unique_ptr<DriverCache> entry(parked.removeAt(parked.size() - 1));
+    if (entry->driver->close())
+        return;
+    Exception(Exception::FATAL, "DBCLSERR", "Model::close", entry->driver->getErrorMessage())
+        .handle();
+
+    // What the database did with a connection that cannot be closed is unknown.
+    std::exit(1);
+}
+
+}  // namespace
+
+void Model::cacheDriver(DBDriver* closed) {
+    auto* entry = new DriverCache(closed, driverName, source, user, options);
+    const MutexGuard guard(myMutex);
+    myDriverCache.add(entry);
+    while (myDriverCache.size() > myDriverCacheSize)
+        destroyNewest(myDriverCache);
+}
+
+DBDriver* Model::getCachedDriver() {
+    const MutexGuard guard(myMutex);
+    int position = 0;
+    for (DriverCache* entry : myDriverCache) {
+        if (entry->driverName == driverName && entry->source == source && entry->user == user &&
+            entry->options == options) {
+            const std::unique_ptr<DriverCache> found(myDriverCache.removeAt(position));
+            return found->release();
+        }
+        ++position;
+    }
+    return nullptr;
+}
+
+void Model::setDriverCacheSize(int size) {
+    myDriverCacheSize = size;
+    while (myDriverCache.size() > std::max(size, 0))
+        destroyNewest(myDriverCache);
+}
+
+}  // namespace Kes

@@ -1,0 +1,231 @@
+#include <kes/Model.h>
+
+#include <memory>
+
+#include <kes/DBDriver.h>
+#include <kes/DBDriverManager.h>
+#include <kes/Exception.h>
+#include <kes/Instance.h>
+
+#include "object/DeclarationHandler.h"
+#include "session/DriverCache.h"
+#include "session/ObjectCache.h"
+#include "session/SiblingLoader.h"
+#include "session/TransactionManager.h"
+
+namespace Kes {
+
+namespace {
+
+void raise(const char* code, const char* context, const String& message) {
+    Exception(Exception::ERROR, code, context, message).handle();
+}
+
+}  // namespace
+
+Model::Model(const String& modelName, int cacheCapacity)
+    : name(modelName),
+      classes(String::hash, 25, 25),
+      associations(String::hash, 25, 25),
+      transactions(new TransactionManager(this)),
+      objects(new ObjectCache(cacheCapacity)),
+      siblings(new SiblingLoader(this)) {}
+
+Model::~Model() {
+    transactions->close();
+    delete objects;
+    for (Class* cls : classOrder)
+        delete cls;
+    for (Association* association : associationOrder)
+        delete association;
+    delete transactions;
+    delete siblings;
+    delete driver;
+}
+
+Class* Model::addClass(const String& className, int classVersion, Class::Factory factory) {
+    return addClass(new Class(className, classVersion, this, factory));
+}
+
+Class* Model::addClass(Class* cls) {
+    std::unique_ptr<Class> owned(cls);
+    const String& className = cls->getName();
+    if (classes.contains(className)) {
+        raise("DECLERR", "Model::addClass",
+              String("The class ") + className + " is declared twice");
+        return nullptr;
+    }
+    if (cls->factory == nullptr) {
+        raise("DECLERR", "Model::addClass",
+              String("The class ") + className + " has no factory to make its objects with");
+        return nullptr;
+    }
+    classes.set(className, cls);
+    classOrder.push_back(owned.release());
+    const std::unique_ptr<Instance> dummy(cls->getDummy());
+    ClassDeclarationHandler declare(cls, this);
+    dummy->handle(&declare);
+    return cls;
+}
+
+void Model::addAssociation(Association* association) {
+    threadCheck.doit();
+    std::unique_ptr<Association> owned(association);
+    if (associations.contains(association->getName())) {
+        raise("DECLERR", "Model::addAssociation",
+              String("The association ") + association->getName() + " is declared twice");
+        return;
+    }
+    associations.set(association->getName(), association);
+    associationOrder.push_back(owned.release());
+}
+
+Class* Model::getClass(const String& className) const {
+    return classes.get(className);
+}
+
+Association* Model::getAssociation(const String& associationName) const {
+    return associations.get(associationName);
+}
+
+void Model::traceSQLTo(std::ostream& stream) {
+    trace = &stream;
+    if (driver != nullptr)
+        driver->traceSQLTo(stream);
+}
+
+void Model::disableSQLTrace() {
+    trace = nullptr;
+    if (driver != nullptr)
+        driver->disableSQLTrace();
+}
+
+void Model::open(const String& openDriverName, const String& openSource, const String& password,
+                 const String& openUser, const String& openOptions) {
+    if (driver != nullptr) {
+        raise("DBOPENERR", "Model::open",
+              String("The model ") + name + " is open; close it before it is opened again");
+        return;
+    }
+    driverName = openDriverName;
+    source = openSource;
+    user = openUser;
+    options = openOptions;
+    threadCheck.doit();
+    if (classOrder.empty())
+        declareModel();
+    if (!declaresSoundly())
+        return;
+    driver = getCachedDriver();
+    if (driver == nullptr && !openFreshDriver(password))
+        return;
+    if (trace != nullptr)
+        driver->traceSQLTo(*trace);
+    if (driver->getVersion(name, "MODEL") < version)
+        synchronise();
+}
+
+// An association that only one class reports has nothing to refer to.
+bool Model::declaresSoundly() const {
+    for (const Association* association : associationOrder) {
+        if (association->getOtherClass() != nullptr)
+            continue;
+        raise("DECLERR", "Model::open",
+              String("The association ") + association->getName() + " has one end only, the role " +
+                  association->getOneRole() + " of the class " +
+                  association->getOneClass()->getName() +
+                  "; declare the class that reports the other role");
+        return false;
+    }
+    return true;
+}
+
+bool Model::openFreshDriver(const String& password) {
+    std::unique_ptr<DBDriver> fresh(DBDriverManager::getDBDriver(driverName));
+    if (fresh == nullptr) {
+        raise("DRVERR", "Model::open",
+              String("Driver with name: ") + driverName + " does not exist.");
+        return false;
+    }
+    if (!fresh->open(source, password, user, options)) {
+        const String reason = fresh->getErrorMessage();
+        fresh.reset();  // gone before the handler runs: no half-open driver survives a throw
+        raise("DBOPENERR", "Model::open", reason);
+        return false;
+    }
+    driver = fresh.release();
+    return true;
+}
+
+void Model::dropDriver() {
+    delete driver;
+    driver = nullptr;
+}
+
+void Model::synchronise() {
+    schemaFailed = false;
+    std::unique_ptr<Exception> cause;
+    try {
+        updateModel();
+    } catch (const Exception& thrown) {
+        cause = std::make_unique<Exception>(thrown);
+    }
+    if (cause == nullptr && !schemaFailed) {
+        if (driver->commit())
+            return;
+        const String reason = driver->getErrorMessage();
+        driver->rollback();
+        dropDriver();
+        raise("ROLLFAIL", "Model::open", reason);
+        return;
+    }
+    if (!driver->rollback()) {
+        const String reason = driver->getErrorMessage();
+        dropDriver();
+        raise("ROLLFAIL", "Model::open", reason);
+        return;
+    }
+    dropDriver();
+    if (cause != nullptr)
+        throw Exception(*cause);
+}
+
+void Model::close() {
+    threadCheck.doit();
+    if (driver == nullptr)
+        return;
+    siblings->forget();
+    objects->empty();
+    transactions->close();
+    DBDriver* closed = driver;
+    driver = nullptr;
+    cacheDriver(closed);
+}
+
+void Model::startTransaction() {
+    threadCheck.doit();
+    siblings->forget();
+    transactions->start();
+}
+
+bool Model::transactionStarted() const {
+    return transactions->isStarted();
+}
+
+bool Model::isUndoable() const {
+    return transactions->isUndoable();
+}
+
+bool Model::isRedoable() const {
+    return transactions->isRedoable();
+}
+
+void Model::setMaxUndoSize(int count) {
+    transactions->setMaxUndoSize(count);
+}
+
+int Model::getMaxUndoSize() const {
+    return transactions->getMaxUndoSize();
+}
+
+}  // namespace Kes

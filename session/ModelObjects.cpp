@@ -1,0 +1,285 @@
+// The part of Model that deals with objects and with recording their changes.
+
+#include <memory>
+
+#include <kes/Association.h>
+#include <kes/Class.h>
+#include <kes/DBDriver.h>
+#include <kes/Exception.h>
+#include <kes/Instance.h>
+#include <kes/ManyAssociatedInstances.h>
+#include <kes/Model.h>
+#include <kes/OneAssociatedInstance.h>
+#include <kes/Pointer.h>
+#include <kes/Selection.h>
+
+#include "session/FieldImage.h"
+#include "session/ObjectCache.h"
+#include "session/SiblingLoader.h"
+#include "session/TransactionManager.h"
+
+namespace Kes {
+
+namespace {
+
+void raise(const char* code, const char* context, const String& message) {
+    Exception(Exception::ERROR, code, context, message).handle();
+}
+
+String describe(const Instance* instance) {
+    return instance->getClass()->getName() + " object with id " +
+           String(instance->getObjectID());
+}
+
+}  // namespace
+
+Instance* Model::get(unsigned long objectID) const {
+    return objects->get(objectID);
+}
+
+Instance* Model::getInstance(unsigned long objectID, Class* cls) {
+    if (Instance* known = objects->get(objectID))
+        return known;
+    if (objectID == 0 || cls == nullptr)
+        return nullptr;
+    Selection selection(cls);
+    selection.setCondition(new AttributeCondition<unsigned long>(
+        new Attribute(cls, "KesObjectID"), Condition::EQUAL, objectID));
+    return selection.next() ? selection.value() : nullptr;
+}
+
+void Model::set(Instance* instance) {
+    if (instance == scratch)
+        return;
+    instance->fingerprint = digestFields(instance);
+    if (objects->get(instance->getObjectID()) == instance)
+        return;
+    objects->file(instance);
+    if (objects->isCollectionDue())
+        objects->collect(*transactions);
+}
+
+void Model::garbageCollect() {
+    threadCheck.doit();
+    objects->collect(*transactions);
+}
+
+void Model::addPointer(PointerBase* pointer) {
+    objects->pointers.add(pointer);
+}
+
+void Model::removePointer(PointerBase* pointer) {
+    objects->pointers.remove(pointer);
+}
+
+// Says what stands against writing the instance.
+bool Model::isUsable(const Instance* instance, const char* operation, const char* verb) const {
+    if (instance == nullptr)
+        raise("INSTERR", operation, String("Null cannot be ") + verb + "; give it an instance");
+    else if (instance->getClass()->getModel() != this)
+        raise("INSTERR", operation,
+              String("The ") + describe(instance) + " belongs to the model " +
+                  instance->getClass()->getModel()->getName() + " and cannot be " + verb +
+                  " in the model " + name);
+    else if (driver == nullptr)
+        raise("INSTERR", operation,
+              String("The ") + describe(instance) + " cannot be " + verb + ": the model " + name +
+                  " is not open");
+    else
+        return true;
+    return false;
+}
+
+void Model::add(Instance* instance) {
+    if (!isUsable(instance, "Model::add", "added"))
+        return;
+    const Pointer<Instance> keep(instance);
+    const bool resurrected = instance->isRemoved() && isPending(instance);
+    if (instance->getObjectID() != 0 && !instance->isRemoved()) {
+        raise("INSTERR", "Model::add", String("The ") + describe(instance) + " was added before");
+        return;
+    }
+    if (instance->getClass()->isAbstract()) {
+        raise("INSTERR", "Model::add",
+              String("The class ") + instance->getClass()->getName() +
+                  " is abstract and has no objects of its own; add one of a sub class");
+        return;
+    }
+    if (resurrected && transactions->recordRevival(instance))
+        return;
+    const unsigned long id = driver->newObjectID();
+    if (id == 0) {
+        raise("OIDERR", "Model::add", driver->getErrorMessage());
+        return;
+    }
+    if (instance->getObjectID() != 0)
+        objects->orphan(instance);
+    instance->setObjectID(id);
+    instance->version = 0;
+    instance->setRemoved(false);
+    objects->file(instance);
+    transactions->recordAdd(instance);
+    if (objects->isCollectionDue())
+        objects->collect(*transactions);
+}
+
+void Model::update(Instance* instance) {
+    if (!isUsable(instance, "Model::update", "changed"))
+        return;
+    if (instance->getObjectID() == 0 || (instance->isRemoved() && !isPending(instance))) {
+        raise("INSTERR", "Model::update",
+              String("The ") + describe(instance) + " cannot be changed: it " +
+                  (instance->isRemoved() ? "was removed" : "was never added"));
+        return;
+    }
+    transactions->recordUpdate(instance);
+}
+
+void Model::remove(Instance* instance) {
+    if (!isUsable(instance, "Model::remove", "removed"))
+        return;
+
+    // What was never added has nothing to remove.
+    if (instance->getObjectID() != 0)
+        transactions->recordRemove(instance);
+}
+
+void Model::add(Instance* first, const String& firstRole, Instance* second,
+                const String& secondRole, Association* association) {
+    if (isUsable(first, "Model::add", "linked") && isUsable(second, "Model::add", "linked"))
+        recordLink(true, first, firstRole, second, secondRole, association);
+}
+
+void Model::remove(Instance* first, const String& firstRole, Instance* second,
+                   const String& secondRole, Association* association) {
+    if (isUsable(first, "Model::remove", "unlinked") &&
+        isUsable(second, "Model::remove", "unlinked"))
+        recordLink(false, first, firstRole, second, secondRole, association);
+}
+
+void Model::recordLink(bool made, Instance* first, const String& firstRole, Instance* second,
+                       const String& secondRole, Association* association) {
+    const char* operation = made ? "Model::add" : "Model::remove";
+    if (association == nullptr || association->getAssociatedRole(firstRole) != secondRole) {
+        raise("INSTERR", operation,
+              String("The roles ") + firstRole + " and " + secondRole +
+                  " are not the two ends of one association");
+        return;
+    }
+    if (made && (first->getObjectID() == 0 || second->getObjectID() == 0)) {
+        raise("INSTERR", operation,
+              String("The ") + describe(first) + " and the " + describe(second) +
+                  " cannot be linked before both are added");
+        return;
+    }
+    transactions->recordLink(made ? Action::Link : Action::Unlink, first, firstRole, second,
+                             association);
+}
+
+bool Model::isPending(const Instance* instance) const {
+    return TransactionManager::isPending(instance);
+}
+
+bool Model::getChangedFields(const Instance* instance, FieldSet& fields) const {
+    return transactions->getChangedFields(instance, fields);
+}
+
+void Model::commit() {
+    threadCheck.doit();
+    if (!requireOpen("Model::commit"))
+        return;
+    siblings->forget();
+    transactions->commit();
+}
+
+void Model::rollback() {
+    threadCheck.doit();
+    if (!requireOpen("Model::rollback"))
+        return;
+    siblings->forget();
+    transactions->rollback();
+}
+
+bool Model::requireOpen(const char* operation) const {
+    if (driver == nullptr)
+        raise("NOTOPEN", operation, String("The model ") + name + " is not open");
+    return driver != nullptr;
+}
+
+void Model::lock(Instance* instance) {
+    if (!isUsable(instance, "Model::lock", "locked"))
+        return;
+    siblings->forget();
+    if (driver->lock(instance))
+        return;
+    const String reason = driver->getErrorMessage();
+    rollback();
+    raise("LOCKFAIL", "Instance::lock", reason);
+}
+
+void Model::refresh(Instance* instance) {
+    if (!isUsable(instance, "Model::refresh", "refreshed"))
+        return;
+    siblings->forget();
+    const Pointer<Instance> keep(instance);
+    if (driver->refresh(instance))
+        return;
+    const DBDriverStatus* status = driver->getStatus();
+    if (status != nullptr && status->code == DBDriverStatus::Changed)
+        instance->getClass()->fireInstanceChanged(instance);
+    else
+        instance->getClass()->fireInstanceRemoved(instance);
+}
+
+SelectionDefinition* Model::defineSelection(AssociatedClass* associatedClass) {
+    threadCheck.doit();
+    siblings->noteQuery();
+    return driver != nullptr ? driver->defineSelection(associatedClass) : nullptr;
+}
+
+DBDriverSelection* Model::fetch(Class* cls, SelectionDefinition* definition) {
+    threadCheck.doit();
+    return driver != nullptr ? driver->fetch(cls, definition) : nullptr;
+}
+
+void Model::rememberReference(Instance* owner, OneAssociatedInstance& ref) {
+    transactions->rememberReference(owner, ref);
+}
+
+void Model::rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
+                           bool added) {
+    transactions->rememberMember(owner, ref, member, added);
+}
+
+void Model::loadPartner(Instance* owner, OneAssociatedInstance& ref, Association* association,
+                        const String& role) {
+    const unsigned long id = ref.getObjectID();
+    if (id != 0) {
+        Instance* partner = objects->get(id);
+        if (partner == nullptr && driver != nullptr)
+            partner = siblings->loadPartner(owner, id, association, role);
+
+        // A partner that is removed for good is kept in memory by pointers only.
+        if (partner != nullptr && partner->isRemoved() && !isPending(partner))
+            partner = nullptr;
+        ref.setInstance(partner);
+    }
+    ref.setFetched(true);
+}
+
+void Model::loadPartners(Instance* owner, ManyAssociatedInstances& ref, Association* association,
+                         const String& role) {
+    std::vector<Instance*> members;
+    const Pointer<Instance> keep(owner);
+    if (owner->getObjectID() != 0 && driver != nullptr)
+        siblings->loadMembers(owner, association, role, members);
+    if (ref.isFetched())
+        ref.clear();
+    for (Instance* member : members)
+        if (!ref.contains(member))
+            ref.add(member);
+    ref.setFetched(true);
+    transactions->applyPendingLinks(owner, ref, association, role);
+}
+
+}  // namespace Kes

@@ -1,0 +1,491 @@
+#include "session/TransactionManager.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
+#include <limits>
+#include <memory>
+
+#include <kes/Association.h>
+#include <kes/Class.h>
+#include <kes/DBDriver.h>
+#include <kes/Exception.h>
+#include <kes/ManyAssociatedInstances.h>
+#include <kes/Model.h>
+#include <kes/OneAssociatedInstance.h>
+#include <kes/Pointer.h>
+
+#include "session/ObjectCache.h"
+
+namespace Kes {
+
+namespace {
+
+constexpr std::size_t WithoutEntry = 0;
+
+// A driver that throws has failed like one that answers false.
+template <class Call>
+bool succeeds(Call call, String& failure) {
+    try {
+        return call();
+    } catch (const Exception& thrown) {
+        failure = thrown.getMessage();
+    } catch (const std::exception& thrown) {
+        failure = thrown.what();
+    }
+    return false;
+}
+
+}  // namespace
+
+void TransactionManager::start() {
+    started = true;
+    redoList.clear();
+    trimUndoList(maxUndoSize);
+    if (undoList.empty() || undoList.front().steps != 0)
+        undoList.emplace_front();
+}
+
+void TransactionManager::setMaxUndoSize(int transactions) {
+    maxUndoSize = transactions;
+    trimUndoList(transactions);
+}
+
+void TransactionManager::trimUndoList(int transactions) {
+    const auto most = static_cast<std::size_t>(std::max(transactions, 0));
+    while (undoList.size() > most)
+        undoList.pop_back();
+}
+
+void TransactionManager::noteStep() {
+    if (undoList.empty())
+        undoList.emplace_front();
+    ++undoList.front().steps;
+}
+
+Action& TransactionManager::record(Action::Kind kind, Instance* first) {
+    Action action{};
+    action.kind = kind;
+    action.first = first;
+    pending.push_back(action);
+    noteStep();
+    return pending.back();
+}
+
+void TransactionManager::recordAdd(Instance* instance) {
+    Action& action = record(Action::Add, instance);
+    action.digest = instance->fingerprint;
+    instance->pending = static_cast<std::uint32_t>(pending.size());
+    instance->setInTransaction(true);
+}
+
+void TransactionManager::recordUpdate(Instance* instance) {
+    if (instance->pending != WithoutEntry)
+        return;
+    const FieldImage image = takeStoredFields(instance);
+    Action& action = record(Action::Update, instance);
+    action.image = image;
+    action.digest = instance->fingerprint;
+    instance->pending = static_cast<std::uint32_t>(pending.size());
+    instance->setInTransaction(true);
+}
+
+void TransactionManager::recordRemove(Instance* instance) {
+    if (instance->pending != WithoutEntry) {
+        Action& entry = pending[instance->pending - 1];
+        if (entry.kind == Action::Add) {
+            entry.kind = Action::Dropped;
+            instance->setInTransaction(false);
+            return;
+        }
+        if (entry.kind == Action::Remove || entry.kind == Action::Dropped)
+            return;
+        entry.kind = Action::Superseded;
+    }
+    record(Action::Remove, instance);
+    instance->pending = static_cast<std::uint32_t>(pending.size());
+    instance->setInTransaction(true);
+}
+
+bool TransactionManager::recordRevival(Instance* instance) {
+    if (instance->pending == WithoutEntry)
+        return false;
+    Action& entry = pending[instance->pending - 1];
+    if (entry.kind == Action::Dropped) {
+        entry.kind = Action::Superseded;
+        instance->pending = WithoutEntry;
+        instance->setRemoved(false);
+        recordAdd(instance);
+        return true;
+    }
+    if (entry.kind != Action::Remove)
+        return false;
+    entry.kind = Action::Superseded;
+    instance->pending = WithoutEntry;
+    instance->setInTransaction(false);
+    instance->setRemoved(false);
+    recordUpdate(instance);
+    return true;
+}
+
+void TransactionManager::recordLink(Action::Kind kind, Instance* first, const String& firstRole,
+                                    Instance* second, Association* association) {
+    Action& action = record(kind, first);
+    action.second = second;
+    action.association = association;
+    action.firstIsOne = firstRole == association->getOneRole();
+    first->setFlag(Instance::Linked, true);
+    second->setFlag(Instance::Linked, true);
+}
+
+void TransactionManager::rememberReference(Instance* owner, OneAssociatedInstance& ref) {
+    journal.push_back({Remembered::One, ref.isFetched(), owner, &ref,
+                       ref.isFetched() ? ref.getInstance() : nullptr, ref.getObjectID()});
+}
+
+void TransactionManager::rememberMember(Instance* owner, ManyAssociatedInstances& ref,
+                                        Instance* member, bool added) {
+    journal.push_back({added ? Remembered::MemberAdded : Remembered::MemberRemoved, true, owner,
+                       &ref, member, 0});
+}
+
+FieldImage TransactionManager::takeStoredFields(Instance* instance) {
+    if (digestFields(instance) == instance->fingerprint)
+        return images.take(instance);
+    return readStoredFields(instance);
+}
+
+// The driver fills an object of its own with what is stored. Null when that is
+// not the state which the instance was read with: its update will fail.
+FieldImage TransactionManager::readStoredFields(Instance* instance) {
+    const std::unique_ptr<Instance> scratch(instance->getClass()->getDummy());
+    scratch->setObjectID(instance->getObjectID());
+    scratch->version = std::numeric_limits<unsigned long>::max();
+    const Instance* outer = model->scratch;
+    model->scratch = scratch.get();
+    String failure;
+    succeeds([&] { return model->driver->refresh(scratch.get()); }, failure);
+    model->scratch = outer;
+    return scratch->getVersion() == instance->getVersion() ? images.take(scratch.get()) : nullptr;
+}
+
+bool TransactionManager::isPending(const Instance* instance) {
+    return instance->pending != WithoutEntry || instance->flag(Instance::Linked);
+}
+
+bool TransactionManager::isDropped(const Instance* instance) const {
+    return instance->pending != WithoutEntry &&
+           pending[instance->pending - 1].kind == Action::Dropped;
+}
+
+bool TransactionManager::getChangedFields(const Instance* instance, FieldSet& fields) const {
+    if (instance != updating)
+        return false;
+    fields = changed;
+    return true;
+}
+
+void TransactionManager::commit() {
+    String failure;
+    bool done = applyAll(failure);
+    if (done)
+        done = succeeds([&] { return model->driver->commit(); }, failure);
+    if (done) {
+        Actions committed = finish();
+        announce(committed);
+        return;
+    }
+    if (failure.size() == 0)
+        failure = model->driver->getErrorMessage();
+    rollback();
+    Exception(Exception::ERROR, "COMFAIL", "Model::commit", failure).handle();
+}
+
+bool TransactionManager::applyAll(String& failure) {
+    for (Action& action : pending)
+        if (!succeeds([&] { return apply(action); }, failure))
+            return false;
+    return true;
+}
+
+bool TransactionManager::apply(Action& action) {
+    Instance* first = action.first;
+    action.applied = true;
+    action.firstVersion = first->getVersion();
+    switch (action.kind) {
+    case Action::Add:
+        first->fingerprint = digestFields(first);
+        return model->driver->insert(first);
+    case Action::Update:
+        return applyUpdate(action);
+    case Action::Remove:
+        first->nextVersion();
+        return model->driver->remove(first);
+    case Action::Link:
+    case Action::Unlink:
+        return applyLink(action);
+    case Action::Dropped:
+    case Action::Superseded:
+        break;
+    }
+    return true;
+}
+
+bool TransactionManager::applyUpdate(Action& action) {
+    Instance* first = action.first;
+    first->nextVersion();
+    if (action.image != nullptr) {
+        changed.clear();
+        images.compare(action.image, first, changed);
+        updating = first;
+    }
+    first->fingerprint = digestFields(first);
+    const bool done = model->driver->update(first);
+    updating = nullptr;
+    return done;
+}
+
+// The row that holds a one-reference belongs to `first`. Its version is raised
+// once in a commit: by the instance's own action where there is one, otherwise
+// by the first link.
+bool TransactionManager::applyLink(Action& action) {
+    Instance* first = action.first;
+    Instance* second = action.second;
+    action.secondVersion = second->getVersion();
+    if (isDropped(first))
+        return true;
+
+    // A partner that never came to be stored leaves an empty reference.
+    Action::Kind kind = action.kind;
+    if (isDropped(second))
+        kind = Action::Unlink;
+    Association* association = action.association;
+    const String& oneRole = association->getOneRole();
+    const String& firstRole = action.firstIsOne ? oneRole : association->getOtherRole();
+    const String& secondRole = association->getAssociatedRole(firstRole);
+    const bool holdsRow = association->getPluralityFor(firstRole) == Association::One;
+    if (isDropped(second) && !holdsRow)
+        return true;
+    const bool linkFlag =
+        holdsRow && (first->pending != WithoutEntry || first->flag(Instance::Raised));
+    if (holdsRow && !linkFlag) {
+        first->nextVersion();
+        first->setFlag(Instance::Raised, true);
+    }
+    return kind == Action::Link
+               ? model->driver->addLink(first, firstRole, second, secondRole, association,
+                                        linkFlag)
+               : model->driver->removeLink(first, firstRole, second, secondRole, association,
+                                           linkFlag);
+}
+
+void TransactionManager::rollback() {
+    String failure;
+    if (!succeeds([&] { return model->driver->rollback(); }, failure)) {
+        if (failure.size() == 0)
+            failure = model->driver->getErrorMessage();
+        finish();
+        Exception(Exception::FATAL, "ROLLFAIL", "Model::rollback", failure).handle();
+
+        // Memory and database have parted, and nothing can bring them together.
+        std::exit(1);
+    }
+    revert();
+    const std::size_t steps = pending.size();
+    if (!undoList.empty())
+        undoList.front().steps -= std::min(steps, undoList.front().steps);
+    finish();
+}
+
+void TransactionManager::revert() {
+    revertReferences();
+    for (auto action = pending.rbegin(); action != pending.rend(); ++action)
+        revertAction(*action);
+}
+
+void TransactionManager::revertReferences() {
+    for (auto entry = journal.rbegin(); entry != journal.rend(); ++entry) {
+        if (entry->kind == Remembered::One) {
+            auto* ref = static_cast<OneAssociatedInstance*>(entry->ref);
+            ref->setFetched(entry->fetched);
+            ref->setInstance(entry->instance);
+            ref->setObjectID(entry->objectID);
+            continue;
+        }
+        auto* ref = static_cast<ManyAssociatedInstances*>(entry->ref);
+        if (!ref->isFetched())
+            continue;
+        if (entry->kind == Remembered::MemberAdded)
+            ref->remove(entry->instance);
+        else if (!ref->contains(entry->instance))
+            ref->add(entry->instance);
+    }
+}
+
+void TransactionManager::revertAction(const Action& action) {
+    Instance* first = action.first;
+    if (action.applied) {
+        first->version = action.firstVersion;
+        if (action.second != nullptr)
+            action.second->version = action.secondVersion;
+    }
+    switch (action.kind) {
+    case Action::Add:
+    case Action::Dropped:
+        first->setRemoved(false);
+        first->fingerprint = action.digest;
+        model->objects->orphan(first);
+        break;
+    case Action::Update:
+    case Action::Superseded:
+        first->setRemoved(false);
+        if (action.image != nullptr)
+            images.restore(action.image, first);
+        if (action.digest != 0)
+            first->fingerprint = action.digest;
+        break;
+    case Action::Remove:
+        first->setRemoved(false);
+        break;
+    case Action::Link:
+    case Action::Unlink:
+        break;
+    }
+}
+
+TransactionManager::Actions TransactionManager::finish() {
+    constexpr std::uint32_t Passing = Instance::InTransaction | Instance::Linked | Instance::Raised;
+    for (const Action& action : pending) {
+        action.first->pending = WithoutEntry;
+        action.first->flags &= ~Passing & 0xFFU;
+        if (action.second != nullptr)
+            action.second->flags &= ~Passing & 0xFFU;
+    }
+    Actions done;
+    done.swap(pending);
+    images.clear();
+    journal.clear();
+    links.clear();
+    started = false;
+    return done;
+}
+
+// The pending instances are gone by now, so their entries are only forgotten.
+void TransactionManager::close() {
+    pending.clear();
+    images.clear();
+    journal.clear();
+    links.clear();
+    undoList.clear();
+    redoList.clear();
+}
+
+namespace {
+
+// Keeps a list known while it is worked off, also when a listener throws.
+template <class List, class Item>
+class Entered {
+public:
+    Entered(List& target, Item item) : list(target) { list.push_back(item); }
+    Entered(const Entered&) = delete;
+    Entered& operator=(const Entered&) = delete;
+    ~Entered() { list.pop_back(); }
+
+private:
+    List& list;
+};
+
+}  // namespace
+
+void TransactionManager::announce(Actions& committed) {
+    const Entered keep(announced, static_cast<const Actions*>(&committed));
+    std::exception_ptr firstFailure;
+    for (const Action& action : committed) {
+        try {
+            announceOne(action);
+        } catch (...) {
+            // The commit stands; every other listener still hears of it.
+            if (firstFailure == nullptr)
+                firstFailure = std::current_exception();
+        }
+    }
+    if (firstFailure != nullptr)
+        std::rethrow_exception(firstFailure);
+}
+
+void TransactionManager::announceOne(const Action& action) {
+    switch (action.kind) {
+    case Action::Add:
+        action.first->getClass()->fireInstanceAdded(action.first);
+        break;
+    case Action::Update:
+        action.first->getClass()->fireInstanceChanged(action.first);
+        break;
+    case Action::Remove:
+        action.first->getClass()->fireInstanceRemoved(action.first);
+        break;
+    case Action::Link:
+        action.association->fireAssociationAdded(action.first, action.second);
+        break;
+    case Action::Unlink:
+        action.association->fireAssociationRemoved(action.first, action.second);
+        break;
+    case Action::Dropped:
+    case Action::Superseded:
+        break;
+    }
+}
+
+void TransactionManager::applyPendingLinks(Instance* owner, ManyAssociatedInstances& ref,
+                                           const Association* association, const String& role) {
+    if (pending.empty() || !owner->flag(Instance::Linked))
+        return;
+    for (; links.covered < pending.size(); ++links.covered) {
+        const Action& action = pending[links.covered];
+        if (action.second == nullptr)
+            continue;
+        links.note(action.first, links.covered);
+        links.note(action.second, links.covered);
+    }
+    const std::vector<std::size_t>* own = links.find(owner);
+    if (own == nullptr)
+        return;
+    const bool ownerIsOne = role == association->getOneRole();
+    for (const std::size_t position : *own) {
+        const Action& action = pending[position];
+        if (action.association != association)
+            continue;
+        const bool ownerIsFirst = action.first == owner && action.firstIsOne == ownerIsOne;
+        if (!ownerIsFirst && !(action.second == owner && action.firstIsOne != ownerIsOne))
+            continue;
+        Instance* partner = ownerIsFirst ? action.second : action.first;
+        const bool link = action.kind == Action::Link;
+        if (ref.contains(partner) == link)
+            continue;
+        rememberMember(owner, ref, partner, link);
+        if (link)
+            ref.add(partner);
+        else
+            ref.remove(partner);
+    }
+}
+
+void TransactionManager::markInstances(Marker& marker) const {
+    const auto markActions = [&](const Actions& actions) {
+        for (const Action& action : actions) {
+            marker.mark(action.first);
+            if (action.second != nullptr)
+                marker.mark(action.second);
+        }
+    };
+    markActions(pending);
+    for (const Actions* told : announced)
+        markActions(*told);
+    for (const Remembered& entry : journal) {
+        marker.mark(entry.owner);
+        if (entry.instance != nullptr)
+            marker.mark(entry.instance);
+    }
+}
+
+}  // namespace Kes
