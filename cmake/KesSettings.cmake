@@ -1,0 +1,54 @@
+# Settings that every target of the project shares: language, visibility,
+# output folders, warnings, sanitizers and the compiler cache.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Kind of build" FORCE)
+endif()
+
+# The build tree has the layout of an installed one, so run paths relative to
+# the file that carries them are the same in both.
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+if(NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    find_program(KES_CCACHE ccache)
+    mark_as_advanced(KES_CCACHE)
+    if(KES_CCACHE)
+        set(CMAKE_CXX_COMPILER_LAUNCHER "${KES_CCACHE}")
+    endif()
+endif()
+
+if(KES_SANITIZE)
+    add_compile_options(
+        -fsanitize=address,undefined
+        -fno-sanitize-recover=undefined
+        -fno-omit-frame-pointer
+    )
+    add_link_options(-fsanitize=address,undefined)
+    # The sanitizer calls dlopen on the library's behalf, and the run path of
+    # the library then counts for nothing. Only an old-style path of the program
+    # itself is still searched.
+    add_link_options(-Wl,--disable-new-dtags)
+    set(CMAKE_BUILD_RPATH "$ORIGIN/../lib/kes")
+endif()
+
+# Gives `target` the project's warnings, as errors where KES_WERROR is on.
+function(kes_set_warnings target)
+    target_compile_options(${target} PRIVATE
+        -Wall
+        -Wextra
+        -Wpedantic
+        -Wshadow
+        -Wconversion
+        $<$<BOOL:${KES_WERROR}>:-Werror>
+    )
+endfunction()
