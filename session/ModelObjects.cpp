@@ -269,15 +269,10 @@ void Model::loadPartner(Instance* owner, OneAssociatedInstance& ref, Association
 
 void Model::loadPartners(Instance* owner, ManyAssociatedInstances& ref, Association* association,
                          const String& role) {
-    std::vector<Instance*> members;
     const Pointer<Instance> keep(owner);
+    ref.setFetched(false);
     if (owner->getObjectID() != 0 && driver != nullptr)
-        siblings->loadMembers(owner, association, role, members);
-    if (ref.isFetched())
-        ref.clear();
-    for (Instance* member : members)
-        if (!ref.contains(member))
-            ref.add(member);
+        siblings->loadMembers(owner, association, role, ref);
     ref.setFetched(true);
     transactions->applyPendingLinks(owner, ref, association, role);
 }

@@ -171,10 +171,10 @@ Instance* SiblingLoader::loadPartner(Instance* owner, unsigned long id,
 }
 
 void SiblingLoader::loadMembers(Instance* owner, Association* association, const String& role,
-                                std::vector<Instance*>& members) {
+                                ManyAssociatedInstances& ref) {
     if (model->transactions->hasPending())
         forget();
-    if (takeKept(owner, association, role, members))
+    if (takeKept(owner, association, role, ref))
         return;
     const LoadingScope scope(*this);
     Group* group = groupOf(owner);
@@ -186,16 +186,15 @@ void SiblingLoader::loadMembers(Instance* owner, Association* association, const
         if (ownersLoaded != 0 && membersLoaded != 0)
             most = std::min(most, MembersAtOnce * ownersLoaded / membersLoaded);
         if (most > 1 && loadBatch(owner, *group, most, association, role) &&
-            takeKept(owner, association, role, members))
+            takeKept(owner, association, role, ref))
             return;
     }
-    loadAlone(owner, association, role, members);
-    membersLoaded += members.size();
+    membersLoaded += loadAlone(owner, association, role, ref);
     ++ownersLoaded;
 }
 
 bool SiblingLoader::takeKept(const Instance* owner, const Association* association,
-                             const String& role, std::vector<Instance*>& members) {
+                             const String& role, ManyAssociatedInstances& ref) {
     if (keptFor != association || keptRole != role)
         return false;
     const auto found = kept.find(owner->getObjectID());
@@ -206,10 +205,10 @@ bool SiblingLoader::takeKept(const Instance* owner, const Association* associati
     for (const unsigned long id : ids) {
         Instance* member = model->objects->get(id);
         if (member == nullptr) {
-            members.clear();  // a collection has freed it: ask the database
+            ref.clear();  // a collection has freed it: ask the database
             return false;
         }
-        members.push_back(member);
+        ref.add(member);
     }
     return true;
 }
@@ -266,16 +265,20 @@ bool SiblingLoader::loadBatch(Instance* owner, Group& group, std::size_t most,
     return true;
 }
 
-void SiblingLoader::loadAlone(Instance* owner, Association* association, const String& role,
-                              std::vector<Instance*>& members) {
+// The members go straight into the reference, where a collection finds them.
+std::size_t SiblingLoader::loadAlone(Instance* owner, Association* association,
+                                     const String& role, ManyAssociatedInstances& ref) {
     const String& otherRole = association->getAssociatedRole(role);
     Class* cls = association->getClassFor(otherRole);
     Selection selection(cls);
     selection.setCondition(new OneAssociatedCondition(new Role(cls, otherRole, association),
                                                       Condition::AssociationOperator::EQUAL,
                                                       owner));
-    while (selection.next())
-        members.push_back(selection.value());
+    std::size_t count = 0;
+    for (; selection.next(); ++count)
+        if (!ref.contains(selection.value()))
+            ref.add(selection.value());
+    return count;
 }
 
 }  // namespace Kes

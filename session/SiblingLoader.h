@@ -39,9 +39,9 @@ public:
     Instance* loadPartner(Instance* owner, unsigned long id, const Association* association,
                           const String& role);
 
-    /// Appends the stored members of the owner's collection.
+    /// Adds the stored members to the owner's empty collection.
     void loadMembers(Instance* owner, Association* association, const String& role,
-                     std::vector<Instance*>& members);
+                     ManyAssociatedInstances& ref);
 
     /// Drops what was kept aside.
     void forget() { keptFor = nullptr; }
@@ -68,11 +68,11 @@ private:
                                           unsigned long wanted, const Association* association,
                                           const String& role);
     bool takeKept(const Instance* owner, const Association* association, const String& role,
-                  std::vector<Instance*>& members);
+                  ManyAssociatedInstances& ref);
     bool loadBatch(Instance* owner, Group& group, std::size_t most, Association* association,
                    const String& role);
-    void loadAlone(Instance* owner, Association* association, const String& role,
-                   std::vector<Instance*>& members);
+    std::size_t loadAlone(Instance* owner, Association* association, const String& role,
+                          ManyAssociatedInstances& ref);
 
     Model* model;
     std::array<Group, 64> groups;  // the latest; a group's place is its id modulo the size

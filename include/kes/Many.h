@@ -53,7 +53,7 @@ protected:
     class Cursor {
     public:
         Cursor() = default;
-        Cursor(const ManyReference* of, std::size_t start);
+        Cursor(const ManyReference* reference, std::size_t start);
         Cursor(const Cursor& other);
         Cursor& operator=(const Cursor& other);
         ~Cursor();
@@ -129,7 +129,7 @@ public:
         using reference = T*;
 
         Iterator() = default;
-        explicit Iterator(const ManyReference* of) : Cursor(of, 0) {}
+        explicit Iterator(const ManyReference* members) : Cursor(members, 0) {}
 
         T* operator*() const { return static_cast<T*>(this->current()); }
         Iterator& operator++() {

@@ -168,6 +168,7 @@ protected:
 
 private:
     friend class Instance;
+    friend class LinkHandler;
     friend class Removal;
     friend class SiblingLoader;
     friend class Selection;

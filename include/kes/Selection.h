@@ -89,9 +89,8 @@ private:
     friend class AssociatedClass;
 
     bool start();
-    void openCursors();
+    bool openCursors();
     bool advanceCurrent();
-    void dropCursor(int i);
     void chooseHead();
     [[nodiscard]] bool failOnDriver();
 
@@ -100,7 +99,7 @@ private:
     PtrVector<DBDriverSelection> cursors{10, 10};  // owned, in concrete-class order
     PtrList<SortOrder> sortOrders;                 // owned
     int current = 0;
-    SortHandler* sortHandler = nullptr;  // owned
+    SortHandler* sortHandler = nullptr;  // owned; null unless merging
     Pointer<Instance> currentValue;
     Condition* condition = nullptr;  // owned
     String alias;

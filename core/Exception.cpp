@@ -1,0 +1,74 @@
+#include <kes/Exception.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+
+namespace Kes {
+
+void (*Exception::myExceptionHandler)(Exception&) = Exception::defaultExceptionHandler;
+Mutex Exception::myMutex;
+
+Exception::Exception(Severity itsSeverity, const char* itsCode, const char* itsContext,
+                     const char* itsMessage)
+    : severity(itsSeverity),
+      code(copy(itsCode)),
+      context(copy(itsContext)),
+      message(copy(itsMessage)) {
+    text[0] = '\0';
+}
+
+Exception::Exception(const Exception& other)
+    : Exception(other.severity, other.code, other.context, other.message) {}
+
+Exception& Exception::operator=(const Exception& other) {
+    if (this == &other)
+        return *this;
+    Exception fresh(other);
+    severity = fresh.severity;
+    std::swap(code, fresh.code);
+    std::swap(context, fresh.context);
+    std::swap(message, fresh.message);
+    return *this;
+}
+
+Exception::~Exception() {
+    delete[] code;
+    delete[] context;
+    delete[] message;
+}
+
+char* Exception::copy(const char* s) {
+    const char* source = s != nullptr ? s : "";
+    const std::size_t size = std::strlen(source) + 1;
+    char* copied = new char[size];
+    std::memcpy(copied, source, size);
+    return copied;
+}
+
+const char* Exception::asString() {
+    const char* prefix = severity == FATAL   ? "FATAL ERROR IN "
+                         : severity == ERROR ? "ERROR IN "
+                                             : "WARNING IN ";
+    std::snprintf(text, sizeof text, "%s%s [%s] %s", prefix, context, code, message);
+    return text;
+}
+
+void Exception::handle() {
+    const MutexGuard guard(myMutex);
+    myExceptionHandler(*this);
+}
+
+void Exception::setExceptionHandler(void (*handler)(Exception&)) {
+    const MutexGuard guard(myMutex);
+    myExceptionHandler = handler;
+}
+
+void Exception::defaultExceptionHandler(Exception& e) {
+    if (e.getSeverity() != WARNING)
+        throw Exception(e);
+    std::cerr << e.asString() << std::endl;
+}
+
+}  // namespace Kes

@@ -1,0 +1,31 @@
+#include <kes/ThreadCheck.h>
+
+#include <cstdlib>
+
+#include <kes/Exception.h>
+
+#include "core/Platform.h"
+
+namespace Kes {
+
+void ThreadCheck::doit() {
+    const std::uint32_t caller = platform::currentThreadId();
+    if (owner == 0)
+        owner = caller;
+    if (owner == caller)
+        return;
+
+    Exception error(Exception::FATAL, "MTERR", "ThreadCheck::doit",
+                    "You used your model in two different thread. That is illegal");
+    error.handle();
+
+    // The handler chose to go on, but a second thread inside a model can leave
+    // its object cache and the database disagreeing. Stopping is the safe end.
+    std::exit(1);
+}
+
+void ThreadCheck::reset() {
+    owner = 0;
+}
+
+}  // namespace Kes

@@ -1,0 +1,183 @@
+#include <kes/Timestamp.h>
+
+#include "core/Platform.h"
+
+namespace Kes {
+
+namespace {
+
+constexpr long DaySeconds = 86400;
+constexpr int DaysPerMonth[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
+}  // namespace
+
+Timestamp::Timestamp() {
+    const platform::LocalTime t = platform::localTime();
+    setTime(t.year, t.month, t.day, t.hour, t.minute, t.second);
+}
+
+Timestamp::Timestamp(int year, int month, int day, int hour, int minute, int second) {
+    setTime(year, month, day, hour, minute, second);
+}
+
+Timestamp Timestamp::now() {
+    return Timestamp();
+}
+
+void Timestamp::setTime(int year, int month, int day, int hour, int minute, int second) {
+    days = getDaysFromYears(year) + getDaysFromMonths(year, month) + day - 1;
+    seconds = hour * 3600L + minute * 60L + second;
+}
+
+bool Timestamp::isLeapYear(int year) const {
+    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+}
+
+long Timestamp::getDaysFromYears(int year) const {
+    const long y = year - 1L;
+    return y * 365 + y / 4 - y / 100 + y / 400;
+}
+
+long Timestamp::getDaysFromMonths(int year, int month) const {
+    long sum = 0;
+    for (int m = 1; m < month && m <= 12; ++m)
+        sum += DaysPerMonth[m - 1];
+    return isLeapYear(year) && month > 2 ? sum + 1 : sum;
+}
+
+// Exact from the year 1 to 30 December 7900; stored values rely on this very
+// formula.
+int Timestamp::getYear() const {
+    const long v = days + 60;
+    return static_cast<int>((days - v / 1461 + v / 36524 - v / 146097) / 365 + 1);
+}
+
+int Timestamp::getMonth() const {
+    const int year = getYear();
+    long rest = days - getDaysFromYears(year);
+    int m = 0;
+    for (; rest >= 0 && m < 12; ++m) {
+        rest -= DaysPerMonth[m];
+        if (m == 1 && isLeapYear(year))
+            rest -= 1;
+    }
+    return m;
+}
+
+int Timestamp::getDate() const {
+    const int year = getYear();
+    return static_cast<int>(days - getDaysFromYears(year) - getDaysFromMonths(year, getMonth()) +
+                            1);
+}
+
+int Timestamp::getHour() const {
+    return static_cast<int>(seconds / 3600);
+}
+
+int Timestamp::getMinute() const {
+    return static_cast<int>(seconds % 3600 / 60);
+}
+
+int Timestamp::getSecond() const {
+    return static_cast<int>(seconds % 60);
+}
+
+int Timestamp::getDayOfTheWeek() const {
+    return static_cast<int>(days % 7) + 1;
+}
+
+bool Timestamp::inLeapYear() const {
+    return isLeapYear(getYear());
+}
+
+void Timestamp::setYear(int year) {
+    const int before = getYear();
+    const bool pastFebruary = getMonth() > 2;
+    days -= getDaysFromYears(before) + (isLeapYear(before) && pastFebruary ? 1 : 0);
+    days += getDaysFromYears(year) + (isLeapYear(year) && pastFebruary ? 1 : 0);
+}
+
+void Timestamp::setMonth(int month) {
+    const int year = getYear();
+    days += getDaysFromMonths(year, month) - getDaysFromMonths(year, getMonth());
+}
+
+void Timestamp::setDate(int date) {
+    days += date - getDate();
+}
+
+void Timestamp::setHour(int hour) {
+    seconds = seconds % 3600 + hour * 3600L;
+}
+
+void Timestamp::setMinute(int minute) {
+    seconds += (minute - getMinute()) * 60L;
+}
+
+void Timestamp::setSecond(int second) {
+    seconds += second - getSecond();
+}
+
+void Timestamp::addDays(int n) {
+    days += n;
+}
+
+void Timestamp::addYears(int n) {
+    setYear(getYear() + n);
+}
+
+void Timestamp::addMonths(int n) {
+    const int before = getYear();
+    int year = before;
+    int month = getMonth();
+    days -= getDaysFromMonths(year, month);
+    month += n;
+    for (; month < 1; month += 12)
+        --year;
+    for (; month > 12; month -= 12)
+        ++year;
+    if (year != before)
+        setYear(year);
+    days += getDaysFromMonths(year, month);
+}
+
+void Timestamp::addHours(int n) {
+    seconds += n * 3600L;
+    carry();
+}
+
+void Timestamp::addMinutes(int n) {
+    seconds += n * 60L;
+    carry();
+}
+
+void Timestamp::addSeconds(int n) {
+    seconds += n;
+    carry();
+}
+
+void Timestamp::carry() {
+    if (seconds / DaySeconds > 0) {
+        days += seconds / DaySeconds;
+        seconds %= DaySeconds;
+    }
+    if (seconds < 0) {
+        const long borrowed = seconds / DaySeconds - 1;
+        days += borrowed;
+        seconds -= borrowed * DaySeconds;
+    }
+}
+
+int Timestamp::compare(const Timestamp& o) const {
+    return static_cast<int>(days != o.days ? days - o.days : seconds - o.seconds);
+}
+
+long Timestamp::operator-(const Timestamp& o) const {
+    return (days - o.days) * DaySeconds + (seconds - o.seconds);
+}
+
+long Timestamp::hash(const Timestamp& t) {
+    return t.days ^ t.seconds;
+}
+
+}  // namespace Kes

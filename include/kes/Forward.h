@@ -1,0 +1,81 @@
+// All classes by name, for headers that only point to them.
+
+#pragma once
+
+namespace Kes {
+
+class AssociatedClass;
+class AssociatedOneForOne;
+class Association;
+class AssociationEvent;
+class Attribute;
+class Blob;
+class Class;
+class CombinationCondition;
+class Condition;
+class ConditionTranslator;
+class DBDriver;
+class DBDriverManager;
+class DBDriverSelection;
+class DriverCache;
+class DummyAssociatedMany;
+class EmptyHandler;
+class Exception;
+class FieldSet;
+class Handler;
+class Index;
+class InitAssocHandler;
+class InspectHandler;
+class Instance;
+class InstanceEvent;
+class Listener;
+class ManyAssociatedCondition;
+class ManyAssociatedInstances;
+class ManyReference;
+class Model;
+class ModelEvent;
+class Mutex;
+class MutexGuard;
+class ObjectCache;
+class OneAssociatedCondition;
+class OneAssociatedInstance;
+class OneReference;
+class PointerBase;
+class Role;
+class Selection;
+class SelectionDefinition;
+class SelectionState;
+class SiblingLoader;
+class SortHandler;
+class SortOrder;
+class SortValueBase;
+class String;
+class ThreadCheck;
+class Timestamp;
+class TransactionManager;
+struct DBDriverStatus;
+
+template <class T>
+class AttributeCondition;
+template <class T>
+class Many;
+template <class T>
+class One;
+template <class T>
+class Pointer;
+template <class T>
+class PtrList;
+template <class T>
+class PtrVector;
+template <class T>
+class SelectionOf;
+template <class T>
+class ValList;
+template <class K, class V>
+class ValPtrAssoc;
+template <class K, class V>
+class ValPtrHashtable;
+template <class T>
+class ValVector;
+
+}  // namespace Kes

@@ -1,0 +1,127 @@
+// Growable arrays of pointers.
+
+#pragma once
+
+#include <kes/Export.h>
+#include <kes/Forward.h>
+
+namespace Kes {
+
+/// An array of borrowed pointers that grows by a fixed increment. It owns what
+/// they point to in clearAndDelete only. Positions are not checked.
+template <class T>
+class PtrVector {
+public:
+    /// Both in entries.
+    PtrVector(int initialCapacity, int growth)
+        : capacity(initialCapacity),
+          increment(growth),
+          items(new T*[static_cast<unsigned>(initialCapacity)]) {}
+    PtrVector(const PtrVector& other) : PtrVector(other.capacity, other.increment) {
+        *this = other;
+    }
+    PtrVector& operator=(const PtrVector& other) {
+        if (this == &other)
+            return *this;
+        T** fresh = new T*[static_cast<unsigned>(other.capacity)];
+        copy(fresh, 0, other.items, 0, other.used);
+        delete[] items;
+        items = fresh;
+        capacity = other.capacity;
+        increment = other.increment;
+        used = other.used;
+        return *this;
+    }
+    virtual ~PtrVector() { delete[] items; }
+
+    void add(T* p) {
+        if (used == capacity)
+            increaseCapacity();
+        items[used++] = p;
+    }
+
+    void insert(T* p, int i) {
+        if (used == capacity)
+            increaseCapacity();
+        for (int j = used; j > i; --j)
+            items[j] = items[j - 1];
+        items[i] = p;
+        ++used;
+    }
+
+    /// Returns the pointer that was removed.
+    T* removeAt(int i) {
+        T* removed = items[i];
+        copy(items, i, items, i + 1, used - i - 1);
+        --used;
+        return removed;
+    }
+
+    /// Null when the pointer is not there.
+    T* remove(T* p) {
+        const int i = find(p);
+        return i != -1 ? removeAt(i) : nullptr;
+    }
+
+    /// Returns the pointer that was replaced.
+    T* setAt(T* p, int i) {
+        T* replaced = items[i];
+        items[i] = p;
+        return replaced;
+    }
+
+    int find(T* p, int start = 0) const {
+        for (int i = start; i < used; ++i)
+            if (items[i] == p)
+                return i;
+        return -1;
+    }
+
+    bool contains(T* p) const { return find(p) != -1; }
+    T* at(int i) const { return items[i]; }
+    T* operator[](int i) const { return items[i]; }
+
+    void setCapacity(int n) {
+        const int wanted = n > used ? n : used;
+        if (wanted != capacity)
+            reallocate(wanted);
+    }
+
+    /// Keeps the array.
+    void clear() { used = 0; }
+
+    void clearAndDelete() {
+        for (int i = 0; i < used; ++i)
+            delete items[i];
+        used = 0;
+    }
+
+    int size() const { return used; }
+
+    /// Identity: true only for the same object.
+    bool operator==(const PtrVector& other) const { return this == &other; }
+    static long hash(const PtrVector& v) { return reinterpret_cast<long>(&v); }
+
+protected:
+    static void copy(T** dst, int dstStart, T** src, int srcStart, int n) {
+        for (int i = 0; i < n; ++i)
+            dst[dstStart + i] = src[srcStart + i];
+    }
+    void increaseCapacity() { reallocate(capacity + increment); }
+
+private:
+    void reallocate(int newCapacity) {
+        T** fresh = new T*[static_cast<unsigned>(newCapacity)];
+        copy(fresh, 0, items, 0, used);
+        delete[] items;
+        items = fresh;
+        capacity = newCapacity;
+    }
+
+    int capacity;
+    int increment;
+    T** items;
+    int used = 0;
+};
+
+}  // namespace Kes

@@ -1,0 +1,126 @@
+// Growable arrays of values.
+
+#pragma once
+
+#include <kes/Export.h>
+#include <kes/Forward.h>
+
+namespace Kes {
+
+/// An array of values that grows by a fixed increment. Positions count from 0,
+/// "not found" is -1, and no position is checked.
+template <class T>
+class ValVector {
+public:
+    /// Both in entries. Allocates nothing yet.
+    ValVector(int initialCapacity, int growth) : capacity(initialCapacity), increment(growth) {}
+    ValVector(const ValVector& other) : capacity(other.capacity), increment(other.increment) {
+        *this = other;
+    }
+    ValVector& operator=(const ValVector& other) {
+        if (this == &other)
+            return *this;
+        T* fresh = new T[static_cast<unsigned>(other.capacity)];
+        copy(fresh, 0, other.items, 0, other.used);
+        delete[] items;
+        items = fresh;
+        capacity = other.capacity;
+        increment = other.increment;
+        used = other.used;
+        return *this;
+    }
+    virtual ~ValVector() { delete[] items; }
+
+    void add(const T& v) {
+        const T kept(v);  // may be an element of the array that is replaced
+        makeRoom();
+        items[used++] = kept;
+    }
+
+    void insert(const T& v, int i) {
+        const T kept(v);
+        makeRoom();
+        reverseCopy(items, i + 1, items, i, used - i);
+        items[i] = kept;
+        ++used;
+    }
+
+    /// The vacated last slot keeps its value until it is overwritten.
+    void removeAt(int i) {
+        copy(items, i, items, i + 1, used - i - 1);
+        --used;
+    }
+
+    void remove(const T& v) {
+        const int i = find(v);
+        if (i != -1)
+            removeAt(i);
+    }
+
+    int find(const T& v, int start = 0) const {
+        for (int i = start; i < used; ++i)
+            if (items[i] == v)
+                return i;
+        return -1;
+    }
+
+    bool contains(const T& v) const { return find(v) != -1; }
+    T& at(int i) const { return items[i]; }
+    T& operator[](int i) const { return items[i]; }
+
+    /// May shrink the array, down to the size.
+    void setCapacity(int n) {
+        const int wanted = n > used ? n : used;
+        if (wanted != capacity)
+            reallocate(wanted);
+    }
+
+    /// Frees the array; the capacity is kept.
+    void clear() {
+        delete[] items;
+        items = nullptr;
+        used = 0;
+    }
+
+    int size() const { return used; }
+
+    /// Identity: true only for the same object.
+    bool operator==(const ValVector& other) const { return this == &other; }
+    static long hash(const ValVector& v) { return reinterpret_cast<long>(&v); }
+
+protected:
+    static void copy(T* dst, int dstStart, T* src, int srcStart, int n) {
+        for (int i = 0; i < n; ++i)
+            dst[dstStart + i] = src[srcStart + i];
+    }
+    static void reverseCopy(T* dst, int dstStart, T* src, int srcStart, int n) {
+        for (int i = n - 1; i >= 0; --i)
+            dst[dstStart + i] = src[srcStart + i];
+    }
+    void increaseCapacity() { reallocate(items == nullptr ? capacity : capacity + increment); }
+
+private:
+    // A first array of 0 elements grows at once by the increment.
+    void makeRoom() {
+        while (items == nullptr || used == capacity)
+            increaseCapacity();
+    }
+
+    void reallocate(int newCapacity) {
+        T* fresh = new T[static_cast<unsigned>(newCapacity)];
+        copy(fresh, 0, items, 0, used);
+        delete[] items;
+        items = fresh;
+        capacity = newCapacity;
+    }
+
+    int capacity;
+    int increment;
+    T* items = nullptr;  // null until first needed
+    int used = 0;
+};
+
+extern template class KES_EXPORT ValVector<int>;
+extern template class KES_EXPORT ValVector<bool>;
+
+}  // namespace Kes

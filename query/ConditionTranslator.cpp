@@ -1,0 +1,11 @@
+#include <kes/ConditionTranslator.h>
+
+namespace Kes {
+
+ConditionTranslator::~ConditionTranslator() = default;
+
+const String ConditionTranslator::getNewAlias() {
+    return String("a") + String(aliasCounter++);
+}
+
+}  // namespace Kes

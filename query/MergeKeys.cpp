@@ -1,0 +1,126 @@
+#include "query/MergeKeys.h"
+
+#include <type_traits>
+
+#include <kes/Exception.h>
+#include <kes/Instance.h>
+#include <kes/Selection.h>
+
+namespace Kes {
+
+namespace {
+
+// -1, 0 or 1, as the sort values compare.
+template <class T>
+int compareValues(const T& a, const T& b) {
+    if constexpr (std::is_same_v<T, std::monostate>) {
+        return 0;
+    } else if constexpr (std::is_same_v<T, String>) {
+        const int order = a.compare(b);
+        return order < 0 ? -1 : order > 0 ? 1 : 0;
+    } else if constexpr (std::is_floating_point_v<T>) {
+        return !(a >= b) ? -1 : a > b ? 1 : 0;
+    } else {
+        return a < b ? -1 : a > b ? 1 : 0;
+    }
+}
+
+int compareKeys(const MergeKey& a, const MergeKey& b) {
+    return std::visit(
+        [&](const auto& value) {
+            return compareValues(value, *std::get_if<std::decay_t<decltype(value)>>(&b));
+        },
+        a);
+}
+
+bool isMissing(const MergeKey& key) {
+    return std::holds_alternative<std::monostate>(key);
+}
+
+}  // namespace
+
+MergeKeys::MergeKeys(const PtrList<SortOrder>& sortOrders) {
+    for (const SortOrder* order : sortOrders)
+        orders.push_back({order->getAttribute().getName(), order->isAscending()});
+}
+
+void MergeKeys::read(Instance* head, std::vector<MergeKey>& keys) {
+    keys.assign(orders.size(), MergeKey());
+    target = &keys;
+    head->handle(this);
+    target = nullptr;
+}
+
+bool MergeKeys::isBetter(const std::vector<MergeKey>& candidate,
+                         const std::vector<MergeKey>& best) const {
+    for (std::size_t i = 0; i < orders.size(); ++i) {
+        // Concrete classes may report a key as different kinds: undecided too.
+        if (isMissing(best[i]) || isMissing(candidate[i]) ||
+            best[i].index() != candidate[i].index())
+            return false;
+        const int order = compareKeys(best[i], candidate[i]);
+        if (order != 0)
+            return (order > 0) == orders[i].ascending;
+    }
+    return false;
+}
+
+template <class T>
+void MergeKeys::offer(const String& name, const T& value) {
+    for (std::size_t i = 0; i < orders.size(); ++i)
+        if (orders[i].name == name) {
+            (*target)[i] = value;
+            return;
+        }
+}
+
+void MergeKeys::handleULong(const String& name, unsigned long& value) {
+    offer(name, value);
+}
+
+void MergeKeys::handleLong(const String& name, long& value) {
+    offer(name, value);
+}
+
+void MergeKeys::handleString(const String& name, String& value, int) {
+    offer(name, value);
+}
+
+void MergeKeys::handleInt(const String& name, int& value) {
+    offer(name, static_cast<long>(value));
+}
+
+void MergeKeys::handleUInt(const String& name, unsigned int& value) {
+    offer(name, static_cast<unsigned long>(value));
+}
+
+void MergeKeys::handleBool(const String& name, bool&) {
+    for (const Order& order : orders)
+        if (order.name == name) {
+            Exception(Exception::ERROR, "SORTFAIL", "Selection::next",
+                      "You can not sort on boolean attributes")
+                .handle();
+            return;
+        }
+}
+
+void MergeKeys::handleFloat(const String& name, float& value) {
+    offer(name, value);
+}
+
+void MergeKeys::handleDouble(const String& name, double& value) {
+    offer(name, value);
+}
+
+void MergeKeys::handleTimestamp(const String& name, Timestamp& value) {
+    offer(name, value);
+}
+
+void MergeKeys::handleBlob(const String&, Blob&) {}
+
+void MergeKeys::handleOneAssociated(const String&, const String&, OneAssociatedInstance*,
+                                    Association::ConsistencyRule) {}
+
+void MergeKeys::handleManyAssociated(const String&, const String&, ManyAssociatedInstances*) {}
+
+}  // namespace Kes

@@ -1,0 +1,176 @@
+#include <kes/Selection.h>
+
+#include <memory>
+
+#include <kes/Association.h>
+#include <kes/Class.h>
+#include <kes/Exception.h>
+#include <kes/Instance.h>
+#include <kes/Model.h>
+#include <kes/SortHandler.h>
+
+#include "query/SelectionState.h"
+#include "session/SiblingLoader.h"
+
+namespace Kes {
+
+Selection::Selection(Class* selectedClass) : cls(selectedClass), alias("t") {}
+
+Selection::~Selection() {
+    delete definition;
+    delete sortHandler;
+    delete frozen;
+    delete condition;
+    cursors.clearAndDelete();
+    sortOrders.clearAndDelete();
+    delete state;
+}
+
+Attribute Selection::operator[](const String& name) const {
+    return Attribute(cls, name);
+}
+
+Role Selection::operator()(const String& associationName, const String& roleName) const {
+    return Role(cls, roleName, cls->getModel()->getAssociation(associationName));
+}
+
+// An unknown association is left to the query, which is then refused by name.
+Role Selection::operator()(const String& associationName) const {
+    Association* association = cls->getModel()->getAssociation(associationName);
+    if (association == nullptr)
+        return Role(cls, associationName, nullptr);
+    if (cls != association->getOneClass())
+        return Role(cls, association->getOtherRole(), association);
+    if (cls == association->getOtherClass())
+        Exception(Exception::ERROR, "SELFAIL", "Selection::operator()",
+                  "Please specify Role in recursive association condition")
+            .handle();
+    return Role(cls, association->getOneRole(), association);
+}
+
+Selection& Selection::where(const Condition& newCondition) {
+    Condition* fresh = newCondition.getNew();  // the argument may be the old one
+    delete condition;
+    condition = fresh;
+    return *this;
+}
+
+void Selection::setCondition(Condition* newCondition) {
+    condition = newCondition;
+}
+
+void Selection::orderBy(const Attribute& attribute, bool ascending) {
+    sortOrders.add(new SortOrder(attribute, ascending));
+}
+
+bool Selection::next() {
+    if (state == nullptr) {
+        if (!start())
+            return false;
+    } else if (cursors.size() > 0 && !advanceCurrent()) {
+        return false;
+    }
+    if (cursors.size() == 0)
+        return false;
+    if (state->merge != nullptr && cursors.size() > 1)
+        chooseHead();
+    currentValue = cursors[current]->getInstance();
+    if (currentValue == nullptr)
+        return failOnDriver();
+    SiblingLoader::delivered(cls->getModel(), state->siblingToken, currentValue);
+    return true;
+}
+
+bool Selection::start() {
+    state = new SelectionState;
+    if (cls == nullptr)
+        return failOnDriver();
+    frozen = new AssociatedClass(*this);
+    definition = cls->getModel()->defineSelection(frozen);
+    return definition != nullptr ? openCursors() : failOnDriver();
+}
+
+bool Selection::openCursors() {
+    const PtrList<Class> concrete = cls->getConcreteClasses();
+    for (Class* each : concrete) {
+        std::unique_ptr<DBDriverSelection> cursor(cls->getModel()->fetch(each, definition));
+        if (cursor == nullptr)
+            return failOnDriver();
+        if (cursor->next())
+            cursors.add(cursor.release());
+    }
+    if (sortOrders.size() > 0 && concrete.size() > 1) {
+        state->merge = std::make_unique<MergeKeys>(sortOrders);
+        state->heads.resize(static_cast<std::size_t>(cursors.size()));
+    }
+    return true;
+}
+
+bool Selection::advanceCurrent() {
+    const auto position = static_cast<std::size_t>(current);
+    if (state->merge != nullptr)
+        state->heads[position].known = false;
+    bool more = false;
+    try {
+        more = cursors[current]->next();
+    } catch (...) {
+        cursors.clearAndDelete();
+        throw;
+    }
+    if (more)
+        return true;
+    delete cursors.removeAt(current);
+    if (state->merge != nullptr)
+        state->heads.erase(state->heads.begin() + current);
+    current = 0;
+    return true;
+}
+
+void Selection::chooseHead() {
+    int best = 0;
+    for (int i = 0; i < cursors.size(); ++i) {
+        SelectionState::Head& head = state->heads[static_cast<std::size_t>(i)];
+        if (!head.known) {
+            if (Instance* instance = cursors[i]->getInstance())
+                state->merge->read(instance, head.keys);
+            head.known = true;
+        }
+        if (i > 0 && state->merge->isBetter(head.keys,
+                                            state->heads[static_cast<std::size_t>(best)].keys))
+            best = i;
+    }
+    current = best;
+}
+
+// Ends the selection and tells why.
+bool Selection::failOnDriver() {
+    cursors.clearAndDelete();
+    current = 0;
+    const DBDriver* opened = cls != nullptr ? cls->getModel()->getDriver() : nullptr;
+    const String reason =
+        cls == nullptr      ? String("The selection has no class")
+        : opened == nullptr ? String("The model ") + cls->getModel()->getName() + " is not open"
+                            : String(cls->getModel()->getDriver()->getErrorMessage());
+    Exception(Exception::ERROR, "SELERR", "Selection::next", reason).handle();
+    return false;
+}
+
+AssociatedClass::AssociatedClass(Selection& selection)
+    : cls(selection.cls),
+      alias(selection.alias),
+      condition(selection.condition),
+      sortOrders(selection.sortOrders) {
+    selection.setCondition(nullptr);
+}
+
+AssociatedClass::AssociatedClass(const AssociatedClass& other)
+    : cls(other.cls),
+      alias(other.alias),
+      condition(other.condition != nullptr ? other.condition->getNew() : nullptr),
+      sortOrders(other.sortOrders) {}
+
+AssociatedClass::~AssociatedClass() {
+    delete condition;
+}
+
+}  // namespace Kes
