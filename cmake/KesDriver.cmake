@@ -33,7 +33,7 @@ function(kes_add_driver_module target name)
         SUFFIX ".dll"
         LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib/kes"
         LINK_DEPENDS "${exports}"
-        BUILD_RPATH "$ORIGIN/.."
+        BUILD_WITH_INSTALL_RPATH ON
         INSTALL_RPATH "$ORIGIN/.."
     )
     kes_set_warnings(${target})
