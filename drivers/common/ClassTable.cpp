@@ -1,0 +1,161 @@
+#include "drivers/common/ClassTable.h"
+
+#include <kes/Handler.h>
+#include <kes/Instance.h>
+#include <kes/Model.h>
+
+#include "drivers/common/SqlFailure.h"
+
+namespace Kes::sql {
+
+namespace {
+
+std::string placeholders(std::size_t count) {
+    std::string list;
+    for (std::size_t i = 0; i < count; ++i)
+        list += i == 0 ? "?" : ", ?";
+    return list;
+}
+
+}  // namespace
+
+// Walks a dummy and notes its fields.
+class ClassTable::Learner final : public Handler {
+public:
+    explicit Learner(ClassTable& target) : table(target) {}
+
+    void handleULong(const String& name, unsigned long&) override { add(name, FieldKind::ULong); }
+    void handleLong(const String& name, long&) override { add(name, FieldKind::Long); }
+    void handleString(const String& name, String&, int) override { add(name, FieldKind::Text); }
+    void handleInt(const String& name, int&) override { add(name, FieldKind::Int); }
+    void handleUInt(const String& name, unsigned int&) override { add(name, FieldKind::UInt); }
+    void handleBool(const String& name, bool&) override { add(name, FieldKind::Bool); }
+    void handleFloat(const String& name, float&) override { add(name, FieldKind::Float); }
+    void handleDouble(const String& name, double&) override { add(name, FieldKind::Double); }
+    void handleTimestamp(const String& name, Timestamp&) override {
+        add(name, FieldKind::Timestamp);
+    }
+    void handleBlob(const String& name, Blob&) override { add(name, FieldKind::Blob); }
+    void handleOneAssociated(const String& association, const String& role,
+                             OneAssociatedInstance*, Association::ConsistencyRule) override {
+        add(role, FieldKind::Reference, association);
+    }
+    void handleManyAssociated(const String&, const String&, ManyAssociatedInstances*) override {}
+
+private:
+    void add(const String& name, FieldKind kind, const String& association = String()) {
+        const auto position = static_cast<int>(table.all.size());
+        Column column{static_cast<const char*>(name), kind};
+        if (kind == FieldKind::Reference)
+            column.association = table.cls->getModel()->getAssociation(association);
+        else
+            table.plain.push_back(position);
+        table.positions.emplace(column.name, position);
+        table.all.push_back(column);
+    }
+
+    ClassTable& table;
+};
+
+ClassTable::ClassTable(Class* itsClass, const Dialect& itsDialect, Connection& itsConnection)
+    : cls(itsClass), dialect(itsDialect), connection(itsConnection) {
+    const std::unique_ptr<Instance> dummy(cls->getDummy());
+    Learner learn(*this);
+    dummy->handle(&learn);
+    if (all.size() < 2 || all[IdColumn].name != "KesObjectID" ||
+        all[VersionColumn].name != "KesVersion")
+        throw SqlFailure("the class " + name() +
+                         " does not report KesObjectID and KesVersion first; let its handle "
+                         "operation call the one of its base class before anything else");
+    quotedTable = dialect.quote(name());
+    for (const Column& each : all)
+        columnList += (columnList.empty() ? "t." : ", t.") + dialect.quote(each.name);
+}
+
+int ClassTable::find(const std::string& column) const {
+    const auto found = positions.find(column);
+    return found != positions.end() ? found->second : -1;
+}
+
+std::string ClassTable::viewName(const Class* cls) {
+    return std::string(static_cast<const char*>(cls->getName())) + "_all";
+}
+
+std::string ClassTable::source() const {
+    return cls->getSubClasses().size() > 0 ? dialect.quote(viewName(cls)) : quotedTable;
+}
+
+std::string ClassTable::column(int position) const {
+    return dialect.quote(all[static_cast<std::size_t>(position)].name);
+}
+
+Statement& ClassTable::insert() {
+    if (inserting == nullptr) {
+        std::string names;
+        for (std::size_t i = 0; i < all.size(); ++i)
+            names += (i == 0 ? "" : ", ") + dialect.quote(all[i].name);
+        inserting = connection.prepare("INSERT INTO " + quotedTable + " (" + names +
+                                       ") VALUES (" + placeholders(all.size()) + ")");
+    }
+    return *inserting;
+}
+
+Statement& ClassTable::remove() {
+    if (removing == nullptr)
+        removing = connection.prepare("DELETE FROM " + quotedTable + " WHERE " +
+                                      column(IdColumn) + " = ? AND " + column(VersionColumn) +
+                                      " = ?");
+    return *removing;
+}
+
+Statement& ClassTable::versionOf() {
+    if (asking == nullptr)
+        asking = connection.prepare("SELECT " + column(VersionColumn) + " FROM " + quotedTable +
+                                    " WHERE " + column(IdColumn) + " = ?");
+    return *asking;
+}
+
+std::unique_ptr<Statement> ClassTable::takeById() {
+    if (!idPool.empty()) {
+        std::unique_ptr<Statement> taken = std::move(idPool.back());
+        idPool.pop_back();
+        return taken;
+    }
+    return connection.prepare("SELECT " + columnList + " FROM " + quotedTable + " AS t WHERE t." +
+                              column(IdColumn) + " = ?");
+}
+
+Statement& ClassTable::update(const ColumnSet& set) {
+    std::unique_ptr<Statement>& kept = updates[set];
+    if (kept == nullptr) {
+        std::string assignments;
+        for (std::size_t i = 0; i < all.size(); ++i)
+            if (i / 64 < set.size() && (set[i / 64] >> i % 64 & 1) != 0)
+                assignments +=
+                    (assignments.empty() ? "" : ", ") + dialect.quote(all[i].name) + " = ?";
+        kept = connection.prepare("UPDATE " + quotedTable + " SET " + assignments + " WHERE " +
+                                  column(IdColumn) + " = ? AND " + column(VersionColumn) + " = ?");
+    }
+    return *kept;
+}
+
+StatementPool& ClassTable::pool(const std::string& tail) {
+    // Programs have few shapes of queries; one that makes them up without end
+    // must not fill memory with them. Pools in use are found empty.
+    constexpr std::size_t mostShapes = 500;
+    if (pools.size() >= mostShapes && pools.find(tail) == pools.end())
+        for (auto& [text, statements] : pools)
+            statements.clear();
+    return pools[tail];
+}
+
+std::unique_ptr<Statement> ClassTable::take(StatementPool& from, const std::string& tail) {
+    if (from.empty())
+        return connection.prepare("SELECT " + columnList + " FROM " + quotedTable + " AS t" +
+                                  tail);
+    std::unique_ptr<Statement> taken = std::move(from.back());
+    from.pop_back();
+    return taken;
+}
+
+}  // namespace Kes::sql

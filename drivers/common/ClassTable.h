@@ -1,0 +1,100 @@
+// How one class lies in the database.
+//
+// The columns are learnt once from a dummy instance, in the order in which its
+// handle operation reports them; from then on the k-th report is the k-th
+// column, and no name is looked up per row. Statements are prepared once for
+// each shape and kept.
+
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <kes/Association.h>
+#include <kes/Class.h>
+#include <kes/String.h>
+
+#include "drivers/common/Connection.h"
+#include "drivers/common/Dialect.h"
+
+namespace Kes::sql {
+
+struct Column {
+    std::string name;
+    FieldKind kind;
+    const Association* association = nullptr;  // of references
+};
+
+/// Prepared statements of one text that no cursor uses at the moment.
+using StatementPool = std::vector<std::unique_ptr<Statement>>;
+
+/// Columns by position, as a set of bits.
+using ColumnSet = std::vector<std::uint64_t>;
+
+class ClassTable {
+public:
+    static constexpr int IdColumn = 0;
+    static constexpr int VersionColumn = 1;
+
+    ClassTable(Class* itsClass, const Dialect& itsDialect, Connection& itsConnection);
+    ClassTable(const ClassTable&) = delete;
+    ClassTable& operator=(const ClassTable&) = delete;
+
+    Class* getClass() const { return cls; }
+    std::string name() const { return static_cast<const char*>(cls->getName()); }
+    const std::vector<Column>& columns() const { return all; }
+
+    /// -1 when the class has no such column.
+    int find(const std::string& column) const;
+
+    /// The column of the n-th plain field.
+    int columnOfField(std::size_t field) const { return plain[field]; }
+    std::size_t fieldCount() const { return plain.size(); }
+
+    /// Quoted names. The source of a query is the view where sub classes exist.
+    const std::string& table() const { return quotedTable; }
+    std::string source() const;
+    std::string column(int position) const;
+
+    /// All columns of the alias "t", separated by commas.
+    const std::string& selectList() const { return columnList; }
+
+    Statement& insert();
+    Statement& remove();    // parameters: id, version
+    Statement& versionOf();  // parameter: id
+    StatementPool& byId() { return idPool; }
+    std::unique_ptr<Statement> takeById();
+
+    /// Sets the columns of the set; the id and the old version follow.
+    Statement& update(const ColumnSet& set);
+
+    /// `tail` is what follows the select list and the table.
+    StatementPool& pool(const std::string& tail);
+    std::unique_ptr<Statement> take(StatementPool& from, const std::string& tail);
+
+    static std::string viewName(const Class* cls);
+
+private:
+    class Learner;
+
+    Class* cls;
+    const Dialect& dialect;
+    Connection& connection;
+    std::vector<Column> all;
+    std::vector<int> plain;
+    std::unordered_map<std::string, int> positions;
+    std::string quotedTable;
+    std::string columnList;
+    std::unique_ptr<Statement> inserting;
+    std::unique_ptr<Statement> removing;
+    std::unique_ptr<Statement> asking;
+    std::map<ColumnSet, std::unique_ptr<Statement>> updates;
+    StatementPool idPool;
+    std::unordered_map<std::string, StatementPool> pools;
+};
+
+}  // namespace Kes::sql

@@ -1,0 +1,63 @@
+// What databases disagree about, with standard SQL as the default.
+
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace Kes::sql {
+
+enum class FieldKind {
+    ULong,
+    Long,
+    Text,
+    Int,
+    UInt,
+    Bool,
+    Float,
+    Double,
+    Timestamp,
+    Blob,
+    Reference  // a one-reference: the partner's object id, or NULL
+};
+
+class Dialect {
+public:
+    virtual ~Dialect() = default;
+
+    /// The driver's name, as its messages begin.
+    virtual std::string name() const = 0;
+    virtual std::string quote(const std::string& identifier) const;
+    virtual std::string typeOf(FieldKind kind) const;
+    virtual std::string idType() const { return "BIGINT NOT NULL PRIMARY KEY"; }
+
+    /// What follows the column list of a link table.
+    virtual std::string linkTableOptions() const { return ""; }
+
+    /// Inserts a row that may be there already; `rest` is the table, the
+    /// columns and the values.
+    virtual std::string insertOrKeep(const std::string& rest) const;
+
+    /// A case-sensitive match of two operands, with \ as the escape.
+    virtual std::string like(const std::string& left, const std::string& right) const;
+
+    /// A query for the columns of a table, names first and types second; its
+    /// parameter is the table's name. No rows when there is no such table.
+    virtual std::string columnsOf() const;
+    virtual std::string dropView(const std::string& quotedName) const;
+    virtual std::string renameTable(const std::string& quotedFrom,
+                                    const std::string& quotedTo) const;
+
+    /// Why the database cannot hold the name of a table, column or index; empty
+    /// when it can.
+    virtual std::string nameFault(const std::string& identifier) const;
+
+    /// Two names with the same folding are one to the database.
+    virtual std::string fold(const std::string& identifier) const { return identifier; }
+    virtual std::size_t mostColumns() const { return 1000; }
+
+    /// The largest text or blob, in bytes.
+    virtual std::size_t largestValue() const { return 1000000000; }
+};
+
+}  // namespace Kes::sql

@@ -1,0 +1,87 @@
+// Binding an instance's fields to the parameters of a statement.
+
+#pragma once
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include <kes/Handler.h>
+
+#include "drivers/common/ClassTable.h"
+#include "drivers/common/TextForms.h"
+
+namespace Kes::sql {
+
+/// What a link puts into a reference column.
+struct LinkValue {
+    int column;
+    unsigned long partner;  // 0 for none
+    const Instance* check;  // the partner, when somebody may have removed it
+};
+
+/// Walks an instance and binds the wanted columns straight from its members.
+///
+/// Throws SqlFailure, with class, field and object named, for a value that the
+/// databases do not all keep exactly.
+class FieldBinder final : public Handler {
+public:
+    explicit FieldBinder(const Dialect& itsDialect) : dialect(itsDialect) {}
+
+    /// All columns, in order. References come from the links, else from what
+    /// the instance holds in memory.
+    void bindAll(Statement& target, const ClassTable& itsTable, Instance* instance,
+                 const std::vector<LinkValue>& itsLinks);
+
+    /// The columns of the set, in order, one parameter each. Returns the number
+    /// of parameters.
+    int bindSome(Statement& target, const ClassTable& itsTable, Instance* instance,
+                 const std::vector<LinkValue>& itsLinks, const ColumnSet& itsSet);
+
+    void handleULong(const String& name, unsigned long& value) override;
+    void handleLong(const String& name, long& value) override;
+    void handleString(const String& name, String& value, int length) override;
+    void handleInt(const String& name, int& value) override;
+    void handleUInt(const String& name, unsigned int& value) override;
+    void handleBool(const String& name, bool& value) override;
+    void handleFloat(const String& name, float& value) override;
+    void handleDouble(const String& name, double& value) override;
+    void handleTimestamp(const String& name, Timestamp& value) override;
+    void handleBlob(const String& name, Blob& value) override;
+    void handleOneAssociated(const String& association, const String& role,
+                             OneAssociatedInstance* ref,
+                             Association::ConsistencyRule rule) override;
+    void handleManyAssociated(const String& association, const String& role,
+                              ManyAssociatedInstances* ref) override;
+
+private:
+    void start(Statement& target, const ClassTable& itsTable, Instance* instance,
+               const std::vector<LinkValue>& itsLinks);
+
+    // The parameter for the next column, or -1 when it is not wanted.
+    int nextParameter();
+    void bindInteger(std::int64_t value);
+    void bindReal(const String& name, double value);
+    [[noreturn]] void refuse(const String& name, const std::string& why) const;
+
+    const Dialect& dialect;
+    Statement* statement = nullptr;
+    const ClassTable* table = nullptr;
+    const Instance* bound = nullptr;
+    const std::vector<LinkValue>* links = nullptr;
+    const ColumnSet* set = nullptr;  // null for all columns
+    int column = 0;
+    int parameter = 0;
+
+    // Formatted values of the row that is being bound.
+    struct Formatted {
+        char text[TimestampSize + 1];
+    };
+    std::deque<Formatted> formatted;
+    std::size_t formattedUsed = 0;
+};
+
+/// Says why a number of this kind is refused; empty when it is not.
+std::string faultOf(double value);
+
+}  // namespace Kes::sql

@@ -1,0 +1,47 @@
+// The names that a model needs in a database.
+//
+// Tables, views, link tables and indexes share one space of names. All of them
+// are known before anything is made, so that a name that the database cannot
+// hold, or that two owners want, is refused with the owners named.
+
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include <kes/Model.h>
+
+#include "drivers/common/Tables.h"
+
+namespace Kes::sql {
+
+/// One index of one table.
+struct IndexPlan {
+    std::string name;
+    std::vector<std::string> columns;
+    bool unique;
+};
+
+class Names {
+public:
+    explicit Names(const Dialect& itsDialect) : dialect(itsDialect) {}
+
+    /// Throws SqlFailure when some name of the model is not possible.
+    void check(const Model& model, Tables& tables);
+
+    /// The indexes of a class's table: one per one-reference, then the declared
+    /// ones, inherited ones included. Throws SqlFailure for a list that does
+    /// not fit the class.
+    static std::vector<IndexPlan> indexesOf(const ClassTable& table);
+
+private:
+    void claim(const std::string& name, const std::string& owner);
+    void checkColumns(const ClassTable& table);
+    void checkAssociation(const Association& association);
+
+    const Dialect& dialect;
+    std::map<std::string, std::pair<std::string, std::string>> owners;  // by folded name
+};
+
+}  // namespace Kes::sql

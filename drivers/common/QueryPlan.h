@@ -1,0 +1,44 @@
+// A compiled query.
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include <kes/DBDriver.h>
+
+#include "drivers/common/Connection.h"
+
+namespace Kes::sql {
+
+using Parameter = std::variant<std::int64_t, double, std::string>;
+
+inline void bindParameter(Statement& statement, int position, const Parameter& value) {
+    if (const auto* integer = std::get_if<std::int64_t>(&value))
+        statement.bind(position, *integer);
+    else if (const auto* real = std::get_if<double>(&value))
+        statement.bind(position, *real);
+    else
+        statement.bindText(position, std::get<std::string>(value).data(),
+                           std::get<std::string>(value).size());
+}
+
+/// What all concrete classes of a query share.
+struct QueryPlan {
+    std::string tail;  // what follows the table: condition and order
+    std::vector<Parameter> parameters;
+    bool isById = false;  // the only condition is an object id, the only parameter
+};
+
+/// Cursors share the plan, so they outlive the definition.
+class SqlDefinition final : public SelectionDefinition {
+public:
+    explicit SqlDefinition(std::shared_ptr<const QueryPlan> itsPlan) : plan(std::move(itsPlan)) {}
+
+    const std::shared_ptr<const QueryPlan> plan;
+};
+
+}  // namespace Kes::sql

@@ -1,0 +1,134 @@
+#include "drivers/common/RowLoader.h"
+
+#include <cassert>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include <kes/Blob.h>
+#include <kes/Instance.h>
+#include <kes/ManyAssociatedInstances.h>
+#include <kes/OneAssociatedInstance.h>
+#include <kes/Timestamp.h>
+
+#include "drivers/common/SqlFailure.h"
+#include "drivers/common/TextForms.h"
+
+namespace Kes::sql {
+
+void RowLoader::load(Row& source, const ClassTable& itsTable, Instance* instance) {
+    row = &source;
+    table = &itsTable;
+    column = 0;
+    instance->handle(this);
+}
+
+void RowLoader::refuse(const String& name, const char* wanted) const {
+    throw SqlFailure("the stored value of the field " +
+                     std::string(static_cast<const char*>(name)) + " of the " + table->name() +
+                     " object " + std::to_string(row->integer(ClassTable::IdColumn)) + " is no " +
+                     wanted + "; mend the row in the database");
+}
+
+template <class T>
+void RowLoader::loadInteger(const String& name, T& value) {
+    // The order of the fields is the order of the columns, on every walk.
+    assert(table->columns()[static_cast<std::size_t>(column)].name ==
+           static_cast<const char*>(name));
+    // A value's kind is asked first: reading it may convert it.
+    const bool isInteger = row->kind(column) == Row::Integer;
+    const std::int64_t stored = row->integer(column);
+    if (!isInteger || !std::in_range<T>(stored))
+        refuse(name, "integer that the field can hold");
+    value = static_cast<T>(stored);
+    ++column;
+}
+
+void RowLoader::handleULong(const String& name, unsigned long& value) {
+    loadInteger(name, value);
+}
+
+void RowLoader::handleLong(const String& name, long& value) {
+    loadInteger(name, value);
+}
+
+void RowLoader::handleInt(const String& name, int& value) {
+    loadInteger(name, value);
+}
+
+void RowLoader::handleUInt(const String& name, unsigned int& value) {
+    loadInteger(name, value);
+}
+
+void RowLoader::handleBool(const String& name, bool& value) {
+    const bool isInteger = row->kind(column) == Row::Integer;
+    const std::int64_t stored = row->integer(column);
+    if (!isInteger || (stored != 0 && stored != 1))
+        refuse(name, "0 or 1");
+    value = stored == 1;
+    ++column;
+}
+
+double RowLoader::loadReal(const String& name) {
+    const Row::Kind kind = row->kind(column);
+    if (kind != Row::Real && kind != Row::Integer)
+        refuse(name, "number");
+    return row->real(column++);
+}
+
+void RowLoader::handleFloat(const String& name, float& value) {
+    value = static_cast<float>(loadReal(name));
+}
+
+void RowLoader::handleDouble(const String& name, double& value) {
+    value = loadReal(name);
+}
+
+void RowLoader::handleString(const String& name, String& value, int) {
+    std::size_t size = 0;
+    const bool isText = row->kind(column) == Row::Text;
+    const char* text = row->text(column, size);
+    if (!isText || std::strlen(text) != size)
+        refuse(name, "text without NUL bytes");
+    value = text;
+    ++column;
+}
+
+void RowLoader::handleTimestamp(const String& name, Timestamp& value) {
+    std::size_t size = 0;
+    const char* text = row->text(column, size);
+    if (!readTimestamp(text, size, value))
+        refuse(name, "time of the form YYYY-MM-DD HH:MM:SS");
+    ++column;
+}
+
+void RowLoader::handleBlob(const String& name, Blob& value) {
+    const Row::Kind kind = row->kind(column);
+    if (kind == Row::Null) {
+        value.setEmpty();
+        ++column;
+        return;
+    }
+    std::size_t size = 0;
+    const void* bytes = row->bytes(column, size);
+    if (kind != Row::Bytes || size > static_cast<std::size_t>(std::numeric_limits<int>::max()))
+        refuse(name, "blob of at most 2147483647 bytes");
+    value.setData(bytes, static_cast<int>(size));
+    ++column;
+}
+
+void RowLoader::handleOneAssociated(const String&, const String& role, OneAssociatedInstance* ref,
+                                    Association::ConsistencyRule) {
+    const Row::Kind kind = row->kind(column);
+    if (kind != Row::Null && kind != Row::Integer)
+        refuse(role, "object id");
+    ref->setFetched(false);
+    ref->setObjectID(kind == Row::Null ? 0 : static_cast<unsigned long>(row->integer(column)));
+    ++column;
+}
+
+void RowLoader::handleManyAssociated(const String&, const String&, ManyAssociatedInstances* ref) {
+    ref->setFetched(false);
+}
+
+}  // namespace Kes::sql

@@ -1,0 +1,353 @@
+#include "drivers/common/SqlDriver.h"
+
+#include <new>
+#include <vector>
+
+#include <kes/Class.h>
+#include <kes/Exception.h>
+#include <kes/Instance.h>
+#include <kes/Model.h>
+
+#include "drivers/common/SqlFailure.h"
+#include "drivers/common/SqlSelection.h"
+#include "drivers/common/SqlTranslator.h"
+
+namespace Kes::sql {
+
+SqlDriver::Session::Session(std::unique_ptr<Connection> itsConnection, const Dialect& itsDialect)
+    : connection(std::move(itsConnection)),
+      tables(itsDialect, *connection),
+      schema(tables, itsDialect, *connection),
+      queue(tables, itsDialect, *connection),
+      ids(*connection) {}
+
+SqlDriver::SqlDriver(std::unique_ptr<Dialect> itsDialect) : dialect(std::move(itsDialect)) {}
+
+SqlDriver::~SqlDriver() {
+    for (SqlSelection* cursor : std::vector<SqlSelection*>(cursors.begin(), cursors.end()))
+        cursor->abandon();
+}
+
+std::string SqlDriver::describe(const std::string& attempt, const std::string& words) const {
+    return dialect->name() + ": " + attempt + ": " + words;
+}
+
+std::string SqlDriver::nameOf(const Instance* instance) {
+    return std::string(static_cast<const char*>(instance->getClass()->getName())) + " object " +
+           std::to_string(instance->getObjectID());
+}
+
+// Runs the work of a slot; whatever it throws becomes the message.
+template <class Work>
+bool SqlDriver::attempt(const std::string& what, Work work) {
+    std::string words;
+    try {
+        if (session != nullptr) {
+            work();
+            return true;
+        }
+        words = "the driver is not open";
+    } catch (const Exception& raised) {
+        words = raised.getMessage();
+    } catch (const std::exception& failure) {
+        words = failure.what();
+    }
+    message = describe(what, words).c_str();
+    return false;
+}
+
+bool SqlDriver::open(const String& source, const String& password, const String& user,
+                     const String& options) {
+    const std::string what = "opening \"" + std::string(static_cast<const char*>(source)) + "\"";
+    try {
+        session = std::make_unique<Session>(connect(source, password, user, options), *dialect);
+        if (trace != nullptr)
+            session->connection->traceTo(trace);
+        session->schema.prepare(mayWrite());
+        return true;
+    } catch (const std::exception& failure) {
+        message = describe(what, failure.what()).c_str();
+    }
+    session.reset();
+    return false;
+}
+
+bool SqlDriver::close() {
+    if (session == nullptr)
+        return true;
+    for (SqlSelection* cursor : std::vector<SqlSelection*>(cursors.begin(), cursors.end()))
+        cursor->abandon();
+    const bool done = attempt("closing", [&] { session->connection->rollback(); });
+    session.reset();
+    return done;
+}
+
+int SqlDriver::getVersion(const String& name, const String& kind) {
+    int version = 0;
+    attempt("reading a version", [&] {
+        version = session->schema.getVersion(static_cast<const char*>(name),
+                                             static_cast<const char*>(kind));
+    });
+    return version;
+}
+
+// The slot has no result: a failure shows at the commit that follows, because
+// the transaction is gone by then.
+void SqlDriver::setVersion(const String& name, int version, const String& kind) {
+    const bool done = attempt("writing the version of " +
+                                  std::string(static_cast<const char*>(name)),
+                              [&] {
+                                  prepareToWrite();
+                                  session->schema.setVersion(static_cast<const char*>(name),
+                                                             version,
+                                                             static_cast<const char*>(kind));
+                              });
+    if (!done)
+        versionFailed = true;
+}
+
+bool SqlDriver::schemaStep(const std::string& what, void (SqlSchema::*step)(Class*), Class* cls) {
+    return attempt(what + " " + static_cast<const char*>(cls->getName()), [&] {
+        prepareToWrite();
+        (session->schema.*step)(cls);
+    });
+}
+
+bool SqlDriver::beginClassUpdate(Class* cls) {
+    return schemaStep("preparing the table of", &SqlSchema::beginClassUpdate, cls);
+}
+
+bool SqlDriver::createClass(Class* cls) {
+    return schemaStep("making the table of", &SqlSchema::createClass, cls);
+}
+
+bool SqlDriver::endClassUpdate(Class* cls) {
+    return schemaStep("upgrading the table of", &SqlSchema::endClassUpdate, cls);
+}
+
+bool SqlDriver::createView(Class* cls) {
+    return schemaStep("making the view of", &SqlSchema::createView, cls);
+}
+
+bool SqlDriver::createAssociation(Association* association) {
+    return attempt("making the table of " +
+                       std::string(static_cast<const char*>(association->getName())),
+                   [&] {
+                       prepareToWrite();
+                       session->schema.createAssociation(association);
+                   });
+}
+
+const String& SqlDriver::getErrorMessage() {
+    return message;
+}
+
+const DBDriverStatus* SqlDriver::getStatus() {
+    return &status;
+}
+
+unsigned long SqlDriver::newObjectID() {
+    unsigned long id = 0;
+    attempt("taking object ids", [&] {
+        if (session->ids.needsBlock() && !session->connection->inTransaction())
+            settleCursors();
+        id = session->ids.take();
+    });
+    return id;
+}
+
+// An open cursor would pin an old snapshot, in which nothing can be written,
+// and would see rows that the transaction changes.
+void SqlDriver::prepareToWrite() {
+    if (session->connection->inTransaction())
+        return;
+    settleCursors();
+    session->connection->begin();
+}
+
+void SqlDriver::settleCursors() {
+    if (settling)
+        return;
+    settling = true;
+    try {
+        for (SqlSelection* cursor : std::vector<SqlSelection*>(cursors.begin(), cursors.end()))
+            cursor->settle();
+    } catch (...) {
+        settling = false;
+        throw;
+    }
+    settling = false;
+}
+
+void SqlDriver::flush() {
+    if (session->queue.isEmpty())
+        return;
+    prepareToWrite();
+    session->queue.flush();
+}
+
+void SqlDriver::beforeReading() {
+    flush();
+}
+
+bool SqlDriver::commit() {
+    return attempt("committing", [&] {
+        if (versionFailed)
+            throw SqlFailure("a version could not be written");
+        flush();
+        if (session->connection->inTransaction())
+            session->connection->commit();
+        session->queue.clear();
+        session->ids.noteCommit();
+        session->schema.forget();
+    });
+}
+
+bool SqlDriver::rollback() {
+    return attempt("rolling back", [&] {
+        versionFailed = false;
+        session->queue.clear();
+        session->ids.noteRollback();
+        session->schema.forget();
+        settleCursors();
+        session->connection->rollback();
+    });
+}
+
+bool SqlDriver::insert(Instance* instance) {
+    return attempt("writing", [&] {
+        session->queue.insert(instance);
+        if (session->queue.isFull())
+            flush();
+    });
+}
+
+bool SqlDriver::update(Instance* instance) {
+    return attempt("writing", [&] {
+        session->queue.update(instance);
+        if (session->queue.isFull())
+            flush();
+    });
+}
+
+bool SqlDriver::remove(Instance* instance) {
+    return attempt("writing", [&] {
+        session->queue.remove(instance);
+        if (session->queue.isFull())
+            flush();
+    });
+}
+
+bool SqlDriver::link(bool made, Instance* first, const String& firstRole, Instance* second,
+                     const String& secondRole, Association* association, bool linkFlag) {
+    return attempt("writing", [&] {
+        session->queue.link(made, first, firstRole, second, secondRole, association, linkFlag);
+        if (session->queue.isFull())
+            flush();
+    });
+}
+
+bool SqlDriver::addLink(Instance* first, const String& firstRole, Instance* second,
+                        const String& secondRole, Association* association, bool linkFlag) {
+    return link(true, first, firstRole, second, secondRole, association, linkFlag);
+}
+
+bool SqlDriver::removeLink(Instance* first, const String& firstRole, Instance* second,
+                           const String& secondRole, Association* association, bool linkFlag) {
+    return link(false, first, firstRole, second, secondRole, association, linkFlag);
+}
+
+bool SqlDriver::refresh(Instance* instance) {
+    bool unchanged = true;
+    const bool done = attempt("refreshing the " + nameOf(instance), [&] {
+        beforeReading();
+        if (!session->connection->inTransaction())
+            settleCursors();
+        unchanged = refreshFrom(instance);
+    });
+    if (!done) {
+        // Neither changed nor removed: that is not for a flag to say.
+        const String words = message;
+        Exception(Exception::ERROR, "REFFAIL", "Instance::refresh", words).handle();
+        return true;
+    }
+    return unchanged;
+}
+
+bool SqlDriver::refreshFrom(Instance* instance) {
+    ClassTable& table = session->tables.of(instance->getClass());
+    std::unique_ptr<Statement> reading = table.takeById();
+    reading->bind(0, static_cast<std::int64_t>(instance->getObjectID()));
+    const bool isStored = reading->step();
+    const auto stored =
+        isStored ? static_cast<unsigned long>(reading->integer(ClassTable::VersionColumn)) : 0;
+    status.code = !isStored                         ? DBDriverStatus::Removed
+                  : stored == instance->getVersion() ? DBDriverStatus::Unchanged
+                                                     : DBDriverStatus::Changed;
+    Model* model = instance->getClass()->getModel();
+    if (status.code == DBDriverStatus::Changed && !model->isPending(instance)) {
+        const bool isFiled = model->get(instance->getObjectID()) == instance;
+        rowLoader.load(*reading, table, instance);
+        if (isFiled)
+            model->set(instance);
+    }
+    reading->reset();
+    table.byId().push_back(std::move(reading));
+    return status.code == DBDriverStatus::Unchanged;
+}
+
+bool SqlDriver::lock(Instance* instance) {
+    return attempt("locking the " + nameOf(instance), [&] {
+        beforeReading();
+        prepareToWrite();
+        Statement& asking = session->tables.of(instance->getClass()).versionOf();
+        asking.bind(0, static_cast<std::int64_t>(instance->getObjectID()));
+        const bool isStored = asking.step();
+        const auto stored = isStored ? static_cast<unsigned long>(asking.integer(0)) : 0;
+        asking.reset();
+        if (!isStored)
+            throw SqlFailure("it is not stored: somebody else has removed it, or it was never "
+                             "committed");
+        if (stored != instance->getVersion())
+            throw SqlFailure("somebody else has changed it: version " + std::to_string(stored) +
+                             " is stored and version " + std::to_string(instance->getVersion()) +
+                             " was read; refresh it and try again");
+    });
+}
+
+SelectionDefinition* SqlDriver::defineSelection(AssociatedClass* associatedClass) {
+    SelectionDefinition* definition = nullptr;
+    attempt("selecting " +
+                std::string(static_cast<const char*>(associatedClass->getClass()->getName())) +
+                " objects",
+            [&] {
+                SqlTranslator translator(session->tables, *dialect);
+                definition = new SqlDefinition(translator.render(*associatedClass));
+            });
+    return definition;
+}
+
+DBDriverSelection* SqlDriver::fetch(Class* cls, SelectionDefinition* definition) {
+    DBDriverSelection* cursor = nullptr;
+    attempt("selecting " + std::string(static_cast<const char*>(cls->getName())) + " objects",
+            [&] {
+                beforeReading();
+                cursor = new SqlSelection(this, session->tables.of(cls),
+                                          static_cast<SqlDefinition*>(definition)->plan);
+            });
+    return cursor;
+}
+
+void SqlDriver::traceSQLTo(std::ostream& stream) {
+    trace = &stream;
+    if (session != nullptr)
+        session->connection->traceTo(trace);
+}
+
+void SqlDriver::disableSQLTrace() {
+    trace = nullptr;
+    if (session != nullptr)
+        session->connection->traceTo(nullptr);
+}
+
+}  // namespace Kes::sql

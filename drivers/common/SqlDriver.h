@@ -1,0 +1,111 @@
+// Every slot of a driver, over a connection and a dialect.
+
+#pragma once
+
+#include <memory>
+#include <ostream>
+#include <string>
+#include <unordered_set>
+
+#include <kes/DBDriver.h>
+
+#include "drivers/common/Connection.h"
+#include "drivers/common/Dialect.h"
+#include "drivers/common/IdSource.h"
+#include "drivers/common/RowLoader.h"
+#include "drivers/common/SqlSchema.h"
+#include "drivers/common/Tables.h"
+#include "drivers/common/WriteQueue.h"
+
+namespace Kes::sql {
+
+class SqlSelection;
+
+/// A concrete driver derives from it and says how to connect.
+class SqlDriver : public DBDriver {
+public:
+    ~SqlDriver() override;
+
+    bool open(const String& source, const String& password, const String& user,
+              const String& options) final;
+    bool close() final;
+    int getVersion(const String& name, const String& kind) final;
+    void setVersion(const String& name, int version, const String& kind) final;
+    bool createClass(Class* cls) final;
+    bool beginClassUpdate(Class* cls) final;
+    bool endClassUpdate(Class* cls) final;
+    bool createView(Class* cls) final;
+    bool createAssociation(Association* association) final;
+    const String& getErrorMessage() final;
+    const DBDriverStatus* getStatus() final;
+    unsigned long newObjectID() final;
+    bool commit() final;
+    bool rollback() final;
+    bool addLink(Instance* first, const String& firstRole, Instance* second,
+                 const String& secondRole, Association* association, bool linkFlag) final;
+    bool insert(Instance* instance) final;
+    bool update(Instance* instance) final;
+    bool removeLink(Instance* first, const String& firstRole, Instance* second,
+                    const String& secondRole, Association* association, bool linkFlag) final;
+    bool remove(Instance* instance) final;
+    bool refresh(Instance* instance) final;
+    bool lock(Instance* instance) final;
+    SelectionDefinition* defineSelection(AssociatedClass* associatedClass) final;
+    DBDriverSelection* fetch(Class* cls, SelectionDefinition* definition) final;
+    void traceSQLTo(std::ostream& stream) final;
+    void disableSQLTrace() final;
+
+    // --- for cursors ---
+
+    void enter(SqlSelection* cursor) { cursors.insert(cursor); }
+    void leave(SqlSelection* cursor) { cursors.erase(cursor); }
+    RowLoader& loader() { return rowLoader; }
+    std::string describe(const std::string& attempt, const std::string& words) const;
+
+protected:
+    explicit SqlDriver(std::unique_ptr<Dialect> itsDialect);
+
+    /// Connects as the texts say. Throws SqlFailure.
+    virtual std::unique_ptr<Connection> connect(const String& source, const String& password,
+                                                const String& user, const String& options) = 0;
+
+    /// Whether the connection that was just made may write.
+    virtual bool mayWrite() const { return true; }
+    Dialect& getDialect() { return *dialect; }
+
+private:
+    // What belongs to one connection.
+    struct Session {
+        Session(std::unique_ptr<Connection> itsConnection, const Dialect& itsDialect);
+
+        std::unique_ptr<Connection> connection;
+        Tables tables;
+        SqlSchema schema;
+        WriteQueue queue;
+        IdSource ids;
+    };
+
+    template <class Work>
+    bool attempt(const std::string& what, Work work);
+    void prepareToWrite();
+    void settleCursors();
+    void flush();
+    void beforeReading();
+    bool link(bool made, Instance* first, const String& firstRole, Instance* second,
+              const String& secondRole, Association* association, bool linkFlag);
+    bool schemaStep(const std::string& what, void (SqlSchema::*step)(Class*), Class* cls);
+    bool refreshFrom(Instance* instance);
+    static std::string nameOf(const Instance* instance);
+
+    std::unique_ptr<Dialect> dialect;
+    std::unique_ptr<Session> session;  // null while closed
+    std::unordered_set<SqlSelection*> cursors;
+    RowLoader rowLoader;
+    String message;
+    DBDriverStatus status;
+    bool settling = false;
+    bool versionFailed = false;
+    std::ostream* trace = nullptr;  // borrowed
+};
+
+}  // namespace Kes::sql

@@ -1,0 +1,61 @@
+// Making and upgrading the schema.
+//
+// A class whose table exists gets its new table under another name first; the
+// rows are moved over, and only then does the new table take the place of the
+// old one. All steps of a synchronisation lie in one transaction.
+
+#pragma once
+
+#include <set>
+#include <string>
+
+#include <kes/Association.h>
+#include <kes/Class.h>
+
+#include "drivers/common/Names.h"
+#include "drivers/common/Tables.h"
+
+namespace Kes::sql {
+
+class SqlSchema {
+public:
+    /// The storage format that this driver reads and writes.
+    static constexpr int Format = 1;
+
+    SqlSchema(Tables& itsTables, const Dialect& itsDialect, Connection& itsConnection)
+        : tables(itsTables), dialect(itsDialect), connection(itsConnection) {}
+
+    /// Throws SqlFailure for a database of a newer format. With `mayWrite` the
+    /// library's own tables are made where they are missing.
+    void prepare(bool mayWrite);
+
+    int getVersion(const std::string& name, const std::string& kind);
+    void setVersion(const std::string& name, int version, const std::string& kind);
+
+    /// Called in a write transaction.
+    void beginClassUpdate(Class* cls);
+    void createClass(Class* cls);
+    void endClassUpdate(Class* cls);
+    void createView(Class* cls);
+    void createAssociation(const Association* association);
+
+    /// Forgets what the synchronisation under way has done.
+    void forget();
+
+private:
+    bool exists(const std::string& table);
+    bool isReplaced(const Class* cls) const { return replaced.count(cls) != 0; }
+    bool isDone(const Class* cls) const { return finished.count(cls) != 0; }
+    std::string newName(const Class* cls) const;
+    void createIndexes(const ClassTable& table);
+    void dropViewsOf(const Class* cls);
+
+    Tables& tables;
+    const Dialect& dialect;
+    Connection& connection;
+    std::set<const Class*> replaced;  // whose old table is still there
+    std::set<const Class*> finished;  // that another process has upgraded
+    bool namesChecked = false;
+};
+
+}  // namespace Kes::sql

@@ -1,0 +1,129 @@
+#include "drivers/common/SqlSelection.h"
+
+#include <kes/Class.h>
+#include <kes/Exception.h>
+#include <kes/Model.h>
+
+#include "drivers/common/SqlDriver.h"
+#include "drivers/common/SqlFailure.h"
+
+namespace Kes::sql {
+
+SqlSelection::SqlSelection(SqlDriver* itsDriver, ClassTable& itsTable,
+                           std::shared_ptr<const QueryPlan> itsPlan)
+    : driver(itsDriver), table(itsTable), plan(std::move(itsPlan)) {
+    home = plan->isById ? &table.byId() : &table.pool(plan->tail);
+    statement = plan->isById ? table.takeById() : table.take(*home, plan->tail);
+    int position = 0;
+    for (const Parameter& value : plan->parameters)
+        bindParameter(*statement, position++, value);
+    driver->enter(this);
+}
+
+SqlSelection::~SqlSelection() {
+    finish();
+}
+
+void SqlSelection::finish() {
+    onRow = false;
+    buffer.reset();
+    if (statement != nullptr) {
+        statement->reset();
+        if (driver != nullptr)
+            home->push_back(std::move(statement));
+        statement.reset();
+    }
+    if (driver != nullptr)
+        driver->leave(this);
+    driver = nullptr;
+}
+
+void SqlSelection::abandon() {
+    current = nullptr;
+    driver = nullptr;
+    finish();
+}
+
+bool SqlSelection::next() {
+    current = nullptr;
+    onRow = false;
+    if (driver == nullptr)
+        return false;
+    try {
+        onRow = advance();
+    } catch (const SqlFailure& failure) {
+        raise(failure.what());
+    }
+    if (!onRow)
+        finish();
+    return onRow;
+}
+
+bool SqlSelection::advance() {
+    return buffer != nullptr ? buffer->advance() : statement->step();
+}
+
+Row& SqlSelection::row() {
+    if (buffer != nullptr)
+        return *buffer;
+    return *statement;
+}
+
+Instance* SqlSelection::getInstance() {
+    if (!onRow)
+        return nullptr;
+    if (current == nullptr) {
+        try {
+            materialise();
+        } catch (const SqlFailure& failure) {
+            raise(failure.what());
+        }
+    }
+    return current;
+}
+
+// Held by `current` before the model hears of it: filing it may collect.
+void SqlSelection::materialise() {
+    const auto id = static_cast<unsigned long>(row().integer(ClassTable::IdColumn));
+    Class* cls = table.getClass();
+    Model* model = cls->getModel();
+    if (Instance* known = model->get(id)) {
+        current = known;
+        const auto version = static_cast<unsigned long>(row().integer(ClassTable::VersionColumn));
+        if (version > known->getVersion() && !model->isPending(known)) {
+            driver->loader().load(row(), table, known);
+            model->set(known);
+        }
+        return;
+    }
+    std::unique_ptr<Instance> fresh(cls->getDummy());
+    driver->loader().load(row(), table, fresh.get());
+    current = fresh.release();
+    model->set(current);
+}
+
+void SqlSelection::settle() {
+    if (statement == nullptr)
+        return;
+    if (onRow && current == nullptr)
+        materialise();
+    auto kept = std::make_unique<RowBuffer>(static_cast<int>(table.columns().size()));
+    while (statement->step())
+        kept->append(*statement);
+    statement->reset();
+    home->push_back(std::move(statement));
+    buffer = std::move(kept);
+}
+
+void SqlSelection::raise(const std::string& words) {
+    const std::string message = driver->describe("reading " + table.name() + " objects", words);
+    current = nullptr;
+    finish();
+    Exception error(Exception::ERROR, "SELERR", "Selection::next", message.c_str());
+    error.handle();
+
+    // The handler returned, but the row that was asked for does not exist.
+    throw Exception(error);
+}
+
+}  // namespace Kes::sql

@@ -1,0 +1,55 @@
+// A cursor over the rows of one class.
+
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <kes/DBDriver.h>
+#include <kes/Pointer.h>
+
+#include "drivers/common/ClassTable.h"
+#include "drivers/common/QueryPlan.h"
+#include "drivers/common/RowBuffer.h"
+
+namespace Kes::sql {
+
+class SqlDriver;
+
+/// Streams from its statement until the connection is about to write; then it
+/// is settled, which takes its remaining rows aside.
+class SqlSelection final : public DBDriverSelection {
+public:
+    SqlSelection(SqlDriver* itsDriver, ClassTable& itsTable,
+                 std::shared_ptr<const QueryPlan> itsPlan);
+    SqlSelection(const SqlSelection&) = delete;
+    SqlSelection& operator=(const SqlSelection&) = delete;
+    ~SqlSelection() override;
+
+    bool next() override;
+    Instance* getInstance() override;
+
+    /// Throws SqlFailure when the remaining rows cannot be read or kept.
+    void settle();
+
+    /// The driver goes: no further row is delivered.
+    void abandon();
+
+private:
+    bool advance();
+    void materialise();
+    void finish();
+    Row& row();
+    [[noreturn]] void raise(const std::string& words);
+
+    SqlDriver* driver;  // null when finished
+    ClassTable& table;
+    std::shared_ptr<const QueryPlan> plan;
+    StatementPool* home = nullptr;
+    std::unique_ptr<Statement> statement;  // null when settled or finished
+    std::unique_ptr<RowBuffer> buffer;
+    bool onRow = false;
+    Pointer<Instance> current;
+};
+
+}  // namespace Kes::sql

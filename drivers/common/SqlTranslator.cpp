@@ -1,0 +1,367 @@
+#include "drivers/common/SqlTranslator.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include <kes/Instance.h>
+#include <kes/Model.h>
+
+#include "drivers/common/SqlFailure.h"
+#include "drivers/common/TextForms.h"
+
+namespace Kes::sql {
+
+namespace {
+
+constexpr const char* Operators[] = {" = ", " <> ", " > ", " < ", " >= ", " <= "};
+constexpr const char* Always = "1 = 1";
+constexpr const char* Never = "1 = 0";
+constexpr std::size_t LongestList = 8192;
+
+std::string textOf(const String& text) {
+    return static_cast<const char*>(text);
+}
+
+bool isFamily(FieldKind kind, int family) {
+    switch (kind) {
+    case FieldKind::Text: return family == 1;
+    case FieldKind::Timestamp: return family == 2;
+    case FieldKind::Blob:
+    case FieldKind::Reference: return false;
+    default: return family == 0;
+    }
+}
+
+// A pattern may end in a lone escape, which then stands for itself.
+std::string completePattern(const std::string& pattern) {
+    std::size_t escapes = 0;
+    while (escapes < pattern.size() && pattern[pattern.size() - 1 - escapes] == '\\')
+        ++escapes;
+    return escapes % 2 == 0 ? pattern : pattern + '\\';
+}
+
+}  // namespace
+
+std::shared_ptr<const QueryPlan> SqlTranslator::render(AssociatedClass& selection) {
+    auto plan = std::make_shared<QueryPlan>();
+    scopes.push_back({&tables.of(selection.getClass()), textOf(selection.getAlias())});
+    if (selection.getCondition() != nullptr) {
+        Piece condition = piece(selection.getCondition());
+        plan->isById = isIdTest && selection.getSortOrders().size() == 0;
+        plan->tail = " WHERE " + condition.text;
+        plan->parameters = std::move(condition.parameters);
+    }
+    plan->tail += order(selection);
+    scopes.pop_back();
+    return plan;
+}
+
+std::string SqlTranslator::order(AssociatedClass& selection) {
+    std::string keys;
+    for (const SortOrder* key : selection.getSortOrders()) {
+        const std::string name = textOf(key->getAttribute().getName());
+        const ClassTable& table = *scopes.back().table;
+        const int position = table.find(name);
+        if (position < 0)
+            refuse("no field \"" + name + "\" to sort by");
+        const FieldKind kind = table.columns()[static_cast<std::size_t>(position)].kind;
+        if (kind == FieldKind::Blob || kind == FieldKind::Reference)
+            refuse("nothing to sort by in \"" + name + "\", which is no plain field");
+        keys += (keys.empty() ? " ORDER BY " : ", ") + scopes.back().alias + "." +
+                table.column(position) + (key->isAscending() ? "" : " DESC");
+    }
+    return keys;
+}
+
+void SqlTranslator::refuse(const std::string& why) const {
+    throw SqlFailure("the class " + scopes.back().table->name() + " has " + why);
+}
+
+SqlTranslator::Piece SqlTranslator::piece(Condition* condition) {
+    current = Piece();
+    isIdTest = false;
+    condition->translate(this);
+    return std::move(current);
+}
+
+// A chain of one operator is gathered with a list, because it may be a million
+// operands deep, and joined in halves, because databases limit the depth too.
+void SqlTranslator::translate(Condition* left, Condition::LogicalOperator op, Condition* right) {
+    if (gathering != nullptr) {
+        if (op == gatheredOp) {
+            gathering->push_back(right);
+            gathering->push_back(left);
+            gathered = true;
+        }
+        return;
+    }
+    std::vector<Piece> pieces = operands(left, op, right);
+    if (op == Condition::OR)
+        listEquals(pieces);
+    Piece joined;
+    joined.text = join(pieces, 0, pieces.size(), op == Condition::OR ? " OR " : " AND ");
+    for (Piece& each : pieces)
+        std::move(each.parameters.begin(), each.parameters.end(),
+                  std::back_inserter(joined.parameters));
+    current = std::move(joined);
+    isIdTest = false;
+}
+
+std::vector<SqlTranslator::Piece> SqlTranslator::operands(Condition* left,
+                                                          Condition::LogicalOperator op,
+                                                          Condition* right) {
+    std::vector<Piece> pieces;
+    std::vector<Condition*> pending{right, left};
+    while (!pending.empty()) {
+        Condition* next = pending.back();
+        pending.pop_back();
+        if (dynamic_cast<CombinationCondition*>(next) != nullptr) {
+            gathering = &pending;
+            gatheredOp = op;
+            gathered = false;
+            next->translate(this);
+            gathering = nullptr;
+            if (gathered)
+                continue;
+        }
+        pieces.push_back(piece(next));
+    }
+    return pieces;
+}
+
+// Alternatives like `a = ? OR a = ?` become one list. Lists are filled up to a
+// power of two, so that few statements serve all lengths.
+void SqlTranslator::listEquals(std::vector<Piece>& pieces) {
+    std::vector<Piece> listed;
+    const std::string ending = " = ?";
+    for (std::size_t i = 0; i < pieces.size();) {
+        std::size_t end = i + 1;
+        const bool lists = pieces[i].parameters.size() == 1 && pieces[i].text.ends_with(ending);
+        while (lists && end < pieces.size() && end - i < LongestList &&
+               pieces[end].text == pieces[i].text)
+            ++end;
+        if (end - i == 1) {
+            listed.push_back(std::move(pieces[i++]));
+            continue;
+        }
+        Piece list;
+        list.text = pieces[i].text.substr(0, pieces[i].text.size() - ending.size()) + " IN (?";
+        for (std::size_t k = i; k < end; ++k)
+            list.parameters.push_back(pieces[k].parameters.front());
+        list.parameters.resize(std::bit_ceil(end - i), list.parameters.back());
+        for (std::size_t k = 1; k < list.parameters.size(); ++k)
+            list.text += ",?";
+        list.text += ")";
+        listed.push_back(std::move(list));
+        i = end;
+    }
+    pieces = std::move(listed);
+}
+
+std::string SqlTranslator::join(const std::vector<Piece>& pieces, std::size_t from,
+                                std::size_t to, const char* word) {
+    if (to - from == 1)
+        return pieces[from].text;
+    const std::size_t middle = from + (to - from) / 2;
+    return "(" + join(pieces, from, middle, word) + word + join(pieces, middle, to, word) + ")";
+}
+
+std::string SqlTranslator::column(const Attribute& attribute, Family family) {
+    const std::string name = textOf(attribute.getName());
+    const ClassTable& table = *scopes.back().table;
+    const int position = table.find(name);
+    if (position < 0)
+        refuse("no field \"" + name + "\" for the condition to test");
+    const FieldKind kind = table.columns()[static_cast<std::size_t>(position)].kind;
+    if (!isFamily(kind, static_cast<int>(family)))
+        refuse("a field \"" + name + "\" that cannot be compared with " +
+               (family == Family::Number ? "a number"
+                : family == Family::Text ? "a text"
+                                         : "a time"));
+    return scopes.back().alias + "." + table.column(position);
+}
+
+void SqlTranslator::compare(const Attribute& attribute, int op, Family family, Parameter value) {
+    const std::string tested = column(attribute, family);
+    if (op == Condition::LIKE)
+        current.text = dialect.like(tested, "?");
+    else if (op >= Condition::EQUAL && op <= Condition::LESS_OR_EQUAL)
+        current.text = tested + Operators[op] + "?";
+    else
+        refuse("no comparison with the code " + std::to_string(op));
+    current.parameters = {std::move(value)};
+    isIdTest = op == Condition::EQUAL && attribute.getName() == "KesObjectID";
+}
+
+void SqlTranslator::compareReal(const Attribute& attribute, int op, double value) {
+    if (std::isnan(value)) {
+        column(attribute, Family::Number);
+        current.text = op == Condition::NOT_EQUAL ? Always : Never;
+        return;
+    }
+    compare(attribute, op, Family::Number, value);
+}
+
+void SqlTranslator::compareUnsigned(const Attribute& attribute, int op, unsigned long value) {
+    constexpr auto largest = static_cast<unsigned long>(std::numeric_limits<std::int64_t>::max());
+    if (value > largest) {
+        // No stored number is that large.
+        column(attribute, Family::Number);
+        current.text = op == Condition::LESS || op == Condition::LESS_OR_EQUAL ||
+                               op == Condition::NOT_EQUAL
+                           ? Always
+                           : Never;
+        return;
+    }
+    compare(attribute, op, Family::Number, static_cast<std::int64_t>(value));
+}
+
+void SqlTranslator::translate(Attribute* attribute, int op, double value) {
+    compareReal(*attribute, op, value);
+}
+
+void SqlTranslator::translate(Attribute* attribute, int op, float value) {
+    compareReal(*attribute, op, static_cast<double>(value));
+}
+
+void SqlTranslator::translate(Attribute* attribute, int op, bool value) {
+    compare(*attribute, op, Family::Number, std::int64_t{value ? 1 : 0});
+}
+
+void SqlTranslator::translate(Attribute* attribute, int op, const Timestamp& value) {
+    char text[TimestampSize + 1];
+    if (!writeTimestamp(value, text))
+        refuse("no objects with a time outside the years 1 to 7899, which the condition on \"" +
+               textOf(attribute->getName()) + "\" tests for");
+    compare(*attribute, op, Family::Time, std::string(text));
+}
+
+void SqlTranslator::translate(Attribute* attribute, int op, const String& value) {
+    std::string text = textOf(value);
+    if (!isValidUtf8(text.data(), text.size()))
+        refuse("no texts that are not valid UTF-8, which the condition on \"" +
+               textOf(attribute->getName()) + "\" tests for");
+    compare(*attribute, op, Family::Text,
+            op == Condition::LIKE ? completePattern(text) : std::move(text));
+}
+
+void SqlTranslator::translate(Attribute* attribute, int op, int value) {
+    compare(*attribute, op, Family::Number, std::int64_t{value});
+}
+
+void SqlTranslator::translate(Attribute* attribute, int op, unsigned int value) {
+    compare(*attribute, op, Family::Number, std::int64_t{value});
+}
+
+void SqlTranslator::translate(Attribute* attribute, int op, long value) {
+    compare(*attribute, op, Family::Number, std::int64_t{value});
+}
+
+void SqlTranslator::translate(Attribute* attribute, int op, unsigned long value) {
+    compareUnsigned(*attribute, op, value);
+}
+
+SqlTranslator::End SqlTranslator::endOf(const Role& role) {
+    Association* association = role.getAssociation();
+    const std::string name = textOf(role.getRole());
+    if (association == nullptr)
+        refuse("no role or association \"" + name + "\" for the condition to test");
+    if (role.getRole() != association->getOneRole() &&
+        role.getRole() != association->getOtherRole())
+        refuse("no role \"" + name + "\" in the association " +
+               textOf(association->getName()));
+    const Class* holder = association->getClassFor(role.getRole());
+    if (!scopes.back().table->getClass()->isA(holder))
+        refuse("no role \"" + name + "\" of its own: it is played by " +
+               textOf(holder->getName()) + " objects");
+    const String& opposite = association->getAssociatedRole(role.getRole());
+    return {association,
+            dialect.quote(name),
+            dialect.quote(textOf(opposite)),
+            association->getClassFor(opposite),
+            association->getPluralityFor(role.getRole()) == Association::One,
+            Tables::isManyToMany(association)};
+}
+
+std::string SqlTranslator::idColumn() const {
+    return scopes.back().alias + "." + dialect.quote("KesObjectID");
+}
+
+std::string SqlTranslator::idIn(const std::string& subquery, bool equal) const {
+    return idColumn() + (equal ? " IN (" : " NOT IN (") + subquery + ")";
+}
+
+void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
+                              Instance* instance) {
+    isIdTest = false;
+    const End end = endOf(*role);
+    const std::string ownColumn = scopes.back().alias + "." + end.own;
+    const bool equal = op == Condition::Associations::EQUAL;
+    if (end.isOne) {
+        current.text = instance == nullptr ? ownColumn + (equal ? " IS NULL" : " IS NOT NULL")
+                       : equal             ? ownColumn + " = ?"
+                                           : "(" + ownColumn + " IS NULL OR " + ownColumn +
+                                                 " <> ?)";
+    } else if (end.isManyToMany) {
+        const std::string owners = "SELECT " + end.opposite + " FROM " +
+                                   dialect.quote(textOf(end.association->getName()));
+        current.text = instance == nullptr ? idIn(owners, !equal)
+                                           : idIn(owners + " WHERE " + end.own + " = ?", equal);
+    } else {
+        const std::string from = instance == nullptr ? tables.of(end.partner).source()
+                                                     : tables.of(instance->getClass()).table();
+        const std::string owners =
+            "SELECT " + end.opposite + " FROM " + from + " WHERE " + end.opposite + " IS NOT NULL";
+        current.text =
+            instance == nullptr
+                ? idIn(owners, !equal)
+                : idIn(owners + " AND " + dialect.quote("KesObjectID") + " = ?", equal);
+    }
+    current.parameters.clear();
+    if (instance != nullptr)
+        current.parameters = {static_cast<std::int64_t>(instance->getObjectID())};
+}
+
+void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
+                              AssociatedClass* associatedClass) {
+    const End end = endOf(*role);
+    const bool equal = op == Condition::Associations::EQUAL;
+    const std::string alias = textOf(getNewAlias());
+    ClassTable& partners = tables.of(associatedClass->getClass());
+    if (!partners.getClass()->isA(end.partner) && !end.partner->isA(partners.getClass()))
+        refuse("no partners of the class " + partners.name() + " in its role \"" +
+               textOf(role->getRole()) + "\"");
+    Piece nested;
+    if (associatedClass->getCondition() != nullptr) {
+        scopes.push_back({&partners, alias});
+        nested = piece(associatedClass->getCondition());
+        scopes.pop_back();
+    }
+    isIdTest = false;
+    const std::string ids = alias + "." + dialect.quote("KesObjectID");
+    const std::string from = " FROM " + partners.source() + " AS " + alias;
+    const std::string where = nested.text.empty() ? "" : " WHERE " + nested.text;
+    const std::string found = "SELECT " + ids + from + where;
+    if (end.isOne) {
+        const std::string ownColumn = scopes.back().alias + "." + end.own;
+        nested.text = equal ? ownColumn + " IN (" + found + ")"
+                            : "(" + ownColumn + " IS NULL OR " + ownColumn + " NOT IN (" + found +
+                                  "))";
+    } else if (end.isManyToMany) {
+        nested.text = idIn("SELECT " + end.opposite + " FROM " +
+                               dialect.quote(textOf(end.association->getName())) + " WHERE " +
+                               end.own + " IN (" + found + ")",
+                           equal);
+    } else {
+        const std::string back = alias + "." + end.opposite;
+        nested.text = idIn("SELECT " + back + from + " WHERE " + back + " IS NOT NULL" +
+                               (nested.text.empty() ? "" : " AND " + nested.text),
+                           equal);
+    }
+    current = std::move(nested);
+}
+
+}  // namespace Kes::sql

@@ -1,0 +1,93 @@
+// Conditions and sort orders as SQL.
+
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <kes/ConditionTranslator.h>
+#include <kes/Selection.h>
+
+#include "drivers/common/QueryPlan.h"
+#include "drivers/common/Tables.h"
+
+namespace Kes::sql {
+
+/// Renders a frozen selection. Values become parameters; names are checked
+/// against the classes first and then quoted. Throws SqlFailure for a query
+/// that cannot be answered.
+class SqlTranslator final : public ConditionTranslator {
+public:
+    SqlTranslator(Tables& itsTables, const Dialect& itsDialect)
+        : tables(itsTables), dialect(itsDialect) {}
+
+    std::shared_ptr<const QueryPlan> render(AssociatedClass& selection);
+
+    void translate(Condition* left, Condition::LogicalOperator op, Condition* right) override;
+    void translate(Role* role, Condition::AssociationOperator op,
+                   AssociatedClass* associatedClass) override;
+    void translate(Role* role, Condition::AssociationOperator op, Instance* instance) override;
+    void translate(Attribute* attribute, int op, double value) override;
+    void translate(Attribute* attribute, int op, float value) override;
+    void translate(Attribute* attribute, int op, bool value) override;
+    void translate(Attribute* attribute, int op, const Timestamp& value) override;
+    void translate(Attribute* attribute, int op, const String& value) override;
+    void translate(Attribute* attribute, int op, int value) override;
+    void translate(Attribute* attribute, int op, unsigned int value) override;
+    void translate(Attribute* attribute, int op, long value) override;
+    void translate(Attribute* attribute, int op, unsigned long value) override;
+
+private:
+    // A rendered condition; equal texts with one parameter each can be listed.
+    struct Piece {
+        std::string text;
+        std::vector<Parameter> parameters;
+    };
+    // The class whose rows a condition is about, and their alias.
+    struct Scope {
+        ClassTable* table;
+        std::string alias;
+    };
+    // What a role means in SQL.
+    struct End {
+        Association* association;
+        std::string own;       // quoted column named by the role
+        std::string opposite;  // quoted column named by the opposite role
+        Class* partner;
+        bool isOne;
+        bool isManyToMany;
+    };
+    enum class Family { Number, Text, Time };
+
+    Piece piece(Condition* condition);
+    std::vector<Piece> operands(Condition* left, Condition::LogicalOperator op,
+                                Condition* right);
+    static void listEquals(std::vector<Piece>& pieces);
+    static std::string join(const std::vector<Piece>& pieces, std::size_t from, std::size_t to,
+                            const char* word);
+    std::string order(AssociatedClass& selection);
+    std::string column(const Attribute& attribute, Family family);
+    void compare(const Attribute& attribute, int op, Family family, Parameter value);
+    void compareReal(const Attribute& attribute, int op, double value);
+    void compareUnsigned(const Attribute& attribute, int op, unsigned long value);
+    End endOf(const Role& role);
+    std::string idColumn() const;
+    std::string idIn(const std::string& subquery, bool equal) const;
+    [[noreturn]] void refuse(const std::string& why) const;
+
+    Tables& tables;
+    const Dialect& dialect;
+    std::vector<Scope> scopes;
+    Piece current;
+
+    // While operands are gathered: where combinations put their children.
+    std::vector<Condition*>* gathering = nullptr;
+    Condition::LogicalOperator gatheredOp = Condition::AND;
+    bool gathered = false;
+
+    // The object id that the last comparison asked for, when it asked for one.
+    bool isIdTest = false;
+};
+
+}  // namespace Kes::sql

@@ -1,0 +1,44 @@
+// Moving the rows of a class into its new table.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "drivers/common/ClassTable.h"
+
+namespace Kes::sql {
+
+/// Columns that stay are copied, and converted where their kind has changed;
+/// new ones take what a fresh object of the class has. Throws SqlFailure for
+/// the first value that does not fit, with class, field and object named.
+class SqlUpgrade {
+public:
+    SqlUpgrade(const ClassTable& itsTable, const Dialect& itsDialect, Connection& itsConnection)
+        : table(itsTable), dialect(itsDialect), connection(itsConnection) {}
+
+    /// `quotedTarget` has the columns of the class as it is now declared.
+    void moveRows(const std::string& quotedTarget);
+
+private:
+    struct Kept {
+        int source;  // column of the old table's query
+        int target;  // column of the class
+    };
+
+    std::vector<Kept> keptColumns(std::string& list);
+    void convert(Row& row, const Kept& kept, Statement& target);
+    void toInteger(Row& row, const Kept& kept, Statement& target);
+    void toReal(Row& row, const Kept& kept, Statement& target);
+    void toText(Row& row, const Kept& kept, Statement& target);
+    void toTime(Row& row, const Kept& kept, Statement& target);
+    void toBlob(Row& row, const Kept& kept, Statement& target);
+    [[noreturn]] void refuse(Row& row, const Kept& kept) const;
+
+    const ClassTable& table;
+    const Dialect& dialect;
+    Connection& connection;
+    std::vector<std::string> texts;  // converted values of the row at hand
+};
+
+}  // namespace Kes::sql

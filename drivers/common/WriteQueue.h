@@ -1,0 +1,108 @@
+// Writes between the driver's slots and the database.
+//
+// The library tells of an object and of its links by separate calls. They meet
+// here: each row has one operation in the queue, links are folded into it, and
+// what a removal makes pointless is dropped. Values are read from the instances
+// when the queue is flushed, straight into the statements.
+//
+// The version that a row must still have is the one before the first raise in
+// the queue. The library raises the version of a link's first instance; where
+// the link lies in the second instance's row, the queue raises that one, unless
+// the commit writes the row by an action of its own.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <kes/FieldSet.h>
+#include <kes/Instance.h>
+
+#include "drivers/common/FieldBinder.h"
+#include "drivers/common/Tables.h"
+
+namespace Kes::sql {
+
+class WriteQueue {
+public:
+    WriteQueue(Tables& itsTables, const Dialect& itsDialect, Connection& itsConnection)
+        : tables(itsTables),
+          dialect(itsDialect),
+          connection(itsConnection),
+          binder(itsDialect) {}
+    WriteQueue(const WriteQueue&) = delete;
+    WriteQueue& operator=(const WriteQueue&) = delete;
+
+    void insert(Instance* instance);
+    void update(Instance* instance);
+    void remove(Instance* instance);
+    void link(bool made, Instance* first, const String& firstRole, Instance* second,
+              const String& secondRole, Association* association, bool linkFlag);
+
+    bool isEmpty() const { return used == 0; }
+    bool isFull() const { return used >= 4096; }
+
+    /// Throws SqlFailure, with the object named, at the first write that fails.
+    void flush();
+
+    /// Forgets what waits, and what the transaction wrote before.
+    void clear();
+
+private:
+    enum class Kind : std::uint8_t { Nothing, Insert, Update, Remove, Link, Unlink, Empty };
+
+    // One operation. Slots are used again, so that their lists keep their room.
+    struct Operation {
+        Kind kind = Kind::Nothing;
+        bool raised = false;  // the queue has raised the version
+        Instance* instance = nullptr;
+        unsigned long expected = 0;  // the version that the row must have
+        ColumnSet set;
+        std::vector<LinkValue> links;
+
+        // Of links in tables of their own, and of references to `other` that
+        // everybody but `instance` loses: the role that `instance` plays.
+        const Association* association = nullptr;
+        const String* role = nullptr;
+        Instance* other = nullptr;
+    };
+
+    Operation& add(Kind kind, Instance* instance);
+    Operation* find(const Instance* instance);
+    static void enterColumn(Operation& operation, int column);
+    void addColumns(Operation& operation, const ClassTable& table, Instance* instance);
+    void setReference(Instance* owner, const String& role, Instance* partner, bool elsewhere,
+                      bool raisedBefore);
+    void emptyOthers(Instance* owner, const String& role, Instance* partner);
+    bool wasInserted(unsigned long id);
+    static bool holds(Instance* owner, const String& role, const Instance* partner);
+
+    void execute(Operation& operation);
+    void executeInsert(Operation& operation);
+    void executeUpdate(Operation& operation);
+    void executeRemove(Operation& operation);
+    void executeLink(const Operation& operation);
+    void executeEmpty(const Operation& operation);
+    void checkPartner(const Instance* partner);
+    [[noreturn]] void failOnVersion(const Operation& operation);
+    Statement& kept(const std::string& text);
+    static std::string nameOf(const Instance* instance);
+
+    Tables& tables;
+    const Dialect& dialect;
+    Connection& connection;
+    FieldBinder binder;
+    std::vector<Operation> operations;
+    std::size_t used = 0;
+    std::unordered_map<const Instance*, std::size_t> positions;  // of row operations
+    std::vector<unsigned long> inserted;  // flushed in this transaction
+    bool insertedIsSorted = true;
+    unsigned long lastChecked = 0;
+    std::unordered_map<std::string, std::unique_ptr<Statement>> statements;
+    FieldSet changed;
+};
+
+}  // namespace Kes::sql

@@ -1,0 +1,241 @@
+#include "drivers/sqlite/SqliteConnection.h"
+
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <ostream>
+
+#include "drivers/common/SqlFailure.h"
+
+namespace Kes::sql {
+
+namespace {
+
+// The words that a user can act on, where SQLite's own are too short.
+std::string explain(sqlite3* database, int code, const SqliteSettings& settings) {
+    const std::string words = sqlite3_errmsg(database);
+    switch (code & 0xFF) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return words + "; another connection has locked the database for longer than " +
+               std::to_string(settings.busyTimeout) +
+               " ms: try again, or open it with a larger busy_timeout";
+    case SQLITE_FULL: return words + "; make room and try again";
+    case SQLITE_READONLY: return words + "; the file or its folder cannot be written";
+    case SQLITE_NOTADB: return words + " (\"" + settings.file + "\")";
+    default: return words;
+    }
+}
+
+class SqliteStatement final : public Statement {
+public:
+    SqliteStatement(sqlite3* itsDatabase, sqlite3_stmt* itsStatement,
+                    const SqliteSettings& itsSettings)
+        : database(itsDatabase), statement(itsStatement), settings(itsSettings) {}
+    SqliteStatement(const SqliteStatement&) = delete;
+    SqliteStatement& operator=(const SqliteStatement&) = delete;
+    ~SqliteStatement() override { sqlite3_finalize(statement); }
+
+    Kind kind(int column) override {
+        switch (sqlite3_column_type(statement, column)) {
+        case SQLITE_INTEGER: return Integer;
+        case SQLITE_FLOAT: return Real;
+        case SQLITE_TEXT: return Text;
+        case SQLITE_BLOB: return Bytes;
+        default: return Null;
+        }
+    }
+
+    std::int64_t integer(int column) override { return sqlite3_column_int64(statement, column); }
+    double real(int column) override { return sqlite3_column_double(statement, column); }
+
+    const char* text(int column, std::size_t& size) override {
+        const void* found = sqlite3_column_text(statement, column);
+        size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
+        return found != nullptr ? static_cast<const char*>(found) : "";
+    }
+
+    const void* bytes(int column, std::size_t& size) override {
+        const void* found = sqlite3_column_blob(statement, column);
+        size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
+        return found;
+    }
+
+    void bindNull(int parameter) override { check(sqlite3_bind_null(statement, parameter + 1)); }
+    void bind(int parameter, std::int64_t value) override {
+        check(sqlite3_bind_int64(statement, parameter + 1, value));
+    }
+    void bind(int parameter, double value) override {
+        check(sqlite3_bind_double(statement, parameter + 1, value));
+    }
+    void bindText(int parameter, const char* text, std::size_t size) override {
+        check(sqlite3_bind_text64(statement, parameter + 1, text, size, SQLITE_STATIC,
+                                  SQLITE_UTF8));
+    }
+
+    // A null pointer would be bound as NULL, which is another value.
+    void bindBytes(int parameter, const void* bytes, std::size_t size) override {
+        check(sqlite3_bind_blob64(statement, parameter + 1, size != 0 ? bytes : "", size,
+                                  SQLITE_STATIC));
+    }
+
+    bool step() override {
+        const int code = sqlite3_step(statement);
+        if (code == SQLITE_ROW)
+            return true;
+        if (code != SQLITE_DONE)
+            fail(code);
+        return false;
+    }
+
+    void reset() noexcept override { sqlite3_reset(statement); }
+
+    long run() override {
+        while (step())
+            continue;
+        const long written = sqlite3_changes(database);
+        sqlite3_reset(statement);
+        return written;
+    }
+
+private:
+    void check(int code) {
+        if (code != SQLITE_OK)
+            fail(code);
+    }
+
+    [[noreturn]] void fail(int code) {
+        const std::string words = explain(database, code, settings);
+        sqlite3_reset(statement);
+        throw SqlFailure(words);
+    }
+
+    sqlite3* database;
+    sqlite3_stmt* statement;
+    const SqliteSettings& settings;
+};
+
+// With its values filled in; long ones are shortened.
+std::string expand(sqlite3_stmt* statement) {
+    constexpr std::size_t longest = 2000;
+    char* expanded = sqlite3_expanded_sql(statement);
+    std::string text = expanded != nullptr ? expanded : sqlite3_sql(statement);
+    sqlite3_free(expanded);
+    if (text.size() > longest)
+        text = text.substr(0, longest) + "... (" + std::to_string(text.size()) + " bytes)";
+    return text;
+}
+
+int writeTrace(unsigned, void* context, void* statement, void* nanoseconds) {
+    auto& stream = *static_cast<std::ostream*>(context);
+    const auto spent = *static_cast<const sqlite3_int64*>(nanoseconds);
+    stream << "sqlite: " << expand(static_cast<sqlite3_stmt*>(statement)) << " ["
+           << static_cast<double>(spent) / 1e6 << " ms]\n";
+    return 0;
+}
+
+}  // namespace
+
+SqliteConnection::SqliteConnection(const SqliteSettings& wanted) : settings(wanted) {
+    checkFile();
+    int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+    flags |= settings.readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+    if (settings.create && !settings.readOnly)
+        flags |= SQLITE_OPEN_CREATE;
+    const int code = sqlite3_open_v2(settings.file.c_str(), &database, flags, nullptr);
+    try {
+        if (code != SQLITE_OK)
+            fail(code);
+        configure();
+    } catch (...) {
+        sqlite3_close_v2(database);
+        throw;
+    }
+}
+
+SqliteConnection::~SqliteConnection() {
+    sqlite3_close_v2(database);
+}
+
+// SQLite says "unable to open database file" for all of these.
+void SqliteConnection::checkFile() const {
+    namespace fs = std::filesystem;
+    if (settings.file.empty())
+        throw SqlFailure("no file is named; give a file name or \":memory:\" as the source");
+    if (settings.file == ":memory:")
+        return;
+    std::error_code ignored;
+    const fs::path path(settings.file);
+    if (fs::is_directory(path, ignored))
+        throw SqlFailure("\"" + settings.file + "\" is a directory; name a file in it");
+    const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    if (!fs::is_directory(folder, ignored))
+        throw SqlFailure("the folder of \"" + settings.file + "\" does not exist; make it first");
+    if (!fs::exists(path, ignored) && (!settings.create || settings.readOnly))
+        throw SqlFailure("the file \"" + settings.file +
+                         "\" does not exist; open it with create=true to make it");
+}
+
+void SqliteConnection::configure() {
+    sqlite3_busy_timeout(database, static_cast<int>(settings.busyTimeout));
+
+    // A file of garbage is noticed at the first read only.
+    execute("SELECT count(*) FROM sqlite_schema");
+    if (!settings.readOnly && settings.file != ":memory:")
+        execute("PRAGMA journal_mode=" + settings.journalMode);
+    execute("PRAGMA synchronous=" + settings.synchronous);
+    execute("PRAGMA secure_delete=" + settings.secureDelete);
+    execute("PRAGMA cache_size=-" + std::to_string(settings.cacheSize));
+    execute("PRAGMA mmap_size=" + std::to_string(settings.mmapSize * 1024));
+    execute("PRAGMA case_sensitive_like=ON");
+    execute("PRAGMA legacy_alter_table=ON");
+    if (settings.maxPageCount != 0)
+        execute("PRAGMA max_page_count=" + std::to_string(settings.maxPageCount));
+}
+
+std::unique_ptr<Statement> SqliteConnection::prepare(const std::string& text) {
+    sqlite3_stmt* statement = nullptr;
+    const int code = sqlite3_prepare_v3(database, text.c_str(), static_cast<int>(text.size() + 1),
+                                        SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+    if (code != SQLITE_OK)
+        fail(code);
+    return std::make_unique<SqliteStatement>(database, statement, settings);
+}
+
+void SqliteConnection::execute(const std::string& text) {
+    const int code = sqlite3_exec(database, text.c_str(), nullptr, nullptr, nullptr);
+    if (code != SQLITE_OK)
+        fail(code);
+}
+
+void SqliteConnection::begin() {
+    execute("BEGIN IMMEDIATE");
+}
+
+void SqliteConnection::commit() {
+    execute("COMMIT");
+}
+
+void SqliteConnection::rollback() {
+    if (inTransaction())
+        execute("ROLLBACK");
+}
+
+bool SqliteConnection::inTransaction() {
+    return sqlite3_get_autocommit(database) == 0;
+}
+
+void SqliteConnection::traceTo(std::ostream* stream) {
+    trace = stream;
+    sqlite3_trace_v2(database, stream != nullptr ? SQLITE_TRACE_PROFILE : 0U, writeTrace, stream);
+}
+
+std::int64_t SqliteConnection::largestValue() const {
+    return sqlite3_limit(database, SQLITE_LIMIT_LENGTH, -1);
+}
+
+void SqliteConnection::fail(int code) const {
+    throw SqlFailure(explain(database, code, settings));
+}
+
+}  // namespace Kes::sql

@@ -1,0 +1,59 @@
+// SQLite's C interface behind the drivers' connection.
+
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <memory>
+#include <string>
+
+#include "drivers/common/Connection.h"
+
+struct sqlite3;
+
+namespace Kes::sql {
+
+/// How a database file is opened; see docs of the driver's options.
+struct SqliteSettings {
+    std::string file;
+    bool create = true;
+    bool readOnly = false;
+    long busyTimeout = 5000;  // ms
+    std::string journalMode = "wal";
+    std::string synchronous = "full";
+    std::string secureDelete = "off";
+    long cacheSize = 16384;  // KiB
+    long mmapSize = 0;       // KiB
+    long maxPageCount = 0;   // pages; 0 for the database's own limit
+};
+
+class SqliteConnection final : public Connection {
+public:
+    /// Throws SqlFailure when the file cannot be opened or is no database.
+    explicit SqliteConnection(const SqliteSettings& wanted);
+    SqliteConnection(const SqliteConnection&) = delete;
+    SqliteConnection& operator=(const SqliteConnection&) = delete;
+    ~SqliteConnection() override;
+
+    std::unique_ptr<Statement> prepare(const std::string& text) override;
+    void execute(const std::string& text) override;
+    void begin() override;
+    void commit() override;
+    void rollback() override;
+    bool inTransaction() override;
+    void traceTo(std::ostream* stream) override;
+
+    /// The largest text or blob, in bytes.
+    std::int64_t largestValue() const;
+
+private:
+    void configure();
+    void checkFile() const;
+    [[noreturn]] void fail(int code) const;
+
+    SqliteSettings settings;
+    sqlite3* database = nullptr;
+    std::ostream* trace = nullptr;  // borrowed
+};
+
+}  // namespace Kes::sql

@@ -1,0 +1,26 @@
+// SQLite's ways.
+
+#pragma once
+
+#include "drivers/common/Dialect.h"
+
+namespace Kes::sql {
+
+class SqliteDialect final : public Dialect {
+public:
+    std::string name() const override { return "sqlite"; }
+    std::string typeOf(FieldKind kind) const override;
+    std::string idType() const override { return "INTEGER PRIMARY KEY"; }
+    std::string linkTableOptions() const override { return " WITHOUT ROWID"; }
+    std::string columnsOf() const override;
+    std::string nameFault(const std::string& identifier) const override;
+    std::string fold(const std::string& identifier) const override;
+    std::size_t mostColumns() const override { return 2000; }
+    std::size_t largestValue() const override { return largest; }
+    void setLargestValue(std::size_t bytes) { largest = bytes; }
+
+private:
+    std::size_t largest = 1000000000;
+};
+
+}  // namespace Kes::sql
