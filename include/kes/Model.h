@@ -74,7 +74,10 @@ public:
     Class* getClass(const String& className) const;
     Association* getAssociation(const String& associationName) const;
     const ValPtrHashtable<String, Class>& getClasses() const { return classes; }
-    const ValPtrHashtable<String, Association>& getAssociations() const { return associations; }
+
+    /// In the order of declaration.
+    const std::vector<Class*>& getDeclaredClasses() const { return classOrder; }
+    const std::vector<Association*>& getDeclaredAssociations() const { return associationOrder; }
 
     /// Writes every statement to a borrowed stream, also of drivers that are
     /// opened later.
