@@ -36,5 +36,4 @@ function(kes_add_driver_module target name)
         BUILD_WITH_INSTALL_RPATH ON
         INSTALL_RPATH "$ORIGIN/.."
     )
-    kes_set_warnings(${target})
 endfunction()

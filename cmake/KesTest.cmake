@@ -17,7 +17,6 @@ function(kes_add_test name)
         "${PROJECT_SOURCE_DIR}/include"
     )
     target_link_libraries(${target} PRIVATE kes ${arg_LINK} GTest::gtest_main GTest::gmock)
-    kes_set_warnings(${target})
     gtest_discover_tests(${target}
         DISCOVERY_MODE PRE_TEST
         DISCOVERY_TIMEOUT 60
@@ -55,6 +54,5 @@ function(kes_add_header_checks)
     if(sources)
         add_library(header_checks OBJECT ${sources})
         target_link_libraries(header_checks PRIVATE kes)
-        kes_set_warnings(header_checks)
     endif()
 endfunction()
