@@ -33,6 +33,7 @@ file(RELATIVE_PATH KES_PC_TO_PREFIX
     "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig"
     "${CMAKE_INSTALL_PREFIX}"
 )
+string(REGEX REPLACE "/$" "" KES_PC_TO_PREFIX "${KES_PC_TO_PREFIX}")
 configure_file(cmake/kes.pc.in "${PROJECT_BINARY_DIR}/kes.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/kes.pc"
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
