@@ -129,8 +129,8 @@ void showNeeds(PackageModel& model, const std::string& name, std::ostream& out) 
                 << listOf(static_cast<VirtualPackage*>(entry)->providedBy) << ')';
         out << '\n';
     }
-    out << name << " needs " << grouped(static_cast<long>(needed.size())) << " entries, "
-        << grouped(size) << " KiB installed\n";
+    out << name << " needs " << grouped(static_cast<long>(needed.size()))
+        << (needed.size() == 1 ? " entry, " : " entries, ") << grouped(size) << " KiB installed\n";
 }
 
 }  // namespace packages

@@ -173,8 +173,9 @@ std::size_t allLinks(const Catalogue& catalogue) {
     return count;
 }
 
-// Records everything and commits it.
-void store(PackageModel& model, const Catalogue& catalogue, bool replace, Importer& importer,
+// Records everything and commits it. Returns how long that took without the
+// removal, in seconds.
+double store(PackageModel& model, const Catalogue& catalogue, bool replace, Importer& importer,
            std::ostream& out, bool onTerminal) {
     if (replace) {
         Progress removal(out, onTerminal, "Removing the old catalogue", 0);
@@ -182,6 +183,7 @@ void store(PackageModel& model, const Catalogue& catalogue, bool replace, Import
         removal.finish();
     }
 
+    const auto start = std::chrono::steady_clock::now();
     Progress objects(out, onTerminal, "Making objects", catalogue.entryCount());
     importer.storePackages(objects);
     importer.storeVirtualPackages(objects);
@@ -194,6 +196,8 @@ void store(PackageModel& model, const Catalogue& catalogue, bool replace, Import
     Progress writing(out, onTerminal, "Writing to the database", 0);
     model.commit();
     writing.finish();
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    return elapsed.count();
 }
 
 }  // namespace
@@ -206,19 +210,17 @@ ImportResult importCatalogue(PackageModel& model, const Catalogue& catalogue, bo
                              std::ostream& out, bool onTerminal) {
     // Nobody will undo an import, and its history would double the memory.
     model.setMaxUndoSize(0);
-    const auto start = std::chrono::steady_clock::now();
     Importer importer(model, catalogue);
     model.startTransaction();
     try {
-        store(model, catalogue, replace, importer, out, onTerminal);
+        const double seconds = store(model, catalogue, replace, importer, out, onTerminal);
+        return {importer.objectCount(), importer.linkCount(), seconds};
     } catch (...) {
         // A commit that failed has ended the transaction already.
         if (model.transactionStarted())
             model.rollback();
         throw;
     }
-    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-    return {importer.objectCount(), importer.linkCount(), elapsed.count()};
 }
 
 }  // namespace packages

@@ -140,7 +140,7 @@ TEST_F(ImportTest, FollowsNeedsThroughACircleToTheirEnd) {
 
     EXPECT_EQ(needs("app"), "data\nlib\nshell (virtual; provided by dash)\n"
                             "app needs 3 entries, 320 KiB installed\n");
-    EXPECT_EQ(needs("lib"), "data\nlib needs 1 entries, 20 KiB installed\n");
+    EXPECT_EQ(needs("lib"), "data\nlib needs 1 entry, 20 KiB installed\n");
 }
 
 TEST_F(ImportTest, RefusesANameThatIsNotThere) {
