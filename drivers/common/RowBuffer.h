@@ -42,7 +42,7 @@ private:
         std::size_t size = 0;
     };
     struct CloseFile {
-        void operator()(std::FILE* file) const { std::fclose(file); }
+        void operator()(std::FILE* opened) const { std::fclose(opened); }
     };
 
     const Field& field(int column) const { return fields[static_cast<std::size_t>(column)]; }
