@@ -1,0 +1,117 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/Recording.h"
+#include "tests/support/StaffModel.h"
+
+namespace Kes::testing {
+
+// 100 firms with three people each, none of them in memory.
+class SiblingLoaderTest : public ::testing::Test {
+protected:
+    SiblingLoaderTest() {
+        recording.reset();
+        model.openWith("recording");
+        model.startTransaction();
+        for (int f = 0; f < 100; ++f) {
+            Company* firm = model.newCompany(String("F") + String(f));
+            for (int p = 0; p < 3; ++p)
+                model.newPerson(String("P") + String(f), p)->employer = firm;
+        }
+        model.commit();
+        model.garbageCollect();
+        recording.reset();
+    }
+    ~SiblingLoaderTest() override { recording.reset(); }
+
+    std::size_t queries() const { return recording.only("fetch").size(); }
+
+    Recording& recording = Recording::get();
+    StaffModel model;
+};
+
+TEST_F(SiblingLoaderTest, LoadsPartnersTogether) {
+    SelectionOf<Person> people(model.personClass);
+    std::vector<Pointer<Person>> all;
+    for (Person* person : people)
+        all.emplace_back(person);
+    recording.reset();
+
+    for (const auto& person : all)
+        EXPECT_EQ(person->name.after("P"), person->employer->name.after("F"));
+
+    EXPECT_LE(queries(), 8U);
+}
+
+TEST_F(SiblingLoaderTest, LoadsCollectionsTogether) {
+    SelectionOf<Company> firms(model.companyClass);
+    std::vector<Pointer<Company>> all;
+    for (Company* firm : firms)
+        all.emplace_back(firm);
+    recording.reset();
+
+    for (const auto& firm : all) {
+        EXPECT_EQ(3U, firm->staff.size());
+        for (const Person* person : firm->staff)
+            EXPECT_EQ(firm->name.after("F"), person->name.after("P"));
+    }
+
+    EXPECT_LE(queries(), 6U);
+}
+
+TEST_F(SiblingLoaderTest, LoadsOneForTheFirstRead) {
+    SelectionOf<Company> firms(model.companyClass);
+    const Pointer<Company> first(firms.nextValue());
+    while (firms.next())
+        continue;
+    recording.reset();
+
+    EXPECT_EQ(3U, first->staff.size());
+
+    EXPECT_EQ(1U, queries());
+}
+
+TEST_F(SiblingLoaderTest, LeavesSiblingsUnfetched) {
+    SelectionOf<Company> firms(model.companyClass);
+    std::vector<Pointer<Company>> all;
+    for (Company* firm : firms)
+        all.emplace_back(firm);
+
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(3U, all[static_cast<std::size_t>(i)]->staff.size());
+
+    EXPECT_FALSE(all.back()->staff.isFetched());
+}
+
+TEST_F(SiblingLoaderTest, ForgetsWhatItKeptWhenSomethingIsCommitted) {
+    SelectionOf<Company> firms(model.companyClass);
+    std::vector<Pointer<Company>> all;
+    for (Company* firm : firms)
+        all.emplace_back(firm);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(3U, all[static_cast<std::size_t>(i)]->staff.size());
+    model.startTransaction();
+    Person* fresh = model.newPerson("fresh");
+    fresh->employer = all[10];
+    model.commit();
+
+    EXPECT_EQ(4U, all[10]->staff.size());
+}
+
+TEST_F(SiblingLoaderTest, AppliesPendingLinksToWhatItLoads) {
+    SelectionOf<Company> firms(model.companyClass);
+    std::vector<Pointer<Company>> all;
+    for (Company* firm : firms)
+        all.emplace_back(firm);
+    model.startTransaction();
+    const Pointer<Person> moved(model.findPerson("P5"));
+    moved->employer = all[7];
+
+    EXPECT_EQ(2U, all[5]->staff.size());
+    EXPECT_EQ(4U, all[7]->staff.size());
+
+    model.rollback();
+    EXPECT_EQ(3U, all[5]->staff.size());
+    EXPECT_EQ(3U, all[7]->staff.size());
+}
+
+}  // namespace Kes::testing
