@@ -10,6 +10,7 @@
 #include <kes/Class.h>
 #include <kes/DBDriver.h>
 #include <kes/Exception.h>
+#include <kes/Handler.h>
 #include <kes/ManyAssociatedInstances.h>
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
@@ -438,7 +439,10 @@ void TransactionManager::announceOne(const Action& action) {
 
 void TransactionManager::applyPendingLinks(Instance* owner, ManyAssociatedInstances& ref,
                                            const Association* association, const String& role) {
-    if (pending.empty() || !owner->flag(Instance::Linked))
+    if (pending.empty())
+        return;
+    dropMovedMembers(owner, ref, association, role);
+    if (!owner->flag(Instance::Linked))
         return;
     for (; links.covered < pending.size(); ++links.covered) {
         const Action& action = pending[links.covered];
@@ -467,6 +471,53 @@ void TransactionManager::applyPendingLinks(Instance* owner, ManyAssociatedInstan
             ref.add(partner);
         else
             ref.remove(partner);
+    }
+}
+
+namespace {
+
+// Finds an instance's one-reference of a role.
+class OneFinder final : public EmptyHandler {
+public:
+    OneFinder(const String& itsAssociation, const String& itsRole)
+        : association(itsAssociation), role(itsRole) {}
+
+    void handleOneAssociated(const String& name, const String& itsRole,
+                             OneAssociatedInstance* ref, Association::ConsistencyRule) override {
+        if (name == association && itsRole == role)
+            found = ref;
+    }
+
+    OneAssociatedInstance* found = nullptr;
+
+private:
+    const String& association;
+    const String& role;
+};
+
+}  // namespace
+
+// Replacing a partner records the new link only: who left the owner shows by
+// the member's own reference.
+void TransactionManager::dropMovedMembers(Instance* owner, ManyAssociatedInstances& ref,
+                                          const Association* association, const String& role) {
+    const String& otherRole = association->getAssociatedRole(role);
+    if (association->getPluralityFor(otherRole) != Association::One)
+        return;
+    std::vector<Instance*> moved;
+    for (ref.reset(); ref.next();) {
+        Instance* member = ref.value();
+        if (!member->flag(Instance::Linked))
+            continue;
+        OneFinder back(association->getName(), otherRole);
+        member->handle(&back);
+        if (back.found != nullptr && back.found->isFetched() &&
+            back.found->getInstance() != owner)
+            moved.push_back(member);
+    }
+    for (Instance* member : moved) {
+        rememberMember(owner, ref, member, false);
+        ref.remove(member);
     }
 }
 

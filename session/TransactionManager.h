@@ -115,6 +115,8 @@ private:
 
     using Actions = std::deque<Action>;
 
+    void dropMovedMembers(Instance* owner, ManyAssociatedInstances& ref,
+                          const Association* association, const String& role);
     Action& record(Action::Kind kind, Instance* first);
     FieldImage takeStoredFields(Instance* instance);
     FieldImage readStoredFields(Instance* instance);
