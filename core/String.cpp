@@ -180,14 +180,8 @@ String String::replaceLast(const char* from, const char* to) const {
 String String::replaceAll(const char* from, const char* to) const {
     const std::size_t fromSize = std::strlen(from);
     const std::size_t toSize = std::strlen(to);
-    if (fromSize == 0) {
-        // Each round inserts in front of the character that it stopped at.
-        String w(*this);
-        for (int p = w.indexOf(from, 0); p != -1;
-             p = w.indexOf(from, p + static_cast<int>(toSize)))
-            w = w.replace(from, to, p);
-        return w;
-    }
+    if (fromSize == 0)
+        return *this;
     return changed(data->text, [&](std::string& w) {
         std::string result;
         std::size_t done = 0;
@@ -203,7 +197,7 @@ ValVector<String> String::split(const char* sep) const {
     ValVector<String> parts(10, 10);
     const std::size_t length = std::strlen(sep);
     const char* at = data->text;
-    while (const char* found = *at != '\0' ? std::strstr(at, sep) : nullptr) {
+    while (const char* found = length != 0 ? std::strstr(at, sep) : nullptr) {
         parts.add(String(at, static_cast<int>(found - at)));
         at = found + length;
     }

@@ -29,6 +29,7 @@ public:
     String() noexcept : data(&myEmpty) {}
     String(const char* s) : data(make(s)) {}  // NOLINT: a literal stands for its text
     String(const String& s) : data(share(s.data)) {}
+    /// Leaves "" behind.
     String(String&& s) noexcept : data(s.data) { s.data = &myEmpty; }
 
     /// Decimal text, as printf's %d, %u, %ld, %lu and %f give it.
@@ -49,9 +50,11 @@ public:
         return *this;
     }
     String& operator=(String&& s) noexcept {
-        StringData* mine = data;
-        data = s.data;
-        s.data = mine;
+        if (this != &s) {
+            removeData();
+            data = s.data;
+            s.data = &myEmpty;
+        }
         return *this;
     }
 
@@ -110,10 +113,11 @@ public:
     String replace(const char* from, const char* to, int start = 0) const;
     String replaceLast(const char* from, const char* to) const;
 
-    /// Inserted text is not searched again. `from` and `to` must not both be "".
+    /// Inserted text is not searched again. An empty `from` replaces nothing.
     String replaceAll(const char* from, const char* to) const;
 
-    /// Always at least one element; empty ones are kept.
+    /// Always at least one element; empty ones are kept. An empty separator
+    /// separates nothing.
     ValVector<String> split(const char* sep) const;
 
     String toUpper() const;
