@@ -1,5 +1,7 @@
 #include <kes/Timestamp.h>
 
+#include <limits>
+
 #include "core/Platform.h"
 
 namespace Kes {
@@ -8,6 +10,16 @@ namespace {
 
 constexpr long DaySeconds = 86400;
 constexpr int DaysPerMonth[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
+// a - b, or the nearest int: the order of any two counts survives.
+int difference(long a, long b) {
+    constexpr int most = std::numeric_limits<int>::max();
+    const auto wideA = static_cast<unsigned long>(a);
+    const auto wideB = static_cast<unsigned long>(b);
+    const unsigned long gap = a > b ? wideA - wideB : wideB - wideA;
+    const int size = gap > static_cast<unsigned long>(most) ? most : static_cast<int>(gap);
+    return a > b ? size : -size;
+}
 
 }  // namespace
 
@@ -128,17 +140,14 @@ void Timestamp::addYears(int n) {
 
 void Timestamp::addMonths(int n) {
     const int before = getYear();
-    int year = before;
-    int month = getMonth();
-    days -= getDaysFromMonths(year, month);
-    month += n;
-    for (; month < 1; month += 12)
-        --year;
-    for (; month > 12; month -= 12)
-        ++year;
+    const int month = getMonth();
+    days -= getDaysFromMonths(before, month);
+    const long total = month - 1L + n;  // counted from January, maybe of an earlier year
+    const long years = (total >= 0 ? total : total - 11) / 12;
+    const int year = before + static_cast<int>(years);
     if (year != before)
         setYear(year);
-    days += getDaysFromMonths(year, month);
+    days += getDaysFromMonths(year, static_cast<int>(total - years * 12) + 1);
 }
 
 void Timestamp::addHours(int n) {
@@ -169,7 +178,7 @@ void Timestamp::carry() {
 }
 
 int Timestamp::compare(const Timestamp& o) const {
-    return static_cast<int>(days != o.days ? days - o.days : seconds - o.seconds);
+    return days != o.days ? difference(days, o.days) : difference(seconds, o.seconds);
 }
 
 long Timestamp::operator-(const Timestamp& o) const {

@@ -59,7 +59,8 @@ public:
     void addMinutes(int n);
     void addSeconds(int n);
 
-    /// The difference in days, or in seconds of the same day.
+    /// The difference in days, or in seconds of the same day; at most as far
+    /// from 0 as an int can say.
     int compare(const Timestamp& o) const;
     bool operator<(const Timestamp& o) const { return compare(o) < 0; }
     bool operator<=(const Timestamp& o) const { return compare(o) <= 0; }
