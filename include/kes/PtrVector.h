@@ -107,7 +107,8 @@ protected:
         for (int i = 0; i < n; ++i)
             dst[dstStart + i] = src[srcStart + i];
     }
-    void increaseCapacity() { reallocate(capacity + increment); }
+    // Room for one more even when the increment is 0.
+    void increaseCapacity() { reallocate(capacity + (increment > 0 ? increment : 1)); }
 
 private:
     void reallocate(int newCapacity) {

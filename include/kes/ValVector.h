@@ -97,9 +97,12 @@ protected:
         for (int i = n - 1; i >= 0; --i)
             dst[dstStart + i] = src[srcStart + i];
     }
-    void increaseCapacity() { reallocate(items == nullptr ? capacity : capacity + increment); }
+    void increaseCapacity() { reallocate(items == nullptr ? capacity : capacity + step()); }
 
 private:
+    // Room for one more even when the increment is 0.
+    int step() const { return increment > 0 ? increment : 1; }
+
     // A first array of 0 elements grows at once by the increment.
     void makeRoom() {
         while (items == nullptr || used == capacity)
@@ -120,6 +123,7 @@ private:
     int used = 0;
 };
 
+extern template class KES_EXPORT ValVector<String>;
 extern template class KES_EXPORT ValVector<int>;
 extern template class KES_EXPORT ValVector<bool>;
 
