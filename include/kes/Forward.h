@@ -41,6 +41,7 @@ class OneAssociatedCondition;
 class OneAssociatedInstance;
 class OneReference;
 class PointerBase;
+class PointerRegistry;
 class Role;
 class Selection;
 class SelectionDefinition;
@@ -54,6 +55,7 @@ class ThreadCheck;
 class Timestamp;
 class TransactionManager;
 struct DBDriverStatus;
+struct StringData;
 
 template <class T>
 class AttributeCondition;
@@ -66,11 +68,15 @@ class Pointer;
 template <class T>
 class PtrList;
 template <class T>
+class PtrListNode;
+template <class T>
 class PtrVector;
 template <class T>
 class SelectionOf;
 template <class T>
 class ValList;
+template <class T>
+class ValListNode;
 template <class K, class V>
 class ValPtrAssoc;
 template <class K, class V>
