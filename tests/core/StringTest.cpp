@@ -1,0 +1,365 @@
+#include <kes/String.h>
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <climits>
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace Kes {
+namespace {
+
+const char* bufferOf(const String& s) {
+    return s;
+}
+
+// Reaches what only derived texts may build.
+class Parts : public String {
+public:
+    Parts(const char* a, const char* b) : String(a, b) {}
+    Parts(const char* s, int n) : String(s, n) {}
+};
+
+TEST(StringTest, IsOnePointerBesidesItsVirtualTable) {
+    EXPECT_EQ(sizeof(String), 2 * sizeof(void*));
+}
+
+TEST(StringTest, IsEmptyByDefaultAndForNull) {
+    EXPECT_EQ(String(), "");
+    EXPECT_EQ(String().size(), 0);
+    EXPECT_EQ(String(static_cast<const char*>(nullptr)), "");
+}
+
+TEST(StringTest, CopiesTheTextItIsMadeFrom) {
+    char source[] = "abc";
+    const String s(static_cast<const char*>(source));
+
+    source[0] = 'x';
+
+    EXPECT_EQ(s, "abc");
+    EXPECT_EQ(s.size(), 3);
+}
+
+TEST(StringTest, EndsAtTheFirstNul) {
+    EXPECT_EQ(String("ab\0cd").size(), 2);
+}
+
+TEST(StringTest, WritesNumbersAsPrintfDoes) {
+    EXPECT_EQ(String(-5), "-5");
+    EXPECT_EQ(String(INT_MIN), "-2147483648");
+    EXPECT_EQ(String(4294967295u), "4294967295");
+    EXPECT_EQ(String(LONG_MIN), std::to_string(LONG_MIN).c_str());
+    EXPECT_EQ(String(ULONG_MAX), std::to_string(ULONG_MAX).c_str());
+    EXPECT_EQ(String(1.0), "1.000000");
+    EXPECT_EQ(String(3.5), "3.500000");
+    EXPECT_EQ(String(-0.25f), "-0.250000");
+}
+
+TEST(StringTest, HoldsTheLongestTextOfADouble) {
+    const String s(-DBL_MAX);
+
+    EXPECT_EQ(s.size(), 1 + 309 + 7);
+    EXPECT_EQ(s.substring(0, 5), "-1797");
+    EXPECT_EQ(s.afterLast("."), "000000");
+}
+
+TEST(StringTest, JoinsTwoTexts) {
+    EXPECT_EQ(Parts("ab", "cd"), "abcd");
+    EXPECT_EQ(Parts("", ""), "");
+    EXPECT_EQ(Parts("ab", static_cast<const char*>(nullptr)), "ab");
+}
+
+TEST(StringTest, TakesAtMostTheGivenBytes) {
+    EXPECT_EQ(Parts("abcd", 2), "ab");
+    EXPECT_EQ(Parts("ab", 5), "ab");
+    EXPECT_EQ(Parts("ab", 0), "");
+}
+
+TEST(StringTest, FillsTheRestWithNuls) {
+    const Parts s("ab", 5);
+
+    for (int i = 2; i <= 5; ++i)
+        EXPECT_EQ(s[i], '\0') << i;
+}
+
+TEST(StringTest, SharesItsBufferWithCopies) {
+    const String s("abc");
+    const String copy(s);
+    String assigned;
+    assigned = s;
+
+    EXPECT_EQ(bufferOf(copy), bufferOf(s));
+    EXPECT_EQ(bufferOf(assigned), bufferOf(s));
+}
+
+TEST(StringTest, KeepsItsTextWhenACopyChanges) {
+    const String s("abc");
+    String copy(s);
+
+    copy += "d";
+
+    EXPECT_EQ(s, "abc");
+    EXPECT_EQ(copy, "abcd");
+}
+
+TEST(StringTest, OutlivesTheTextItWasCopiedFrom) {
+    String copy;
+    {
+        const String s("abc");
+        copy = s;
+    }
+
+    EXPECT_EQ(copy, "abc");
+}
+
+TEST(StringTest, SharesABufferAmongAtMost65535Owners) {
+    const String s("abc");
+    std::vector<String> copies(65534, s);
+    const String oneTooMany(s);
+
+    EXPECT_EQ(bufferOf(copies.back()), bufferOf(s));
+    EXPECT_NE(bufferOf(oneTooMany), bufferOf(s));
+    EXPECT_EQ(oneTooMany, "abc");
+}
+
+TEST(StringTest, KeepsItsTextThroughMoreOwnersThanTheCountHolds) {
+    const String s("abc");
+    {
+        const std::vector<String> copies(200000, s);
+        for (const String& copy : copies)
+            ASSERT_EQ(std::strcmp(copy, "abc"), 0);
+    }
+
+    EXPECT_EQ(s, "abc");
+    EXPECT_EQ(bufferOf(String(s)), bufferOf(s));
+}
+
+TEST(StringTest, SharesTheEmptyTextWithoutLimit) {
+    const std::vector<String> copies(200000, String());
+
+    EXPECT_EQ(copies.front(), "");
+    EXPECT_EQ(copies.back(), "");
+}
+
+TEST(StringTest, LeavesNothingBehindWhenMoved) {
+    String source("abc");
+    String made(std::move(source));
+    EXPECT_EQ(made, "abc");
+    EXPECT_EQ(source, "");  // NOLINT: that is what is promised
+
+    String assigned("old");
+    assigned = std::move(made);
+    EXPECT_EQ(assigned, "abc");
+    EXPECT_EQ(made, "");  // NOLINT: that is what is promised
+}
+
+TEST(StringTest, MovesWithoutRaising) {
+    EXPECT_TRUE(std::is_nothrow_move_constructible_v<String>);
+    EXPECT_TRUE(std::is_nothrow_move_assignable_v<String>);
+}
+
+TEST(StringTest, SurvivesItsOwnAssignment) {
+    String s("abc");
+    String& same = s;
+
+    s = same;
+    EXPECT_EQ(s, "abc");
+
+    s = std::move(same);
+    EXPECT_EQ(s, "abc");
+}
+
+TEST(StringTest, TakesAPartOfItsOwnText) {
+    String s("abcdef");
+
+    s = static_cast<const char*>(s) + 2;
+    EXPECT_EQ(s, "cdef");
+
+    s += static_cast<const char*>(s) + 3;
+    EXPECT_EQ(s, "cdeff");
+
+    s += s;
+    EXPECT_EQ(s, "cdeffcdeff");
+}
+
+TEST(StringTest, BecomesEmptyWhenNullIsAssigned) {
+    String s("abc");
+
+    s = static_cast<const char*>(nullptr);
+
+    EXPECT_EQ(s, "");
+}
+
+TEST(StringTest, AppendsTextsAndLiterals) {
+    const String s("ab");
+
+    EXPECT_EQ(s + "cd", "abcd");
+    EXPECT_EQ(s + String("cd"), "abcd");
+    EXPECT_EQ("cd" + s, "cdab");
+    EXPECT_EQ(s, "ab");
+}
+
+TEST(StringTest, ReturnsItselfFromAppending) {
+    String s("a");
+
+    (s += "b") += String("c");
+
+    EXPECT_EQ(s, "abc");
+}
+
+TEST(StringTest, GivesItsBytesForAnyKindOfIndex) {
+    const String s("abc");
+    const std::size_t size = 2;
+
+    EXPECT_EQ(s[0], 'a');
+    EXPECT_EQ(s[1L], 'b');
+    EXPECT_EQ(s[1u], 'b');
+    EXPECT_EQ(s[size], 'c');
+    EXPECT_EQ(s[3], '\0');
+}
+
+TEST(StringTest, GoesToStreamsAsText) {
+    std::ostringstream out;
+
+    out << String("abc") << String();
+
+    EXPECT_EQ(out.str(), "abc");
+}
+
+TEST(StringTest, ComparesWithTextsAndLiterals) {
+    const String a("a");
+    const String b("b");
+
+    EXPECT_TRUE(a == "a" && a == String("a") && "a" == a);
+    EXPECT_TRUE(a != "b" && a != b && "b" != a);
+    EXPECT_TRUE(a < "b" && a < b && !(a < a));
+    EXPECT_TRUE(a <= "a" && a <= b && !(b <= a));
+    EXPECT_TRUE(b > "a" && b > a && !(a > a));
+    EXPECT_TRUE(b >= "b" && b >= a && !(a >= b));
+    EXPECT_FALSE(a == "A");
+}
+
+TEST(StringTest, OrdersByUnsignedBytes) {
+    EXPECT_GT(String("\xE9").compare("z"), 0);
+    EXPECT_LT(String("ab").compare(String("abc")), 0);
+    EXPECT_EQ(String("ab").compare("ab"), 0);
+}
+
+TEST(StringTest, OrdersUpperCasedTextsWhenCaseDoesNotCount) {
+    EXPECT_EQ(String("aBc").compareCaseInsensitive("AbC"), 0);
+    EXPECT_EQ(String("aBc").compareCaseInsensitive(String("AbC")), 0);
+    EXPECT_LT(String("b").compareCaseInsensitive("_"), 0);
+    EXPECT_GT(String("b").compare("_"), 0);
+}
+
+TEST(StringTest, ChangesTheCaseOfAsciiLettersOnly) {
+    EXPECT_EQ(String("a-z\xE9`{").toUpper(), "A-Z\xE9`{");
+    EXPECT_EQ(String("A-Z\xC9@[").toLower(), "a-z\xC9@[");
+    EXPECT_EQ(String().toUpper(), "");
+}
+
+TEST(StringTest, ReversesItsBytes) {
+    EXPECT_EQ(String("abc").reverse(), "cba");
+    EXPECT_EQ(String("abcd").reverse(), "dcba");
+    EXPECT_EQ(String("a").reverse(), "a");
+    EXPECT_EQ(String().reverse(), "");
+}
+
+TEST(StringTest, KeepsItsTextWhenAChangedOneIsMade) {
+    const String s("abc");
+
+    EXPECT_EQ(s.toUpper(), "ABC");
+    EXPECT_EQ(s.reverse(), "cba");
+    EXPECT_EQ(s.replace("b", ""), "ac");
+
+    EXPECT_EQ(s, "abc");
+}
+
+TEST(StringTest, ReadsNumbersUpToTheFirstOtherCharacter) {
+    EXPECT_EQ(String("12abc").parseInt(), 12);
+    EXPECT_EQ(String("  -7").parseInt(), -7);
+    EXPECT_EQ(String(LONG_MAX).parseLong(), LONG_MAX);
+    EXPECT_EQ(String("4294967295").parseUnsigned(), 4294967295u);
+    EXPECT_DOUBLE_EQ(String("2.5e1x").parseDouble(), 25.0);
+}
+
+TEST(StringTest, ReadsNothingAsZero) {
+    EXPECT_EQ(String("abc").parseInt(), 0);
+    EXPECT_EQ(String("").parseLong(), 0);
+    EXPECT_EQ(String("abc").parseUnsigned(), 0u);
+    EXPECT_EQ(String("").parseUnsigned(), 0u);
+    EXPECT_EQ(String("abc").parseDouble(), 0.0);
+}
+
+TEST(StringTest, FormatsAsPrintfDoes) {
+    String s;
+
+    s.assignFormat("%s=%03d", "key", 7);
+
+    EXPECT_EQ(s, "key=007");
+}
+
+TEST(StringTest, FormatsItsOwnText) {
+    String s("ab");
+
+    s.assignFormat("<%s>", static_cast<const char*>(s));
+
+    EXPECT_EQ(s, "<ab>");
+}
+
+TEST(StringTest, CutsFormattedTextAt1022Characters) {
+    String s;
+
+    for (const int width : {1021, 1022, 1023, 1024, 5000}) {
+        s.assignFormat("%*d", width, 1);
+        EXPECT_EQ(s.size(), width < 1022 ? width : 1022) << width;
+    }
+}
+
+TEST(StringTest, HashesShortTextsByTheirFirstByte) {
+    EXPECT_EQ(String::hash(""), 0);
+    EXPECT_EQ(String::hash("A"), 65);
+}
+
+TEST(StringTest, HashesByShiftingFurtherForEveryByte) {
+    // 65; then 65 ^ (65 << 9 ^ 66), the shift growing with the position.
+    EXPECT_EQ(String::hash("AB"), 33283);
+    EXPECT_NE(String::hash("AB"), String::hash("BA"));
+}
+
+TEST(StringTest, HashesHighBytesAsNegativeNumbers) {
+    EXPECT_EQ(String::hash("\xE9"), -23);
+}
+
+TEST(StringTest, HashesNamesToTheNumbersThatTablesRelyOn) {
+    EXPECT_EQ(String::hash("KesObjectID"), 1802823269);
+    EXPECT_EQ(String::hash("abcdefghijklmnopqrstuvwxyzabcdefgh"), 615957533);
+}
+
+TEST(StringTest, HashesToASigned32BitNumber) {
+    String longText;
+    for (int i = 0; i < 100; ++i) {
+        longText += "abc";
+        const long h = String::hash(longText);
+        EXPECT_EQ(h, static_cast<int>(h));
+    }
+}
+
+TEST(StringTest, HashesLongTextsWithTheShiftTakenModulo32) {
+    std::string text;
+    for (int i = 0; i < 70; ++i)
+        text += static_cast<char>('A' + i % 26);
+    unsigned expected = 0;
+    for (unsigned i = 0; i < text.size(); ++i)
+        expected = expected ^ ((expected << ((i + 8) % 32)) ^ static_cast<unsigned>(text[i]));
+
+    EXPECT_EQ(String::hash(text.c_str()), static_cast<int>(expected));
+}
+
+}  // namespace
+}  // namespace Kes

@@ -1,0 +1,87 @@
+#include <kes/ThreadCheck.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include <kes/Exception.h>
+
+#include "tests/support/Raises.h"
+
+namespace Kes {
+namespace {
+
+using testing::onAnotherThread;
+using testing::ReturningHandler;
+
+TEST(ThreadCheckTest, AcceptsItsOwnerEverAfter) {
+    ThreadCheck check;
+
+    check.doit();
+
+    EXPECT_NO_THROW(check.doit());
+}
+
+TEST(ThreadCheckTest, AdoptsTheFirstThreadThatCalls) {
+    ThreadCheck check;
+
+    onAnotherThread([&] { check.doit(); });
+
+    EXPECT_RAISES("MTERR", check.doit());
+}
+
+TEST(ThreadCheckTest, RaisesAFatalErrorOnAnotherThread) {
+    ThreadCheck check;
+    check.doit();
+
+    try {
+        onAnotherThread([&] { check.doit(); });
+        ADD_FAILURE() << "the other thread passed";
+    } catch (Exception& e) {
+        EXPECT_EQ(e.getSeverity(), Exception::FATAL);
+        EXPECT_STREQ(e.asString(),
+                     "FATAL ERROR IN ThreadCheck::doit [MTERR] "
+                     "You used your model in two different thread. That is illegal");
+    }
+}
+
+TEST(ThreadCheckTest, KeepsItsOwnerAfterAnotherThreadFailed) {
+    ThreadCheck check;
+    check.doit();
+
+    EXPECT_RAISES("MTERR", onAnotherThread([&] { check.doit(); }));
+
+    EXPECT_NO_THROW(check.doit());
+}
+
+TEST(ThreadCheckTest, AcceptsAnotherThreadAfterReset) {
+    ThreadCheck check;
+    check.doit();
+
+    check.reset();
+
+    EXPECT_NO_THROW(onAnotherThread([&] { check.doit(); }));
+    EXPECT_RAISES("MTERR", check.doit());
+}
+
+TEST(ThreadCheckTest, TellsApartThreadsThatFollowEachOther) {
+    ThreadCheck check;
+    onAnotherThread([&] { check.doit(); });
+
+    for (int i = 0; i < 20; ++i)
+        EXPECT_RAISES("MTERR", onAnotherThread([&] { check.doit(); }));
+}
+
+TEST(ThreadCheckDeathTest, EndsTheProcessWhenTheHandlerReturns) {
+    const auto misuse = [] {
+        const ReturningHandler handler;
+        ThreadCheck check;
+        check.doit();
+        onAnotherThread([&] { check.doit(); });
+    };
+
+    EXPECT_EXIT(misuse(), ::testing::ExitedWithCode(1), "");
+}
+
+}  // namespace
+}  // namespace Kes
