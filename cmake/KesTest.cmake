@@ -20,6 +20,8 @@ function(kes_add_test name)
     gtest_discover_tests(${target}
         DISCOVERY_MODE PRE_TEST
         DISCOVERY_TIMEOUT 60
+        # A parameter's printed value may be an address, different in each run.
+        NO_PRETTY_VALUES
         PROPERTIES TIMEOUT 120 LABELS ${name}
     )
 endfunction()
