@@ -1,0 +1,275 @@
+#include <gtest/gtest.h>
+
+#include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Raises.h"
+#include "tests/support/StaffModel.h"
+
+namespace Kes::testing {
+
+// Two sessions hold the same objects of one file.
+class ConflictTest : public ::testing::Test {
+protected:
+    ConflictTest() {
+        mine.openWith("sqlite", file.c_str());
+        mine.startTransaction();
+        firm = mine.newCompany("Firm");
+        ann = mine.newPerson("Ann", 30);
+        bob = mine.newPerson("Bob", 40);
+        mine.commit();
+        theirs.openWith("sqlite", file.c_str());
+        theirFirm = theirs.findCompany("Firm");
+        theirAnn = theirs.findPerson("Ann");
+        theirBob = theirs.findPerson("Bob");
+    }
+
+    void changeTheirs() {
+        theirs.startTransaction();
+        theirAnn->age = 77;
+        theirAnn->change();
+        theirs.commit();
+    }
+
+    void removeTheirs() {
+        theirs.startTransaction();
+        theirAnn->remove();
+        theirs.commit();
+    }
+
+    std::string ask(const char* text) { return PlainSqlite(file).ask(text); }
+
+    TemporaryFolder folder;
+    std::string file = folder.path("staff.db");
+    StaffModel mine;
+    StaffModel theirs;
+    Pointer<Company> firm;
+    Pointer<Company> theirFirm;
+    Pointer<Person> ann;
+    Pointer<Person> bob;
+    Pointer<Person> theirAnn;
+    Pointer<Person> theirBob;
+};
+
+TEST_F(ConflictTest, LosesNoUpdate) {
+    changeTheirs();
+    mine.startTransaction();
+    ann->age = 31;
+    ann->change();
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_NE(std::string::npos, message.find("Person object")) << message;
+    EXPECT_NE(std::string::npos, message.find("somebody else has changed it")) << message;
+    EXPECT_EQ("77", ask("SELECT age FROM Person WHERE name = 'Ann'"));
+    EXPECT_EQ(30, ann->age);
+}
+
+TEST_F(ConflictTest, LetsARetrySucceedAfterARefresh) {
+    changeTheirs();
+    ann->age = 31;
+    ann->change();
+    EXPECT_RAISES("COMFAIL", mine.commit());
+
+    ann->refresh();
+    EXPECT_EQ(77, ann->age);
+    ann->age += 1;
+    ann->change();
+    mine.commit();
+
+    EXPECT_EQ("78", ask("SELECT age FROM Person WHERE name = 'Ann'"));
+}
+
+TEST_F(ConflictTest, LosesNoUpdateWhenMembersAreAssignedBeforeChange) {
+    changeTheirs();
+    ann->name = "Anna";
+    ann->change();
+
+    EXPECT_RAISES("COMFAIL", mine.commit());
+
+    EXPECT_EQ("Ann", ask("SELECT name FROM Person WHERE age = 77"));
+}
+
+TEST_F(ConflictTest, FailsToUpdateWhatSomebodyHasRemoved) {
+    removeTheirs();
+    ann->age = 31;
+    ann->change();
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_NE(std::string::npos, message.find("somebody else has removed it")) << message;
+    EXPECT_EQ("1", ask("SELECT count(*) FROM Person"));
+}
+
+TEST_F(ConflictTest, FailsToRemoveWhatSomebodyHasChanged) {
+    changeTheirs();
+    ann->remove();
+
+    EXPECT_RAISES("COMFAIL", mine.commit());
+
+    EXPECT_FALSE(ann->isRemoved());
+    EXPECT_EQ("2", ask("SELECT count(*) FROM Person"));
+}
+
+TEST_F(ConflictTest, FailsToLinkWhatSomebodyHasChanged) {
+    changeTheirs();
+    ann->employer = firm;
+
+    EXPECT_RAISES("COMFAIL", mine.commit());
+
+    EXPECT_EQ(nullptr, ann->employer.get());
+}
+
+TEST_F(ConflictTest, FailsToLinkFromTheManySideWhatSomebodyHasChanged) {
+    changeTheirs();
+    firm->staff.add(ann);
+
+    EXPECT_RAISES("COMFAIL", mine.commit());
+
+    EXPECT_TRUE(firm->staff.empty());
+}
+
+TEST_F(ConflictTest, FailsToLinkWithAPartnerThatSomebodyHasRemoved) {
+    theirs.startTransaction();
+    theirFirm->remove();
+    theirs.commit();
+    ann->employer = firm;
+
+    EXPECT_RAISES("COMFAIL", mine.commit());
+
+    EXPECT_EQ("", ask("SELECT employer FROM Person WHERE name = 'Ann'"));
+}
+
+TEST_F(ConflictTest, FailsToMakeAManyToManyLinkWithAPartnerThatSomebodyHasRemoved) {
+    removeTheirs();
+    bob->friends.add(ann);
+
+    EXPECT_RAISES("COMFAIL", mine.commit());
+
+    EXPECT_EQ("0", ask("SELECT count(*) FROM Friendship"));
+}
+
+TEST_F(ConflictTest, TakesTheSameManyToManyLinkOfTwoSessionsForOne) {
+    theirAnn->friends.add(theirBob);
+    theirs.commit();
+    ann->friends.add(bob);
+    mine.commit();
+
+    EXPECT_EQ("1", ask("SELECT count(*) FROM Friendship"));
+}
+
+TEST_F(ConflictTest, StoresNothingOfATransactionWithOneConflict) {
+    changeTheirs();
+    mine.startTransaction();
+    for (int i = 0; i < 1000; ++i)
+        mine.newPerson("somebody");
+    ann->age = 31;
+    ann->change();
+
+    EXPECT_RAISES("COMFAIL", mine.commit());
+
+    EXPECT_EQ("2", ask("SELECT count(*) FROM Person"));
+}
+
+TEST_F(ConflictTest, BringsObjectsUpToDateThatAQueryMeets) {
+    changeTheirs();
+
+    EXPECT_EQ(ann.getInstance(), mine.findPerson("Ann"));
+
+    EXPECT_EQ(77, ann->age);
+    EXPECT_EQ(1UL, ann->getVersion());
+}
+
+TEST_F(ConflictTest, LeavesObjectsWithPendingChangesToTheCommit) {
+    changeTheirs();
+    ann->age = 31;
+    ann->change();
+
+    EXPECT_EQ(ann.getInstance(), mine.findPerson("Ann"));
+    EXPECT_EQ(31, ann->age);
+
+    EXPECT_RAISES("COMFAIL", mine.commit());
+}
+
+class Ear : public Listener {
+public:
+    void instanceChanged(const InstanceEvent&) override { ++changed; }
+    void instanceRemoved(const InstanceEvent&) override { ++removed; }
+
+    int changed = 0;
+    int removed = 0;
+};
+
+TEST_F(ConflictTest, TellsOfAChangeThatARefreshFinds) {
+    changeTheirs();
+    Ear ear;
+    ann->addListener(&ear);
+
+    ann->refresh();
+
+    EXPECT_EQ(1, ear.changed);
+    EXPECT_EQ(77, ann->age);
+    ann->removeListener(&ear);
+}
+
+TEST_F(ConflictTest, TellsOfARemovalThatARefreshFinds) {
+    removeTheirs();
+    Ear ear;
+    ann->addListener(&ear);
+
+    ann->refresh();
+
+    EXPECT_EQ(1, ear.removed);
+}
+
+TEST_F(ConflictTest, KeepsAPendingChangeInARefresh) {
+    changeTheirs();
+    ann->age = 31;
+    ann->change();
+
+    ann->refresh();
+
+    EXPECT_EQ(31, ann->age);
+}
+
+TEST_F(ConflictTest, LocksAnObjectAgainstOthers) {
+    StaffModel impatient;
+    impatient.openWith("sqlite", file.c_str(), "busy_timeout=20");
+    const Pointer<Person> other(impatient.findPerson("Ann"));
+    mine.startTransaction();
+    ann->lock();
+
+    EXPECT_RAISES("LOCKFAIL", other->lock());
+
+    ann->age = 31;
+    ann->change();
+    mine.commit();
+    EXPECT_EQ("31", ask("SELECT age FROM Person WHERE name = 'Ann'"));
+}
+
+TEST_F(ConflictTest, RefusesToLockWhatSomebodyHasChanged) {
+    changeTheirs();
+    mine.startTransaction();
+
+    EXPECT_RAISES("LOCKFAIL", ann->lock());
+}
+
+TEST_F(ConflictTest, RefusesToLockWhatSomebodyHasRemoved) {
+    removeTheirs();
+
+    EXPECT_RAISES("LOCKFAIL", ann->lock());
+}
+
+TEST_F(ConflictTest, GivesAOneToOnePartnerToOne) {
+    mine.startTransaction();
+    const Pointer<Person> cid(mine.newPerson("Cid"));
+    cid->spouse = bob;
+    mine.commit();
+    mine.startTransaction();
+    ann->spouse = bob;
+    mine.commit();
+
+    EXPECT_EQ("1", ask("SELECT count(*) FROM Person WHERE spouse IS NOT NULL"));
+    EXPECT_EQ(ask("SELECT KesObjectID FROM Person WHERE name = 'Ann'"),
+              ask("SELECT marriedTo FROM Person WHERE name = 'Bob'"));
+}
+
+}  // namespace Kes::testing

@@ -1,0 +1,193 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <sstream>
+
+#include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Raises.h"
+#include "tests/support/StaffModel.h"
+
+namespace Kes::testing {
+
+class CursorTest : public ::testing::Test {
+protected:
+    CursorTest() {
+        model.openWith("sqlite", file.c_str());
+        model.startTransaction();
+        for (int i = 0; i < 100; ++i)
+            model.newPerson(String("P") + String(i), i);
+        model.commit();
+        model.garbageCollect();
+    }
+
+    TemporaryFolder folder;
+    std::string file = folder.path("staff.db");
+    StaffModel model;
+};
+
+TEST_F(CursorTest, DeliversItsRowsOnceWhileTheLoopAddsAndCommits) {
+    SelectionOf<Person> people(model.personClass);
+    int count = 0;
+    while (people.next()) {
+        ++count;
+        model.startTransaction();
+        model.newPerson("fresh", 1000);
+        model.commit();
+    }
+
+    EXPECT_EQ(100, count);
+}
+
+TEST_F(CursorTest, DeliversRowsThatTheLoopRemoves) {
+    std::vector<Pointer<Person>> all;
+    SelectionOf<Person> first(model.personClass);
+    for (Person* person : first)
+        all.emplace_back(person);
+    SelectionOf<Person> people(model.personClass);
+    int count = 0;
+    while (people.next()) {
+        ++count;
+        if (count > 50)
+            continue;
+        model.startTransaction();
+        all[static_cast<std::size_t>(100 - count)]->remove();
+        model.commit();
+    }
+
+    EXPECT_EQ(100, count);
+}
+
+TEST_F(CursorTest, ChangesEachRowOnce) {
+    SelectionOf<Person> people(model.personClass);
+    people.where(people["age"] >= 0);
+    int count = 0;
+    while (people.next()) {
+        ++count;
+        model.startTransaction();
+        people.value()->age += 1000;
+        people.value()->change();
+        model.commit();
+    }
+
+    EXPECT_EQ(100, count);
+    EXPECT_EQ("104950", PlainSqlite(file).ask("SELECT sum(age) FROM Person"));
+}
+
+TEST_F(CursorTest, GoesOnAfterARollback) {
+    SelectionOf<Person> people(model.personClass);
+    std::set<std::string> names;
+    while (people.next()) {
+        names.insert(static_cast<const char*>(people.value()->name));
+        if (names.size() % 10 != 0)
+            continue;
+        model.startTransaction();
+        model.newPerson("fresh");
+        people.value()->change();
+        model.rollback();
+    }
+
+    EXPECT_EQ(100U, names.size());
+}
+
+TEST_F(CursorTest, GoesOnWhenSomebodyElseHasCommitted) {
+    StaffModel other;
+    other.openWith("sqlite", file.c_str());
+    SelectionOf<Person> people(model.personClass);
+    ASSERT_TRUE(people.next());
+    other.startTransaction();
+    other.newPerson("fresh");
+    other.commit();
+
+    model.startTransaction();
+    people.value()->age = 5000;
+    people.value()->change();
+    model.commit();
+
+    int count = 1;
+    while (people.next())
+        ++count;
+    EXPECT_EQ(100, count);
+}
+
+TEST_F(CursorTest, InterleavesWithOthers) {
+    SelectionOf<Person> outer(model.personClass);
+    outer.where(outer["age"] < 10);
+    int pairs = 0;
+    while (outer.next()) {
+        SelectionOf<Person> inner(model.personClass);
+        inner.where(inner["age"] < 10);
+        while (inner.next())
+            ++pairs;
+    }
+
+    EXPECT_EQ(100, pairs);
+}
+
+TEST_F(CursorTest, MayBeGivenUpInTheMiddle) {
+    for (int i = 0; i < 3; ++i) {
+        SelectionOf<Person> people(model.personClass);
+        EXPECT_TRUE(people.next());
+    }
+
+    model.startTransaction();
+    model.newPerson("fresh");
+    model.commit();
+}
+
+TEST_F(CursorTest, EndsWhenTheModelCloses) {
+    SelectionOf<Person> people(model.personClass);
+    ASSERT_TRUE(people.next());
+
+    model.close();
+
+    EXPECT_FALSE(people.next());
+    EXPECT_EQ(nullptr, people.value());
+}
+
+TEST_F(CursorTest, KeepsManyRowsAsideWithoutLosingOne) {
+    model.startTransaction();
+    const std::string filling(2000, 'x');
+    for (int i = 0; i < 10000; ++i)
+        model.newPerson((filling + std::to_string(i)).c_str(), 7777);
+    model.commit();
+    model.garbageCollect();
+    SelectionOf<Person> people(model.personClass);
+    people.where(people["age"] == 7777);
+    ASSERT_TRUE(people.next());
+    model.startTransaction();
+    model.newPerson("fresh");
+    model.commit();
+
+    std::set<std::string> names;
+    do
+        names.insert(static_cast<const char*>(people.value()->name));
+    while (people.next());
+
+    EXPECT_EQ(10000U, names.size());
+}
+
+TEST_F(CursorTest, PreparesAStatementOnceForEachShape) {
+    std::ostringstream trace;
+    model.traceSQLTo(trace);
+    for (int age = 0; age < 3; ++age) {
+        SelectionOf<Person> people(model.personClass);
+        people.where(people["age"] == age);
+        while (people.next())
+            continue;
+    }
+
+    EXPECT_NE(std::string::npos, trace.str().find("\"age\" = 2"));
+    EXPECT_NE(std::string::npos, trace.str().find(" ms]"));
+}
+
+TEST_F(CursorTest, ShortensLongValuesInTheTrace) {
+    std::ostringstream trace;
+    model.traceSQLTo(trace);
+    model.startTransaction();
+    model.newPerson(std::string(100000, 'x').c_str());
+    model.commit();
+
+    EXPECT_LT(trace.str().size(), 10000U);
+}
+
+}  // namespace Kes::testing

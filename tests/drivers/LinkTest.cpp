@@ -1,0 +1,274 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Raises.h"
+#include "tests/support/StaffModel.h"
+
+namespace Kes::testing {
+
+// What links leave in the file, as another session sees it.
+class LinkTest : public ::testing::Test {
+protected:
+    LinkTest() {
+        model.openWith("sqlite", file.c_str());
+        model.startTransaction();
+        firm = model.newCompany("Firm");
+        ann = model.newPerson("Ann");
+        bob = model.newPerson("Bob");
+        cid = model.newPerson("Cid");
+    }
+
+    std::string ask(const char* text) { return PlainSqlite(file).ask(text); }
+    std::string idOf(const Instance* instance) {
+        return std::to_string(instance->getObjectID());
+    }
+    std::string column(const char* name, const char* ofWhom) {
+        return ask((std::string("SELECT ") + name + " FROM Person WHERE name = '" + ofWhom + "'")
+                       .c_str());
+    }
+
+    // The number of statements of a commit.
+    long statementsOfCommit() {
+        std::ostringstream trace;
+        model.traceSQLTo(trace);
+        model.commit();
+        model.disableSQLTrace();
+        const std::string text = trace.str();
+        return std::count(text.begin(), text.end(), '\n');
+    }
+
+    TemporaryFolder folder;
+    std::string file = folder.path("staff.db");
+    StaffModel model;
+    Pointer<Company> firm;
+    Pointer<Person> ann;
+    Pointer<Person> bob;
+    Pointer<Person> cid;
+};
+
+TEST_F(LinkTest, LiesInTheRowOfTheOneSide) {
+    ann->employer = firm;
+    model.commit();
+
+    EXPECT_EQ(idOf(firm), column("employer", "Ann"));
+    EXPECT_EQ("", column("employer", "Bob"));
+}
+
+TEST_F(LinkTest, LiesThereWhenItIsMadeFromTheManySide) {
+    firm->staff.add(ann);
+    model.commit();
+
+    EXPECT_EQ(idOf(firm), column("employer", "Ann"));
+}
+
+TEST_F(LinkTest, CostsNoStatementOfItsOwnBesideAnInsert) {
+    ann->employer = firm;
+    bob->employer = firm;
+    firm->staff.add(cid);
+
+    // BEGIN, four inserts, COMMIT.
+    EXPECT_EQ(6, statementsOfCommit());
+}
+
+TEST_F(LinkTest, CostsNoStatementOfItsOwnBesideAnUpdate) {
+    model.commit();
+    model.startTransaction();
+    ann->employer = firm;
+    ann->age = 5;
+    ann->change();
+
+    // BEGIN, a look at the partner, one update, COMMIT.
+    EXPECT_EQ(4, statementsOfCommit());
+    EXPECT_EQ("1", column("KesVersion", "Ann"));
+}
+
+TEST_F(LinkTest, CostsNoStatementBesideARemoval) {
+    ann->employer = firm;
+    model.commit();
+    model.startTransaction();
+    ann->remove();
+    std::ostringstream trace;
+    model.traceSQLTo(trace);
+    model.commit();
+
+    EXPECT_EQ(std::string::npos, trace.str().find("SET \"KesVersion\""));
+    EXPECT_EQ("2", ask("SELECT count(*) FROM Person"));
+}
+
+TEST_F(LinkTest, SurvivesAManyTimesLargerTransaction) {
+    for (int i = 0; i < 10000; ++i)
+        model.newPerson("somebody");
+    ann->employer = firm;
+    firm->staff.add(bob);
+    model.commit();
+
+    EXPECT_EQ(idOf(firm), column("employer", "Ann"));
+    EXPECT_EQ(idOf(firm), column("employer", "Bob"));
+}
+
+TEST_F(LinkTest, FollowsTheLastAssignment) {
+    const Pointer<Company> other(model.newCompany("Other"));
+    ann->employer = firm;
+    bob->employer = firm;
+    model.commit();
+    model.startTransaction();
+    ann->employer = other;
+    bob->employer = nullptr;
+    model.commit();
+
+    EXPECT_EQ(idOf(other), column("employer", "Ann"));
+    EXPECT_EQ("", column("employer", "Bob"));
+}
+
+TEST_F(LinkTest, LeavesNoReferenceToARemovedPartner) {
+    ann->employer = firm;
+    model.commit();
+    model.startTransaction();
+    firm->remove();
+    model.commit();
+
+    EXPECT_EQ("", column("employer", "Ann"));
+    EXPECT_EQ("0", column("KesVersion", "Ann"));
+}
+
+TEST_F(LinkTest, StandsInBothRowsOfAOneToOnePair) {
+    ann->spouse = bob;
+    model.commit();
+
+    EXPECT_EQ(idOf(bob), column("spouse", "Ann"));
+    EXPECT_EQ(idOf(ann), column("marriedTo", "Bob"));
+}
+
+TEST_F(LinkTest, FreesTheThirdWhenAOneToOnePartnerIsTaken) {
+    ann->spouse = bob;
+    model.commit();
+    model.startTransaction();
+    cid->spouse = bob;
+    model.commit();
+
+    EXPECT_EQ("", column("spouse", "Ann"));
+    EXPECT_EQ(idOf(bob), column("spouse", "Cid"));
+    EXPECT_EQ(idOf(cid), column("marriedTo", "Bob"));
+}
+
+TEST_F(LinkTest, GoesFromBothRowsWhenItIsDissolved) {
+    ann->spouse = bob;
+    model.commit();
+    model.startTransaction();
+    ann->spouse = nullptr;
+    model.commit();
+
+    EXPECT_EQ("", column("spouse", "Ann"));
+    EXPECT_EQ("", column("marriedTo", "Bob"));
+}
+
+TEST_F(LinkTest, ReachesAnObjectItself) {
+    ann->spouse = ann;
+    ann->friends.add(ann);
+    model.commit();
+
+    EXPECT_EQ(idOf(ann), column("spouse", "Ann"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM Friendship WHERE friends = friendOf"));
+}
+
+TEST_F(LinkTest, NamesTheColumnsOfALinkTableByTheRoles) {
+    ann->friends.add(bob);
+    model.commit();
+
+    EXPECT_EQ(idOf(bob), ask("SELECT friends FROM Friendship"));
+    EXPECT_EQ(idOf(ann), ask("SELECT friendOf FROM Friendship"));
+}
+
+TEST_F(LinkTest, HoldsAManyToManyPairOnce) {
+    ann->friends.add(bob);
+    bob->friendOf.add(ann);
+    model.commit();
+
+    EXPECT_EQ("1", ask("SELECT count(*) FROM Friendship"));
+}
+
+TEST_F(LinkTest, GoesWithEitherEndOfAManyToManyPair) {
+    ann->friends.add(bob);
+    bob->friends.add(cid);
+    model.commit();
+    model.startTransaction();
+    bob->remove();
+    model.commit();
+
+    EXPECT_EQ("0", ask("SELECT count(*) FROM Friendship"));
+    EXPECT_EQ("2", ask("SELECT count(*) FROM Person"));
+}
+
+TEST_F(LinkTest, CascadesToDependents) {
+    bob->parent = ann;
+    cid->parent = bob;
+    model.commit();
+    model.startTransaction();
+    ann->remove();
+    model.commit();
+
+    EXPECT_EQ("0", ask("SELECT count(*) FROM Person"));
+}
+
+TEST_F(LinkTest, IsLoadedOnBothSides) {
+    ann->employer = firm;
+    ann->friends.add(bob);
+    bob->parent = ann;
+    model.commit();
+    StaffModel other;
+    other.openWith("sqlite", file.c_str());
+
+    const Pointer<Person> found(other.findPerson("Ann"));
+
+    EXPECT_EQ("Firm", found->employer->name);
+    EXPECT_TRUE(found->employer->staff.contains(static_cast<Person*>(found)));
+    ASSERT_EQ(1U, found->friends.size());
+    EXPECT_EQ("Bob", (*found->friends.begin())->name);
+    EXPECT_EQ(*found->friends.begin(), *found->children.begin());
+    EXPECT_EQ(nullptr, found->parent.get());
+}
+
+TEST_F(LinkTest, IsNotMadeToAnObjectThatNeverCameToBe) {
+    model.commit();
+    model.startTransaction();
+    Company* passing = model.newCompany("Passing");
+    ann->employer = passing;
+    passing->remove();
+    model.commit();
+
+    EXPECT_EQ("", column("employer", "Ann"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM Company"));
+}
+
+TEST_F(LinkTest, MayComeAndGoBeforeItsEndsAreStored) {
+    ann->employer = firm;
+    ann->employer = nullptr;
+    ann->friends.add(bob);
+    ann->friends.remove(bob);
+    ann->friends.add(cid);
+    cid->remove();
+    model.commit();
+
+    EXPECT_EQ("", column("employer", "Ann"));
+    EXPECT_EQ("0", ask("SELECT count(*) FROM Friendship"));
+}
+
+TEST_F(LinkTest, ForcesACollectionToWhatIsStored) {
+    ann->friends.add(bob);
+    model.commit();
+    StaffModel other;
+    other.openWith("sqlite", file.c_str());
+    const Pointer<Person> theirAnn(other.findPerson("Ann"));
+    theirAnn->friends.remove(*theirAnn->friends.begin());
+    theirAnn->friends.add(other.findPerson("Cid"));
+    other.commit();
+
+    ann->get(ann->friends, true);
+
+    ASSERT_EQ(1U, ann->friends.size());
+    EXPECT_EQ(cid.getInstance(), *ann->friends.begin());
+}
+
+}  // namespace Kes::testing

@@ -1,0 +1,374 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Raises.h"
+
+#include <kes/Kes.h>
+
+namespace Kes::testing {
+
+// A class whose fields a test makes up.
+class Free : public Instance {
+public:
+    using Fields = std::function<void(Free&, Handler*)>;
+
+    Free(Class* c, const Fields& report) : Instance(c), fields(report) {}
+    void handle(Handler* h) override {
+        Instance::handle(h);
+        fields(*this, h);
+    }
+
+    String text;
+    String text2;
+    int number = 0;
+    long wide = 0;
+    double real = 0;
+    bool flag = true;
+    One<Free> one{this};
+    Many<Free> many{this};
+    Many<Free> many2{this};
+    const Fields& fields;
+};
+
+class FreeModel : public Model {
+public:
+    using Declare = std::function<void(FreeModel&)>;
+
+    FreeModel(int schemaVersion, Declare how) : Model("free", 1000), declare(std::move(how)) {
+        setVersion(schemaVersion);
+    }
+
+    Class* declareClass(const char* called, const Free::Fields& fields, int itsVersion = 0) {
+        static const Free::Fields* current = nullptr;
+        static std::map<std::pair<const Model*, std::string>, Free::Fields> all;
+        Free::Fields& kept = all[{this, called}];
+        kept = fields;
+        reports()[std::string(called)] = &kept;
+        static_cast<void>(current);
+        return addClass(called, itsVersion == 0 ? getVersion() : itsVersion,
+                        [](Class* c) -> Instance* {
+                            return new Free(
+                                c, *static_cast<FreeModel*>(c->getModel())
+                                        ->reports()[static_cast<const char*>(c->getName())]);
+                        });
+    }
+
+    void openFile(const std::string& file) { open("sqlite", file.c_str(), "", "", ""); }
+
+    Free* make(const char* className) {
+        return static_cast<Free*>(getClass(className)->newInstance());
+    }
+
+    std::map<std::string, const Free::Fields*>& reports() { return known; }
+
+protected:
+    void declareModel() override { declare(*this); }
+
+private:
+    Declare declare;
+    std::map<std::string, const Free::Fields*> known;
+};
+
+void textField(Free& object, Handler* h) {
+    h->handleString("text", object.text, 20);
+}
+
+class SchemaTest : public ::testing::Test {
+protected:
+    std::string ask(const std::string& text) { return PlainSqlite(file).ask(text); }
+
+    // What an open with these declarations says; "" when it works.
+    std::string refusal(const FreeModel::Declare& declare, int version = 1) {
+        FreeModel model(version, declare);
+        return messageRaisedBy([&] { model.openFile(file); });
+    }
+
+    // Makes a database with one object of the class Thing.
+    void makeThing(const Free::Fields& fields, const std::function<void(Free&)>& fill) {
+        FreeModel model(1, [&](FreeModel& m) { m.declareClass("Thing", fields); });
+        model.openFile(file);
+        model.startTransaction();
+        fill(*model.make("Thing"));
+        model.commit();
+    }
+
+    TemporaryFolder folder;
+    std::string file = folder.path("free.db");
+};
+
+class NameTest : public SchemaTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(NameTest, WorksForClassesAndFields) {
+    const String name(GetParam());
+    const auto fields = [&](Free& object, Handler* h) {
+        h->handleString(name, object.text, 20);
+        h->handleInt("number", object.number);
+    };
+    FreeModel model(1, [&](FreeModel& m) {
+        m.declareClass(name, fields)->addIndex(name, false);
+    });
+    model.openFile(file);
+    model.startTransaction();
+    model.make(name)->text = "found";
+    model.commit();
+
+    Selection selection(model.getClass(name));
+    selection.where(selection[name] == "found");
+    selection.orderBy(selection[name]);
+
+    EXPECT_TRUE(selection.next());
+}
+
+INSTANTIATE_TEST_SUITE_P(Unusual, NameTest,
+                         ::testing::Values("select", "from", "order", "user", "group", "table",
+                                           "index", "primary", "references", "key", "value",
+                                           "with blanks", "a.b", "100%", "(x)", "a:b", "what?",
+                                           "[x]", "a/b", "1st", "_x", "\"", "`", "']",
+                                           "\"; drop table x; --", "Änderung", "a,b"));
+
+class BadNameTest : public SchemaTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(BadNameTest, IsRefusedForClasses) {
+    EXPECT_NE("", refusal([](FreeModel& m) { m.declareClass(GetParam(), textField); }));
+    EXPECT_EQ("0", ask("SELECT count(*) FROM sqlite_schema WHERE name NOT LIKE 'kes_%' AND name "
+                       "NOT LIKE 'sqlite_%'"));
+}
+
+TEST_P(BadNameTest, IsRefusedForFieldsOrWorks) {
+    const std::string name = GetParam();
+    const bool isField = name.find("kes_") != std::string::npos;
+    const std::string said = refusal([&](FreeModel& m) {
+        m.declareClass("Thing", [name](Free& object, Handler* h) {
+            h->handleString(name.c_str(), object.text, 20);
+        });
+    });
+
+    EXPECT_EQ(isField, said.empty()) << said;
+}
+
+INSTANTIATE_TEST_SUITE_P(Impossible, BadNameTest,
+                         ::testing::Values("", " ", "ends in ", "kes_versions", "KES_IDS",
+                                           "sqlite_thing"));
+
+TEST_F(SchemaTest, RefusesClassesThatDifferInCaseOnly) {
+    const std::string said = refusal([](FreeModel& m) {
+        m.declareClass("Thing", textField);
+        m.declareClass("thing", textField);
+    });
+
+    EXPECT_NE(std::string::npos, said.find("Thing")) << said;
+    EXPECT_NE(std::string::npos, said.find("thing")) << said;
+}
+
+TEST_F(SchemaTest, RefusesFieldsThatDifferInCaseOnly) {
+    EXPECT_NE("", refusal([](FreeModel& m) {
+        m.declareClass("Thing", [](Free& object, Handler* h) {
+            h->handleString("text", object.text, 20);
+            h->handleString("Text", object.text2, 20);
+        });
+    }));
+}
+
+TEST_F(SchemaTest, RefusesAClassNamedLikeAnotherOnesView) {
+    EXPECT_NE("", refusal([](FreeModel& m) {
+        Class* base = m.declareClass("Base", textField);
+        m.declareClass("Sub", textField)->subclassOf(base);
+        m.declareClass("Base_all", textField);
+    }));
+}
+
+TEST_F(SchemaTest, RefusesAClassNamedLikeALinkTable) {
+    const std::string said = refusal([](FreeModel& m) {
+        m.declareClass("Friends", [](Free& object, Handler* h) {
+            h->handleManyAssociated("Friends", "a", &object.many);
+            h->handleManyAssociated("Friends", "b", &object.many2);
+        });
+    });
+
+    EXPECT_NE(std::string::npos, said.find("association Friends")) << said;
+}
+
+class IndexTest : public SchemaTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(IndexTest, IsRefusedWithTheList) {
+    const std::string said = refusal([](FreeModel& m) {
+        m.declareClass("Thing", textField)->addIndex(GetParam(), false);
+    });
+
+    EXPECT_NE(std::string::npos, said.find("Thing")) << said;
+    EXPECT_NE(std::string::npos, said.find(GetParam())) << said;
+}
+
+INSTANTIATE_TEST_SUITE_P(Impossible, IndexTest,
+                         ::testing::Values("nothing", "text,text", "text,", ",", "text DESC",
+                                           "lower(text)", "text); drop table Thing; --"));
+
+TEST_F(SchemaTest, MakesUniqueAndInheritedIndexes) {
+    FreeModel model(1, [](FreeModel& m) {
+        Class* base = m.declareClass("Base", textField);
+        base->setAbstract(true);
+        base->addIndex("text", true);
+        m.declareClass("Sub", textField)->subclassOf(base);
+    });
+    model.openFile(file);
+    model.startTransaction();
+    model.make("Sub")->text = "same";
+    model.make("Sub")->text = "same";
+
+    const std::string said = messageRaisedBy([&] { model.commit(); });
+
+    EXPECT_NE(std::string::npos, said.find("UNIQUE")) << said;
+    EXPECT_EQ("0", ask("SELECT count(*) FROM Sub"));
+}
+
+TEST_F(SchemaTest, MakesAViewOfAHierarchy) {
+    FreeModel model(1, [](FreeModel& m) {
+        Class* base = m.declareClass("Base", textField);
+        m.declareClass("Sub", textField)->subclassOf(base);
+    });
+    model.openFile(file);
+    model.startTransaction();
+    model.make("Base");
+    model.make("Sub");
+    model.commit();
+
+    EXPECT_EQ("Base", ask("SELECT KesClass FROM Base_all ORDER BY KesClass LIMIT 1"));
+    EXPECT_EQ("2", ask("SELECT count(*) FROM Base_all"));
+}
+
+TEST_F(SchemaTest, GivesNewFieldsWhatAFreshObjectHas) {
+    makeThing(textField, [](Free& thing) { thing.text = "kept"; });
+
+    EXPECT_EQ("", refusal(
+                      [](FreeModel& m) {
+                          m.declareClass("Thing", [](Free& object, Handler* h) {
+                              h->handleBool("flag", object.flag);
+                              h->handleString("text", object.text, 20);
+                          });
+                      },
+                      2));
+
+    EXPECT_EQ("kept", ask("SELECT text FROM Thing"));
+    EXPECT_EQ("1", ask("SELECT flag FROM Thing"));
+}
+
+TEST_F(SchemaTest, DropsFieldsThatAreGone) {
+    makeThing(textField, [](Free& thing) { thing.text = "gone"; });
+
+    EXPECT_EQ("", refusal(
+                      [](FreeModel& m) {
+                          m.declareClass("Thing", [](Free& object, Handler* h) {
+                              h->handleInt("number", object.number);
+                          });
+                      },
+                      2));
+
+    EXPECT_EQ("0", ask("SELECT count(*) FROM pragma_table_info('Thing') WHERE name = 'text'"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM Thing"));
+}
+
+TEST_F(SchemaTest, ConvertsWhatFits) {
+    makeThing([](Free& object, Handler* h) { h->handleInt("x", object.number); },
+              [](Free& thing) { thing.number = 42; });
+
+    EXPECT_EQ("", refusal(
+                      [](FreeModel& m) {
+                          m.declareClass("Thing", [](Free& object, Handler* h) {
+                              h->handleString("x", object.text, 20);
+                          });
+                      },
+                      2));
+    EXPECT_EQ("text", ask("SELECT typeof(x) FROM Thing"));
+
+    EXPECT_EQ("", refusal(
+                      [](FreeModel& m) {
+                          m.declareClass("Thing", [](Free& object, Handler* h) {
+                              h->handleDouble("x", object.real);
+                          });
+                      },
+                      3));
+    EXPECT_EQ("42.0", ask("SELECT x FROM Thing"));
+}
+
+TEST_F(SchemaTest, RefusesAConversionThatLosesSomething) {
+    makeThing(textField, [](Free& thing) { thing.text = "forty-two"; });
+
+    const std::string said = refusal(
+        [](FreeModel& m) {
+            m.declareClass("Thing", [](Free& object, Handler* h) {
+                h->handleInt("text", object.number);
+            });
+        },
+        2);
+
+    EXPECT_NE(std::string::npos, said.find("forty-two")) << said;
+    EXPECT_NE(std::string::npos, said.find("Thing object")) << said;
+    EXPECT_EQ("forty-two", ask("SELECT text FROM Thing"));
+    EXPECT_EQ("1", ask("SELECT version FROM kes_versions WHERE kind = 'MODEL'"));
+    EXPECT_EQ("0", ask("SELECT count(*) FROM sqlite_schema WHERE name LIKE 'kes_new%'"));
+}
+
+TEST_F(SchemaTest, AddsAClassBesideTheOthers) {
+    makeThing(textField, [](Free& thing) { thing.text = "kept"; });
+
+    EXPECT_EQ("", refusal(
+                      [](FreeModel& m) {
+                          m.declareClass("Thing", textField, 1);
+                          m.declareClass("Other", textField, 2);
+                      },
+                      2));
+
+    EXPECT_EQ("kept", ask("SELECT text FROM Thing"));
+    EXPECT_EQ("0", ask("SELECT count(*) FROM Other"));
+}
+
+TEST_F(SchemaTest, KeepsObjectIdsAndVersionsInAnUpgrade) {
+    makeThing(textField, [](Free& thing) { thing.text = "kept"; });
+    const std::string id = ask("SELECT KesObjectID FROM Thing");
+    PlainSqlite(file).run("UPDATE Thing SET KesVersion = 7");
+
+    EXPECT_EQ("", refusal([](FreeModel& m) { m.declareClass("Thing", textField); }, 2));
+
+    EXPECT_EQ(id, ask("SELECT KesObjectID FROM Thing"));
+    EXPECT_EQ("7", ask("SELECT KesVersion FROM Thing"));
+}
+
+TEST_F(SchemaTest, TakesClassesOfManyFields) {
+    const auto fields = [](Free& object, Handler* h) {
+        for (int i = 0; i < 300; ++i)
+            h->handleInt(String("f") + String(i), object.number);
+    };
+    FreeModel model(1, [&](FreeModel& m) { m.declareClass("Wide", fields); });
+    model.openFile(file);
+    model.startTransaction();
+    Free* wide = model.make("Wide");
+    wide->number = 3;
+    model.commit();
+    model.startTransaction();
+    wide->number = 4;
+    wide->change();
+    model.commit();
+
+    EXPECT_EQ("4", ask("SELECT f299 FROM Wide"));
+}
+
+TEST_F(SchemaTest, RefusesMoreFieldsThanTheDatabaseTakes) {
+    EXPECT_NE(std::string::npos, refusal([](FreeModel& m) {
+                                     m.declareClass("Wide", [](Free& object, Handler* h) {
+                                         for (int i = 0; i < 2100; ++i)
+                                             h->handleInt(String("f") + String(i),
+                                                          object.number);
+                                     });
+                                 }).find("2000"));
+}
+
+TEST_F(SchemaTest, RefusesATableThatIsNotItsOwn) {
+    PlainSqlite(file).run("CREATE TABLE Thing (x)");
+
+    EXPECT_NE("", refusal([](FreeModel& m) { m.declareClass("Thing", textField); }));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM pragma_table_info('Thing')"));
+}
+
+}  // namespace Kes::testing

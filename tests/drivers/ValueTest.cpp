@@ -1,0 +1,315 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Raises.h"
+
+#include <kes/Kes.h>
+
+namespace Kes::testing {
+
+// One field of every kind.
+class Sample : public Instance {
+public:
+    explicit Sample(Class* c) : Instance(c) {}
+    void handle(Handler* h) override {
+        Instance::handle(h);
+        h->handleULong("aULong", aULong);
+        h->handleLong("aLong", aLong);
+        h->handleString("text", text, 10);
+        h->handleInt("anInt", anInt);
+        h->handleUInt("aUInt", aUInt);
+        h->handleBool("aBool", aBool);
+        h->handleFloat("aFloat", aFloat);
+        h->handleDouble("aDouble", aDouble);
+        h->handleTimestamp("time", time);
+        h->handleBlob("blob", blob);
+    }
+
+    unsigned long aULong = 0;
+    long aLong = 0;
+    String text;
+    int anInt = 0;
+    unsigned int aUInt = 0;
+    bool aBool = false;
+    float aFloat = 0;
+    double aDouble = 0;
+    Timestamp time{2000, 1, 1, 0, 0, 0};
+    Blob blob;
+};
+
+class SampleModel : public Model {
+public:
+    SampleModel() : Model("samples", 1000) {}
+
+    Class* sampleClass = nullptr;
+
+protected:
+    void declareModel() override {
+        setVersion(1);
+        sampleClass = addClass("Sample", 1, [](Class* c) -> Instance* { return new Sample(c); });
+    }
+};
+
+class ValueTest : public ::testing::Test {
+protected:
+    ValueTest() {
+        model.open("sqlite", file.c_str(), "", "", "");
+        model.startTransaction();
+        sample = static_cast<Sample*>(model.sampleClass->newInstance());
+    }
+
+    // The object as another session reads it from the file.
+    Sample* reload() {
+        model.commit();
+        other.open("sqlite", file.c_str(), "", "", "");
+        Selection all(other.sampleClass);
+        EXPECT_TRUE(all.next());
+        loaded = static_cast<Sample*>(all.value());
+        return loaded;
+    }
+
+    void expectRefused(const char* field) {
+        const std::string message = messageRaisedBy([&] { model.commit(); });
+        EXPECT_NE(std::string::npos, message.find(field)) << message;
+        EXPECT_NE(std::string::npos, message.find("Sample")) << message;
+        Selection all(model.sampleClass);
+        EXPECT_FALSE(all.next());
+    }
+
+    TemporaryFolder folder;
+    std::string file = folder.path("samples.db");
+    SampleModel model;
+    SampleModel other;
+    Pointer<Sample> sample;
+    Pointer<Sample> loaded;
+};
+
+TEST_F(ValueTest, KeepsTheSmallestIntegers) {
+    sample->aLong = std::numeric_limits<long>::min();
+    sample->anInt = std::numeric_limits<int>::min();
+
+    const Sample* read = reload();
+
+    EXPECT_EQ(std::numeric_limits<long>::min(), read->aLong);
+    EXPECT_EQ(std::numeric_limits<int>::min(), read->anInt);
+}
+
+TEST_F(ValueTest, KeepsTheLargestIntegers) {
+    sample->aULong = static_cast<unsigned long>(std::numeric_limits<long>::max());
+    sample->aLong = std::numeric_limits<long>::max();
+    sample->anInt = std::numeric_limits<int>::max();
+    sample->aUInt = std::numeric_limits<unsigned int>::max();
+    sample->aBool = true;
+
+    const Sample* read = reload();
+
+    EXPECT_EQ(static_cast<unsigned long>(std::numeric_limits<long>::max()), read->aULong);
+    EXPECT_EQ(std::numeric_limits<long>::max(), read->aLong);
+    EXPECT_EQ(std::numeric_limits<int>::max(), read->anInt);
+    EXPECT_EQ(std::numeric_limits<unsigned int>::max(), read->aUInt);
+    EXPECT_TRUE(read->aBool);
+}
+
+TEST_F(ValueTest, RefusesUnsignedNumbersThatNotEveryDatabaseHolds) {
+    sample->aULong = static_cast<unsigned long>(std::numeric_limits<long>::max()) + 1;
+
+    expectRefused("aULong");
+}
+
+class RealTest : public ValueTest, public ::testing::WithParamInterface<double> {};
+
+TEST_P(RealTest, IsKeptExactly) {
+    sample->aDouble = GetParam();
+    sample->aFloat = static_cast<float>(GetParam());
+
+    const Sample* read = reload();
+
+    EXPECT_EQ(GetParam(), read->aDouble);
+    EXPECT_EQ(std::signbit(GetParam()), std::signbit(read->aDouble));
+    EXPECT_EQ(static_cast<float>(GetParam()), read->aFloat);
+    EXPECT_EQ(std::signbit(GetParam()), std::signbit(read->aFloat));
+}
+
+INSTANTIATE_TEST_SUITE_P(Odd, RealTest,
+                         ::testing::Values(0.0, -0.0, 0.1, 1.0 / 3, 4.9e-324, 1e-45, 16777216.0,
+                                           -1e30, 3.25, 123456789.0));
+
+TEST_F(ValueTest, KeepsTheLargestReals) {
+    sample->aDouble = std::numeric_limits<double>::max();
+    sample->aFloat = std::numeric_limits<float>::max();
+
+    const Sample* read = reload();
+
+    EXPECT_EQ(std::numeric_limits<double>::max(), read->aDouble);
+    EXPECT_EQ(std::numeric_limits<float>::max(), read->aFloat);
+}
+
+TEST_F(ValueTest, RefusesWhatIsNotANumber) {
+    sample->aDouble = std::numeric_limits<double>::quiet_NaN();
+
+    expectRefused("aDouble");
+}
+
+TEST_F(ValueTest, RefusesInfinities) {
+    sample->aFloat = -std::numeric_limits<float>::infinity();
+
+    expectRefused("aFloat");
+}
+
+class TextTest : public ValueTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(TextTest, IsKeptExactlyAndFound) {
+    sample->text = GetParam();
+
+    EXPECT_STREQ(GetParam(), reload()->text);
+
+    Selection same(other.sampleClass);
+    same.where(same["text"] == GetParam());
+    EXPECT_TRUE(same.next());
+}
+
+INSTANTIATE_TEST_SUITE_P(Odd, TextTest,
+                         ::testing::Values("", " ", "   ", "a ", "007", "1e3", "NULL", "it's",
+                                           "\"", "`", "\\", ";--", "/*", "%", "_", "\n\r\t",
+                                           "Robert'); DROP TABLE \"Sample\";--",
+                                           "longer than the ten bytes declared", "łäß",
+                                           "a\xCC\x88", "\xF0\x9F\x98\x80"));
+
+TEST_F(ValueTest, KeepsAMegabyteOfText) {
+    const std::string long_(1 << 20, 'x');
+    sample->text = long_.c_str();
+
+    EXPECT_EQ(long_, static_cast<const char*>(reload()->text));
+}
+
+class BadTextTest : public ValueTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(BadTextTest, IsRefused) {
+    sample->text = GetParam();
+
+    expectRefused("text");
+}
+
+INSTANTIATE_TEST_SUITE_P(NotUtf8, BadTextTest,
+                         ::testing::Values("\x80", "abc\xFF", "\xC0\x80", "\xE2\x82",
+                                           "\xED\xA0\x80", "\xF4\x90\x80\x80",
+                                           "12345678\xC3(901234"));
+
+TEST_F(ValueTest, TellsAnEmptyBlobFromOneOfNoBytes) {
+    auto* second = static_cast<Sample*>(model.sampleClass->newInstance());
+    second->blob = Blob("", 0);
+
+    Sample* first = reload();
+    Selection all(other.sampleClass);
+    all.where(all["KesObjectID"] == second->getObjectID());
+    ASSERT_TRUE(all.next());
+
+    EXPECT_TRUE(first->blob.isEmpty());
+    EXPECT_FALSE(static_cast<Sample*>(all.value())->blob.isEmpty());
+    EXPECT_EQ(0, static_cast<Sample*>(all.value())->blob.size());
+}
+
+TEST_F(ValueTest, KeepsAllBytesOfABlob) {
+    std::string bytes;
+    for (int i = 0; i < 100000; ++i)
+        bytes += static_cast<char>(i % 256);
+    sample->blob = Blob(bytes.data(), static_cast<int>(bytes.size()));
+
+    EXPECT_EQ(sample->blob, reload()->blob);
+}
+
+class TimeTest : public ValueTest, public ::testing::WithParamInterface<Timestamp> {};
+
+TEST_P(TimeTest, IsKeptExactlyAndFound) {
+    sample->time = GetParam();
+
+    const Sample* read = reload();
+
+    EXPECT_EQ(GetParam().getAllDays(), read->time.getAllDays());
+    EXPECT_EQ(GetParam().getAllSeconds(), read->time.getAllSeconds());
+    Selection same(other.sampleClass);
+    same.where(same["time"] == GetParam());
+    EXPECT_TRUE(same.next());
+}
+
+Timestamp endOfDay() {
+    Timestamp t(2020, 5, 5, 0, 0, 0);
+    t.addHours(-24);
+    return t;
+}
+
+INSTANTIATE_TEST_SUITE_P(Odd, TimeTest,
+                         ::testing::Values(Timestamp(1, 1, 1, 0, 0, 0),
+                                           Timestamp(7899, 12, 31, 23, 59, 59),
+                                           Timestamp(1969, 12, 31, 23, 59, 59),
+                                           Timestamp(2000, 2, 29, 12, 0, 0),
+                                           Timestamp(1900, 2, 29, 1, 1, 1),
+                                           Timestamp(2038, 1, 19, 3, 14, 8),
+                                           Timestamp(2024, 3, 31, 2, 30, 0), endOfDay()));
+
+TEST_F(ValueTest, RefusesTimesOutsideTheCalendar) {
+    sample->time.setAllDays(-1);
+
+    expectRefused("time");
+}
+
+TEST_F(ValueTest, RefusesSecondsOutsideADay) {
+    sample->time.setAllSeconds(86401);
+
+    expectRefused("time");
+}
+
+TEST_F(ValueTest, RefusesToReadABooleanThatIsNone) {
+    model.commit();
+    PlainSqlite(file).run("UPDATE Sample SET aBool = 2");
+    other.open("sqlite", file.c_str(), "", "", "");
+    Selection all(other.sampleClass);
+
+    const std::string message = messageRaisedBy([&] { all.next(); });
+
+    EXPECT_NE(std::string::npos, message.find("aBool")) << message;
+}
+
+TEST_F(ValueTest, RefusesToReadTextWithANulByte) {
+    model.commit();
+    PlainSqlite(file).run("UPDATE Sample SET text = CAST(x'610062' AS TEXT)");
+    other.open("sqlite", file.c_str(), "", "", "");
+    Selection all(other.sampleClass);
+
+    EXPECT_RAISES("SELERR", all.next());
+}
+
+TEST_F(ValueTest, RefusesToReadANumberThatIsTooLarge) {
+    model.commit();
+    PlainSqlite(file).run("UPDATE Sample SET anInt = 3000000000");
+    other.open("sqlite", file.c_str(), "", "", "");
+    Selection all(other.sampleClass);
+
+    EXPECT_RAISES("SELERR", all.next());
+}
+
+TEST_F(ValueTest, WritesTheChangedFieldsOnly) {
+    reload();
+    PlainSqlite(file).run("UPDATE Sample SET text = 'by hand'");
+    model.startTransaction();
+    sample->anInt = 5;
+    sample->change();
+    model.commit();
+
+    EXPECT_EQ("by hand", PlainSqlite(file).ask("SELECT text FROM Sample"));
+    EXPECT_EQ("5", PlainSqlite(file).ask("SELECT anInt FROM Sample"));
+}
+
+TEST_F(ValueTest, RaisesTheStoredVersionWhenNothingChanged) {
+    reload();
+    model.startTransaction();
+    sample->change();
+    model.commit();
+
+    EXPECT_EQ("1", PlainSqlite(file).ask("SELECT KesVersion FROM Sample"));
+}
+
+}  // namespace Kes::testing
