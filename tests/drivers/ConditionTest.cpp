@@ -129,9 +129,9 @@ TEST_F(ConditionTest, JoinsWithAndAndOr) {
     const Attribute age = attribute("age");
     const Attribute name = attribute("name");
 
-    EXPECT_EQ((Names{"Bob"}), who(age > 20 & age < 40));
+    EXPECT_EQ((Names{"Bob"}), who((age > 20) & (age < 40)));
     EXPECT_EQ((Names{"Ann", "cid_%"}), who(age == 20 || age == 40));
-    EXPECT_EQ((Names{"Ann", "cid_%"}), who(name == "Ann" || age > 20 & age != 30));
+    EXPECT_EQ((Names{"Ann", "cid_%"}), who(name == "Ann" || ((age > 20) & (age != 30))));
     EXPECT_EQ((Names{"Bob"}), who((age == 20 || age == 30) & (name == "Bob" || name == "cid")));
 }
 

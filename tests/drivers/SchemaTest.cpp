@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
+#include <string>
 
 #include "tests/drivers/TemporaryFolder.h"
 #include "tests/support/Raises.h"
@@ -41,12 +43,10 @@ public:
     }
 
     Class* declareClass(const char* called, const Free::Fields& fields, int itsVersion = 0) {
-        static const Free::Fields* current = nullptr;
         static std::map<std::pair<const Model*, std::string>, Free::Fields> all;
         Free::Fields& kept = all[{this, called}];
         kept = fields;
         reports()[std::string(called)] = &kept;
-        static_cast<void>(current);
         return addClass(called, itsVersion == 0 ? getVersion() : itsVersion,
                         [](Class* c) -> Instance* {
                             return new Free(
