@@ -18,9 +18,9 @@ void releaseLibrary(void* library);
 std::uint32_t currentThreadId();
 
 struct LocalTime {
-    int year;    // e.g. 2004
-    int month;   // 1 to 12
-    int day;     // 1 to 31
+    int year;   // e.g. 2004
+    int month;  // 1 to 12
+    int day;    // 1 to 31
     int hour;
     int minute;
     int second;

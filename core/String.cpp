@@ -36,9 +36,8 @@ String changed(const char* text, Change change) {
 
 StringData* String::allocate(std::size_t length) {
     const std::size_t bytes = offsetof(StringData, text) + length + 1;
-    auto* fresh =
-        static_cast<StringData*>(::operator new(bytes < sizeof(StringData) ? sizeof(StringData)
-                                                                           : bytes));
+    auto* fresh = static_cast<StringData*>(
+        ::operator new(bytes < sizeof(StringData) ? sizeof(StringData) : bytes));
     fresh->count = 1;
     return fresh;
 }
@@ -257,8 +256,8 @@ long String::hash(const String& s) {
     std::uint32_t h = 0;
     unsigned shift = 8;
     for (const char* at = s.data->text; *at != '\0'; ++at, ++shift) {
-        const auto c = static_cast<std::uint32_t>(
-            static_cast<std::int32_t>(static_cast<signed char>(*at)));
+        const auto c =
+            static_cast<std::uint32_t>(static_cast<std::int32_t>(static_cast<signed char>(*at)));
         h ^= (h << shift % 32) ^ c;
     }
     return static_cast<std::int32_t>(h);

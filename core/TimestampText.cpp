@@ -25,14 +25,14 @@ ValVector<String>& longMonthNames() {
 }
 
 ValVector<String>& shortMonthNames() {
-    static ValVector<String> names = listOf({"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul",
-                                             "Aug", "Sep", "Oct", "Nov", "Dec"});
+    static ValVector<String> names = listOf(
+        {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"});
     return names;
 }
 
 ValVector<String>& longDayNames() {
-    static ValVector<String> names = listOf(
-        {"Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saterday", "Sunday"});
+    static ValVector<String> names =
+        listOf({"Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saterday", "Sunday"});
     return names;
 }
 
@@ -189,9 +189,7 @@ void Timestamp::parseString(const char* text, const char* format) {
                             : "indicated short month name not found");
             break;
         }
-        default:
-            width = 1;
-            length = 1;
+        default: width = 1; length = 1;
         }
         const std::size_t f = static_cast<std::size_t>(found - format) + width;
         const char* next = f < formatSize ? std::strchr(format + f, '%') : nullptr;
