@@ -52,8 +52,8 @@ protected:
 TEST_F(ConflictTest, LosesNoUpdate) {
     changeTheirs();
     mine.startTransaction();
-    ann->age = 31;
     ann->change();
+    ann->age = 31;
 
     const std::string message = messageRaisedBy([&] { mine.commit(); });
 

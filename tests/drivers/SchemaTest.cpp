@@ -138,7 +138,7 @@ TEST_P(BadNameTest, IsRefusedForClasses) {
 
 TEST_P(BadNameTest, IsRefusedForFieldsOrWorks) {
     const std::string name = GetParam();
-    const bool isField = name.find("kes_") != std::string::npos;
+    const bool isField = name == "kes_versions" || name == "KES_IDS" || name == "sqlite_thing";
     const std::string said = refusal([&](FreeModel& m) {
         m.declareClass("Thing", [name](Free& object, Handler* h) {
             h->handleString(name.c_str(), object.text, 20);

@@ -295,8 +295,8 @@ TEST_F(ValueTest, WritesTheChangedFieldsOnly) {
     reload();
     PlainSqlite(file).run("UPDATE Sample SET text = 'by hand'");
     model.startTransaction();
-    sample->anInt = 5;
     sample->change();
+    sample->anInt = 5;
     model.commit();
 
     EXPECT_EQ("by hand", PlainSqlite(file).ask("SELECT text FROM Sample"));
