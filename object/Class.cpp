@@ -51,10 +51,18 @@ Instance* Class::getDummy() {
 
 Instance* Class::newInstance() {
     Instance* instance = factory(this);
-    const Pointer<Instance> keep(instance);
-    InitAssocHandler initialise;
-    instance->handle(&initialise);
-    instance->add();
+    Pointer<Instance> keep(instance);
+    try {
+        InitAssocHandler initialise;
+        instance->handle(&initialise);
+        instance->add();
+    } catch (...) {
+        // What has no id yet is in no model, and nobody else knows of it.
+        keep.makeNull();
+        if (instance->getObjectID() == 0)
+            delete instance;
+        throw;
+    }
     return instance;
 }
 
