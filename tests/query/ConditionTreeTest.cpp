@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/StaffModel.h"
+
+namespace Kes::testing {
+
+// Notes each call as a line.
+class NotingTranslator : public ConditionTranslator {
+public:
+    void translate(Condition* left, Condition::LogicalOperator op, Condition* right) override {
+        note("combination", op);
+        if (!recurses)
+            return;
+        left->translate(this);
+        right->translate(this);
+    }
+    void translate(Role* role, Condition::AssociationOperator op, AssociatedClass* nested) override {
+        note(std::string("many ") + static_cast<const char*>(role->getRole()) + " " +
+                 static_cast<const char*>(nested->getClass()->getName()),
+             op);
+    }
+    void translate(Role* role, Condition::AssociationOperator op, Instance* instance) override {
+        note(std::string("one ") + static_cast<const char*>(role->getRole()) +
+                 (instance == nullptr ? " null" : ""),
+             op);
+    }
+    void translate(Attribute* a, int op, double) override { noteAttribute("double", a, op); }
+    void translate(Attribute* a, int op, float) override { noteAttribute("float", a, op); }
+    void translate(Attribute* a, int op, bool) override { noteAttribute("bool", a, op); }
+    void translate(Attribute* a, int op, const Timestamp&) override {
+        noteAttribute("time", a, op);
+    }
+    void translate(Attribute* a, int op, const String& value) override {
+        noteAttribute((std::string("text ") + static_cast<const char*>(value)).c_str(), a, op);
+    }
+    void translate(Attribute* a, int op, int) override { noteAttribute("int", a, op); }
+    void translate(Attribute* a, int op, unsigned int) override { noteAttribute("uint", a, op); }
+    void translate(Attribute* a, int op, long) override { noteAttribute("long", a, op); }
+    void translate(Attribute* a, int op, unsigned long) override {
+        noteAttribute("ulong", a, op);
+    }
+
+    std::vector<std::string> lines;
+    bool recurses = false;
+
+private:
+    void noteAttribute(const char* kind, const Attribute* a, int op) {
+        note(std::string(static_cast<const char*>(a->getName())) + " " + kind, op);
+    }
+    void note(const std::string& what, int op) {
+        lines.push_back(what + " " + std::to_string(op));
+    }
+};
+
+std::vector<std::string> callsOf(Condition&& condition, bool recurses = false) {
+    NotingTranslator translator;
+    translator.recurses = recurses;
+    condition.translate(&translator);
+    return translator.lines;
+}
+
+class ConditionTreeTest : public ::testing::Test {
+protected:
+    ConditionTreeTest() { model.openWith(); }
+
+    using Lines = std::vector<std::string>;
+
+    StaffModel model;
+    const Attribute age{nullptr, "age"};
+};
+
+TEST_F(ConditionTreeTest, CarriesTheCodeOfEachOperator) {
+    EXPECT_EQ(Lines{"age int 0"}, callsOf(age == 1));
+    EXPECT_EQ(Lines{"age int 1"}, callsOf(age != 1));
+    EXPECT_EQ(Lines{"age int 2"}, callsOf(age > 1));
+    EXPECT_EQ(Lines{"age int 3"}, callsOf(age < 1));
+    EXPECT_EQ(Lines{"age int 4"}, callsOf(age >= 1));
+    EXPECT_EQ(Lines{"age int 5"}, callsOf(age <= 1));
+    EXPECT_EQ(Lines{"age text a%_\\ 6"}, callsOf(age.like("a%_\\")));
+}
+
+TEST_F(ConditionTreeTest, ArrivesAtTheSlotOfItsType) {
+    EXPECT_EQ(Lines{"age ulong 0"}, callsOf(age == 1UL));
+    EXPECT_EQ(Lines{"age long 0"}, callsOf(age == 1L));
+    EXPECT_EQ(Lines{"age uint 0"}, callsOf(age == 1U));
+    EXPECT_EQ(Lines{"age bool 0"}, callsOf(age == true));
+    EXPECT_EQ(Lines{"age float 0"}, callsOf(age == 1.0F));
+    EXPECT_EQ(Lines{"age double 0"}, callsOf(age == 1.0));
+    EXPECT_EQ(Lines{"age time 0"}, callsOf(age == Timestamp::now()));
+    EXPECT_EQ(Lines{"age text x 0"}, callsOf(age == "x"));
+    EXPECT_EQ(Lines{"age text x 0"}, callsOf(age == String("x")));
+}
+
+TEST_F(ConditionTreeTest, MakesOneCallForACombination) {
+    EXPECT_EQ(Lines{"combination 0"}, callsOf((age == 1) & (age == 2)));
+    EXPECT_EQ(Lines{"combination 1"}, callsOf(age == 1 || age == 2));
+}
+
+TEST_F(ConditionTreeTest, NestsToTheLeft) {
+    EXPECT_EQ((Lines{"combination 0", "combination 0", "age int 0", "age long 0", "age uint 0"}),
+              callsOf((age == 1) & (age == 2L) & (age == 3U), true));
+}
+
+TEST_F(ConditionTreeTest, BindsAndTighterThanOr) {
+    EXPECT_EQ((Lines{"combination 1", "age int 0", "combination 0", "age long 0", "age uint 0"}),
+              callsOf(age == 1 || ((age == 2L) & (age == 3U)), true));
+}
+
+TEST_F(ConditionTreeTest, IsCopiedDeeply) {
+    std::unique_ptr<Condition> copy;
+    {
+        const CombinationCondition original = (age == 1) & (age > 2);
+        copy.reset(original.getNew());
+    }
+    NotingTranslator translator;
+    translator.recurses = true;
+    copy->translate(&translator);
+
+    EXPECT_EQ((Lines{"combination 0", "age int 0", "age int 2"}), translator.lines);
+}
+
+TEST_F(ConditionTreeTest, TestsRolesAgainstInstances) {
+    const Role role(model.personClass, "employer", model.getAssociation("Works"));
+    model.startTransaction();
+    const Pointer<Instance> firm(model.newCompany("Firm"));
+
+    EXPECT_EQ(Lines{"one employer 0"}, callsOf(role == firm));
+    EXPECT_EQ(Lines{"one employer 1"}, callsOf(role != firm.getInstance()));
+    EXPECT_EQ(Lines{"one employer null 0"}, callsOf(role == nullptr));
+    EXPECT_EQ(Lines{"one employer null 1"}, callsOf(role != nullptr));
+}
+
+TEST_F(ConditionTreeTest, TakesTheConditionOfANestedSelection) {
+    const Role role(model.personClass, "employer", model.getAssociation("Works"));
+    Selection nested(model.companyClass);
+    nested.where(nested["name"] == "x");
+
+    EXPECT_EQ(Lines{"many employer Company 0"}, callsOf(role == nested));
+    EXPECT_EQ(nullptr, nested.getCondition());
+    EXPECT_EQ(Lines{"many employer Company 1"}, callsOf(role != nested));
+}
+
+TEST_F(ConditionTreeTest, KeepsTheInstanceItTestsForAlive) {
+    const Role role(model.personClass, "employer", model.getAssociation("Works"));
+    model.startTransaction();
+    const unsigned long id = model.newCompany("Firm")->getObjectID();
+    model.commit();
+    {
+        const OneAssociatedCondition condition = role == model.get(id);
+        model.garbageCollect();
+        EXPECT_NE(nullptr, model.get(id));
+    }
+    model.garbageCollect();
+
+    EXPECT_EQ(nullptr, model.get(id));
+}
+
+TEST_F(ConditionTreeTest, MayBeAMillionOperandsDeep) {
+    Condition* deep = (age == 0).getNew();
+    for (int i = 0; i < 1000000; ++i)
+        deep = new CombinationCondition(deep, Condition::OR, (age == i).getNew());
+    const std::unique_ptr<Condition> original(deep);
+
+    const std::unique_ptr<Condition> copy(original->getNew());
+
+    EXPECT_NE(nullptr, copy);
+}
+
+TEST(ConditionTranslatorTest, HandsOutAliasesInTurn) {
+    NotingTranslator translator;
+
+    EXPECT_EQ("a0", translator.getNewAlias());
+    EXPECT_EQ("a1", translator.getNewAlias());
+    NotingTranslator copy(translator);
+    EXPECT_EQ("a2", copy.getNewAlias());
+    EXPECT_EQ("a2", translator.getNewAlias());
+}
+
+}  // namespace Kes::testing

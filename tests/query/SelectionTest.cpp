@@ -1,0 +1,273 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/Raises.h"
+#include "tests/support/Recording.h"
+#include "tests/support/StaffModel.h"
+
+namespace Kes::testing {
+
+class SelectionTest : public ::testing::Test {
+protected:
+    SelectionTest() {
+        recording.reset();
+        model.openWith("recording");
+        recording.reset();
+    }
+    ~SelectionTest() override { recording.reset(); }
+
+    void storeVehicle(Class* cls, const char* name, int year) {
+        auto* vehicle = static_cast<Vehicle*>(cls->newInstance());
+        vehicle->name = name;
+        vehicle->year = year;
+    }
+
+    std::string namesOf(SelectionOf<Vehicle>& selection) {
+        std::string names;
+        for (Vehicle* vehicle : selection)
+            names += vehicle->name + " ";
+        return names;
+    }
+
+    Recording& recording = Recording::get();
+    StaffModel model;
+};
+
+TEST_F(SelectionTest, FindsNothingInAnEmptyTable) {
+    Selection people(model.personClass);
+
+    EXPECT_FALSE(people.next());
+    EXPECT_EQ(nullptr, people.value());
+}
+
+TEST_F(SelectionTest, KeepsTheLastInstanceAfterTheEnd) {
+    model.newPerson("Ann");
+    model.commit();
+    Selection people(model.personClass);
+    ASSERT_TRUE(people.next());
+    Instance* last = people.value();
+
+    EXPECT_FALSE(people.next());
+    EXPECT_FALSE(people.next());
+
+    EXPECT_EQ(last, people.value());
+}
+
+TEST_F(SelectionTest, DefinesOnceAndFetchesForEachConcreteClass) {
+    Selection vehicles(model.vehicleClass);
+    vehicles.next();
+    vehicles.next();
+
+    EXPECT_EQ(1U, recording.only("defineSelection").size());
+    EXPECT_EQ((std::vector<std::string>{"fetch Car", "fetch Boat"}), recording.only("fetch"));
+}
+
+TEST_F(SelectionTest, DrainsTheConcreteClassesInTurnWithoutKeys) {
+    storeVehicle(model.boatClass, "b1", 1);
+    storeVehicle(model.carClass, "c1", 2);
+    storeVehicle(model.boatClass, "b2", 3);
+    storeVehicle(model.carClass, "c2", 4);
+    model.commit();
+    SelectionOf<Vehicle> vehicles(model.vehicleClass);
+
+    EXPECT_EQ("c1 c2 b1 b2 ", namesOf(vehicles));
+}
+
+TEST_F(SelectionTest, MergesBySortKeys) {
+    storeVehicle(model.boatClass, "b1", 1);
+    storeVehicle(model.carClass, "c1", 2);
+    storeVehicle(model.boatClass, "b2", 3);
+    storeVehicle(model.carClass, "c2", 4);
+    model.commit();
+    SelectionOf<Vehicle> up(model.vehicleClass);
+    up.orderBy(up["year"]);
+    SelectionOf<Vehicle> down(model.vehicleClass);
+    down.orderBy(down["year"], false);
+
+    EXPECT_EQ("b1 c1 b2 c2 ", namesOf(up));
+    EXPECT_EQ("c2 b2 c1 b1 ", namesOf(down));
+}
+
+TEST_F(SelectionTest, DeliversTheLowerClassFirstAmongEquals) {
+    storeVehicle(model.boatClass, "boat", 1);
+    storeVehicle(model.carClass, "car", 1);
+    model.commit();
+    SelectionOf<Vehicle> vehicles(model.vehicleClass);
+    vehicles.orderBy(vehicles["year"]);
+
+    EXPECT_EQ("car boat ", namesOf(vehicles));
+}
+
+TEST_F(SelectionTest, SortsByAMinorKey) {
+    storeVehicle(model.boatClass, "a", 2);
+    storeVehicle(model.carClass, "b", 1);
+    storeVehicle(model.boatClass, "a2", 1);
+    model.commit();
+    SelectionOf<Vehicle> vehicles(model.vehicleClass);
+    vehicles.orderBy(vehicles["year"]);
+    vehicles.orderBy(vehicles["name"]);
+
+    EXPECT_EQ("a2 b a ", namesOf(vehicles));
+}
+
+TEST_F(SelectionTest, AppliesTheLastConditionOnly) {
+    model.newPerson("Ann", 1);
+    model.newPerson("Bob", 2);
+    model.commit();
+    SelectionOf<Person> people(model.personClass);
+    people.where(people["age"] == 1);
+    people.where(people["age"] == 2);
+
+    EXPECT_EQ("Bob", people.nextValue()->name);
+    EXPECT_EQ(nullptr, people.nextValue());
+}
+
+TEST_F(SelectionTest, MovesItsConditionAwayAtTheFirstNext) {
+    Selection people(model.personClass);
+    people.where(people["age"] == 1);
+    EXPECT_NE(nullptr, people.getCondition());
+
+    people.next();
+
+    EXPECT_EQ(nullptr, people.getCondition());
+}
+
+TEST_F(SelectionTest, ReturnsEverythingAfterItWasNested) {
+    model.newCompany("Firm");
+    model.commit();
+    Selection firms(model.companyClass);
+    firms.where(firms["name"] == "nothing");
+    Selection people(model.personClass);
+    people.where(people("Works") == firms);
+
+    EXPECT_TRUE(firms.next());
+}
+
+TEST_F(SelectionTest, IsCalledTInQueries) {
+    const Selection people(model.personClass);
+
+    EXPECT_EQ("t", people.getAlias());
+    EXPECT_EQ(model.personClass, people.getClass());
+}
+
+TEST_F(SelectionTest, FindsTheRoleOfItsClass) {
+    const Selection people(model.personClass);
+    const Selection firms(model.companyClass);
+
+    EXPECT_EQ("employer", people("Works").getRole());
+    EXPECT_EQ("staff", firms("Works").getRole());
+    EXPECT_EQ("friends", people("Friendship", "friends").getRole());
+}
+
+TEST_F(SelectionTest, WantsTheRoleInAnAssociationOfAClassWithItself) {
+    const Selection people(model.personClass);
+
+    EXPECT_RAISES("SELFAIL", people("Friendship"));
+    EXPECT_EQ("Please specify Role in recursive association condition",
+              messageRaisedBy([&] { people("Friendship"); }));
+}
+
+TEST_F(SelectionTest, ReportsAQueryThatTheDriverRefuses) {
+    recording.failAt(1, "defineSelection");
+    Selection people(model.personClass);
+
+    EXPECT_RAISES("SELERR", people.next());
+    EXPECT_FALSE(people.next());
+}
+
+TEST_F(SelectionTest, ReportsACursorThatTheDriverRefuses) {
+    storeVehicle(model.carClass, "car", 1);
+    model.commit();
+    recording.failAt(2, "fetch");
+    Selection vehicles(model.vehicleClass);
+
+    EXPECT_RAISES("SELERR", vehicles.next());
+    EXPECT_FALSE(vehicles.next());
+}
+
+TEST_F(SelectionTest, EndsWhenTheHandlerReturns) {
+    const ReturningHandler handler;
+    recording.failAt(1, "defineSelection");
+    Selection people(model.personClass);
+
+    EXPECT_FALSE(people.next());
+    EXPECT_EQ(std::vector<std::string>{"SELERR"}, handler.codes());
+}
+
+TEST_F(SelectionTest, ReportsAModelThatIsNotOpen) {
+    model.close();
+    Selection people(model.personClass);
+
+    EXPECT_RAISES("SELERR", people.next());
+}
+
+TEST_F(SelectionTest, ReportsAnAbsentClass) {
+    Selection nothing(nullptr);
+
+    EXPECT_RAISES("SELERR", nothing.next());
+}
+
+TEST_F(SelectionTest, MayBeGivenUpInTheMiddle) {
+    model.newPerson("Ann");
+    model.newPerson("Bob");
+    model.commit();
+    {
+        Selection people(model.personClass);
+        EXPECT_TRUE(people.next());
+    }
+
+    EXPECT_NE(nullptr, model.findPerson("Bob"));
+}
+
+TEST_F(SelectionTest, FindsNothingBelowAnAbstractClassWithoutSubClasses) {
+    model.carClass->setAbstract(true);
+    model.boatClass->setAbstract(true);
+    Selection vehicles(model.vehicleClass);
+
+    EXPECT_FALSE(vehicles.next());
+}
+
+// A hierarchy with a boolean field.
+class Flagged : public Instance {
+public:
+    explicit Flagged(Class* c) : Instance(c) {}
+    void handle(Handler* h) override {
+        Instance::handle(h);
+        h->handleBool("flag", flag);
+    }
+
+    bool flag = false;
+};
+
+class FlaggedModel : public Model {
+public:
+    FlaggedModel() : Model("flags", 10) {}
+
+    Class* base = nullptr;
+    Class* sub = nullptr;
+
+protected:
+    void declareModel() override {
+        const auto make = [](Class* c) -> Instance* { return new Flagged(c); };
+        setVersion(1);
+        base = addClass("Base", 1, make);
+        sub = addClass("Sub", 1, make);
+        sub->subclassOf(base);
+    }
+};
+
+TEST(SelectionOrderTest, RefusesToMergeByABoolean) {
+    FlaggedModel model;
+    model.open("sqlite", ":memory:", "", "", "");
+    model.base->newInstance();
+    model.sub->newInstance();
+    model.commit();
+    Selection both(model.base);
+    both.orderBy(both["flag"]);
+    Selection one(model.sub);
+    one.orderBy(one["flag"]);
+
+    EXPECT_RAISES("SORTFAIL", both.next());
+    EXPECT_TRUE(one.next());
+}
+
+}  // namespace Kes::testing

@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "tests/support/Raises.h"
+
+#include <kes/Kes.h>
+
+namespace Kes::testing {
+
+class SortHandlerTest : public ::testing::Test {
+protected:
+    ~SortHandlerTest() override { orders.clearAndDelete(); }
+
+    void key(const char* name, bool ascending = true) {
+        orders.add(new SortOrder(Attribute(nullptr, name), ascending));
+    }
+
+    // Whether a candidate with that value of the key "k" beats those before.
+    template <class T>
+    bool offers(T value, void (Handler::*report)(const String&, T&)) {
+        (handler.*report)("k", value);
+        return handler.isBetter();
+    }
+    bool offersInt(int value) { return offers(value, &Handler::handleInt); }
+    bool offersText(const char* text) {
+        String value(text);
+        handler.handleString("k", value, 0);
+        return handler.isBetter();
+    }
+
+    PtrList<SortOrder> orders;
+    SortHandler handler;
+};
+
+TEST_F(SortHandlerTest, TakesTheFirstAndThenTheStrictlyBetter) {
+    key("k");
+    handler.init(orders);
+
+    EXPECT_TRUE(offersInt(3));
+    EXPECT_FALSE(offersInt(3));
+    EXPECT_FALSE(offersInt(5));
+    EXPECT_TRUE(offersInt(2));
+    EXPECT_FALSE(offersInt(3));
+}
+
+TEST_F(SortHandlerTest, TurnsDescendingKeysAround) {
+    key("k", false);
+    handler.init(orders);
+
+    EXPECT_TRUE(offersInt(3));
+    EXPECT_TRUE(offersInt(5));
+    EXPECT_FALSE(offersInt(4));
+}
+
+TEST_F(SortHandlerTest, StartsAnewAfterReinit) {
+    key("k");
+    handler.init(orders);
+    offersInt(1);
+
+    handler.reinit();
+
+    EXPECT_TRUE(offersInt(9));
+}
+
+TEST_F(SortHandlerTest, ComparesEveryKindOfField) {
+    key("k");
+    handler.init(orders);
+    EXPECT_TRUE(offers(2UL, &Handler::handleULong));
+    EXPECT_TRUE(offers(1UL, &Handler::handleULong));
+    handler.reinit();
+    EXPECT_TRUE(offers(0L, &Handler::handleLong));
+    EXPECT_TRUE(offers(-1L, &Handler::handleLong));
+    handler.reinit();
+    EXPECT_TRUE(offers(2U, &Handler::handleUInt));
+    EXPECT_FALSE(offers(3U, &Handler::handleUInt));
+    handler.reinit();
+    EXPECT_TRUE(offers(1.5F, &Handler::handleFloat));
+    EXPECT_FALSE(offers(1.5F, &Handler::handleFloat));
+    handler.reinit();
+    EXPECT_TRUE(offers(1.5, &Handler::handleDouble));
+    EXPECT_TRUE(offers(-1.5, &Handler::handleDouble));
+    handler.reinit();
+    EXPECT_TRUE(offers(Timestamp(2000, 1, 2, 0, 0, 0), &Handler::handleTimestamp));
+    EXPECT_TRUE(offers(Timestamp(2000, 1, 1, 0, 0, 0), &Handler::handleTimestamp));
+}
+
+TEST_F(SortHandlerTest, ComparesTextsByBytes) {
+    key("k");
+    handler.init(orders);
+
+    EXPECT_TRUE(offersText("b"));
+    EXPECT_TRUE(offersText("Z"));
+    EXPECT_FALSE(offersText("_"));
+    EXPECT_TRUE(offersText(""));
+}
+
+TEST_F(SortHandlerTest, AsksTheMinorKeyOnlyWhenTheMajorOneIsEqual) {
+    key("k");
+    key("minor");
+    handler.init(orders);
+    const auto offersPair = [&](int major, int minor) {
+        handler.handleInt("k", major);
+        handler.handleInt("minor", minor);
+        return handler.isBetter();
+    };
+
+    EXPECT_TRUE(offersPair(1, 5));
+    EXPECT_FALSE(offersPair(2, 1));
+    EXPECT_TRUE(offersPair(1, 4));
+    EXPECT_FALSE(offersPair(1, 4));
+}
+
+TEST_F(SortHandlerTest, PassesOverFieldsThatAreNoKeys) {
+    key("k");
+    handler.init(orders);
+    offersInt(5);
+    int other = 1;
+    handler.handleInt("other", other);
+
+    EXPECT_FALSE(handler.isBetter());
+}
+
+TEST_F(SortHandlerTest, NeverPrefersACandidateWithoutTheKey) {
+    key("k");
+    handler.init(orders);
+    EXPECT_TRUE(handler.isBetter());
+
+    EXPECT_FALSE(offersInt(1));
+    EXPECT_FALSE(handler.isBetter());
+}
+
+TEST_F(SortHandlerTest, RaisesForABooleanKey) {
+    key("k");
+    handler.init(orders);
+    bool value = true;
+
+    EXPECT_RAISES("SORTFAIL", handler.handleBool("k", value));
+    EXPECT_EQ("", codeRaisedBy([&] { handler.handleBool("other", value); }));
+}
+
+}  // namespace Kes::testing
