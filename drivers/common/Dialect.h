@@ -52,6 +52,11 @@ public:
     /// when it can.
     virtual std::string nameFault(const std::string& identifier) const;
 
+    /// The same for a column.
+    virtual std::string columnFault(const std::string& identifier) const {
+        return Dialect::nameFault(identifier);
+    }
+
     /// Two names with the same folding are one to the database.
     virtual std::string fold(const std::string& identifier) const { return identifier; }
     virtual std::size_t mostColumns() const { return 1000; }

@@ -86,7 +86,7 @@ void Names::claim(const std::string& name, const std::string& owner) {
 void Names::checkColumns(const ClassTable& table) {
     std::map<std::string, std::string> seen;
     for (const Column& column : table.columns()) {
-        const std::string fault = dialect.nameFault(column.name);
+        const std::string fault = dialect.columnFault(column.name);
         if (!fault.empty())
             throw SqlFailure("the name \"" + column.name + "\" of a field of the class " +
                              table.name() + " is not possible: " + fault);
