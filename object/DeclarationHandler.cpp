@@ -34,6 +34,11 @@ void ClassDeclarationHandler::declare(const String& name, const String& role,
                                       Association::Plurality plurality,
                                       Association::ConsistencyRule rule) {
     Association* association = model->getAssociation(name);
+    if (settling) {
+        if (association != nullptr && isGeneralised(association, role))
+            association->initializeOtherClass(cls, role, plurality, rule);
+        return;
+    }
     if (association == nullptr) {
         association = new Association(name, cls, role, plurality, rule);
         model->addAssociation(association);

@@ -10,7 +10,10 @@ namespace Kes {
 /// is added to its model. Both are borrowed.
 class ClassDeclarationHandler final : public EmptyHandler {
 public:
-    ClassDeclarationHandler(Class* declared, Model* owner) : cls(declared), model(owner) {}
+    /// With `settle` no association is created or completed: ends that a sub
+    /// class declared before its super class was known move up to this class.
+    ClassDeclarationHandler(Class* declared, Model* owner, bool settle = false)
+        : cls(declared), model(owner), settling(settle) {}
 
     void handleOneAssociated(const String& name, const String& role, OneAssociatedInstance* ref,
                              Association::ConsistencyRule rule) override;
@@ -24,6 +27,7 @@ private:
 
     Class* cls;
     Model* model;
+    bool settling;
 };
 
 }  // namespace Kes

@@ -114,6 +114,7 @@ void Model::open(const String& openDriverName, const String& openSource, const S
     threadCheck.doit();
     if (classOrder.empty())
         declareModel();
+    settleAssociations();
     if (!declaresSoundly())
         return;
     driver = getCachedDriver();
@@ -123,6 +124,18 @@ void Model::open(const String& openDriverName, const String& openSource, const S
         driver->traceSQLTo(*trace);
     if (driver->getVersion(name, "MODEL") < version)
         synchronise();
+}
+
+// Super classes are often named after both classes were added, so ends that a
+// sub class declared first could not move up to the super class by then.
+void Model::settleAssociations() {
+    for (Class* cls : classOrder) {
+        if (cls->getSubClasses().size() == 0)
+            continue;
+        const std::unique_ptr<Instance> dummy(cls->getDummy());
+        ClassDeclarationHandler settle(cls, this, true);
+        dummy->handle(&settle);
+    }
 }
 
 // An association that only one class reports has nothing to refer to.

@@ -180,6 +180,7 @@ private:
     bool openFreshDriver(const String& password);
     void synchronise();
     void dropDriver();
+    void settleAssociations();
     bool declaresSoundly() const;
     bool requireOpen(const char* operation) const;
     void recordLink(bool made, Instance* first, const String& firstRole, Instance* second,

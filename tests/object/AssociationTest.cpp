@@ -218,6 +218,18 @@ TEST_F(AssociationTest, MovesTheSecondEndUpToAClassThatFollows) {
     EXPECT_EQ("Company staff many - Person employer one unlink", described("Works"));
 }
 
+TEST_F(AssociationTest, MovesUpToASuperClassThatIsNamedLast) {
+    Class* student = model.declare("Student", {one("Works", "employer")});
+    Class* person = model.declare("Person", {one("Works", "employer")});
+    model.declare("Company", {many("Works", "staff")});
+    student->subclassOf(person);
+
+    model.open("sqlite", ":memory:", "", "", "");
+
+    EXPECT_EQ("Person employer one - Company staff many unlink", described("Works"));
+    EXPECT_EQ(1, person->getAssociations().size());
+}
+
 TEST_F(AssociationTest, StaysCompleteWhenAStrangerReportsTheSameRole) {
     model.declare("Person", {one("Works", "employer")});
     model.declare("Company", {many("Works", "staff")});
