@@ -37,7 +37,7 @@ public:
 
     std::vector<CompanyData> companies;
     std::vector<PersonData> persons;
-    std::vector<VehicleData> vehicles;  // of each of the three kinds
+    std::vector<VehicleData> vehicles;  // car, boat and van in turn
     std::vector<int> lookups;           // distinct positions of persons, half of them
 
 private:
