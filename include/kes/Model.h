@@ -139,7 +139,8 @@ public:
     bool isUndoable() const;
     bool isRedoable() const;
 
-    /// The number of committed transactions that can be undone; 128 by default.
+    /// The number of committed transactions that the history keeps; 128 by
+    /// default.
     void setMaxUndoSize(int transactions);
     int getMaxUndoSize() const;
 
