@@ -84,6 +84,24 @@ void ReferenceFinder::handleManyAssociated(const String& name, const String& its
     compare(name, itsRole, ref);
 }
 
+void RoleReader::read(Instance* instance) {
+    one = nullptr;
+    many = nullptr;
+    instance->handle(this);
+}
+
+void RoleReader::handleOneAssociated(const String& name, const String& itsRole,
+                                     OneAssociatedInstance* ref, Association::ConsistencyRule) {
+    if (name == association && itsRole == role)
+        one = ref;
+}
+
+void RoleReader::handleManyAssociated(const String& name, const String& itsRole,
+                                      ManyAssociatedInstances* ref) {
+    if (name == association && itsRole == role)
+        many = ref;
+}
+
 void LinkHandler::visit(Instance* itsPartner) {
     partner = itsPartner;
     partner->handle(this);

@@ -36,6 +36,29 @@ private:
     const String* role = nullptr;  // the association's own text, which outlives the walk
 };
 
+/// Finds the reference that instances report for one role. The names are
+/// borrowed.
+class RoleReader final : public EmptyHandler {
+public:
+    RoleReader(const String& itsAssociation, const String& itsRole)
+        : association(itsAssociation), role(itsRole) {}
+
+    void read(Instance* instance);
+
+    OneAssociatedInstance* one = nullptr;     // null when the role is none of that kind
+    ManyAssociatedInstances* many = nullptr;  // as above
+
+    void handleOneAssociated(const String& name, const String& itsRole,
+                             OneAssociatedInstance* ref,
+                             Association::ConsistencyRule rule) override;
+    void handleManyAssociated(const String& name, const String& itsRole,
+                              ManyAssociatedInstances* ref) override;
+
+private:
+    const String& association;
+    const String& role;
+};
+
 /// Enters an instance into, or takes it out of, the opposite reference of its
 /// partners.
 class LinkHandler final : public EmptyHandler {

@@ -7,7 +7,6 @@
 #include <kes/Association.h>
 #include <kes/Class.h>
 #include <kes/Condition.h>
-#include <kes/Handler.h>
 #include <kes/Many.h>
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
@@ -15,6 +14,7 @@
 #include <kes/Role.h>
 #include <kes/Selection.h>
 
+#include "object/Links.h"
 #include "session/ObjectCache.h"
 #include "session/TransactionManager.h"
 
@@ -43,38 +43,6 @@ std::unique_ptr<Condition> joinAny(std::vector<std::unique_ptr<Condition>> parts
 }
 
 }  // namespace
-
-// Finds one association field of an instance.
-class SiblingLoader::FieldReader final : public EmptyHandler {
-public:
-    FieldReader(const String& itsAssociation, const String& itsRole)
-        : association(itsAssociation), role(itsRole) {}
-
-    void read(Instance* instance) {
-        one = nullptr;
-        many = nullptr;
-        instance->handle(this);
-    }
-
-    void handleOneAssociated(const String& name, const String& itsRole,
-                             OneAssociatedInstance* ref, Association::ConsistencyRule) override {
-        if (name == association && itsRole == role)
-            one = ref;
-    }
-
-    void handleManyAssociated(const String& name, const String& itsRole,
-                              ManyAssociatedInstances* ref) override {
-        if (name == association && itsRole == role)
-            many = ref;
-    }
-
-    OneAssociatedInstance* one = nullptr;
-    ManyAssociatedInstances* many = nullptr;
-
-private:
-    const String& association;
-    const String& role;
-};
 
 class SiblingLoader::LoadingScope {
 public:
@@ -128,7 +96,7 @@ std::vector<unsigned long> SiblingLoader::partnersOf(const Group& group, std::si
                                                      const String& role) {
     std::vector<unsigned long> ids{wanted};
     std::unordered_set<unsigned long> seen{wanted};
-    FieldReader field(association->getName(), role);
+    RoleReader field(association->getName(), role);
     for (const unsigned long member : group.members) {
         if (ids.size() >= most)
             break;
@@ -224,7 +192,7 @@ bool SiblingLoader::loadBatch(Instance* owner, Group& group, std::size_t most,
     Class* cls = association->getClassFor(otherRole);
     const Role back(cls, otherRole, association);
     std::vector<std::unique_ptr<Condition>> parts;
-    FieldReader field(association->getName(), role);
+    RoleReader field(association->getName(), role);
     const auto enter = [&](Instance* sibling) {
         kept[sibling->getObjectID()];
         parts.push_back(std::make_unique<OneAssociatedCondition>(
@@ -243,7 +211,7 @@ bool SiblingLoader::loadBatch(Instance* owner, Group& group, std::size_t most,
     }
     Selection members(cls);
     members.setCondition(joinAny(std::move(parts)).release());
-    FieldReader opposite(association->getName(), otherRole);
+    RoleReader opposite(association->getName(), otherRole);
     std::size_t count = 0;
     while (members.next()) {
         Instance* member = members.value();

@@ -58,7 +58,6 @@ private:
         std::size_t faults = 0;
         std::vector<unsigned long> members;
     };
-    class FieldReader;
     class LoadingScope;
 
     void deliver(std::uint64_t& token, Instance* instance);

@@ -10,10 +10,7 @@
 #include <kes/Class.h>
 #include <kes/DBDriver.h>
 #include <kes/Exception.h>
-#include <kes/Handler.h>
-#include <kes/ManyAssociatedInstances.h>
 #include <kes/Model.h>
-#include <kes/OneAssociatedInstance.h>
 #include <kes/Pointer.h>
 
 #include "session/ObjectCache.h"
@@ -129,27 +126,6 @@ bool TransactionManager::recordRevival(Instance* instance) {
     return true;
 }
 
-void TransactionManager::recordLink(Action::Kind kind, Instance* first, const String& firstRole,
-                                    Instance* second, Association* association) {
-    Action& action = record(kind, first);
-    action.second = second;
-    action.association = association;
-    action.firstIsOne = firstRole == association->getOneRole();
-    first->setFlag(Instance::Linked, true);
-    second->setFlag(Instance::Linked, true);
-}
-
-void TransactionManager::rememberReference(Instance* owner, OneAssociatedInstance& ref) {
-    journal.push_back({Remembered::One, ref.isFetched(), owner, &ref,
-                       ref.isFetched() ? ref.getInstance() : nullptr, ref.getObjectID()});
-}
-
-void TransactionManager::rememberMember(Instance* owner, ManyAssociatedInstances& ref,
-                                        Instance* member, bool added) {
-    journal.push_back({added ? Remembered::MemberAdded : Remembered::MemberRemoved, true, owner,
-                       &ref, member, 0});
-}
-
 FieldImage TransactionManager::takeStoredFields(Instance* instance) {
     if (digestFields(instance) == instance->fingerprint)
         return images.take(instance);
@@ -246,40 +222,6 @@ bool TransactionManager::applyUpdate(Action& action) {
     return done;
 }
 
-// The row that holds a one-reference belongs to `first`. Its version is raised
-// once in a commit: by the instance's own action where there is one, otherwise
-// by the first link.
-bool TransactionManager::applyLink(Action& action) {
-    Instance* first = action.first;
-    Instance* second = action.second;
-    action.secondVersion = second->getVersion();
-    if (isDropped(first))
-        return true;
-
-    // A partner that never came to be stored leaves an empty reference.
-    Action::Kind kind = action.kind;
-    if (isDropped(second))
-        kind = Action::Unlink;
-    Association* association = action.association;
-    const String& oneRole = association->getOneRole();
-    const String& firstRole = action.firstIsOne ? oneRole : association->getOtherRole();
-    const String& secondRole = association->getAssociatedRole(firstRole);
-    const bool holdsRow = association->getPluralityFor(firstRole) == Association::One;
-    if (isDropped(second) && !holdsRow)
-        return true;
-    const bool linkFlag =
-        holdsRow && (first->pending != WithoutEntry || first->flag(Instance::Raised));
-    if (holdsRow && !linkFlag) {
-        first->nextVersion();
-        first->setFlag(Instance::Raised, true);
-    }
-    return kind == Action::Link
-               ? model->driver->addLink(first, firstRole, second, secondRole, association,
-                                        linkFlag)
-               : model->driver->removeLink(first, firstRole, second, secondRole, association,
-                                           linkFlag);
-}
-
 void TransactionManager::rollback() {
     String failure;
     if (!succeeds([&] { return model->driver->rollback(); }, failure)) {
@@ -302,25 +244,6 @@ void TransactionManager::revert() {
     revertReferences();
     for (auto action = pending.rbegin(); action != pending.rend(); ++action)
         revertAction(*action);
-}
-
-void TransactionManager::revertReferences() {
-    for (auto entry = journal.rbegin(); entry != journal.rend(); ++entry) {
-        if (entry->kind == Remembered::One) {
-            auto* ref = static_cast<OneAssociatedInstance*>(entry->ref);
-            ref->setFetched(entry->fetched);
-            ref->setInstance(entry->instance);
-            ref->setObjectID(entry->objectID);
-            continue;
-        }
-        auto* ref = static_cast<ManyAssociatedInstances*>(entry->ref);
-        if (!ref->isFetched())
-            continue;
-        if (entry->kind == Remembered::MemberAdded)
-            ref->remove(entry->instance);
-        else if (!ref->contains(entry->instance))
-            ref->add(entry->instance);
-    }
 }
 
 void TransactionManager::revertAction(const Action& action) {
@@ -434,90 +357,6 @@ void TransactionManager::announceOne(const Action& action) {
     case Action::Dropped:
     case Action::Superseded:
         break;
-    }
-}
-
-void TransactionManager::applyPendingLinks(Instance* owner, ManyAssociatedInstances& ref,
-                                           const Association* association, const String& role) {
-    if (pending.empty())
-        return;
-    dropMovedMembers(owner, ref, association, role);
-    if (!owner->flag(Instance::Linked))
-        return;
-    for (; links.covered < pending.size(); ++links.covered) {
-        const Action& action = pending[links.covered];
-        if (action.second == nullptr)
-            continue;
-        links.note(action.first, links.covered);
-        links.note(action.second, links.covered);
-    }
-    const std::vector<std::size_t>* own = links.find(owner);
-    if (own == nullptr)
-        return;
-    const bool ownerIsOne = role == association->getOneRole();
-    for (const std::size_t position : *own) {
-        const Action& action = pending[position];
-        if (action.association != association)
-            continue;
-        const bool ownerIsFirst = action.first == owner && action.firstIsOne == ownerIsOne;
-        if (!ownerIsFirst && !(action.second == owner && action.firstIsOne != ownerIsOne))
-            continue;
-        Instance* partner = ownerIsFirst ? action.second : action.first;
-        const bool link = action.kind == Action::Link;
-        if (ref.contains(partner) == link)
-            continue;
-        rememberMember(owner, ref, partner, link);
-        if (link)
-            ref.add(partner);
-        else
-            ref.remove(partner);
-    }
-}
-
-namespace {
-
-// Finds an instance's one-reference of a role.
-class OneFinder final : public EmptyHandler {
-public:
-    OneFinder(const String& itsAssociation, const String& itsRole)
-        : association(itsAssociation), role(itsRole) {}
-
-    void handleOneAssociated(const String& name, const String& itsRole,
-                             OneAssociatedInstance* ref, Association::ConsistencyRule) override {
-        if (name == association && itsRole == role)
-            found = ref;
-    }
-
-    OneAssociatedInstance* found = nullptr;
-
-private:
-    const String& association;
-    const String& role;
-};
-
-}  // namespace
-
-// Replacing a partner records the new link only: who left the owner shows by
-// the member's own reference.
-void TransactionManager::dropMovedMembers(Instance* owner, ManyAssociatedInstances& ref,
-                                          const Association* association, const String& role) {
-    const String& otherRole = association->getAssociatedRole(role);
-    if (association->getPluralityFor(otherRole) != Association::One)
-        return;
-    std::vector<Instance*> moved;
-    for (ref.reset(); ref.next();) {
-        Instance* member = ref.value();
-        if (!member->flag(Instance::Linked))
-            continue;
-        OneFinder back(association->getName(), otherRole);
-        member->handle(&back);
-        if (back.found != nullptr && back.found->isFetched() &&
-            back.found->getInstance() != owner)
-            moved.push_back(member);
-    }
-    for (Instance* member : moved) {
-        rememberMember(owner, ref, member, false);
-        ref.remove(member);
     }
 }
 
