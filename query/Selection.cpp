@@ -87,7 +87,15 @@ bool Selection::start() {
         return failOnDriver();
     frozen = new AssociatedClass(*this);
     definition = cls->getModel()->defineSelection(frozen);
-    return definition != nullptr ? openCursors() : failOnDriver();
+    if (definition == nullptr)
+        return failOnDriver();
+    try {
+        return openCursors();
+    } catch (...) {
+        // Some classes would be missing: better no row than a part of them.
+        cursors.clearAndDelete();
+        throw;
+    }
 }
 
 bool Selection::openCursors() {
@@ -131,12 +139,16 @@ void Selection::chooseHead() {
     for (int i = 0; i < cursors.size(); ++i) {
         SelectionState::Head& head = state->heads[static_cast<std::size_t>(i)];
         if (!head.known) {
-            if (Instance* instance = cursors[i]->getInstance())
-                state->merge->read(instance, head.keys);
+            Instance* instance = cursors[i]->getInstance();
+            if (instance == nullptr) {
+                current = i;  // the caller reports the row that is not there
+                return;
+            }
+            state->merge->read(instance, head.keys);
             head.known = true;
         }
-        if (i > 0 && state->merge->isBetter(head.keys,
-                                            state->heads[static_cast<std::size_t>(best)].keys))
+        if (i > 0 &&
+            state->merge->isBetter(head.keys, state->heads[static_cast<std::size_t>(best)].keys))
             best = i;
     }
     current = best;
@@ -147,10 +159,10 @@ bool Selection::failOnDriver() {
     cursors.clearAndDelete();
     current = 0;
     const DBDriver* opened = cls != nullptr ? cls->getModel()->getDriver() : nullptr;
-    const String reason =
-        cls == nullptr      ? String("The selection has no class")
-        : opened == nullptr ? String("The model ") + cls->getModel()->getName() + " is not open"
-                            : String(cls->getModel()->getDriver()->getErrorMessage());
+    const String reason = cls == nullptr ? String("The selection has no class")
+                          : opened == nullptr
+                              ? String("The model ") + cls->getModel()->getName() + " is not open"
+                              : String(cls->getModel()->getDriver()->getErrorMessage());
     Exception(Exception::ERROR, "SELERR", "Selection::next", reason).handle();
     return false;
 }
