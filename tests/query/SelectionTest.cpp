@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "tests/support/Raises.h"
 #include "tests/support/Recording.h"
 #include "tests/support/StaffModel.h"
@@ -179,6 +181,58 @@ TEST_F(SelectionTest, ReportsACursorThatTheDriverRefuses) {
     model.commit();
     recording.failAt(2, "fetch");
     Selection vehicles(model.vehicleClass);
+
+    EXPECT_RAISES("SELERR", vehicles.next());
+    EXPECT_FALSE(vehicles.next());
+}
+
+TEST_F(SelectionTest, DeliversNoPartOfARefusedQuery) {
+    storeVehicle(model.carClass, "c1", 1);
+    storeVehicle(model.carClass, "c2", 2);
+    model.commit();
+    recording.failAt(2, "fetch");
+    recording.throwInsteadOfFailing(true);
+    Selection vehicles(model.vehicleClass);
+    EXPECT_THROW(vehicles.next(), std::runtime_error);
+    recording.reset();
+
+    EXPECT_FALSE(vehicles.next());
+    EXPECT_EQ(nullptr, vehicles.value());
+}
+
+TEST_F(SelectionTest, EndsWhenACursorThrowsOnTheWay) {
+    storeVehicle(model.carClass, "c1", 1);
+    storeVehicle(model.carClass, "c2", 2);
+    model.commit();
+    Selection vehicles(model.vehicleClass);
+    ASSERT_TRUE(vehicles.next());
+    Instance* delivered = vehicles.value();
+    recording.failAt(1, "cursor.next");
+    recording.throwInsteadOfFailing(true);
+    EXPECT_THROW(vehicles.next(), std::runtime_error);
+    recording.reset();
+
+    EXPECT_FALSE(vehicles.next());
+    EXPECT_EQ(delivered, vehicles.value());
+}
+
+TEST_F(SelectionTest, ReportsARowWithoutAnInstance) {
+    model.newPerson("Ann");
+    model.commit();
+    recording.failAt(1, "cursor.getInstance");
+    Selection people(model.personClass);
+
+    EXPECT_RAISES("SELERR", people.next());
+    EXPECT_FALSE(people.next());
+}
+
+TEST_F(SelectionTest, ReportsAHeadWithoutAnInstance) {
+    storeVehicle(model.carClass, "car", 2);
+    storeVehicle(model.boatClass, "boat", 1);
+    model.commit();
+    recording.failAt(2, "cursor.getInstance", true);
+    Selection vehicles(model.vehicleClass);
+    vehicles.orderBy(vehicles["year"]);
 
     EXPECT_RAISES("SELERR", vehicles.next());
     EXPECT_FALSE(vehicles.next());

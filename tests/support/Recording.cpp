@@ -26,6 +26,14 @@ bool Recording::enter(const std::string& slot, const std::string& details) {
     log.push_back(details.empty() ? slot : slot + " " + details);
     if (wish == 0 || (!wishedSlot.empty() && wishedSlot != slot))
         return false;
+    return isWished();
+}
+
+bool Recording::enterUnnoted(const std::string& slot) {
+    return wish != 0 && wishedSlot == slot && isWished();
+}
+
+bool Recording::isWished() {
     ++matching;
     if (matching != wish && !(goesOn && matching > wish))
         return false;

@@ -25,6 +25,10 @@ public:
     /// Called by the driver: notes the call and tells whether it shall fail.
     bool enter(const std::string& slot, const std::string& details);
 
+    /// The same for calls that are neither noted nor counted: they fail only
+    /// when their slot is the wished one.
+    bool enterUnnoted(const std::string& slot);
+
     long callCount() const { return calls; }
     bool hasFailed() const { return failed; }
 
@@ -33,6 +37,8 @@ public:
     std::vector<std::string> only(const std::string& slot) const;
 
 private:
+    bool isWished();
+
     long calls = 0;
     long matching = 0;
     long wish = 0;
@@ -41,6 +47,5 @@ private:
     bool throwing = false;
     bool failed = false;
 };
-
 
 }  // namespace Kes::testing

@@ -22,10 +22,24 @@ std::string textOf(const String& text) {
 }
 
 std::string nameOf(const Instance* instance) {
-    return textOf(instance->getClass()->getName()) + " " +
-           std::to_string(instance->getObjectID()) + " v" +
-           std::to_string(instance->getVersion());
+    return textOf(instance->getClass()->getName()) + " " + std::to_string(instance->getObjectID()) +
+           " v" + std::to_string(instance->getVersion());
 }
+
+// Passes the rows on, unless it was told to fail at "cursor.next" (the rows end)
+// or "cursor.getInstance" (there is none).
+class RecordingCursor final : public DBDriverSelection {
+public:
+    explicit RecordingCursor(DBDriverSelection* real) : inner(real) {}
+
+    bool next() override { return !Recording::get().enterUnnoted("cursor.next") && inner->next(); }
+    Instance* getInstance() override {
+        return Recording::get().enterUnnoted("cursor.getInstance") ? nullptr : inner->getInstance();
+    }
+
+private:
+    std::unique_ptr<DBDriverSelection> inner;
+};
 
 class RecordingDriver final : public DBDriver {
 public:
@@ -34,9 +48,10 @@ public:
 
     bool open(const String& source, const String& password, const String& user,
               const String& options) override {
-        return call("open", textOf(source) + "|" + textOf(password) + "|" + textOf(user) + "|" +
-                                textOf(options),
-                    [&] { return inner->open(source, password, user, options); });
+        return call(
+            "open",
+            textOf(source) + "|" + textOf(password) + "|" + textOf(user) + "|" + textOf(options),
+            [&] { return inner->open(source, password, user, options); });
     }
     bool close() override {
         return call("close", "", [&] { return inner->close(); });
@@ -85,11 +100,10 @@ public:
     }
     bool addLink(Instance* first, const String& firstRole, Instance* second,
                  const String& secondRole, Association* association, bool linkFlag) override {
-        return call("addLink", link(first, firstRole, second, secondRole, association, linkFlag),
-                    [&] {
-                        return inner->addLink(first, firstRole, second, secondRole, association,
-                                              linkFlag);
-                    });
+        return call(
+            "addLink", link(first, firstRole, second, secondRole, association, linkFlag), [&] {
+                return inner->addLink(first, firstRole, second, secondRole, association, linkFlag);
+            });
     }
     bool insert(Instance* instance) override {
         return call("insert", nameOf(instance), [&] { return inner->insert(instance); });
@@ -99,10 +113,10 @@ public:
     }
     bool removeLink(Instance* first, const String& firstRole, Instance* second,
                     const String& secondRole, Association* association, bool linkFlag) override {
-        return call("removeLink",
-                    link(first, firstRole, second, secondRole, association, linkFlag), [&] {
-                        return inner->removeLink(first, firstRole, second, secondRole,
-                                                 association, linkFlag);
+        return call("removeLink", link(first, firstRole, second, secondRole, association, linkFlag),
+                    [&] {
+                        return inner->removeLink(first, firstRole, second, secondRole, association,
+                                                 linkFlag);
                     });
     }
     bool remove(Instance* instance) override {
@@ -116,16 +130,15 @@ public:
     }
     SelectionDefinition* defineSelection(AssociatedClass* selection) override {
         SelectionDefinition* definition = nullptr;
-        call("defineSelection", textOf(selection->getClass()->getName()), [&] {
-            return (definition = inner->defineSelection(selection)) != nullptr;
-        });
+        call("defineSelection", textOf(selection->getClass()->getName()),
+             [&] { return (definition = inner->defineSelection(selection)) != nullptr; });
         return definition;
     }
     DBDriverSelection* fetch(Class* cls, SelectionDefinition* definition) override {
         DBDriverSelection* cursor = nullptr;
         call("fetch", textOf(cls->getName()),
              [&] { return (cursor = inner->fetch(cls, definition)) != nullptr; });
-        return cursor;
+        return cursor != nullptr ? new RecordingCursor(cursor) : nullptr;
     }
     void traceSQLTo(std::ostream& stream) override {
         Recording::get().log.push_back("traceSQLTo");
@@ -145,12 +158,11 @@ private:
         return !told && forward();
     }
 
-    static std::string link(const Instance* first, const String& firstRole,
-                            const Instance* second, const String& secondRole,
-                            const Association* association, bool linkFlag) {
+    static std::string link(const Instance* first, const String& firstRole, const Instance* second,
+                            const String& secondRole, const Association* association,
+                            bool linkFlag) {
         return textOf(association->getName()) + ": " + nameOf(first) + " " + textOf(firstRole) +
-               " - " + nameOf(second) + " " + textOf(secondRole) +
-               (linkFlag ? " (in row)" : "");
+               " - " + nameOf(second) + " " + textOf(secondRole) + (linkFlag ? " (in row)" : "");
     }
 
     std::unique_ptr<DBDriver> inner;
