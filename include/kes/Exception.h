@@ -1,57 +1,79 @@
-// Errors and how they are reported.
+// How the library reports an error.
+//
+// Whoever detects one builds an Exception, calls handle() and then takes a
+// fallback of its own: handle() throws or returns, as the application's
+// handler likes.
 
 #pragma once
 
 #include <kes/Export.h>
-#include <kes/Forward.h>
 #include <kes/Mutex.h>
 
 namespace Kes {
 
-/// An error. Build one, call handle(), then fall back, because the handler may
-/// throw or return.
+/// An error: how bad it is, a code, where it happened and a text for people.
+///
+/// The object keeps copies of its texts, so it outlives what it was built
+/// from and may be thrown across library boundaries.
 class KES_EXPORT Exception {
 public:
-    enum Severity { FATAL = 0, ERROR = 1, WARNING = 2 };
+    enum Severity : int { FATAL = 0, ERROR = 1, WARNING = 2 };
 
-    /// Copies the texts; null stands for "".
+    /// Decides whether an error is thrown, reported or ignored.
+    using ExceptionHandler = void (*)(Exception&);
+
+    /// Copies the three texts; a null one counts as "".
     Exception(Severity severity, const char* code, const char* context, const char* message);
     Exception(const Exception& other);
     Exception& operator=(const Exception& other);
     virtual ~Exception();
 
     Severity getSeverity() const { return severity; }
+
+    /// The texts, whole, however long. Never null; owned by this object and
+    /// valid until it is assigned to or destroyed.
     const char* getCode() const { return code; }
     const char* getContext() const { return context; }
-
-    /// Whole, of any length.
     const char* getMessage() const { return message; }
 
-    /// "ERROR IN context [code] message", cut at 1,023 characters. Valid until
-    /// the next call; not for several threads at once.
+    /// The error in one line: "ERROR IN Model::commit [COMFAIL] disk full".
+    ///
+    /// Holds at most 1,023 characters; a longer line is cut there. The text
+    /// lies inside this object and is built anew by every call.
     const char* asString();
 
-    /// Passes this error to the process's handler, one thread at a time.
+    /// Hands this object to the process-wide handler.
+    ///
+    /// Handlers of different threads never overlap. A handler may itself raise
+    /// and handle a further error.
     void handle();
 
-    /// Replaces the handler. It is called with the mutex held and may raise
-    /// further errors. Null is not allowed.
-    static void setExceptionHandler(void (*handler)(Exception&));
+    /// Replaces the process-wide handler; `handler` must not be null.
+    ///
+    /// The handler that is in place at first prints a WARNING to the standard
+    /// error stream and throws a copy of anything worse.
+    static void setExceptionHandler(ExceptionHandler handler);
+
+    /// The handler in place, for whoever wants to put it back later.
+    static ExceptionHandler getExceptionHandler();
 
 protected:
+    /// A new copy of `s`, for the caller, who frees it with delete[].
     char* copy(const char* s);
 
 private:
-    // Prints warnings and throws a copy of everything else.
+    explicit Exception(Severity severity);
+
     static void defaultExceptionHandler(Exception& e);
 
     Severity severity;
-    char* code;
-    char* context;
-    char* message;
-    char text[1024];
+    char* code = nullptr;     // owned
+    char* context = nullptr;  // owned
+    char* message = nullptr;  // owned
+    char text[1024];          // what asString() returns, terminated by a NUL
 
-    static void (*myExceptionHandler)(Exception&);
+    // Guarded by myMutex.
+    static ExceptionHandler myExceptionHandler;
     static Mutex myMutex;
 };
 
