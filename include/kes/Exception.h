@@ -1,79 +1,57 @@
-// How the library reports an error.
-//
-// Whoever detects one builds an Exception, calls handle() and then takes a
-// fallback of its own: handle() throws or returns, as the application's
-// handler likes.
+// Errors and how they are reported.
 
 #pragma once
 
 #include <kes/Export.h>
+#include <kes/Forward.h>
 #include <kes/Mutex.h>
 
 namespace Kes {
 
-/// An error: how bad it is, a code, where it happened and a text for people.
-///
-/// The object keeps copies of its texts, so it outlives what it was built
-/// from and may be thrown across library boundaries.
+/// An error. Build one, call handle(), then fall back, because the handler may
+/// throw or return.
 class KES_EXPORT Exception {
 public:
-    enum Severity : int { FATAL = 0, ERROR = 1, WARNING = 2 };
+    enum Severity { FATAL = 0, ERROR = 1, WARNING = 2 };
 
-    /// Decides whether an error is thrown, reported or ignored.
-    using ExceptionHandler = void (*)(Exception&);
-
-    /// Copies the three texts; a null one counts as "".
+    /// Copies the texts; null stands for "".
     Exception(Severity severity, const char* code, const char* context, const char* message);
     Exception(const Exception& other);
     Exception& operator=(const Exception& other);
     virtual ~Exception();
 
     Severity getSeverity() const { return severity; }
-
-    /// The texts, whole, however long. Never null; owned by this object and
-    /// valid until it is assigned to or destroyed.
     const char* getCode() const { return code; }
     const char* getContext() const { return context; }
+
+    /// Whole, of any length.
     const char* getMessage() const { return message; }
 
-    /// The error in one line: "ERROR IN Model::commit [COMFAIL] disk full".
-    ///
-    /// Holds at most 1,023 characters; a longer line is cut there. The text
-    /// lies inside this object and is built anew by every call.
+    /// "ERROR IN context [code] message", cut at 1,023 characters. Valid until
+    /// the next call; not for several threads at once.
     const char* asString();
 
-    /// Hands this object to the process-wide handler.
-    ///
-    /// Handlers of different threads never overlap. A handler may itself raise
-    /// and handle a further error.
+    /// Passes this error to the process's handler, one thread at a time.
     void handle();
 
-    /// Replaces the process-wide handler; `handler` must not be null.
-    ///
-    /// The handler that is in place at first prints a WARNING to the standard
-    /// error stream and throws a copy of anything worse.
-    static void setExceptionHandler(ExceptionHandler handler);
-
-    /// The handler in place, for whoever wants to put it back later.
-    static ExceptionHandler getExceptionHandler();
+    /// Replaces the handler. It is called with the mutex held and may raise
+    /// further errors. Null is not allowed.
+    static void setExceptionHandler(void (*handler)(Exception&));
 
 protected:
-    /// A new copy of `s`, for the caller, who frees it with delete[].
     char* copy(const char* s);
 
 private:
-    explicit Exception(Severity severity);
-
+    // Prints warnings and throws a copy of everything else.
     static void defaultExceptionHandler(Exception& e);
 
     Severity severity;
-    char* code = nullptr;     // owned
-    char* context = nullptr;  // owned
-    char* message = nullptr;  // owned
-    char text[1024];          // what asString() returns, terminated by a NUL
+    char* code;
+    char* context;
+    char* message;
+    char text[1024];
 
-    // Guarded by myMutex.
-    static ExceptionHandler myExceptionHandler;
+    static void (*myExceptionHandler)(Exception&);
     static Mutex myMutex;
 };
 

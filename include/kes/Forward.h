@@ -1,42 +1,27 @@
-// Every class of the library by name.
-//
-// A header that only points to a class includes this file; who uses the class
-// includes the header that is named after it.
+// All classes by name, for headers that only point to them.
 
 #pragma once
 
 namespace Kes {
 
-// Text, errors, collections, locks, time and binary values.
-class Blob;
-class Exception;
-class Mutex;
-class MutexGuard;
-class String;
-class Test;
-class ThreadCheck;
-class Timestamp;
-
-template <class T>
-class PtrList;
-template <class T>
-class PtrVector;
-template <class T>
-class ValList;
-template <class K, class V>
-class ValPtrAssoc;
-template <class K, class V>
-class ValPtrHashtable;
-template <class T>
-class ValVector;
-
-// Classes, associations, instances, references, events and pointers.
+class AssociatedClass;
 class AssociatedOneForOne;
 class Association;
 class AssociationEvent;
 class Attribute;
+class Blob;
 class Class;
+class CombinationCondition;
+class Condition;
+class ConditionTranslator;
+class DBDriver;
+class DBDriverManager;
+class DBDriverSelection;
+class DriverCache;
 class DummyAssociatedMany;
+class EmptyHandler;
+class Exception;
+class FieldSet;
 class Handler;
 class Index;
 class InitAssocHandler;
@@ -44,36 +29,59 @@ class InspectHandler;
 class Instance;
 class InstanceEvent;
 class Listener;
-class ManyAssociatedInstances;
-class ModelEvent;
-class OneAssociatedInstance;
-class PointerBase;
-class Role;
-
-template <class T>
-class Pointer;
-
-// Conditions, selections and sorting.
-class AssociatedClass;
-class CombinationCondition;
-class Condition;
-class ConditionTranslator;
 class ManyAssociatedCondition;
+class ManyAssociatedInstances;
+class ManyReference;
+class Model;
+class ModelEvent;
+class Mutex;
+class MutexGuard;
+class ObjectCache;
 class OneAssociatedCondition;
+class OneAssociatedInstance;
+class OneReference;
+class PointerBase;
+class PointerRegistry;
+class Role;
 class Selection;
+class SelectionDefinition;
+class SelectionState;
+class SiblingLoader;
 class SortHandler;
 class SortOrder;
 class SortValueBase;
+class String;
+class ThreadCheck;
+class Timestamp;
+class TransactionManager;
+struct DBDriverStatus;
+struct StringData;
 
 template <class T>
 class AttributeCondition;
-
-// Models and database drivers.
-class DBDriver;
-class DBDriverManager;
-class DBDriverSelection;
-class DriverCache;
-class Model;
-class SelectionDefinition;
+template <class T>
+class Many;
+template <class T>
+class One;
+template <class T>
+class Pointer;
+template <class T>
+class PtrList;
+template <class T>
+class PtrListNode;
+template <class T>
+class PtrVector;
+template <class T>
+class SelectionOf;
+template <class T>
+class ValList;
+template <class T>
+class ValListNode;
+template <class K, class V>
+class ValPtrAssoc;
+template <class K, class V>
+class ValPtrHashtable;
+template <class T>
+class ValVector;
 
 }  // namespace Kes

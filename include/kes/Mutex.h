@@ -1,14 +1,11 @@
 // The library's lock.
-//
-// A model's own data is never locked: it belongs to one thread, which a
-// ThreadCheck watches. Mutex protects only the few objects that all models of
-// a process share.
 
 #pragma once
 
 #include <mutex>
 
 #include <kes/Export.h>
+#include <kes/Forward.h>
 
 namespace Kes {
 

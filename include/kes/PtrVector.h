@@ -1,159 +1,128 @@
-// A growable array of pointers.
+// Growable arrays of pointers.
 
 #pragma once
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <utility>
+#include <kes/Export.h>
+#include <kes/Forward.h>
 
 namespace Kes {
 
-/// An array of borrowed pointers that grows by a fixed number of elements.
-///
-/// Positions count from 0 and are not checked; -1 and null stand for "not
-/// found". The vector owns what its elements point to in clearAndDelete() only.
+/// An array of borrowed pointers that grows by a fixed increment. It owns what
+/// they point to in clearAndDelete only. Positions are not checked.
 template <class T>
 class PtrVector {
 public:
-    /// Room for `firstCapacity` pointers at once, and for `growth` more each time
-    /// it is full, but at least 1.
-    PtrVector(int firstCapacity, int growth)
-        : capacity(firstCapacity), increment(growth), elements(allocate(firstCapacity)) {}
+    /// Both in entries.
+    PtrVector(int initialCapacity, int growth)
+        : capacity(initialCapacity),
+          increment(growth),
+          items(new T*[static_cast<unsigned>(initialCapacity)]) {}
+    PtrVector(const PtrVector& other) : PtrVector(other.capacity, other.increment) {
+        *this = other;
+    }
+    PtrVector& operator=(const PtrVector& other) {
+        if (this == &other)
+            return *this;
+        T** fresh = new T*[static_cast<unsigned>(other.capacity)];
+        copy(fresh, 0, other.items, 0, other.used);
+        delete[] items;
+        items = fresh;
+        capacity = other.capacity;
+        increment = other.increment;
+        used = other.used;
+        return *this;
+    }
+    virtual ~PtrVector() { delete[] items; }
 
-    PtrVector(const PtrVector& other) : PtrVector(0, 0) { *this = other; }
-    PtrVector& operator=(const PtrVector& other);
-    virtual ~PtrVector() { delete[] elements; }
+    void add(T* p) {
+        if (used == capacity)
+            increaseCapacity();
+        items[used++] = p;
+    }
 
-    void add(T* p);
-    /// Puts `p` before the element at `i`; `i` may be size().
-    void insert(T* p, int i);
-    /// Both return the pointer they removed; remove() null when `p` is absent.
-    T* removeAt(int i);
-    T* remove(T* p);
-    /// Replaces the element at `i` and returns what stood there.
-    T* setAt(T* p, int i) { return std::exchange(elements[i], p); }
+    void insert(T* p, int i) {
+        if (used == capacity)
+            increaseCapacity();
+        for (int j = used; j > i; --j)
+            items[j] = items[j - 1];
+        items[i] = p;
+        ++used;
+    }
 
-    /// The first position from `start` on that holds `p`, or -1.
-    int find(T* p, int start = 0) const;
+    /// Returns the pointer that was removed.
+    T* removeAt(int i) {
+        T* removed = items[i];
+        copy(items, i, items, i + 1, used - i - 1);
+        --used;
+        return removed;
+    }
+
+    /// Null when the pointer is not there.
+    T* remove(T* p) {
+        const int i = find(p);
+        return i != -1 ? removeAt(i) : nullptr;
+    }
+
+    /// Returns the pointer that was replaced.
+    T* setAt(T* p, int i) {
+        T* replaced = items[i];
+        items[i] = p;
+        return replaced;
+    }
+
+    int find(T* p, int start = 0) const {
+        for (int i = start; i < used; ++i)
+            if (items[i] == p)
+                return i;
+        return -1;
+    }
+
     bool contains(T* p) const { return find(p) != -1; }
+    T* at(int i) const { return items[i]; }
+    T* operator[](int i) const { return items[i]; }
 
-    T*& at(int i) const { return elements[i]; }
-    T*& operator[](int i) const { return elements[i]; }
+    void setCapacity(int n) {
+        const int wanted = n > used ? n : used;
+        if (wanted != capacity)
+            reallocate(wanted);
+    }
 
-    /// Makes room for exactly `n` pointers, but never fewer than there are.
-    void setCapacity(int n);
-    /// Removes the pointers and keeps their memory.
+    /// Keeps the array.
     void clear() { used = 0; }
-    /// Deletes what the elements point to and removes them.
-    void clearAndDelete();
+
+    void clearAndDelete() {
+        for (int i = 0; i < used; ++i)
+            delete items[i];
+        used = 0;
+    }
+
     int size() const { return used; }
 
-    T** begin() const { return elements; }
-    T** end() const { return elements + used; }
-
-    /// Whether `other` is this very object. Equal contents do not count.
+    /// Identity: true only for the same object.
     bool operator==(const PtrVector& other) const { return this == &other; }
-    /// The object's address.
-    static long hash(const PtrVector& vector) {
-        return static_cast<long>(reinterpret_cast<std::intptr_t>(&vector));
-    }
+    static long hash(const PtrVector& v) { return reinterpret_cast<long>(&v); }
 
 protected:
     static void copy(T** dst, int dstStart, T** src, int srcStart, int n) {
-        std::copy(src + srcStart, src + srcStart + n, dst + dstStart);
+        for (int i = 0; i < n; ++i)
+            dst[dstStart + i] = src[srcStart + i];
     }
-    /// Copies from the last pointer to the first, for a move upwards.
-    static void reverseCopy(T** dst, int dstStart, T** src, int srcStart, int n) {
-        std::copy_backward(src + srcStart, src + srcStart + n, dst + dstStart + n);
-    }
-    void increaseCapacity() { moveTo(capacity + std::max(increment, 1)); }
-
-    int capacity = 0;
-    int increment = 0;
-    T** elements = nullptr;  // owned array of borrowed pointers
-    int used = 0;
+    // Room for one more even when the increment is 0.
+    void increaseCapacity() { reallocate(capacity + (increment > 0 ? increment : 1)); }
 
 private:
-    static T** allocate(int n) { return new T*[static_cast<std::size_t>(n)]; }
-    void moveTo(int newCapacity);
+    void reallocate(int newCapacity) {
+        T** fresh = new T*[static_cast<unsigned>(newCapacity)];
+        copy(fresh, 0, items, 0, used);
+        delete[] items;
+        items = fresh;
+        capacity = newCapacity;
+    }
+
+    int capacity;
+    int increment;
+    T** items;
+    int used = 0;
 };
-
-template <class T>
-PtrVector<T>& PtrVector<T>::operator=(const PtrVector& other) {
-    if (this == &other)
-        return *this;
-
-    T** const fresh = allocate(other.capacity);
-    copy(fresh, 0, other.elements, 0, other.used);
-    delete[] elements;
-    elements = fresh;
-    capacity = other.capacity;
-    increment = other.increment;
-    used = other.used;
-    return *this;
-}
-
-template <class T>
-void PtrVector<T>::add(T* p) {
-    if (used == capacity)
-        increaseCapacity();
-    elements[used++] = p;
-}
-
-template <class T>
-void PtrVector<T>::insert(T* p, int i) {
-    if (used == capacity)
-        increaseCapacity();
-    reverseCopy(elements, i + 1, elements, i, used - i);
-    elements[i] = p;
-    ++used;
-}
-
-template <class T>
-T* PtrVector<T>::removeAt(int i) {
-    T* const removed = elements[i];
-    copy(elements, i, elements, i + 1, used - i - 1);
-    --used;
-    return removed;
-}
-
-template <class T>
-T* PtrVector<T>::remove(T* p) {
-    const int i = find(p);
-    return i != -1 ? removeAt(i) : nullptr;
-}
-
-template <class T>
-int PtrVector<T>::find(T* p, int start) const {
-    for (int i = start; i < used; ++i)
-        if (elements[i] == p)
-            return i;
-    return -1;
-}
-
-template <class T>
-void PtrVector<T>::setCapacity(int n) {
-    const int newCapacity = std::max(n, used);
-    if (newCapacity != capacity)
-        moveTo(newCapacity);
-}
-
-template <class T>
-void PtrVector<T>::clearAndDelete() {
-    const int n = used;
-    used = 0;
-    for (int i = 0; i < n; ++i)
-        delete elements[i];
-}
-
-template <class T>
-void PtrVector<T>::moveTo(int newCapacity) {
-    T** const fresh = allocate(newCapacity);
-    copy(fresh, 0, elements, 0, used);
-    delete[] elements;
-    elements = fresh;
-    capacity = newCapacity;
-}
 
 }  // namespace Kes

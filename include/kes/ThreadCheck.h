@@ -1,4 +1,7 @@
 // Thread confinement.
+//
+// A model's own data is never locked. It belongs to one thread, and a
+// ThreadCheck catches the caller that breaks the rule.
 
 #pragma once
 

@@ -1,119 +1,102 @@
-// Date and time.
+// Local date and time to the second.
 
 #pragma once
 
 #include <kes/Export.h>
+#include <kes/Forward.h>
 #include <kes/String.h>
 #include <kes/ValVector.h>
 
 namespace Kes {
 
-/// A local date and time of day, to the second, without a time zone, in the
-/// Gregorian calendar extended to all years.
-///
-/// The calendar is exact for the years 1 to 7899; nothing checks the range.
-/// Setters do not normalise: a day of 32 lands in the next month.
+/// A calendar date and a time of day, without time zone, in the proleptic
+/// Gregorian calendar. Valid for the years 1 to 7899; nothing checks the range.
 class KES_EXPORT Timestamp {
 public:
-    /// The clock's time in the time zone of the process.
+    /// The current local time.
     Timestamp();
 
-    /// As setTime() with the same arguments.
+    /// Nothing is checked: a day of 32 lands in the next month.
     Timestamp(int year, int month, int day, int hour, int minute, int second);
-
     static Timestamp now();
-
-    /// Months and days count from 1. A month above 13 counts as month 13.
     void setTime(int year, int month, int day, int hour, int minute, int second);
 
-    /// Days since 1 January of year 1, and seconds since midnight: what is
-    /// stored. Nothing is checked.
+    /// Days since 1 January of the year 1, and whole seconds since midnight:
+    /// how the value is stored.
     long getAllDays() const { return days; }
     void setAllDays(long newDays) { days = newDays; }
     long getAllSeconds() const { return seconds; }
     void setAllSeconds(long newSeconds) { seconds = newSeconds; }
 
     int getYear() const;
-    /// 1 to 12.
     int getMonth() const;
-    /// The day of the month, from 1.
     int getDate() const;
     int getHour() const;
     int getMinute() const;
     int getSecond() const;
-    /// 1 (Monday) to 7 (Sunday).
+
+    /// 1 is Monday, 7 is Sunday.
     int getDayOfTheWeek() const;
     bool inLeapYear() const;
 
-    /// Keeps month and day; 29 February becomes 1 March in a common year.
+    /// The setters keep the other fields as far as the calendar allows; none
+    /// normalises.
     void setYear(int year);
-    /// Keeps the day of the month, which may spill into the month after.
     void setMonth(int month);
-    void setDate(int day);
+    void setDate(int date);
     void setHour(int hour);
     void setMinute(int minute);
     void setSecond(int second);
 
-    void addYears(int years);
-    /// Keeps the day of the month, which may spill into the month after.
-    void addMonths(int months);
-    void addDays(int number);
+    void addDays(int n);
+    void addMonths(int n);
+    void addYears(int n);
 
-    /// These carry into the day. Whoever steps back to exactly midnight of an
-    /// earlier day gets the day before it with 86,400 seconds; stored values
-    /// may hold such times, so the carry stays as it is.
-    void addHours(int hours);
-    void addMinutes(int minutes);
-    void addSeconds(int number);
+    /// Carry into the days. A negative sum that is an exact multiple of a day
+    /// borrows one day too many and leaves 86,400 seconds; stored values rely
+    /// on this.
+    void addHours(int n);
+    void addMinutes(int n);
+    void addSeconds(int n);
 
-    /// The difference in days if the days differ, otherwise in seconds; held
-    /// within the range of int.
-    int compare(const Timestamp& other) const;
+    /// The difference in days, or in seconds of the same day; at most as far
+    /// from 0 as an int can say.
+    int compare(const Timestamp& o) const;
+    bool operator<(const Timestamp& o) const { return compare(o) < 0; }
+    bool operator<=(const Timestamp& o) const { return compare(o) <= 0; }
+    bool operator>(const Timestamp& o) const { return compare(o) > 0; }
+    bool operator>=(const Timestamp& o) const { return compare(o) >= 0; }
+    bool operator==(const Timestamp& o) const { return compare(o) == 0; }
+    bool operator!=(const Timestamp& o) const { return compare(o) != 0; }
+    bool before(const Timestamp& o) const { return *this < o; }
+    bool after(const Timestamp& o) const { return *this > o; }
 
-    bool operator==(const Timestamp& other) const { return compare(other) == 0; }
-    bool operator!=(const Timestamp& other) const { return compare(other) != 0; }
-    bool operator<(const Timestamp& other) const { return compare(other) < 0; }
-    bool operator<=(const Timestamp& other) const { return compare(other) <= 0; }
-    bool operator>(const Timestamp& other) const { return compare(other) > 0; }
-    bool operator>=(const Timestamp& other) const { return compare(other) >= 0; }
-    bool before(const Timestamp& other) const { return *this < other; }
-    bool after(const Timestamp& other) const { return *this > other; }
+    /// In seconds.
+    long operator-(const Timestamp& o) const;
+    static long hash(const Timestamp& t);
 
-    /// This time minus the other, in seconds.
-    long operator-(const Timestamp& other) const;
-
-    static long hash(const Timestamp& timestamp);
-
-    /// Formats this time. Of the directives, %a and %A give the short and long
-    /// name of the day, %b and %B those of the month; %d, %m, %Y the date, %H, %M,
-    /// %S the time and %w the day of the week as numbers of at least two digits.
-    /// Anything else stands as it is, also "%%".
+    /// Replaces %a %A %b %B %d %H %m %M %S %w %Y; "%%" and unknown directives
+    /// stay as they are.
     String asString(const char* format) const;
 
-    /// Sets the fields that the directives %Y, %m, %B, %b, %d, %H, %M and %S of
-    /// `format` name, one after the other, from `text`.
-    ///
-    /// %Y takes four characters, the other numbers two, the names their length.
-    /// Text between the directives is skipped by count. Raises E_TSPARSE (ERROR)
-    /// for an unknown month name and for a day or month of 0; if the handler
-    /// returns, the directives that follow are still read.
+    /// Sets the fields that the format names from a text laid out alike. Raises
+    /// E_TSPARSE (ERROR) for an unknown month name and a day or month of 0, and
+    /// carries on when the handler returns.
     void parseString(const char* text, const char* format);
 
-    /// The names that asString() and parseString() use, January and Monday
-    /// first. One set for the whole process, not guarded: replace them before
-    /// other threads use timestamps.
+    /// Replace a process-wide name table. Not while other threads format.
     static void setLongMonthNames(const ValVector<String>& names);
     static void setShortMonthNames(const ValVector<String>& names);
     static void setLongDayNames(const ValVector<String>& names);
     static void setShortDayNames(const ValVector<String>& names);
 
-    /// The name of month 1 to 12 or day 1 (Monday) to 7; "" for any other number.
+    /// Months count from 1 (January), days from 1 (Monday). "" outside.
     static const String& getLongMonthName(int month);
     static const String& getShortMonthName(int month);
     static const String& getLongDayName(int day);
     static const String& getShortDayName(int day);
 
-    /// The number that belongs to a name, from 1; 0 when there is no such name.
+    /// The number of the entry that equals the text; 0 when there is none.
     static int parseLongMonthName(const String& name);
     static int parseShortMonthName(const String& name);
     static int parseLongDayName(const String& name);
@@ -121,18 +104,17 @@ public:
 
 protected:
     bool isLeapYear(int year) const;
-    /// The days before 1 January of `year`.
     long getDaysFromYears(int year) const;
-    /// The days from 1 January to the first of `month`.
     long getDaysFromMonths(int year, int month) const;
-    /// At least two digits.
+
+    /// At least two digits, padded with zeros.
     String getPaddedString(int value) const;
 
 private:
-    void carrySeconds();
+    void carry();
 
-    long days;     // 0 is 1 January of year 1
-    long seconds;  // since midnight
+    long days;
+    long seconds;
 };
 
 }  // namespace Kes
