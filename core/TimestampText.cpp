@@ -16,29 +16,42 @@ ValVector<String> listOf(const char* const (&names)[N]) {
     return list;
 }
 
+// The tables belong to all threads, but a text's owners are counted without
+// locks: nothing here copies a name, and a table shares no buffer with the
+// vector that it was set from. They are never destroyed, so that a timestamp
+// can be formatted until the process ends.
+//
 // The spelling of the names is part of stored texts.
 ValVector<String>& longMonthNames() {
-    static ValVector<String> names =
+    static auto& names = *new ValVector<String>(
         listOf({"Januari", "Februari", "March", "April", "May", "June", "July", "August",
-                "September", "October", "November", "December"});
+                "September", "October", "November", "December"}));
     return names;
 }
 
 ValVector<String>& shortMonthNames() {
-    static ValVector<String> names = listOf(
-        {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"});
+    static auto& names = *new ValVector<String>(listOf(
+        {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"}));
     return names;
 }
 
 ValVector<String>& longDayNames() {
-    static ValVector<String> names =
-        listOf({"Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saterday", "Sunday"});
+    static auto& names = *new ValVector<String>(
+        listOf({"Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saterday", "Sunday"}));
     return names;
 }
 
 ValVector<String>& shortDayNames() {
-    static ValVector<String> names = listOf({"Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun"});
+    static auto& names =
+        *new ValVector<String>(listOf({"Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun"}));
     return names;
+}
+
+ValVector<String> ownCopy(const ValVector<String>& names) {
+    ValVector<String> copy(10, 10);
+    for (int i = 0; i < names.size(); ++i)
+        copy.add(String(static_cast<const char*>(names[i])));
+    return copy;
 }
 
 const String& nameAt(const ValVector<String>& names, int number) {
@@ -71,19 +84,19 @@ int matchName(const char* text, const ValVector<String>& names, std::size_t& len
 }  // namespace
 
 void Timestamp::setLongMonthNames(const ValVector<String>& names) {
-    longMonthNames() = names;
+    longMonthNames() = ownCopy(names);
 }
 
 void Timestamp::setShortMonthNames(const ValVector<String>& names) {
-    shortMonthNames() = names;
+    shortMonthNames() = ownCopy(names);
 }
 
 void Timestamp::setLongDayNames(const ValVector<String>& names) {
-    longDayNames() = names;
+    longDayNames() = ownCopy(names);
 }
 
 void Timestamp::setShortDayNames(const ValVector<String>& names) {
-    shortDayNames() = names;
+    shortDayNames() = ownCopy(names);
 }
 
 const String& Timestamp::getLongMonthName(int month) {
@@ -128,23 +141,24 @@ String Timestamp::asString(const char* format) const {
     String w(format);
     for (int p = w.indexOf("%"); p != -1; p = w.indexOf("%", p + 1)) {
         const char directive[3] = {'%', w[p + 1], '\0'};
-        String value;
+        String number;
+        const char* name = nullptr;  // borrowed, for the tables belong to all threads
         switch (directive[1]) {
-        case 'a': value = getShortDayName(getDayOfTheWeek()); break;
-        case 'A': value = getLongDayName(getDayOfTheWeek()); break;
-        case 'b': value = getShortMonthName(getMonth()); break;
-        case 'B': value = getLongMonthName(getMonth()); break;
-        case 'd': value = getPaddedString(getDate()); break;
-        case 'H': value = getPaddedString(getHour()); break;
-        case 'm': value = getPaddedString(getMonth()); break;
-        case 'M': value = getPaddedString(getMinute()); break;
-        case 'S': value = getPaddedString(getSecond()); break;
-        case 'w': value = getPaddedString(getDayOfTheWeek()); break;
-        case 'Y': value = getPaddedString(getYear()); break;
+        case 'a': name = getShortDayName(getDayOfTheWeek()); break;
+        case 'A': name = getLongDayName(getDayOfTheWeek()); break;
+        case 'b': name = getShortMonthName(getMonth()); break;
+        case 'B': name = getLongMonthName(getMonth()); break;
+        case 'd': number = getPaddedString(getDate()); break;
+        case 'H': number = getPaddedString(getHour()); break;
+        case 'm': number = getPaddedString(getMonth()); break;
+        case 'M': number = getPaddedString(getMinute()); break;
+        case 'S': number = getPaddedString(getSecond()); break;
+        case 'w': number = getPaddedString(getDayOfTheWeek()); break;
+        case 'Y': number = getPaddedString(getYear()); break;
         case '%': ++p; continue;
         default: continue;
         }
-        w = w.replace(directive, value, p);
+        w = w.replace(directive, name != nullptr ? name : static_cast<const char*>(number), p);
     }
     return w;
 }

@@ -90,7 +90,8 @@ public:
     static void setLongDayNames(const ValVector<String>& names);
     static void setShortDayNames(const ValVector<String>& names);
 
-    /// Months count from 1 (January), days from 1 (Monday). "" outside.
+    /// Months count from 1 (January), days from 1 (Monday). "" outside. All threads
+    /// share the texts: read them, or copy them as const char*, not as String.
     static const String& getLongMonthName(int month);
     static const String& getShortMonthName(int month);
     static const String& getLongDayName(int day);

@@ -1,6 +1,8 @@
-// What the library offers before main begins.
+// What the library offers before main begins and after it has ended.
 
 #include <gtest/gtest.h>
+
+#include <cstdlib>
 
 #include <kes/Blob.h>
 #include <kes/Exception.h>
@@ -20,6 +22,16 @@ bool raisesEarly() {
     }
     return false;
 }
+
+// Built before any name of a day is needed, so destroyed after everything that
+// the names' first use builds. A failure shows as the program's exit status.
+struct FormatsAtExit {
+    ~FormatsAtExit() {
+        if (Timestamp(2004, 3, 7, 9, 5, 0).asString("%A") != "Sunday")
+            std::_Exit(3);
+    }
+};
+const FormatsAtExit formatsAtExit;
 
 const String name("early");
 const String none;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <kes/Exception.h>
@@ -271,6 +272,15 @@ TEST_F(TimestampNamesTest, FormatsAMissingNameAsNothing) {
     EXPECT_EQ(march.asString("<%B>"), "<>");
 }
 
+TEST_F(TimestampNamesTest, SharesNoTextWithTheTableItWasSetFrom) {
+    const ValVector<String> names = numbered("m", 12);
+
+    Timestamp::setShortMonthNames(names);
+
+    EXPECT_NE(static_cast<const char*>(Timestamp::getShortMonthName(3)),
+              static_cast<const char*>(names[2]));
+}
+
 TEST_F(TimestampNamesTest, KeepsACopyOfTheTable) {
     ValVector<String> names = numbered("m", 12);
     Timestamp::setShortMonthNames(names);
@@ -278,6 +288,23 @@ TEST_F(TimestampNamesTest, KeepsACopyOfTheTable) {
     names[2] = "changed";
 
     EXPECT_EQ(march.asString("%b"), "m3");
+}
+
+TEST(TimestampTextTest, FormatsOnSeveralThreadsAtOnce) {
+    const std::string expected = "Sunday Sun March Mar";
+    int wrong[4] = {};
+    std::vector<std::thread> threads;
+    for (int& count : wrong)
+        threads.emplace_back([&count, &expected] {
+            for (int i = 0; i < 20000; ++i)
+                if (march.asString("%A %a %B %b") != expected.c_str())
+                    ++count;
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+
+    for (const int count : wrong)
+        EXPECT_EQ(count, 0);
 }
 
 }  // namespace
