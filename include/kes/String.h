@@ -179,5 +179,18 @@ inline bool operator==(const char* a, const String& b) {
 inline bool operator!=(const char* a, const String& b) {
     return b != a;
 }
+// Without these, a text on the left would be compared by its address.
+inline bool operator<(const char* a, const String& b) {
+    return b > a;
+}
+inline bool operator<=(const char* a, const String& b) {
+    return b >= a;
+}
+inline bool operator>(const char* a, const String& b) {
+    return b < a;
+}
+inline bool operator>=(const char* a, const String& b) {
+    return b <= a;
+}
 
 }  // namespace Kes

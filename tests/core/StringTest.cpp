@@ -231,6 +231,13 @@ TEST(StringTest, GoesToStreamsAsText) {
     EXPECT_EQ(out.str(), "abc");
 }
 
+TEST(StringTest, ComparesWithATextOnTheLeftByItsBytes) {
+    const String b("b");
+
+    EXPECT_TRUE("a" < b && "a" <= b && "b" <= b && "b" >= b && "c" >= b && "c" > b);
+    EXPECT_FALSE("c" < b || "c" <= b || "b" < b || "b" > b || "a" >= b || "a" > b);
+}
+
 TEST(StringTest, ComparesWithTextsAndLiterals) {
     const String a("a");
     const String b("b");
