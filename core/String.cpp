@@ -125,8 +125,11 @@ bool String::contains(const char* s) const {
 
 int String::occurrencesOf(const char* s) const {
     int count = 0;
-    for (int i = indexOf(s); i != -1; i = indexOf(s, i + 1))
+    const char* at = data->text;
+    while (*at != '\0' && (at = std::strstr(at, s)) != nullptr) {
         ++count;
+        ++at;
+    }
     return count;
 }
 
@@ -243,7 +246,7 @@ double String::parseDouble() const {
 }
 
 void String::assignFormat(const char* pattern, ...) {
-    char buffer[1024];
+    char buffer[1024] = "";  // stays so when the format is not to be printed
     std::va_list arguments;
     va_start(arguments, pattern);
     std::vsnprintf(buffer, sizeof buffer, pattern, arguments);

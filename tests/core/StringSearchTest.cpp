@@ -63,6 +63,11 @@ TEST(StringSearchTest, CountsOverlappingOccurrences) {
     EXPECT_EQ(String("abc").occurrencesOf("x"), 0);
 }
 
+TEST(StringSearchTest, CountsTheEmptyTextOncePerByte) {
+    EXPECT_EQ(String("abc").occurrencesOf(""), 3);
+    EXPECT_EQ(String("").occurrencesOf(""), 0);
+}
+
 TEST(StringSearchTest, SlicesUpToAnEndOffset) {
     const String s("abcdef");
 
