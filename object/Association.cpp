@@ -89,17 +89,23 @@ void Association::removeListener(Listener* listener) {
 }
 
 void Association::fireAssociationAdded(Instance* one, Instance* other) {
-    one->fireAssociationAdded(this, other);
-    other->fireAssociationAdded(this, one);
+    FirstFailure failure;
+    failure.attempt([&] { one->fireAssociationAdded(this, other); });
+    failure.attempt([&] { other->fireAssociationAdded(this, one); });
     const AssociationEvent event(one, other, this);
-    tellListeners(listeners, [&](Listener* l) { l->associationAdded(event); });
+    failure.attempt(
+        [&] { tellListeners(listeners, [&](Listener* l) { l->associationAdded(event); }); });
+    failure.rethrow();
 }
 
 void Association::fireAssociationRemoved(Instance* one, Instance* other) {
-    one->fireAssociationRemoved(this, other);
-    other->fireAssociationRemoved(this, one);
+    FirstFailure failure;
+    failure.attempt([&] { one->fireAssociationRemoved(this, other); });
+    failure.attempt([&] { other->fireAssociationRemoved(this, one); });
     const AssociationEvent event(one, other, this);
-    tellListeners(listeners, [&](Listener* l) { l->associationRemoved(event); });
+    failure.attempt(
+        [&] { tellListeners(listeners, [&](Listener* l) { l->associationRemoved(event); }); });
+    failure.rethrow();
 }
 
 }  // namespace Kes

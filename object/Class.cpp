@@ -80,15 +80,21 @@ void Class::fireInstanceAdded(Instance* instance) {
 }
 
 void Class::fireInstanceChanged(Instance* instance) {
-    instance->fireInstanceChanged();
+    FirstFailure failure;
+    failure.attempt([&] { instance->fireInstanceChanged(); });
     const InstanceEvent event(this, instance);
-    tellListeners(listeners, [&](Listener* l) { l->instanceChanged(event); });
+    failure.attempt(
+        [&] { tellListeners(listeners, [&](Listener* l) { l->instanceChanged(event); }); });
+    failure.rethrow();
 }
 
 void Class::fireInstanceRemoved(Instance* instance) {
-    instance->fireInstanceRemoved();
+    FirstFailure failure;
+    failure.attempt([&] { instance->fireInstanceRemoved(); });
     const InstanceEvent event(this, instance);
-    tellListeners(listeners, [&](Listener* l) { l->instanceRemoved(event); });
+    failure.attempt(
+        [&] { tellListeners(listeners, [&](Listener* l) { l->instanceRemoved(event); }); });
+    failure.rethrow();
 }
 
 }  // namespace Kes

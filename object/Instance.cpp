@@ -73,9 +73,12 @@ void Instance::fireInstanceChanged() {
 
 void Instance::fireInstanceRemoved() {
     const InstanceEvent event(cls, this);
-    tellListeners(listeners, [&](Listener* l) { l->instanceRemoved(event); });
+    FirstFailure failure;
+    failure.attempt(
+        [&] { tellListeners(listeners, [&](Listener* l) { l->instanceRemoved(event); }); });
     delete listeners;
     listeners = nullptr;
+    failure.rethrow();
 }
 
 void Instance::fireAssociationAdded(Association* association, Instance* other) {

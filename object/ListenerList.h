@@ -5,7 +5,7 @@
 
 #pragma once
 
-#include <memory>
+#include <exception>
 
 #include <kes/Listener.h>
 #include <kes/PtrList.h>
@@ -31,15 +31,40 @@ inline void removeFromListeners(PtrList<Listener>*& list, Listener* listener) {
     list = nullptr;
 }
 
+/// Keeps the first exception of several calls until all of them were made: a
+/// listener that throws keeps nobody else from hearing.
+class FirstFailure {
+public:
+    template <class Call>
+    void attempt(Call call) {
+        try {
+            call();
+        } catch (...) {
+            if (thrown == nullptr)
+                thrown = std::current_exception();
+        }
+    }
+
+    void rethrow() const {
+        if (thrown != nullptr)
+            std::rethrow_exception(thrown);
+    }
+
+private:
+    std::exception_ptr thrown;
+};
+
 /// Calls `notify` for each listener of a copy, so that listeners may register
-/// and leave meanwhile.
+/// and leave meanwhile. What the first of them throws is thrown at the end.
 template <class Notify>
 void tellListeners(const PtrList<Listener>* list, Notify notify) {
     if (list == nullptr)
         return;
     const PtrList<Listener> copy(*list);
+    FirstFailure failure;
     for (Listener* listener : copy)
-        notify(listener);
+        failure.attempt([&] { notify(listener); });
+    failure.rethrow();
 }
 
 }  // namespace Kes

@@ -58,7 +58,9 @@ private:
 /// Operations are called on the model's thread after a successful commit, in
 /// the order in which listeners were added. A listener may add and remove
 /// listeners meanwhile; that takes effect from the next notification. The
-/// library never deletes a listener: take it out before it is destroyed. The
+/// library never deletes a listener: take it out before it is destroyed. A
+/// listener that throws undoes nothing and keeps no other from hearing; what the
+/// first of them threw reaches the caller of commit or refresh at the end. The
 /// order of the operations is a contract with compiled applications.
 class KES_EXPORT Listener {
 public:
