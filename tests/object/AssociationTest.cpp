@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "tests/object/NotingListener.h"
@@ -87,6 +88,12 @@ std::string describe(const Association* a) {
            end(a->getOtherClass(), a->getOtherRole()) +
            (a->getConsistencyRule() == Association::CascadeRemove ? " cascade" : " unlink");
 }
+
+static_assert(Association::One == 0 && Association::Many == 1);
+static_assert(Association::Unlink == 0 && Association::CascadeRemove == 1);
+static_assert(sizeof(Association::Plurality) == 4 && sizeof(Association::ConsistencyRule) == 4);
+static_assert(std::has_virtual_destructor_v<Association>);
+static_assert(!std::is_polymorphic_v<Role>);
 
 class OpenAssociation : public Association {
 public:
@@ -268,6 +275,26 @@ TEST(AssociationRoleTest, AsksTheOtherEndFirstForTheClassOfEqualRoles) {
     EXPECT_EQ(Association::One, same.getPluralityFor("x"));
 }
 
+TEST(AssociationRoleTest, AsksTheFirstEndFirstForTheAssociatedRoleOfEqualRoles) {
+    Class a("A", 1, nullptr, nullptr);
+    const Association same("Same", &a, "x", Association::One, &a, "x", Association::Many,
+                           Association::Unlink);
+    EXPECT_EQ(&same.getOtherRole(), &same.getAssociatedRole("x"));
+}
+
+TEST(AssociationConstructionTest, EntersTheAssociationNowhere) {
+    BareModel model;
+    Class a("A", 1, &model, nullptr), b("B", 1, &model, nullptr);
+    const Association whole("Whole", &a, "x", Association::One, &b, "y", Association::Many,
+                            Association::Unlink);
+    const Association half("Half", &a, "x", Association::Many, Association::CascadeRemove);
+
+    EXPECT_EQ(0, a.getAssociations().size());
+    EXPECT_EQ(0, b.getAssociations().size());
+    EXPECT_EQ(nullptr, model.getAssociation("Whole"));
+    EXPECT_EQ(nullptr, model.getAssociation("Half"));
+}
+
 namespace {
 
 class LostRole : public ::testing::Test {
@@ -395,6 +422,42 @@ TEST(AssociationListenerTest, ForgetsAListenerThatWasAddedTwiceAtOnce) {
     EXPECT_EQ(1U, log.size());
 }
 
+TEST(AssociationListenerTest, ReachesAllWhenOneLeavesMeanwhile) {
+    Class c("C", 1, nullptr, nullptr);
+    OpenAssociation as("As", &c, "x", Association::One, Association::Unlink);
+    Instance p(&c), q(&c);
+    NotingListener::Log log;
+    NotingListener leaving(log, "leaving"), staying(log, "staying");
+    leaving.then = [&] { as.removeListener(&leaving); };
+    as.addListener(&leaving);
+    as.addListener(&staying);
+
+    as.fireAssociationAdded(&p, &q);
+    as.fireAssociationRemoved(&p, &q);
+    as.removeListener(&staying);
+
+    EXPECT_EQ((NotingListener::Log{"leaving: linked As 0 0", "staying: linked As 0 0",
+                                   "staying: unlinked As 0 0"}),
+              log);
+}
+
+TEST(AssociationListenerTest, OutlivesACopyThatIsDestroyed) {
+    Class c("C", 1, nullptr, nullptr);
+    OpenAssociation as("As", &c, "x", Association::One, Association::Unlink);
+    Instance p(&c), q(&c);
+    NotingListener::Log log;
+    NotingListener listener(log);
+    as.addListener(&listener);
+    {
+        OpenAssociation copy(as);
+        copy.fireAssociationAdded(&p, &q);
+    }
+    as.fireAssociationRemoved(&p, &q);
+    as.removeListener(&listener);
+
+    EXPECT_EQ((NotingListener::Log{"linked As 0 0", "unlinked As 0 0"}), log);
+}
+
 TEST(RoleTest, KnowsItsParts) {
     Class c("C", 1, nullptr, nullptr);
     Association as("As", &c, "x", Association::One, Association::Unlink);
@@ -404,6 +467,11 @@ TEST(RoleTest, KnowsItsParts) {
     EXPECT_EQ(&c, copy.getClass());
     EXPECT_STREQ("x", copy.getRole());
     EXPECT_EQ(&as, copy.getAssociation());
+    Role assigned(nullptr, "", nullptr);
+    assigned = role;
+    EXPECT_EQ(&c, assigned.getClass());
+    EXPECT_STREQ("x", assigned.getRole());
+    EXPECT_EQ(&as, assigned.getAssociation());
 }
 
 }  // namespace Kes::testing

@@ -1,8 +1,11 @@
 #include <memory>
+#include <stdexcept>
+#include <type_traits>
 
 #include <gtest/gtest.h>
 
 #include "tests/object/NotingListener.h"
+#include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
@@ -40,6 +43,41 @@ std::vector<std::string> namesOf(const PtrList<Class>& classes) {
 }
 
 using Names = std::vector<std::string>;
+
+static_assert(std::has_virtual_destructor_v<Class>);
+static_assert(!std::is_polymorphic_v<Attribute>);
+static_assert(!std::is_polymorphic_v<Index>);
+
+/// Does to itself, while it is added, what the test wants.
+class Eager : public Instance {
+public:
+    explicit Eager(Class* c) : Instance(c) { ++alive; }
+    ~Eager() override { --alive; }
+    void add() override {
+        Instance::add();
+        then();
+    }
+
+    static inline void (*then)() = nullptr;
+    static inline int alive = 0;
+};
+
+class EagerModel : public Model {
+public:
+    EagerModel() : Model("eager", 100) {
+        myModel = this;
+        open("sqlite", ":memory:", "", "", "");
+    }
+
+    Class* eagerClass = nullptr;
+    static inline EagerModel* myModel = nullptr;
+
+protected:
+    void declareModel() override {
+        setVersion(1);
+        eagerClass = addClass("Eager", 1, [](Class* c) -> Instance* { return new Eager(c); });
+    }
+};
 
 }  // namespace
 
@@ -100,6 +138,49 @@ TEST(ClassTest, EntersASubClassOncePerDeclaration) {
     derived.subclassOf(&base);
     derived.subclassOf(&base);
     EXPECT_EQ((Names{"Derived", "Derived"}), namesOf(base.getSubClasses()));
+}
+
+TEST(ClassTest, BelongsToTheSuperClassThatWasNamedLast) {
+    OpenClass first("First"), second("Second"), derived("Derived");
+    derived.subclassOf(&first);
+    derived.subclassOf(&second);
+
+    EXPECT_EQ(&second, derived.getSuperClass());
+    EXPECT_FALSE(derived.isA(&first));
+    EXPECT_EQ(Names{"Derived"}, namesOf(first.getSubClasses()));
+    EXPECT_EQ(Names{"Derived"}, namesOf(second.getSubClasses()));
+}
+
+TEST(ClassTest, CopiesEveryMember) {
+    StaffModel model;
+    const auto factory = [](Class* c) -> Instance* { return new Instance(c); };
+    Class base("Base", 1, &model, nullptr);
+    Class original("Car", 7, &model, factory);
+    original.setAbstract(true);
+    original.subclassOf(&base);
+    Class below("Van", 1, &model, nullptr);
+    below.subclassOf(&original);
+    Association as("As", &original, "a", Association::One, Association::Unlink);
+    original.addAssociation(&as);
+    original.addIndex("name", false);
+
+    Class constructed(original);
+    Class assigned("Other", 1, nullptr, nullptr);
+    assigned = original;
+
+    for (Class* copy : {&constructed, &assigned}) {
+        EXPECT_STREQ("Car", copy->getName());
+        EXPECT_EQ(7, copy->getVersion());
+        EXPECT_EQ(&model, copy->getModel());
+        EXPECT_TRUE(copy->isAbstract());
+        EXPECT_EQ(&base, copy->getSuperClass());
+        EXPECT_EQ(Names{"Van"}, namesOf(copy->getSubClasses()));
+        ASSERT_EQ(1, copy->getAssociations().size());
+        EXPECT_EQ(&as, copy->getAssociations()[0]);
+        EXPECT_EQ(0, copy->getIndices().find(Index("name", false)));
+        EXPECT_NE(nullptr, std::unique_ptr<Instance>(copy->getDummy()));
+    }
+    EXPECT_EQ(Names{"Car"}, namesOf(base.getSubClasses()));
 }
 
 TEST(ClassTest, KeepsIndexesInOrderWithDuplicates) {
@@ -166,6 +247,65 @@ TEST(ClassTest, MakesNewInstancesThatAreAddedAndFetched) {
     EXPECT_EQ(ann, model.get(ann->getObjectID()));
 }
 
+TEST(ClassTest, KeepsANewInstanceThroughACollectionWhileItIsAdded) {
+    EagerModel model;
+    Eager::then = [] {
+        EagerModel::myModel->commit();
+        EagerModel::myModel->garbageCollect();
+    };
+
+    Instance* fresh = model.eagerClass->newInstance();
+
+    EXPECT_EQ(1, Eager::alive);
+    EXPECT_EQ(fresh, model.get(fresh->getObjectID()));
+    model.garbageCollect();
+    EXPECT_EQ(0, Eager::alive);
+}
+
+TEST(ClassTest, PassesOnWhatANewInstanceThrowsWhileItIsAdded) {
+    EagerModel model;
+    Eager::then = [] { throw std::runtime_error("not today"); };
+
+    EXPECT_THROW(model.eagerClass->newInstance(), std::runtime_error);
+
+    // It has its id by then and belongs to the model.
+    EXPECT_EQ(1, Eager::alive);
+    model.rollback();
+    model.garbageCollect();
+    EXPECT_EQ(0, Eager::alive);
+}
+
+TEST(ClassTest, FreesANewInstanceThatCannotBeAdded) {
+    EagerModel model;
+    model.eagerClass->setAbstract(true);
+
+    EXPECT_RAISES("INSTERR", model.eagerClass->newInstance());
+
+    EXPECT_EQ(0, Eager::alive);
+}
+
+TEST(ClassTest, HandsANewInstanceThatCannotBeAddedToTheCallerWhenTheHandlerReturns) {
+    EagerModel model;
+    model.eagerClass->setAbstract(true);
+    Eager::then = [] {};
+    const ReturningHandler handler;
+
+    const std::unique_ptr<Instance> bare(model.eagerClass->newInstance());
+
+    EXPECT_EQ(std::vector<std::string>{"INSTERR"}, handler.codes());
+    ASSERT_NE(nullptr, bare);
+    EXPECT_EQ(0UL, bare->getObjectID());
+    EXPECT_FALSE(bare->inTransaction());
+    model.garbageCollect();
+    EXPECT_EQ(1, Eager::alive);
+}
+
+TEST(AttributeTest, DeletesItselfAndNothingForNull) {
+    Attribute::deleteThis(nullptr);
+    Attribute::deleteThis(new Attribute(nullptr, "a"));
+    (new Attribute(nullptr, "b"))->deleteThis();
+}
+
 TEST(AttributeTest, StartsWithoutNameAndClass) {
     const Attribute attribute;
     EXPECT_STREQ("", attribute.getName());
@@ -184,6 +324,18 @@ TEST(IndexTest, IsUniqueAndEmptyByDefault) {
     const Index index;
     EXPECT_STREQ("", index.getFields());
     EXPECT_TRUE(index.isUnique());
+}
+
+TEST(IndexTest, IsCopiedAndAssigned) {
+    const Index original("a,b", false);
+    const Index copy(original);
+    Index assigned;
+    assigned = original;
+
+    EXPECT_TRUE(copy == original);
+    EXPECT_TRUE(assigned == original);
+    EXPECT_STREQ("a,b", assigned.getFields());
+    EXPECT_FALSE(assigned.isUnique());
 }
 
 TEST(IndexTest, EqualsByFieldsAndUniqueness) {
