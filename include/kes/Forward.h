@@ -51,6 +51,7 @@ class SortHandler;
 class SortOrder;
 class SortValueBase;
 class String;
+class Test;
 class ThreadCheck;
 class Timestamp;
 class TransactionManager;

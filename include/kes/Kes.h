@@ -34,6 +34,7 @@
 #include <kes/SelectionOf.h>
 #include <kes/SortHandler.h>
 #include <kes/String.h>
+#include <kes/Test.h>
 #include <kes/ThreadCheck.h>
 #include <kes/Timestamp.h>
 #include <kes/ValList.h>
