@@ -108,11 +108,21 @@ Statement& ClassTable::remove() {
     return *removing;
 }
 
+std::string ClassTable::versionQuery() const {
+    return "SELECT " + column(VersionColumn) + " FROM " + quotedTable + " WHERE " +
+           column(IdColumn) + " = ?";
+}
+
 Statement& ClassTable::versionOf() {
     if (asking == nullptr)
-        asking = connection.prepare("SELECT " + column(VersionColumn) + " FROM " + quotedTable +
-                                    " WHERE " + column(IdColumn) + " = ?");
+        asking = connection.prepare(versionQuery());
     return *asking;
+}
+
+Statement& ClassTable::lockRow() {
+    if (locking == nullptr)
+        locking = connection.prepare(versionQuery() + dialect.rowLock());
+    return *locking;
 }
 
 std::unique_ptr<Statement> ClassTable::takeById() {

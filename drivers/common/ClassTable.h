@@ -64,8 +64,9 @@ public:
     const std::string& selectList() const { return columnList; }
 
     Statement& insert();
-    Statement& remove();    // parameters: id, version
+    Statement& remove();     // parameters: id, version
     Statement& versionOf();  // parameter: id
+    Statement& lockRow();    // the same, and nobody else may change the row from then on
     StatementPool& byId() { return idPool; }
     std::unique_ptr<Statement> takeById();
 
@@ -81,6 +82,8 @@ public:
 private:
     class Learner;
 
+    std::string versionQuery() const;
+
     Class* cls;
     const Dialect& dialect;
     Connection& connection;
@@ -92,6 +95,7 @@ private:
     std::unique_ptr<Statement> inserting;
     std::unique_ptr<Statement> removing;
     std::unique_ptr<Statement> asking;
+    std::unique_ptr<Statement> locking;
     std::map<ColumnSet, std::unique_ptr<Statement>> updates;
     StatementPool idPool;
     std::unordered_map<std::string, StatementPool> pools;

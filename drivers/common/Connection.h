@@ -1,7 +1,8 @@
 // What a driver needs of a client library.
 //
 // Positions of parameters and columns count from 0. Failures are thrown as
-// SqlFailure with the database's own words.
+// SqlFailure with the database's own words. A database behind a network is fast
+// when writes do not wait for each other, so they may be posted and settled.
 
 #pragma once
 
@@ -47,6 +48,22 @@ public:
 
     /// Executes to the end and returns the number of rows that were written.
     virtual long run() = 0;
+
+    /// Executes a write whose outcome need not be known before the connection
+    /// settles. The bound values are the caller's again when it returns.
+    ///
+    /// A write that touches fewer rows than `least` has failed; `ticket` names
+    /// it in the PostFailure, which may come from here or from settle(). Writes
+    /// take effect in the order in which they were posted. The default executes
+    /// at once.
+    virtual void post(std::size_t ticket, long least);
+};
+
+/// Object ids that nobody else is given: from `first` to before `end`.
+struct IdBlock {
+    unsigned long first;
+    unsigned long end;
+    bool isUncommitted;  // taken within the open transaction
 };
 
 class Connection {
@@ -55,11 +72,23 @@ public:
     virtual std::unique_ptr<Statement> prepare(const std::string& text) = 0;
     virtual void execute(const std::string& text) = 0;
 
+    /// Waits for all posted writes. Throws the PostFailure of the first that
+    /// failed; nothing is posted any more then.
+    virtual void settle() {}
+
+    /// True when runs of one statement are cheaper than any other order.
+    virtual bool prefersRuns() const { return false; }
+
+    /// Takes `count` ids or more, none below `least`. The default takes them
+    /// from the table kes_ids.
+    virtual IdBlock takeIds(unsigned long least, unsigned long count);
+
     /// Begins a transaction that may write.
     virtual void begin() = 0;
     virtual void commit() = 0;
 
-    /// Does nothing when the database has rolled back by itself.
+    /// Drops what is posted. Does nothing when the database has rolled back by
+    /// itself.
     virtual void rollback() = 0;
     virtual bool inTransaction() = 0;
 

@@ -26,6 +26,11 @@ std::string Dialect::insertOrKeep(const std::string& rest) const {
     return "INSERT INTO " + rest + " ON CONFLICT DO NOTHING";
 }
 
+std::vector<std::string> Dialect::idStore() const {
+    return {"CREATE TABLE IF NOT EXISTS kes_ids (next BIGINT NOT NULL)",
+            "INSERT INTO kes_ids (next) SELECT 1 WHERE NOT EXISTS (SELECT 1 FROM kes_ids)"};
+}
+
 std::string Dialect::like(const std::string& left, const std::string& right) const {
     return left + " LIKE " + right + " ESCAPE '\\'";
 }

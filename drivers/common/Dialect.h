@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace Kes::sql {
 
@@ -37,6 +38,17 @@ public:
     /// Inserts a row that may be there already; `rest` is the table, the
     /// columns and the values.
     virtual std::string insertOrKeep(const std::string& rest) const;
+
+    /// The statements that make the place where object ids come from, in a
+    /// database that has it or has it not.
+    virtual std::vector<std::string> idStore() const;
+
+    /// Follows a query for the version of one row, to keep others from changing
+    /// it before this transaction ends.
+    virtual std::string rowLock() const { return ""; }
+
+    /// Follows a query for ids, to keep others from removing the rows.
+    virtual std::string sharedLock() const { return ""; }
 
     /// A case-sensitive match of two operands, with \ as the escape.
     virtual std::string like(const std::string& left, const std::string& right) const;

@@ -7,8 +7,6 @@
 
 #pragma once
 
-#include <memory>
-
 #include "drivers/common/Connection.h"
 
 namespace Kes::sql {
@@ -33,8 +31,6 @@ private:
     unsigned long size = 32;
     unsigned long highest = 0;  // given out or passed over so far
     bool isUncommitted = false;
-    std::unique_ptr<Statement> advance;
-    std::unique_ptr<Statement> read;
 };
 
 }  // namespace Kes::sql

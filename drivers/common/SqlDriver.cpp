@@ -300,7 +300,7 @@ bool SqlDriver::lock(Instance* instance) {
     return attempt("locking the " + nameOf(instance), [&] {
         beforeReading();
         prepareToWrite();
-        Statement& asking = session->tables.of(instance->getClass()).versionOf();
+        Statement& asking = session->tables.of(instance->getClass()).lockRow();
         asking.bind(0, static_cast<std::int64_t>(instance->getObjectID()));
         const bool isStored = asking.step();
         const auto stored = isStored ? static_cast<unsigned long>(asking.integer(0)) : 0;

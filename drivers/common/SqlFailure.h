@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 
@@ -12,6 +13,23 @@ namespace Kes::sql {
 class SqlFailure : public std::runtime_error {
 public:
     explicit SqlFailure(const std::string& text) : std::runtime_error(text) {}
+};
+
+/// Tells which posted write failed.
+class PostFailure : public SqlFailure {
+public:
+    PostFailure(std::size_t itsTicket, const std::string& words)
+        : SqlFailure(words),
+          ticket(itsTicket) {}
+
+    /// The write touched fewer rows than it had to.
+    explicit PostFailure(std::size_t itsTicket)
+        : SqlFailure("too few rows were written"),
+          ticket(itsTicket),
+          isStale(true) {}
+
+    const std::size_t ticket;
+    const bool isStale = false;
 };
 
 }  // namespace Kes::sql

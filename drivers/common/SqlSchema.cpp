@@ -27,9 +27,8 @@ void SqlSchema::prepare(bool mayWrite) {
         connection.execute(
             "CREATE TABLE IF NOT EXISTS kes_versions (kind VARCHAR(10) NOT NULL, name TEXT NOT "
             "NULL, version INTEGER NOT NULL, PRIMARY KEY (kind, name))");
-        connection.execute("CREATE TABLE IF NOT EXISTS kes_ids (next BIGINT NOT NULL)");
-        connection.execute("INSERT INTO kes_ids (next) SELECT 1 WHERE NOT EXISTS (SELECT 1 FROM "
-                           "kes_ids)");
+        for (const std::string& text : dialect.idStore())
+            connection.execute(text);
         setVersion("kes", Format, "FORMAT");
         connection.commit();
     }

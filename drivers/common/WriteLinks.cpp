@@ -49,8 +49,8 @@ void WriteQueue::link(bool made, Instance* first, const String& firstRole, Insta
     const bool inFirst = association->getPluralityFor(firstRole) == Association::One;
     const bool inSecond = association->getPluralityFor(secondRole) == Association::One;
     if (made && inFirst && inSecond) {
-        emptyOthers(first, firstRole, second);
-        emptyOthers(second, secondRole, first);
+        emptyOthers(first, firstRole, second, association);
+        emptyOthers(second, secondRole, first, association);
     }
     if (inFirst)
         setReference(first, firstRole, made ? second : nullptr, linkFlag, !linkFlag);
@@ -64,8 +64,8 @@ void WriteQueue::setReference(Instance* owner, const String& role, Instance* par
         return;  // the row goes, whatever stands in it
     ClassTable& table = tables.of(owner->getClass());
     const int column = table.find(static_cast<const char*>(role));
-    const unsigned long id = partner != nullptr && !partner->isRemoved() ? partner->getObjectID()
-                                                                         : 0;
+    const unsigned long id =
+        partner != nullptr && !partner->isRemoved() ? partner->getObjectID() : 0;
     Operation* row = find(owner);
     if (row == nullptr) {
         if (elsewhere && wasInserted(owner->getObjectID()) && holds(owner, role, partner))
@@ -104,24 +104,37 @@ bool WriteQueue::wasInserted(unsigned long id) {
 
 // Others that refer to the partner lose it: a one-to-one link has one pair.
 // Nobody can refer yet to a partner that waits to be inserted without a link.
-void WriteQueue::emptyOthers(Instance* owner, const String& role, Instance* partner) {
+void WriteQueue::emptyOthers(Instance* owner, const String& role, Instance* partner,
+                             Association* association) {
+    takeOver(owner, role, partner, association);
     const Operation* row = find(partner);
     if (row != nullptr && row->kind == Kind::Insert && row->links.empty())
         return;
     Operation& empty = add(Kind::Empty, owner);
     empty.other = partner;
-    Association* association = nullptr;
-    ClassTable& table = tables.of(owner->getClass());
-    const int column = table.find(static_cast<const char*>(role));
-    if (column >= 0)
-        association = const_cast<Association*>(
-            table.columns()[static_cast<std::size_t>(column)].association);
     empty.association = association;
     empty.role = role == association->getOneRole() ? &association->getOneRole()
                                                    : &association->getOtherRole();
+    hasEmpties = true;
 }
 
-void WriteQueue::executeEmpty(const Operation& operation) {
+// References in the database are emptied before rows are written, so a row in
+// the queue must forget by itself what a later link takes away from it.
+void WriteQueue::takeOver(Instance* owner, const String& role, Instance* partner,
+                          const Association* association) {
+    Instance*& holder = holders[{association, role == association->getOneRole(), partner}];
+    if (holder != nullptr && holder != owner)
+        if (Operation* row = find(holder)) {
+            const int column = tables.of(holder->getClass()).find(static_cast<const char*>(role));
+            for (LinkValue& known : row->links)
+                if (known.column == column && known.partner == partner->getObjectID())
+                    known = {column, 0, nullptr};
+        }
+    holder = owner;
+}
+
+void WriteQueue::postEmpty(std::size_t position) {
+    const Operation& operation = operations[position];
     const std::string column = dialect.quote(static_cast<const char*>(*operation.role));
     for (Class* holder :
          Tables::concreteClasses(operation.association->getClassFor(*operation.role))) {
@@ -130,28 +143,99 @@ void WriteQueue::executeEmpty(const Operation& operation) {
                  column + " = ? AND " + dialect.quote("KesObjectID") + " <> ?");
         statement.bind(0, static_cast<std::int64_t>(operation.other->getObjectID()));
         statement.bind(1, static_cast<std::int64_t>(operation.instance->getObjectID()));
-        statement.run();
+        statement.post(position, 0);
     }
 }
 
 // The column named by a role holds the partner that the role leads to.
-void WriteQueue::executeLink(const Operation& operation) {
-    const bool made = operation.kind == Kind::Link;
-    if (made)
-        for (const Instance* end : {operation.instance, operation.other})
-            if (const Instance* unsure = unlessWritten(end))
-                checkPartner(unsure);
+void WriteQueue::postLink(std::size_t position) {
+    const Operation& operation = operations[position];
     const Association* association = operation.association;
     const std::string table = dialect.quote(static_cast<const char*>(association->getName()));
     const std::string own = dialect.quote(static_cast<const char*>(*operation.role));
-    const std::string opposite = dialect.quote(
-        static_cast<const char*>(association->getAssociatedRole(*operation.role)));
+    const std::string opposite =
+        dialect.quote(static_cast<const char*>(association->getAssociatedRole(*operation.role)));
     Statement& statement =
-        kept(made ? dialect.insertOrKeep(table + " (" + own + ", " + opposite + ") VALUES (?, ?)")
-                  : "DELETE FROM " + table + " WHERE " + own + " = ? AND " + opposite + " = ?");
+        kept(operation.kind == Kind::Link
+                 ? dialect.insertOrKeep(table + " (" + own + ", " + opposite + ") VALUES (?, ?)")
+                 : "DELETE FROM " + table + " WHERE " + own + " = ? AND " + opposite + " = ?");
     statement.bind(0, static_cast<std::int64_t>(operation.other->getObjectID()));
     statement.bind(1, static_cast<std::int64_t>(operation.instance->getObjectID()));
-    statement.run();
+    statement.post(position, 0);
+}
+
+// A link to an object that somebody else has removed would dangle.
+void WriteQueue::checkPartners() {
+    std::unordered_map<Class*, std::vector<std::int64_t>> unsure;
+    const Instance* last = nullptr;
+    const auto note = [&](const Instance* partner) {
+        if (partner == nullptr || partner == last)
+            return;
+        last = partner;
+        unsure[partner->getClass()].push_back(static_cast<std::int64_t>(partner->getObjectID()));
+    };
+    for (std::size_t i = 0; i < used; ++i) {
+        const Operation& operation = operations[i];
+        if (operation.kind == Kind::Insert || operation.kind == Kind::Update)
+            for (const LinkValue& link : operation.links)
+                note(link.check);
+        if (operation.kind == Kind::Link) {
+            note(unlessWritten(operation.instance));
+            note(unlessWritten(operation.other));
+        }
+    }
+    for (auto& [cls, ids] : unsure) {
+        std::sort(ids.begin(), ids.end());
+        ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+        checkPartners(cls, ids);
+    }
+}
+
+// Lists of few lengths, so that few statements serve them all.
+void WriteQueue::checkPartners(Class* cls, const std::vector<std::int64_t>& ids) {
+    constexpr std::size_t longest = 1024;
+    const ClassTable& table = tables.of(cls);
+    const std::string id = table.column(ClassTable::IdColumn);
+    for (std::size_t begin = 0; begin < ids.size(); begin += longest) {
+        const std::size_t end = std::min(begin + longest, ids.size());
+        std::string list = "?";
+        std::size_t length = 1;
+        for (; length < end - begin; length *= 2)
+            list += ", " + list;
+        Statement& asking = kept("SELECT " + id + " FROM " + table.table() + " WHERE " + id +
+                                 " IN (" + list + ")" + dialect.sharedLock());
+        for (std::size_t i = 0; i < length; ++i)
+            asking.bind(static_cast<int>(i), ids[std::min(begin + i, end - 1)]);
+        std::vector<std::int64_t> stored;
+        while (asking.step())
+            stored.push_back(asking.integer(0));
+        asking.reset();
+        std::sort(stored.begin(), stored.end());
+        for (std::size_t i = begin; i < end; ++i)
+            if (!std::binary_search(stored.begin(), stored.end(), ids[i]))
+                failOnPartner(ids[i]);
+    }
+}
+
+void WriteQueue::failOnPartner(std::int64_t id) {
+    const auto isMissing = [&](const Instance* partner) {
+        return partner != nullptr && partner->getObjectID() == static_cast<unsigned long>(id);
+    };
+    for (std::size_t i = 0; i < used; ++i) {
+        const Operation& operation = operations[i];
+        const Instance* missing = nullptr;
+        for (const LinkValue& link : operation.links)
+            if (isMissing(link.check))
+                missing = link.check;
+        if (operation.kind == Kind::Link)
+            for (const Instance* end : {operation.instance, operation.other})
+                if (isMissing(end))
+                    missing = end;
+        if (missing != nullptr)
+            throw PostFailure(i, "its partner, the " + nameOf(missing) +
+                                     ", is not stored: somebody else has removed it");
+    }
+    throw SqlFailure("object " + std::to_string(id) + " is not stored");
 }
 
 }  // namespace Kes::sql

@@ -1,6 +1,7 @@
 #include "drivers/common/WriteQueue.h"
 
 #include <algorithm>
+#include <tuple>
 
 #include <kes/Class.h>
 #include <kes/Model.h>
@@ -86,101 +87,157 @@ void WriteQueue::remove(Instance* instance) {
 }
 
 void WriteQueue::flush() {
-    for (std::size_t i = 0; i < used; ++i) {
-        Operation& operation = operations[i];
-        if (operation.kind != Kind::Nothing)
-            execute(operation);
+    try {
+        postAll();
+        connection.settle();
+    } catch (const PostFailure& failure) {
+        fail(failure);
     }
     used = 0;
+    hasEmpties = false;
     positions.clear();
+    holders.clear();
 }
 
 void WriteQueue::clear() {
     used = 0;
+    hasEmpties = false;
     positions.clear();
+    holders.clear();
     inserted.clear();
     insertedIsSorted = true;
-    lastChecked = 0;
 }
 
-void WriteQueue::execute(Operation& operation) {
-    const char* attempt = "linking";
+void WriteQueue::postAll() {
+    checkPartners();
+    if (hasEmpties)
+        for (std::size_t i = 0; i < used; ++i)
+            if (operations[i].kind == Kind::Empty)
+                post(i);
+    postRows();
+    for (std::size_t i = 0; i < used; ++i)
+        if (operations[i].kind == Kind::Link || operations[i].kind == Kind::Unlink)
+            post(i);
+}
+
+void WriteQueue::postRows() {
+    if (connection.prefersRuns()) {
+        for (const std::size_t position : inRuns())
+            post(position);
+        return;
+    }
+    for (std::size_t i = 0; i < used; ++i)
+        if (isRow(operations[i].kind))
+            post(i);
+}
+
+// Each row has one operation, so their order is free.
+std::vector<std::size_t> WriteQueue::inRuns() {
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < used; ++i)
+        if (isRow(operations[i].kind)) {
+            enterLinks(operations[i]);
+            order.push_back(i);
+        }
+    const auto keyOf = [&](std::size_t position) {
+        const Operation& operation = operations[position];
+        return std::tuple(operation.kind, operation.instance->getClass(), operation.set);
+    };
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
+        return keyOf(left) < keyOf(right);
+    });
+    return order;
+}
+
+void WriteQueue::post(std::size_t position) {
+    const Operation& operation = operations[position];
     try {
         switch (operation.kind) {
-        case Kind::Insert:
-            attempt = "inserting";
-            return executeInsert(operation);
-        case Kind::Update:
-            attempt = "updating";
-            return executeUpdate(operation);
-        case Kind::Remove:
-            attempt = "removing";
-            return executeRemove(operation);
+        case Kind::Insert: return postInsert(position);
+        case Kind::Update: return postUpdate(position);
+        case Kind::Remove: return postRemove(position);
         case Kind::Link:
-        case Kind::Unlink: return executeLink(operation);
-        case Kind::Empty: return executeEmpty(operation);
+        case Kind::Unlink: return postLink(position);
+        case Kind::Empty: return postEmpty(position);
         case Kind::Nothing: return;
         }
+    } catch (const PostFailure&) {
+        throw;
     } catch (const SqlFailure& failure) {
-        throw SqlFailure(std::string(attempt) + " the " + nameOf(operation.instance) + ": " +
-                         failure.what());
+        throw PostFailure(position, failure.what());
     }
 }
 
-void WriteQueue::executeInsert(Operation& operation) {
+const char* WriteQueue::attemptOf(Kind kind) {
+    switch (kind) {
+    case Kind::Insert: return "inserting";
+    case Kind::Update: return "updating";
+    case Kind::Remove: return "removing";
+    default: return "linking";
+    }
+}
+
+void WriteQueue::fail(const PostFailure& failure) {
+    const Operation& operation = operations[failure.ticket];
+    const std::string words = failure.isStale ? faultOfVersion(operation) : failure.what();
+    throw SqlFailure(std::string(attemptOf(operation.kind)) + " the " + nameOf(operation.instance) +
+                     ": " + words);
+}
+
+void WriteQueue::postInsert(std::size_t position) {
+    const Operation& operation = operations[position];
     ClassTable& table = tables.of(operation.instance->getClass());
-    for (const LinkValue& link : operation.links)
-        if (link.check != nullptr)
-            checkPartner(link.check);
     Statement& statement = table.insert();
     binder.bindAll(statement, table, operation.instance, operation.links);
-    statement.run();
+    statement.post(position, 1);
     const unsigned long id = operation.instance->getObjectID();
     insertedIsSorted = insertedIsSorted && (inserted.empty() || inserted.back() < id);
     inserted.push_back(id);
 }
 
-void WriteQueue::executeUpdate(Operation& operation) {
-    ClassTable& table = tables.of(operation.instance->getClass());
-    for (const LinkValue& link : operation.links) {
-        if (link.check != nullptr)
-            checkPartner(link.check);
-        enterColumn(operation, link.column);
-    }
-    Statement& statement = table.update(operation.set);
-    const int next = binder.bindSome(statement, table, operation.instance, operation.links,
-                                     operation.set);
-    statement.bind(next, static_cast<std::int64_t>(operation.instance->getObjectID()));
-    statement.bind(next + 1, static_cast<std::int64_t>(operation.expected));
-    if (statement.run() != 1)
-        failOnVersion(operation);
+ColumnSet& WriteQueue::enterLinks(Operation& operation) {
+    if (operation.kind == Kind::Update)
+        for (const LinkValue& link : operation.links)
+            enterColumn(operation, link.column);
+    return operation.set;
 }
 
-void WriteQueue::executeRemove(Operation& operation) {
+void WriteQueue::postUpdate(std::size_t position) {
+    Operation& operation = operations[position];
+    ClassTable& table = tables.of(operation.instance->getClass());
+    const ColumnSet& set = enterLinks(operation);
+    Statement& statement = table.update(set);
+    const int next = binder.bindSome(statement, table, operation.instance, operation.links, set);
+    statement.bind(next, static_cast<std::int64_t>(operation.instance->getObjectID()));
+    statement.bind(next + 1, static_cast<std::int64_t>(operation.expected));
+    statement.post(position, 1);
+}
+
+void WriteQueue::postRemove(std::size_t position) {
+    const Operation& operation = operations[position];
     Class* cls = operation.instance->getClass();
     const auto id = static_cast<std::int64_t>(operation.instance->getObjectID());
     Statement& statement = tables.of(cls).remove();
     statement.bind(0, id);
     statement.bind(1, static_cast<std::int64_t>(operation.expected));
-    if (statement.run() != 1)
-        failOnVersion(operation);
+    statement.post(position, 1);
     for (const auto& dissolver : tables.dissolvers(cls)) {
         dissolver->bind(0, id);
-        dissolver->run();
+        dissolver->post(position, 0);
     }
 }
 
-void WriteQueue::failOnVersion(const Operation& operation) {
+std::string WriteQueue::faultOfVersion(const Operation& operation) {
     Statement& asking = tables.of(operation.instance->getClass()).versionOf();
     asking.bind(0, static_cast<std::int64_t>(operation.instance->getObjectID()));
     const bool isStored = asking.step();
     const std::int64_t stored = isStored ? asking.integer(0) : 0;
     asking.reset();
     if (!isStored)
-        throw SqlFailure("somebody else has removed it");
-    throw SqlFailure("somebody else has changed it: version " + std::to_string(stored) +
-                     " is stored and version " + std::to_string(operation.expected) +
-                     " was read; refresh it and try again");
+        return "somebody else has removed it";
+    return "somebody else has changed it: version " + std::to_string(stored) +
+           " is stored and version " + std::to_string(operation.expected) +
+           " was read; refresh it and try again";
 }
 
 Statement& WriteQueue::kept(const std::string& text) {
@@ -188,21 +245,6 @@ Statement& WriteQueue::kept(const std::string& text) {
     if (statement == nullptr)
         statement = connection.prepare(text);
     return *statement;
-}
-
-// A link to an object that somebody else has removed would dangle.
-void WriteQueue::checkPartner(const Instance* partner) {
-    const unsigned long id = partner->getObjectID();
-    if (id == lastChecked)
-        return;
-    Statement& asking = tables.of(partner->getClass()).versionOf();
-    asking.bind(0, static_cast<std::int64_t>(id));
-    const bool isStored = asking.step();
-    asking.reset();
-    if (!isStored)
-        throw SqlFailure("its partner, the " + nameOf(partner) +
-                         ", is not stored: somebody else has removed it");
-    lastChecked = id;
 }
 
 }  // namespace Kes::sql

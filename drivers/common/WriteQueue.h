@@ -3,7 +3,12 @@
 // The library tells of an object and of its links by separate calls. They meet
 // here: each row has one operation in the queue, links are folded into it, and
 // what a removal makes pointless is dropped. Values are read from the instances
-// when the queue is flushed, straight into the statements.
+// when the queue is flushed, straight into the statements, which are posted: a
+// connection need not wait for one before it sends the next.
+//
+// A flush first makes sure of the partners that others might have removed, then
+// empties the references that one-to-one links take away, writes the rows, and
+// links and unlinks in tables of their own in the end, in the order of the calls.
 //
 // The version that a row must still have is the one before the first raise in
 // the queue. The library raises the version of a link's first instance; where
@@ -14,7 +19,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -22,6 +29,7 @@
 #include <kes/Instance.h>
 
 #include "drivers/common/FieldBinder.h"
+#include "drivers/common/SqlFailure.h"
 #include "drivers/common/Tables.h"
 
 namespace Kes::sql {
@@ -72,22 +80,36 @@ private:
 
     Operation& add(Kind kind, Instance* instance);
     Operation* find(const Instance* instance);
+    static ColumnSet& enterLinks(Operation& operation);
     static void enterColumn(Operation& operation, int column);
     void addColumns(Operation& operation, const ClassTable& table, Instance* instance);
     void setReference(Instance* owner, const String& role, Instance* partner, bool elsewhere,
                       bool raisedBefore);
-    void emptyOthers(Instance* owner, const String& role, Instance* partner);
+    void emptyOthers(Instance* owner, const String& role, Instance* partner,
+                     Association* association);
+    void takeOver(Instance* owner, const String& role, Instance* partner,
+                  const Association* association);
     bool wasInserted(unsigned long id);
     static bool holds(Instance* owner, const String& role, const Instance* partner);
 
-    void execute(Operation& operation);
-    void executeInsert(Operation& operation);
-    void executeUpdate(Operation& operation);
-    void executeRemove(Operation& operation);
-    void executeLink(const Operation& operation);
-    void executeEmpty(const Operation& operation);
-    void checkPartner(const Instance* partner);
-    [[noreturn]] void failOnVersion(const Operation& operation);
+    void postAll();
+    void postRows();
+    void post(std::size_t position);
+    void postInsert(std::size_t position);
+    void postUpdate(std::size_t position);
+    void postRemove(std::size_t position);
+    void postLink(std::size_t position);
+    void postEmpty(std::size_t position);
+    std::vector<std::size_t> inRuns();
+    void checkPartners();
+    void checkPartners(Class* cls, const std::vector<std::int64_t>& ids);
+    [[noreturn]] void failOnPartner(std::int64_t id);
+    [[noreturn]] void fail(const PostFailure& failure);
+    std::string faultOfVersion(const Operation& operation);
+    static bool isRow(Kind kind) {
+        return kind == Kind::Insert || kind == Kind::Update || kind == Kind::Remove;
+    }
+    static const char* attemptOf(Kind kind);
     Statement& kept(const std::string& text);
     static std::string nameOf(const Instance* instance);
 
@@ -98,9 +120,13 @@ private:
     std::vector<Operation> operations;
     std::size_t used = 0;
     std::unordered_map<const Instance*, std::size_t> positions;  // of row operations
-    std::vector<unsigned long> inserted;  // flushed in this transaction
+    std::vector<unsigned long> inserted;                         // flushed in this transaction
     bool insertedIsSorted = true;
-    unsigned long lastChecked = 0;
+
+    // Of one-to-one links in the queue: who refers to the partner by the role.
+    using Held = std::tuple<const Association*, bool, const Instance*>;
+    std::map<Held, Instance*> holders;
+    bool hasEmpties = false;
     std::unordered_map<std::string, std::unique_ptr<Statement>> statements;
     FieldSet changed;
 };
