@@ -57,11 +57,13 @@ private:
 ///
 /// Operations are called on the model's thread after a successful commit, in
 /// the order in which listeners were added. A listener may add and remove
-/// listeners meanwhile; that takes effect from the next notification. The
-/// library never deletes a listener: take it out before it is destroyed. A
-/// listener that throws undoes nothing and keeps no other from hearing; what the
-/// first of them threw reaches the caller of commit or refresh at the end. The
-/// order of the operations is a contract with compiled applications.
+/// listeners meanwhile; that takes effect from the next notification. It may
+/// also change objects and commit: that is announced at once, before the rest of
+/// what is being told. The library never deletes a listener: take it out before
+/// it is destroyed. A listener that throws undoes nothing and keeps no other from
+/// hearing; what the first of them threw reaches the caller of commit or refresh
+/// at the end. The order of the operations is a contract with compiled
+/// applications.
 class KES_EXPORT Listener {
 public:
     virtual void instanceAdded(const InstanceEvent& event);
