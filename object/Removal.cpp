@@ -6,6 +6,8 @@
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
 
+#include "object/FieldWalk.h"
+
 namespace Kes {
 
 namespace {
@@ -57,13 +59,13 @@ void Removal::run(Instance* instance) {
         myActive->frames.emplace_back(instance);
         Frame& frame = myActive->frames.back();
         Collector collect(instance->getClass()->getModel(), frame.references);
-        instance->handle(&collect);
+        walkFields(instance, collect);
         return;
     }
     Removal removal;
     const Activation activation(&removal);
-    run(instance);
     try {
+        run(instance);
         removal.workOff();
     } catch (...) {
         // What was not recorded is not removed.

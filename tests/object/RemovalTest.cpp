@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+#include <string>
 #include <vector>
 
+#include "tests/object/NotingListener.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
@@ -145,6 +148,238 @@ TEST_F(RemovalTest, CascadesThroughALongChain) {
     for (const Person* each : chain)
         removed += each->isRemoved() ? 1 : 0;
     EXPECT_EQ(Length + 1, removed);
+}
+
+TEST_F(RemovalTest, RecordsPartnersBeforeTheObjectItself) {
+    bob->parent = ann;
+    cid->parent = bob;
+    model.commit();
+    NotingListener::Log log;
+    NotingListener listener(log);
+    Association* family = model.getAssociation("Family");
+    family->addListener(&listener);
+    model.personClass->addListener(&listener);
+    ann->remove();
+    model.commit();
+    family->removeListener(&listener);
+
+    const auto id = [](const Instance* of) { return " " + std::to_string(of->getObjectID()); };
+    EXPECT_EQ(
+        (NotingListener::Log{"unlinked Family" + id(ann) + id(bob),
+                             "unlinked Family" + id(bob) + id(cid), "removed Person" + id(cid),
+                             "removed Person" + id(bob), "removed Person" + id(ann)}),
+        log);
+}
+
+TEST_F(RemovalTest, FetchesTheOneReferenceThatItDissolves) {
+    ann->employer = firm;
+    model.commit();
+    ann.makeNull();
+    firm->staff.setFetched(false);
+    model.garbageCollect();
+    ann = model.findPerson("Ann");
+    ASSERT_FALSE(ann->employer.isFetched());
+    ASSERT_EQ(1U, firm->staff.size());
+
+    ann->remove();
+
+    EXPECT_EQ(0U, firm->staff.size());
+    EXPECT_EQ(nullptr, ann->employer.get());
+}
+
+TEST_F(RemovalTest, LeavesTheOneReferencesOfWhatUnlinks) {
+    ann->employer = firm;
+    model.commit();
+    firm->remove();
+
+    EXPECT_EQ(firm, ann->employer.get());
+    EXPECT_TRUE(firm->staff.contains(ann));
+}
+
+TEST_F(RemovalTest, LeavesAOneReferenceToAPartnerThatIsRemovedAlready) {
+    ann->spouse = bob;
+    model.commit();
+    bob->setRemoved(true);
+    NotingListener::Log log;
+    NotingListener listener(log);
+    Association* marriage = model.getAssociation("Marriage");
+    marriage->addListener(&listener);
+    ann->remove();
+    model.commit();
+    marriage->removeListener(&listener);
+
+    EXPECT_EQ(bob, ann->spouse.get());
+    EXPECT_TRUE(log.empty());
+    bob->setRemoved(false);
+}
+
+TEST_F(RemovalTest, OnlyDropsAMemberThatIsRemovedAlready) {
+    bob->parent = ann;
+    model.commit();
+    bob->setRemoved(true);
+    NotingListener::Log log;
+    NotingListener listener(log);
+    Association* family = model.getAssociation("Family");
+    family->addListener(&listener);
+    ann->remove();
+    model.commit();
+    family->removeListener(&listener);
+
+    EXPECT_FALSE(ann->children.contains(bob));
+    EXPECT_TRUE(log.empty());
+    bob->setRemoved(false);
+}
+
+TEST_F(RemovalTest, MayHappenInsideALoopOverACollection) {
+    for (const Pointer<Person>& each : {ann, bob, cid})
+        each->employer = firm;
+    model.commit();
+    int visited = 0;
+    for (Person* each : firm->staff) {
+        each->remove();
+        ++visited;
+    }
+    model.commit();
+
+    EXPECT_EQ(3, visited);
+    EXPECT_TRUE(firm->staff.empty());
+    EXPECT_FALSE(isStored("Ann") || isStored("Bob") || isStored("Cid"));
+}
+
+TEST_F(RemovalTest, MayHappenInsideALoopThatCascades) {
+    for (int i = 0; i < 40; ++i)
+        model.newPerson("Child")->parent = ann;
+    model.commit();
+    int visited = 0;
+    for (Person* each : ann->children) {
+        if (++visited == 3)
+            ann->remove();
+        EXPECT_NE(nullptr, each);
+    }
+    model.commit();
+
+    EXPECT_EQ(3, visited);
+    EXPECT_FALSE(isStored("Ann") || isStored("Child"));
+}
+
+TEST_F(RemovalTest, MayHappenInsideALoopWithResetAndNext) {
+    for (const Pointer<Person>& each : {ann, bob, cid})
+        each->employer = firm;
+    model.commit();
+    ManyAssociatedInstances& staff = firm->staff;
+    int visited = 0;
+    for (staff.reset(); staff.next(); ++visited)
+        staff.value()->remove();
+    model.commit();
+
+    EXPECT_EQ(3, visited);
+    EXPECT_TRUE(firm->staff.empty());
+}
+
+TEST_F(RemovalTest, OfARingOfFriendsAndFamilyLeavesNothingBehind) {
+    bob->parent = ann;
+    cid->parent = bob;
+    ann->parent = cid;
+    ann->friends.add(bob);
+    bob->friends.add(ann);
+    cid->friends.add(cid);
+    ann->spouse = ann;
+    model.commit();
+    cid->remove();
+    model.commit();
+
+    EXPECT_FALSE(isStored("Ann") || isStored("Bob") || isStored("Cid"));
+    for (const Pointer<Person>& each : {ann, bob, cid}) {
+        EXPECT_TRUE(each->friends.empty() && each->friendOf.empty() && each->children.empty());
+        EXPECT_EQ(nullptr, each->parent.get());
+    }
+}
+
+TEST_F(RemovalTest, OfARingIsTakenBackByARollback) {
+    bob->parent = ann;
+    cid->parent = bob;
+    ann->parent = cid;
+    model.commit();
+    model.startTransaction();
+    bob->remove();
+    model.rollback();
+
+    EXPECT_EQ(ann, bob->parent.get());
+    EXPECT_EQ(bob, cid->parent.get());
+    EXPECT_EQ(cid, ann->parent.get());
+    for (const Pointer<Person>& each : {ann, bob, cid}) {
+        EXPECT_FALSE(each->isRemoved());
+        EXPECT_EQ(1U, each->children.size());
+    }
+    EXPECT_TRUE(isStored("Ann") && isStored("Bob") && isStored("Cid"));
+}
+
+namespace {
+
+/// Throws from handle when it is told to.
+class Brittle : public Instance {
+public:
+    explicit Brittle(Class* c) : Instance(c) {}
+    void handle(Handler* h) override {
+        if (breaks)
+            throw std::runtime_error("broken");
+        Instance::handle(h);
+        h->handleOneAssociated("Chain", "previous", &previous, Association::CascadeRemove);
+        h->handleManyAssociated("Chain", "following", &following);
+    }
+
+    bool breaks = false;
+    One<Brittle> previous{this};
+    Many<Brittle> following{this};
+};
+
+class BrittleModel : public Model {
+public:
+    BrittleModel() : Model("brittle", 100) { open("sqlite", ":memory:", "", "", ""); }
+    Brittle* make() { return static_cast<Brittle*>(brittle->newInstance()); }
+
+protected:
+    void declareModel() override {
+        setVersion(1);
+        brittle = addClass("Brittle", 1, [](Class* c) -> Instance* { return new Brittle(c); });
+    }
+
+    Class* brittle = nullptr;
+};
+
+}  // namespace
+
+TEST(BrokenRemovalTest, LeavesAnObjectThatCannotBeWalkedAsItWas) {
+    BrittleModel model;
+    const Pointer<Brittle> alone(model.make());
+    model.commit();
+    alone->breaks = true;
+
+    EXPECT_THROW(alone->remove(), std::runtime_error);
+
+    alone->breaks = false;
+    EXPECT_FALSE(alone->isRemoved());
+    alone->remove();
+    model.commit();
+    EXPECT_TRUE(alone->isRemoved());
+    EXPECT_FALSE(model.isPending(alone));
+}
+
+TEST(BrokenRemovalTest, LeavesThoseAboveAPartnerThatCannotBeWalked) {
+    BrittleModel model;
+    const Pointer<Brittle> first(model.make()), second(model.make());
+    second->previous = first;
+    model.commit();
+    second->breaks = true;
+
+    EXPECT_THROW(first->remove(), std::runtime_error);
+
+    second->breaks = false;
+    EXPECT_FALSE(first->isRemoved());
+    EXPECT_FALSE(second->isRemoved());
+    model.rollback();
+    EXPECT_TRUE(first->following.contains(second));
+    EXPECT_EQ(first, second->previous.get());
 }
 
 TEST_F(RemovalTest, IsTakenBackByARollback) {
