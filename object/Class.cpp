@@ -5,6 +5,7 @@
 #include <kes/Listener.h>
 #include <kes/Pointer.h>
 
+#include "object/FieldWalk.h"
 #include "object/ListenerList.h"
 
 namespace Kes {
@@ -14,6 +15,7 @@ Class::Class(const String& className, int classVersion, Model* owner, Factory ma
 
 Class::~Class() {
     delete listeners;
+    forgetFields(this);
 }
 
 void Class::subclassOf(Class* super) {
@@ -54,7 +56,7 @@ Instance* Class::newInstance() {
     Pointer<Instance> keep(instance);
     try {
         InitAssocHandler initialise;
-        instance->handle(&initialise);
+        walkFields(instance, initialise);
         instance->add();
     } catch (...) {
         // What has no id yet is in no model, and nobody else knows of it.

@@ -8,6 +8,8 @@
 #include <kes/OneAssociatedInstance.h>
 #include <kes/Pointer.h>
 
+#include "object/FieldWalk.h"
+
 namespace Kes {
 
 namespace {
@@ -54,7 +56,7 @@ bool isAcceptable(const Instance* owner, const Instance* partner, const Referenc
 
 ReferenceFinder::ReferenceFinder(Instance* itsOwner, const void* ref, const char* operation)
     : owner(itsOwner), wanted(ref) {
-    owner->handle(this);
+    walkFields(owner, *this);
     if (!found())
         fail(operation, String("The reference is none that ") + describe(owner) +
                             " reports from its handle operation");
@@ -87,7 +89,7 @@ void ReferenceFinder::handleManyAssociated(const String& name, const String& its
 void RoleReader::read(Instance* instance) {
     one = nullptr;
     many = nullptr;
-    instance->handle(this);
+    walkFields(instance, *this);
 }
 
 void RoleReader::handleOneAssociated(const String& name, const String& itsRole,
@@ -104,7 +106,7 @@ void RoleReader::handleManyAssociated(const String& name, const String& itsRole,
 
 void LinkHandler::visit(Instance* itsPartner) {
     partner = itsPartner;
-    partner->handle(this);
+    walkFields(partner, *this);
 }
 
 bool LinkHandler::isOpposite(const String& name, const String& itsRole) const {

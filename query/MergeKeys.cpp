@@ -6,6 +6,8 @@
 #include <kes/Instance.h>
 #include <kes/Selection.h>
 
+#include "object/FieldWalk.h"
+
 namespace Kes {
 
 namespace {
@@ -47,7 +49,7 @@ MergeKeys::MergeKeys(const PtrList<SortOrder>& sortOrders) {
 void MergeKeys::read(Instance* head, std::vector<MergeKey>& keys) {
     keys.assign(orders.size(), MergeKey());
     target = &keys;
-    head->handle(this);
+    walkFields(head, *this);
     target = nullptr;
 }
 

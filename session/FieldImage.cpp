@@ -9,6 +9,8 @@
 #include <kes/Instance.h>
 #include <kes/Timestamp.h>
 
+#include "object/FieldWalk.h"
+
 namespace Kes {
 
 namespace {
@@ -231,7 +233,7 @@ private:
 
 FieldImage ImageStore::take(Instance* instance) {
     CaptureHandler capture(*this);
-    instance->handle(&capture);
+    walkFields(instance, capture);
     std::byte* image = reserve(packing.size());
     std::memcpy(image, packing.data(), packing.size());
     return image;
@@ -239,12 +241,12 @@ FieldImage ImageStore::take(Instance* instance) {
 
 void ImageStore::restore(FieldImage image, Instance* instance) const {
     RestoreHandler handler(*this, image);
-    instance->handle(&handler);
+    walkFields(instance, handler);
 }
 
 void ImageStore::compare(FieldImage image, Instance* instance, FieldSet& different) const {
     CompareHandler handler(*this, image, different);
-    instance->handle(&handler);
+    walkFields(instance, handler);
 }
 
 void ImageStore::clear() {
@@ -269,7 +271,7 @@ std::byte* ImageStore::reserve(std::size_t bytes) {
 
 std::uint64_t digestFields(Instance* instance) {
     DigestHandler digest;
-    instance->handle(&digest);
+    walkFields(instance, digest);
     return digest.get();
 }
 

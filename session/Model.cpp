@@ -8,6 +8,7 @@
 #include <kes/Instance.h>
 
 #include "object/DeclarationHandler.h"
+#include "object/FieldWalk.h"
 #include "session/DriverCache.h"
 #include "session/ObjectCache.h"
 #include "session/SiblingLoader.h"
@@ -64,7 +65,7 @@ Class* Model::addClass(Class* cls) {
     classOrder.push_back(owned.release());
     const std::unique_ptr<Instance> dummy(cls->getDummy());
     ClassDeclarationHandler declare(cls, this);
-    dummy->handle(&declare);
+    walkFields(dummy.get(), declare);
     return cls;
 }
 
@@ -134,7 +135,7 @@ void Model::settleAssociations() {
             continue;
         const std::unique_ptr<Instance> dummy(cls->getDummy());
         ClassDeclarationHandler settle(cls, this, true);
-        dummy->handle(&settle);
+        walkFields(dummy.get(), settle);
     }
 }
 

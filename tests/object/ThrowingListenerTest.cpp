@@ -226,5 +226,4 @@ TEST_F(ActiveListenerTest, MayRemoveWhatItIsToldOf) {
     EXPECT_EQ(nullptr, model.findPerson("Bob"));
 }
 
-
 }  // namespace Kes::testing
