@@ -161,8 +161,8 @@ StatementPool& ClassTable::pool(const std::string& tail) {
 
 std::unique_ptr<Statement> ClassTable::take(StatementPool& from, const std::string& tail) {
     if (from.empty())
-        return connection.prepare("SELECT " + columnList + " FROM " + quotedTable + " AS t" +
-                                  tail);
+        return connection.prepareCursor("SELECT " + columnList + " FROM " + quotedTable +
+                                        " AS t" + tail);
     std::unique_ptr<Statement> taken = std::move(from.back());
     from.pop_back();
     return taken;

@@ -70,6 +70,12 @@ class Connection {
 public:
     virtual ~Connection() = default;
     virtual std::unique_ptr<Statement> prepare(const std::string& text) = 0;
+
+    /// A query that may have more rows than fit into memory, and whose execution
+    /// stays under way while others are executed.
+    virtual std::unique_ptr<Statement> prepareCursor(const std::string& text) {
+        return prepare(text);
+    }
     virtual void execute(const std::string& text) = 0;
 
     /// Waits for all posted writes. Throws the PostFailure of the first that
@@ -83,6 +89,9 @@ public:
     /// from the table kes_ids.
     virtual IdBlock takeIds(unsigned long least, unsigned long count);
 
+    /// True when takeIds begins no transaction.
+    virtual bool takesIdsAside() const { return false; }
+
     /// Begins a transaction that may write.
     virtual void begin() = 0;
     virtual void commit() = 0;
@@ -91,6 +100,13 @@ public:
     /// itself.
     virtual void rollback() = 0;
     virtual bool inTransaction() = 0;
+
+    /// False when the end of a transaction ends the queries that are under way.
+    virtual bool keepsCursors() const { return true; }
+
+    /// Connects again when the connection has broken. Called when nothing
+    /// depends on it: a model begins to use it.
+    virtual void renew() {}
 
     /// Null disables.
     virtual void traceTo(std::ostream* stream) = 0;

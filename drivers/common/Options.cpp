@@ -33,7 +33,7 @@ std::string join(const List& items) {
 
 }  // namespace
 
-Options::Options(const std::string& text, std::initializer_list<const char*> known) {
+Options::Options(const std::string& text, const std::vector<std::string>& known) {
     for (std::size_t at = 0; at <= text.size();) {
         const std::size_t end = std::min(text.find(';', at), text.size());
         const std::string pair = trimmed(text.substr(at, end - at));
@@ -49,6 +49,11 @@ Options::Options(const std::string& text, std::initializer_list<const char*> kno
         if (!values.emplace(key, trimmed(pair.substr(equals + 1))).second)
             throw SqlFailure("the option \"" + key + "\" is given twice");
     }
+}
+
+std::string Options::getText(const std::string& key, const std::string& otherwise) const {
+    const auto found = values.find(key);
+    return found != values.end() ? found->second : otherwise;
 }
 
 bool Options::getBool(const std::string& key, bool otherwise) const {

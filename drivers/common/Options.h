@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -12,10 +11,12 @@ namespace Kes::sql {
 class Options {
 public:
     /// Throws SqlFailure for a key that is not known, listing those that are.
-    Options(const std::string& text, std::initializer_list<const char*> known);
+    Options(const std::string& text, const std::vector<std::string>& known);
 
     /// What the text says of the key, else `otherwise`. Throws SqlFailure for a
     /// value of the wrong form or out of range.
+    bool has(const std::string& key) const { return values.count(key) != 0; }
+    std::string getText(const std::string& key, const std::string& otherwise) const;
     bool getBool(const std::string& key, bool otherwise) const;
     long getNumber(const std::string& key, long least, long most, long otherwise) const;
     std::string getChoice(const std::string& key, const std::vector<std::string>& choices,

@@ -58,7 +58,7 @@ bool SqlDriver::attempt(const std::string& what, Work work) {
 
 bool SqlDriver::open(const String& source, const String& password, const String& user,
                      const String& options) {
-    const std::string what = "opening \"" + std::string(static_cast<const char*>(source)) + "\"";
+    const std::string what = "opening \"" + shownSource(source) + "\"";
     try {
         session = std::make_unique<Session>(connect(source, password, user, options), *dialect);
         if (trace != nullptr)
@@ -85,6 +85,8 @@ bool SqlDriver::close() {
 int SqlDriver::getVersion(const String& name, const String& kind) {
     int version = 0;
     attempt("reading a version", [&] {
+        if (kind == "MODEL" && !session->connection->inTransaction())
+            session->connection->renew();
         version = session->schema.getVersion(static_cast<const char*>(name),
                                              static_cast<const char*>(kind));
     });
@@ -149,7 +151,8 @@ const DBDriverStatus* SqlDriver::getStatus() {
 unsigned long SqlDriver::newObjectID() {
     unsigned long id = 0;
     attempt("taking object ids", [&] {
-        if (session->ids.needsBlock() && !session->connection->inTransaction())
+        if (session->ids.needsBlock() && !session->connection->inTransaction() &&
+            !session->connection->takesIdsAside())
             settleCursors();
         id = session->ids.take();
     });
@@ -169,13 +172,8 @@ void SqlDriver::settleCursors() {
     if (settling)
         return;
     settling = true;
-    try {
-        for (SqlSelection* cursor : std::vector<SqlSelection*>(cursors.begin(), cursors.end()))
-            cursor->settle();
-    } catch (...) {
-        settling = false;
-        throw;
-    }
+    for (SqlSelection* cursor : std::vector<SqlSelection*>(cursors.begin(), cursors.end()))
+        cursor->settle();
     settling = false;
 }
 
@@ -195,8 +193,11 @@ bool SqlDriver::commit() {
         if (versionFailed)
             throw SqlFailure("a version could not be written");
         flush();
-        if (session->connection->inTransaction())
+        if (session->connection->inTransaction()) {
+            if (!session->connection->keepsCursors())
+                settleCursors();
             session->connection->commit();
+        }
         session->queue.clear();
         session->ids.noteCommit();
         session->schema.forget();

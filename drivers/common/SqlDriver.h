@@ -69,6 +69,11 @@ protected:
     virtual std::unique_ptr<Connection> connect(const String& source, const String& password,
                                                 const String& user, const String& options) = 0;
 
+    /// The source as messages may show it, without a password.
+    virtual std::string shownSource(const String& source) const {
+        return static_cast<const char*>(source);
+    }
+
     /// Whether the connection that was just made may write.
     virtual bool mayWrite() const { return true; }
     Dialect& getDialect() { return *dialect; }

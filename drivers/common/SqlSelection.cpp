@@ -60,6 +60,8 @@ bool SqlSelection::next() {
 }
 
 bool SqlSelection::advance() {
+    if (broken != nullptr)
+        std::rethrow_exception(broken);
     return buffer != nullptr ? buffer->advance() : statement->step();
 }
 
@@ -74,6 +76,8 @@ Instance* SqlSelection::getInstance() {
         return nullptr;
     if (current == nullptr) {
         try {
+            if (broken != nullptr)
+                std::rethrow_exception(broken);
             materialise();
         } catch (const SqlFailure& failure) {
             raise(failure.what());
@@ -102,9 +106,18 @@ void SqlSelection::materialise() {
     model->set(current);
 }
 
-void SqlSelection::settle() {
-    if (statement == nullptr)
+void SqlSelection::settle() noexcept {
+    if (statement == nullptr || broken != nullptr)
         return;
+    try {
+        keepRows();
+    } catch (...) {
+        broken = std::current_exception();
+        statement->reset();
+    }
+}
+
+void SqlSelection::keepRows() {
     if (onRow && current == nullptr)
         materialise();
     auto kept = std::make_unique<RowBuffer>(static_cast<int>(table.columns().size()));

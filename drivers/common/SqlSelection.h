@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -29,14 +30,16 @@ public:
     bool next() override;
     Instance* getInstance() override;
 
-    /// Throws SqlFailure when the remaining rows cannot be read or kept.
-    void settle();
+    /// When the remaining rows cannot be read or kept, the cursor says so at the
+    /// next advance: what the driver is about to do does not fail for it.
+    void settle() noexcept;
 
     /// The driver goes: no further row is delivered.
     void abandon();
 
 private:
     bool advance();
+    void keepRows();
     void materialise();
     void finish();
     Row& row();
@@ -48,6 +51,7 @@ private:
     StatementPool* home = nullptr;
     std::unique_ptr<Statement> statement;  // null when settled or finished
     std::unique_ptr<RowBuffer> buffer;
+    std::exception_ptr broken;  // what kept it from being settled
     bool onRow = false;
     Pointer<Instance> current;
 };

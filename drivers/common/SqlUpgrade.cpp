@@ -78,7 +78,7 @@ void SqlUpgrade::moveRows(const std::string& quotedTarget) {
     for (std::size_t i = 0; i < table.columns().size(); ++i)
         values += i == 0 ? "?" : ", ?";
     const std::unique_ptr<Statement> reading =
-        connection.prepare("SELECT " + list + " FROM " + table.table());
+        connection.prepareCursor("SELECT " + list + " FROM " + table.table());
     const std::unique_ptr<Statement> writing =
         connection.prepare("INSERT INTO " + quotedTarget + " VALUES (" + values + ")");
 
