@@ -1,0 +1,264 @@
+#include "drivers/postgres/PostgresConnection.h"
+
+#include <libpq-fe.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "drivers/common/SqlFailure.h"
+
+namespace Kes::sql {
+
+namespace {
+
+using Wish = PostgresWire::Wish;
+
+// Results wait in memory until somebody reads them.
+constexpr int MostPosts = 2048;
+
+void bindText(Statement& statement, int parameter, const std::string& text) {
+    statement.bindText(parameter, text.data(), text.size());
+}
+
+std::string quoted(const std::string& name) {
+    std::string text = "\"";
+    for (const char c : name)
+        text.append(c == '"' ? 2 : 1, c);
+    return text + "\"";
+}
+
+}  // namespace
+
+PostgresConnection::PostgresConnection(const PostgresSource& source)
+    : link(source, source.limits),
+      limits(source.limits),
+      schema(source.schema),
+      isolation(source.isolation) {
+    configure();
+}
+
+PostgresConnection::~PostgresConnection() {
+    taking.reset();
+}
+
+// The names that the model uses mean tables of one schema.
+void PostgresConnection::configure() {
+    const auto asking =
+        prepare("SELECT pg_catalog.current_schema(), pg_catalog.pg_is_in_recovery(), EXISTS "
+                "(SELECT 1 FROM pg_catalog.pg_namespace WHERE nspname = ?)");
+    bindText(*asking, 0, schema);
+    asking->step();
+    std::size_t size = 0;
+    if (schema.empty() && asking->kind(0) == Row::Null)
+        throw SqlFailure("no schema of the search path exists; name one with the option schema");
+    if (schema.empty())
+        schema = asking->text(0, size);
+    else if (asking->integer(2) == 0)
+        execute("CREATE SCHEMA " + quoted(schema));
+    setUp();
+}
+
+// Whatever the server or the user's account is set up for, these hold.
+void PostgresConnection::setUp() {
+    std::vector<std::pair<std::string, std::string>> settings{
+        {"search_path", quoted(schema)},
+        {"standard_conforming_strings", "on"},
+        {"client_min_messages", "error"},
+        {"default_transaction_isolation", isolation},
+        {"lock_timeout", std::to_string(limits.lock)}};
+    if (limits.statement.has_value())
+        settings.emplace_back("statement_timeout", std::to_string(*limits.statement));
+    std::string text = "SELECT ";
+    for (std::size_t i = 0; i < settings.size(); ++i)
+        text += (i == 0 ? "" : ", ") + std::string("pg_catalog.set_config(?, ?, false)");
+    const auto setting = prepare(text);
+    for (std::size_t i = 0; i < settings.size(); ++i) {
+        bindText(*setting, static_cast<int>(2 * i), settings[i].first);
+        bindText(*setting, static_cast<int>(2 * i + 1), settings[i].second);
+    }
+    setting->step();
+}
+
+std::unique_ptr<Statement> PostgresConnection::prepare(const std::string& text) {
+    return std::make_unique<PostgresStatement>(*this, text);
+}
+
+std::unique_ptr<Statement> PostgresConnection::prepareCursor(const std::string& text) {
+    return std::make_unique<PostgresCursor>(*this, text);
+}
+
+void PostgresConnection::execute(const std::string& text) {
+    beforeSending();
+    link.execute(text, {Wish::Answer, 0, 0, link.isTracing() ? text : ""});
+    receive();
+}
+
+void PostgresConnection::drop(const std::shared_ptr<Prepared>& prepared) {
+    if (!link.isLost() && link.has(*prepared))
+        dropped.push_back(prepared);
+}
+
+void PostgresConnection::beforeSending() {
+    if (dropped.empty() || transaction != Transaction::None)
+        return;
+    for (const std::shared_ptr<Prepared>& each : std::exchange(dropped, {}))
+        if (link.has(*each))
+            link.execute("DEALLOCATE " + each->name, {});
+}
+
+// A failure ends the reading transaction with all its cursors.
+Result PostgresConnection::receive() {
+    posts = 0;
+    try {
+        return link.receive();
+    } catch (const SqlFailure& failure) {
+        if (link.isLost())
+            endTransaction(failure.what());
+        else if (transaction == Transaction::Reading) {
+            link.execute("ROLLBACK", {});
+            link.sync();
+            endTransaction(failure.what());
+        }
+        throw;
+    }
+}
+
+void PostgresConnection::notePost() {
+    if (++posts >= MostPosts)
+        receive();
+}
+
+void PostgresConnection::settle() {
+    if (!link.isSettled())
+        receive();
+}
+
+void PostgresConnection::endTransaction(const std::string& why) {
+    transaction = Transaction::None;
+    if (openCursors > 0)
+        ended = why;
+    openCursors = 0;
+    ++generation;
+}
+
+unsigned long PostgresConnection::enterCursor() {
+    if (transaction == Transaction::None) {
+        beforeSending();
+        link.execute("BEGIN", {});
+        transaction = Transaction::Reading;
+    }
+    ++openCursors;
+    return generation;
+}
+
+// Sent at once, so that the server does not keep a snapshot for a program that
+// has turned to other things, but nobody waits for the answer.
+void PostgresConnection::leaveCursor(const std::string& name,
+                                     unsigned long itsGeneration) noexcept {
+    if (itsGeneration != generation || link.isLost())
+        return;
+    --openCursors;
+    try {
+        if (transaction == Transaction::Reading && openCursors == 0) {
+            link.execute("COMMIT", {});
+            endTransaction("");
+        } else {
+            link.execute("CLOSE " + name, {});
+        }
+        link.sync();
+    } catch (const std::exception&) {
+        // The connection broke, and the next command tells so.
+    }
+}
+
+void PostgresConnection::demand(unsigned long itsGeneration) const {
+    if (itsGeneration != generation)
+        throw SqlFailure("its transaction has ended before its last row was read" +
+                         (ended.empty() ? "" : ": " + ended));
+}
+
+// Travels with the first command of the transaction.
+void PostgresConnection::begin() {
+    if (transaction == Transaction::None) {
+        beforeSending();
+        link.execute("BEGIN", {Wish::Nothing, 0, 0, traced("BEGIN")});
+    }
+    transaction = Transaction::Writing;
+}
+
+void PostgresConnection::commit() {
+    settle();
+    link.execute("COMMIT", {Wish::Answer, 0, 0, traced("COMMIT")});
+    Result answer;
+    try {
+        answer = link.receive();
+    } catch (const ConnectionLost& failure) {
+        endTransaction(failure.what());
+        throw SqlFailure(std::string("it is not known whether the transaction is stored, because "
+                                     "the connection broke while the database committed it: ") +
+                         failure.what() + ", and look");
+    } catch (const SqlFailure& failure) {
+        endTransaction(failure.what());
+        throw;
+    }
+    endTransaction("the transaction was committed");
+    if (std::strcmp(PQcmdStatus(answer.get()), "COMMIT") != 0)
+        throw SqlFailure("the database has rolled the transaction back, because one of its "
+                         "statements had failed");
+}
+
+// A server that is gone has rolled back by itself.
+void PostgresConnection::rollback() {
+    link.drain();
+    if (transaction != Transaction::Writing)
+        return;
+    endTransaction("the transaction was rolled back");
+    if (link.isLost())
+        return;
+    try {
+        link.execute("ROLLBACK", {Wish::Nothing, 0, 0, traced("ROLLBACK")});
+        link.receive();
+    } catch (const ConnectionLost&) {
+        return;
+    }
+}
+
+// A value of the sequence stands for a block of ids. Ids that a transaction
+// took are not given out again when it rolls back, so they are never uncommitted.
+IdBlock PostgresConnection::takeIds(unsigned long least, unsigned long count) {
+    if (blocks.empty()) {
+        if (taking == nullptr)
+            taking = prepare("SELECT pg_catalog.nextval('kes_ids') FROM "
+                             "pg_catalog.generate_series(1, ?)");
+        constexpr unsigned long most = 64;
+        const unsigned long wanted = std::clamp(count / 64, 1UL, most);
+        taking->bind(0, static_cast<std::int64_t>(wanted));
+        while (taking->step()) {
+            const auto first = static_cast<unsigned long>(taking->integer(0));
+            if (!blocks.empty() && blocks.back().end == first)
+                blocks.back().end = first + IdsPerValue;
+            else
+                blocks.push_back({first, first + IdsPerValue, false});
+        }
+        taking->reset();
+    }
+    const IdBlock block = blocks.front();
+    blocks.pop_front();
+    if (block.first < least)
+        throw SqlFailure("the sequence kes_ids gives " + std::to_string(block.first) +
+                         " after higher numbers; set it beyond all object ids");
+    return block;
+}
+
+// A parked connection may have broken while nobody used it.
+void PostgresConnection::renew() {
+    if (transaction != Transaction::None || link.isAlive())
+        return;
+    endTransaction("the connection broke");
+    dropped.clear();
+    blocks.clear();
+    link.renew();
+    setUp();
+}
+
+}  // namespace Kes::sql

@@ -1,0 +1,87 @@
+// One connection to a server, used by one model.
+//
+// Statements outside of a transaction stand for themselves. A cursor needs a
+// transaction on the server: the first one begins a reading transaction, and the
+// last one ends it, unnoticed by the driver. The driver settles all cursors
+// before it begins a transaction that writes.
+
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "drivers/common/Connection.h"
+#include "drivers/postgres/PostgresSource.h"
+#include "drivers/postgres/PostgresStatement.h"
+#include "drivers/postgres/PostgresWire.h"
+
+namespace Kes::sql {
+
+class PostgresConnection final : public Connection {
+public:
+    /// The step of the sequence that object ids come from.
+    static constexpr unsigned long IdsPerValue = 1024;
+
+    explicit PostgresConnection(const PostgresSource& source);
+    ~PostgresConnection() override;
+
+    std::unique_ptr<Statement> prepare(const std::string& text) override;
+    std::unique_ptr<Statement> prepareCursor(const std::string& text) override;
+    void execute(const std::string& text) override;
+    void settle() override;
+    IdBlock takeIds(unsigned long least, unsigned long count) override;
+    void begin() override;
+    void commit() override;
+    void rollback() override;
+    bool inTransaction() override { return transaction == Transaction::Writing; }
+    bool keepsCursors() const override { return false; }
+    bool takesIdsAside() const override { return true; }
+    void renew() override;
+    void traceTo(std::ostream* stream) override { link.traceTo(stream); }
+
+    // --- for statements ---
+
+    PostgresWire& wire() { return link; }
+    std::string freshName() { return "kes_" + std::to_string(++names); }
+
+    /// Has the server forget a statement, at the next chance.
+    void drop(const std::shared_ptr<Prepared>& prepared);
+
+    /// Sends what had to wait for the next command.
+    void beforeSending();
+    Result receive();
+    void notePost();
+
+    /// Returns the generation that the cursor belongs to; it is lost with it.
+    unsigned long enterCursor();
+    void leaveCursor(const std::string& name, unsigned long generation) noexcept;
+
+    /// Throws SqlFailure when the cursors of the generation are lost.
+    void demand(unsigned long generation) const;
+
+private:
+    enum class Transaction : unsigned char { None, Reading, Writing };
+
+    void configure();
+    void setUp();
+    void endTransaction(const std::string& why);
+    std::string traced(const char* text) const { return link.isTracing() ? text : ""; }
+
+    PostgresWire link;
+    PostgresLimits limits;
+    std::string schema;
+    std::string isolation;
+    Transaction transaction = Transaction::None;
+    int openCursors = 0;
+    unsigned long generation = 0;
+    std::string ended;  // why the cursors of the last generation are lost
+    unsigned long names = 0;
+    int posts = 0;  // since the last sync
+    std::vector<std::shared_ptr<Prepared>> dropped;
+    std::deque<IdBlock> blocks;
+    std::unique_ptr<Statement> taking;
+};
+
+}  // namespace Kes::sql

@@ -1,0 +1,126 @@
+#include "drivers/postgres/PostgresSource.h"
+
+#include <libpq-fe.h>
+
+#include <cstdlib>
+#include <memory>
+
+#include "drivers/common/Options.h"
+#include "drivers/common/SqlFailure.h"
+
+namespace Kes::sql {
+
+namespace {
+
+struct FreeParameters {
+    void operator()(PQconninfoOption* list) const { PQconninfoFree(list); }
+};
+using ParameterList = std::unique_ptr<PQconninfoOption, FreeParameters>;
+
+bool isUrl(const std::string& source) {
+    return source.starts_with("postgresql://") || source.starts_with("postgres://");
+}
+
+// Anything else is the name of a database.
+bool isConnectionText(const std::string& source) {
+    return isUrl(source) || source.find('=') != std::string::npos;
+}
+
+// Null with the library's words for a text that it cannot read.
+ParameterList parse(const std::string& source, std::string& words) {
+    char* error = nullptr;
+    ParameterList list(PQconninfoParse(source.c_str(), &error));
+    if (error != nullptr)
+        words = error;
+    PQfreemem(error);
+    while (!words.empty() && words.back() == '\n')
+        words.pop_back();
+    return list;
+}
+
+std::string valueOf(const PQconninfoOption* list, const std::string& keyword) {
+    for (const PQconninfoOption* each = list; each != nullptr && each->keyword != nullptr; ++each)
+        if (keyword == each->keyword && each->val != nullptr)
+            return each->val;
+    return "";
+}
+
+// The library quotes what it cannot read, which may be a part of a password.
+// Only the name of an unknown parameter is fit to be shown.
+void demandReadable(const std::string& source) {
+    std::string words;
+    if (parse(source, words) != nullptr)
+        return;
+    const bool isAboutName = words.find("invalid connection option") == 0 ||
+                             words.find("invalid URI query parameter") == 0;
+    throw SqlFailure("the source cannot be read" +
+                     (isAboutName ? ": " + words : std::string(" as a connection text")) +
+                     "; write postgresql://host:port/database, or key=value pairs with blanks "
+                     "between them and values with blanks in single quotes");
+}
+
+// Parameters of the client library that an option may set. The encoding is the
+// driver's own, and a replication connection is none for tables.
+std::vector<std::string> libraryKeys() {
+    std::vector<std::string> keys;
+    const ParameterList known(PQconndefaults());
+    for (const PQconninfoOption* each = known.get(); each != nullptr && each->keyword != nullptr;
+         ++each) {
+        const std::string key = each->keyword;
+        if (key != "client_encoding" && key != "replication")
+            keys.push_back(key);
+    }
+    return keys;
+}
+
+}  // namespace
+
+PostgresSource::PostgresSource(const std::string& source, const std::string& password,
+                               const std::string& user, const std::string& optionText) {
+    const std::vector<std::string> passedOn = libraryKeys();
+    std::vector<std::string> known{"schema", "statement_timeout", "lock_timeout", "isolation"};
+    known.insert(known.end(), passedOn.begin(), passedOn.end());
+    const Options options(optionText, known);
+    constexpr long longest = 2147483647;
+    if (options.has("statement_timeout"))
+        limits.statement = options.getNumber("statement_timeout", 0, longest, 0);
+    limits.lock = options.getNumber("lock_timeout", 0, longest, limits.lock);
+    schema = options.getText("schema", "");
+    isolation = options.getChoice("isolation",
+                                  {"read committed", "repeatable read", "serializable"},
+                                  "read committed");
+    if (isConnectionText(source))
+        demandReadable(source);
+
+    // Of two values the last one counts; the source is the first name of a
+    // database, the one that is taken apart.
+    if (std::getenv("PGCONNECT_TIMEOUT") == nullptr)
+        parameters.emplace_back("connect_timeout", "10");
+    parameters.emplace_back("fallback_application_name", "kes");
+    parameters.emplace_back("dbname", source);
+    if (!user.empty())
+        parameters.emplace_back("user", user);
+    if (!password.empty())
+        parameters.emplace_back("password", password);
+    for (const std::string& key : passedOn)
+        if (options.has(key))
+            parameters.emplace_back(key, options.getText(key, ""));
+    parameters.emplace_back("client_encoding", "UTF8");
+}
+
+std::string PostgresSource::shown(const std::string& source) {
+    if (!isConnectionText(source))
+        return source;
+    std::string ignored;
+    const ParameterList list = parse(source, ignored);
+    if (list == nullptr)
+        return "postgresql://...";
+    const std::string user = valueOf(list.get(), "user");
+    const std::string host = valueOf(list.get(), "host");
+    const std::string address = valueOf(list.get(), "hostaddr");
+    const std::string port = valueOf(list.get(), "port");
+    return "postgresql://" + user + (user.empty() ? "" : "@") + (host.empty() ? address : host) +
+           (port.empty() ? "" : ":" + port) + "/" + valueOf(list.get(), "dbname");
+}
+
+}  // namespace Kes::sql
