@@ -4,8 +4,10 @@
 #include <limits>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
+#include "tests/object/NotingListener.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
@@ -76,6 +78,13 @@ public:
 
 }  // namespace
 
+static_assert(std::has_virtual_destructor_v<Instance>);
+static_assert(std::is_abstract_v<Handler> && std::has_virtual_destructor_v<Handler>);
+static_assert(std::is_copy_constructible_v<InspectHandler>);
+static_assert(std::is_copy_assignable_v<InspectHandler>);
+static_assert(std::is_copy_constructible_v<InitAssocHandler>);
+static_assert(std::is_copy_assignable_v<InitAssocHandler>);
+
 class InstanceTest : public ::testing::Test {
 protected:
     Class thing{"Thing", 1, nullptr, nullptr};
@@ -132,6 +141,44 @@ TEST_F(InstanceTest, EqualsItselfOnly) {
     const Instance copy(instance);
     EXPECT_TRUE(instance == instance);
     EXPECT_FALSE(instance == copy);
+}
+
+TEST_F(InstanceTest, CopiesEveryMemberAndSharesItsListeners) {
+    NotingListener::Log log;
+    NotingListener listener(log);
+    instance.setObjectID(4);
+    instance.nextVersion();
+    instance.setVisited(true);
+    instance.addListener(&listener);
+    Instance constructed(instance);
+    Instance assigned(nullptr);
+    assigned = instance;
+
+    for (Instance* copy : {&constructed, &assigned}) {
+        EXPECT_EQ(&thing, copy->getClass());
+        EXPECT_EQ(4UL, copy->getObjectID());
+        EXPECT_EQ(1UL, copy->getVersion());
+        EXPECT_TRUE(copy->isVisited());
+        EXPECT_FALSE(copy->isRemoved());
+        thing.fireInstanceChanged(copy);
+    }
+    EXPECT_EQ(2U, log.size());
+
+    // One of the three frees the list.
+    constructed = Instance(&thing);
+    assigned = Instance(&thing);
+}
+
+TEST_F(InstanceTest, ReportsWhatWasSetThroughAHandler) {
+    class Writer final : public EmptyHandler {
+    public:
+        void handleULong(const String& field, unsigned long& value) override {
+            value = field == "KesObjectID" ? 12 : 34;
+        }
+    } writer;
+    instance.handle(&writer);
+    EXPECT_EQ(12UL, instance.getObjectID());
+    EXPECT_EQ(34UL, instance.getVersion());
 }
 
 TEST_F(InstanceTest, DoesNotReachTheModelWhenItIsRemovedAgain) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <type_traits>
 
 #include "tests/object/NotingListener.h"
 #include "tests/support/StaffModel.h"
@@ -17,6 +18,11 @@ public:
 };
 
 using Log = NotingListener::Log;
+
+static_assert(!std::has_virtual_destructor_v<Listener>);
+static_assert(!std::is_polymorphic_v<InstanceEvent>);
+static_assert(!std::is_polymorphic_v<AssociationEvent>);
+static_assert(!std::is_polymorphic_v<ModelEvent>);
 
 }  // namespace
 
@@ -131,6 +137,23 @@ TEST_F(NotificationTest, OfARemovalLetsTheListenerLeaveItself) {
     instance.addListener(&second);
     thing.fireInstanceRemoved(&instance);
     EXPECT_EQ((Log{"first: removed Thing 0", "second: removed Thing 0"}), log);
+}
+
+TEST_F(NotificationTest, CarriesTheClassAndTheInstance) {
+    InstanceEvent event(nullptr, nullptr);
+    event = InstanceEvent(&thing, &instance);
+    EXPECT_EQ(&thing, event.getClass());
+    EXPECT_EQ(&instance, event.getInstance());
+}
+
+TEST_F(NotificationTest, CarriesBothInstancesAndTheAssociation) {
+    Association as("As", &thing, "x", Association::One, Association::Unlink);
+    Instance other(&thing);
+    AssociationEvent event(nullptr, nullptr, nullptr);
+    event = AssociationEvent(&instance, &other, &as);
+    EXPECT_EQ(&instance, event.getOneInstance());
+    EXPECT_EQ(&other, event.getOtherInstance());
+    EXPECT_EQ(&as, event.getAssociation());
 }
 
 TEST_F(NotificationTest, CarriesTheProgressOfAModel) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <type_traits>
 
 #include "tests/support/StaffModel.h"
 
@@ -24,6 +25,29 @@ protected:
 
     StaffModel model;
 };
+
+namespace {
+
+static_assert(std::is_abstract_v<PointerBase> && std::has_virtual_destructor_v<PointerBase>);
+
+/// Registered by hand, it tells what has become of another pointer when its own
+/// turn comes.
+class Watch final : public PointerBase {
+public:
+    explicit Watch(const Pointer<Instance>& other) : watched(other) {}
+    void makeNull() override { sawIt = watched.getInstance(); }
+    Instance* getInstance() const override {
+        ++asked;
+        return kept;
+    }
+
+    const Pointer<Instance>& watched;
+    Instance* kept = nullptr;
+    Instance* sawIt = nullptr;
+    mutable int asked = 0;
+};
+
+}  // namespace
 
 TEST_F(PointerTest, IsEmptyAtFirst) {
     const Pointer<Instance> empty;
@@ -114,6 +138,49 @@ TEST_F(PointerTest, MovesItsRegistrationToAnotherModel) {
     EXPECT_TRUE(pointer == bob);
     other.close();
     EXPECT_TRUE(pointer == nullptr);
+}
+
+TEST_F(PointerTest, KeepsItsRegistrationWithinAModel) {
+    Instance* ann = stored(model, "Ann");
+    Pointer<Instance> pointer(ann);
+    Watch later(pointer);
+    model.addPointer(&later);
+    pointer = stored(model, "Bob");
+
+    model.close();
+
+    // Emptied ahead of the one that was registered after it.
+    EXPECT_EQ(nullptr, later.sawIt);
+}
+
+TEST_F(PointerTest, RegistersAnewAfterItWasEmpty) {
+    Pointer<Instance> pointer(stored(model, "Ann"));
+    const Pointer<Instance> keep(pointer);
+    Watch earlier(pointer);
+    model.addPointer(&earlier);
+    Instance* ann = pointer;
+    pointer = static_cast<Instance*>(nullptr);
+    pointer = ann;
+
+    model.close();
+
+    EXPECT_EQ(ann, earlier.sawIt);
+}
+
+TEST_F(PointerTest, IsAskedForItsInstanceByACollection) {
+    Person* ann = stored(model, "Ann");
+    const unsigned long id = ann->getObjectID();
+    const Pointer<Instance> none;
+    Watch foreign(none);
+    foreign.kept = ann;
+    model.addPointer(&foreign);
+
+    EXPECT_TRUE(survives(id));
+    EXPECT_EQ(1, foreign.asked);
+
+    model.removePointer(&foreign);
+    EXPECT_FALSE(survives(id));
+    EXPECT_EQ(1, foreign.asked);
 }
 
 TEST_F(PointerTest, IsEmptiedWhenItsModelCloses) {

@@ -2,10 +2,12 @@
 
 #include <chrono>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
@@ -20,6 +22,12 @@ public:
     using AssociatedOneForOne::contains;
     bool contains(Instance*) const override { return false; }
 };
+
+static_assert(std::is_copy_constructible_v<OneForOne> && std::is_copy_assignable_v<OneForOne>);
+static_assert(std::is_copy_constructible_v<DummyAssociatedMany>);
+static_assert(std::is_copy_assignable_v<DummyAssociatedMany>);
+static_assert(std::is_abstract_v<OneAssociatedInstance>);
+static_assert(std::is_abstract_v<ManyAssociatedInstances>);
 
 }  // namespace
 
@@ -80,6 +88,32 @@ TEST_F(OneForOneTest, KeepsAFetchedMarkOfItsOwn) {
     EXPECT_TRUE(reference.contains(&first));
 }
 
+TEST_F(OneForOneTest, CopiesItsMemberAndItsMark) {
+    reference.add(&first);
+    reference.setFetched(true);
+    OneForOne copy(reference);
+    OneForOne assigned;
+    assigned = reference;
+    EXPECT_TRUE(copy.contains(&first) && copy.isFetched());
+    EXPECT_TRUE(assigned.contains(&first) && assigned.isFetched());
+}
+
+TEST_F(OneForOneTest, ForgetsItsMemberWhenItsOwnMarkIsCleared) {
+    reference.add(&first);
+    reference.setFetched(true);
+    reference.setFetched(false);
+    EXPECT_FALSE(reference.isFetched());
+    EXPECT_FALSE(reference.contains(&first));
+}
+
+TEST_F(OneForOneTest, HasNoValueAfterItsMemberIsRemovedOnTheWay) {
+    reference.add(&first);
+    ASSERT_TRUE(reference.next());
+    reference.remove(&first);
+    EXPECT_EQ(nullptr, reference.value());
+    EXPECT_FALSE(reference.next());
+}
+
 TEST_F(OneForOneTest, ForgetsItsMemberWhenCleared) {
     reference.add(&first);
     reference.clear();
@@ -126,6 +160,24 @@ protected:
         model.garbageCollect();
         firm = model.findCompany("Firm");
         ASSERT_TRUE(firm != nullptr);
+    }
+
+    /// Stores all and reads one person, in whom nothing is fetched then.
+    Pointer<Person> reload(const char* name) {
+        model.commit();
+        firm.makeNull();
+        model.garbageCollect();
+        return Pointer<Person>(model.findPerson(name));
+    }
+
+    /// The statements that the work sends.
+    template <class Work>
+    std::string statementsOf(Work work) {
+        std::ostringstream trace;
+        model.traceSQLTo(trace);
+        work();
+        model.disableSQLTrace();
+        return trace.str();
     }
 
     using Names = std::vector<std::string>;
@@ -177,6 +229,140 @@ TEST_F(ReferenceTest, NeedsNoDatabaseForAOneWithoutAnId) {
 
     EXPECT_TRUE(ann->employer.isFetched());
     EXPECT_EQ(nullptr, ann->employer.get());
+}
+
+TEST_F(ReferenceTest, LeavesWhatAOneWithoutAnIdHolds) {
+    model.commit();
+    const std::unique_ptr<Instance> dummy(model.personClass->getDummy());
+    auto* ann = static_cast<Person*>(dummy.get());
+    EXPECT_EQ(0UL, ann->employer.getObjectID());
+    ann->employer.setInstance(firm);
+
+    EXPECT_EQ("", statementsOf([&] { ann->get(ann->employer, true); }));
+
+    EXPECT_TRUE(ann->employer.isFetched());
+    EXPECT_EQ(firm, ann->employer.getInstance());
+}
+
+TEST_F(ReferenceTest, AsksNobodyOnceItIsFetched) {
+    hire("Ann")->friends.add(hire("Bob"));
+    const Pointer<Person> ann = reload("Ann");
+    EXPECT_NE("", statementsOf([&] { ann->get(ann->employer, false); }));
+    EXPECT_NE("", statementsOf([&] { ann->get(ann->friends, false); }));
+
+    EXPECT_EQ("", statementsOf([&] { ann->get(ann->employer, false); }));
+    EXPECT_EQ("", statementsOf([&] { ann->get(ann->friends, false); }));
+}
+
+TEST_F(ReferenceTest, TakesAPartnerInMemoryWithoutAskingTheDatabase) {
+    hire("Ann");
+    const Pointer<Person> ann = reload("Ann");
+    const Pointer<Company> known(model.findCompany("Firm"));
+    ASSERT_FALSE(ann->employer.isFetched());
+
+    EXPECT_EQ("", statementsOf([&] { ann->get(ann->employer, false); }));
+
+    EXPECT_EQ(known, ann->employer.getInstance());
+}
+
+TEST_F(ReferenceTest, ReadsAFetchedOneAgainByForce) {
+    hire("Ann");
+    const Pointer<Person> ann = reload("Ann");
+    const Pointer<Company> loaded(ann->employer.get());
+    ann->employer.setInstance(nullptr);
+
+    ann->get(ann->employer, false);
+    EXPECT_EQ(nullptr, ann->employer.getInstance());
+    ann->get(ann->employer, true);
+    EXPECT_EQ(loaded, ann->employer.getInstance());
+}
+
+TEST_F(ReferenceTest, KeepsWhatItHoldsWhenItIsMarkedAsFetched) {
+    const Pointer<Person> ann(hire("Ann"));
+    OneAssociatedInstance& employer = ann->employer;
+    employer.setFetched(true);
+    firm->staff.setFetched(true);
+    EXPECT_EQ(firm, employer.getInstance());
+    EXPECT_TRUE(firm->staff.contains(ann));
+}
+
+TEST_F(ReferenceTest, IsFetchedBeforeAnotherPartnerIsSet) {
+    hire("Ann");
+    const Pointer<Person> ann = reload("Ann");
+    firm = model.findCompany("Firm");
+    ASSERT_EQ(1U, firm->staff.size());
+    ASSERT_FALSE(ann->employer.isFetched());
+
+    ann->employer = nullptr;
+
+    EXPECT_TRUE(firm->staff.empty());
+    model.commit();
+    firm->get(firm->staff, true);
+    EXPECT_TRUE(firm->staff.empty());
+}
+
+TEST_F(ReferenceTest, IsFetchedAsTheOppositeEndOfALink) {
+    model.newPerson("Ann");
+    const Pointer<Person> ann = reload("Ann");
+    firm = model.findCompany("Firm");
+    ASSERT_FALSE(ann->employer.isFetched());
+
+    firm->staff.add(ann);
+    EXPECT_TRUE(ann->employer.isFetched());
+    EXPECT_EQ(firm, ann->employer.getInstance());
+
+    ann->employer.setFetched(false);
+    firm->staff.remove(ann);
+    EXPECT_TRUE(ann->employer.isFetched());
+    EXPECT_EQ(nullptr, ann->employer.getInstance());
+}
+
+TEST_F(ReferenceTest, StaysUnfetchedWhenMembersComeAndGo) {
+    hire("Ann");
+    hire("Bob");
+    storeAndForget();
+    const Pointer<Person> ann(model.findPerson("Ann"));
+    const Pointer<Person> cid(model.newPerson("Cid"));
+
+    firm->staff.add(cid);
+    firm->staff.remove(ann);
+
+    EXPECT_FALSE(firm->staff.isFetched());
+    EXPECT_EQ((Names{"Bob", "Cid"}), staff());
+    model.commit();
+    firm->get(firm->staff, true);
+    EXPECT_EQ((Names{"Bob", "Cid"}), staff());
+}
+
+TEST_F(ReferenceTest, IsRefusedWhenItsObjectDoesNotReportIt) {
+    const Pointer<Person> ann(hire("Ann"));
+    One<Company> strange{ann};
+    Many<Person> stranger{ann};
+
+    EXPECT_RAISES("REFERR", ann->get(strange, false));
+    EXPECT_RAISES("REFERR", ann->get(stranger, false));
+    EXPECT_RAISES("REFERR", ann->set(strange, firm));
+    EXPECT_RAISES("REFERR", ann->Instance::add(stranger, ann));
+    EXPECT_RAISES("REFERR", ann->Instance::remove(stranger, ann));
+}
+
+TEST_F(ReferenceTest, StaysAsItIsWhenItIsRefusedAndTheHandlerReturns) {
+    const Pointer<Person> ann(hire("Ann"));
+    model.commit();
+    One<Company> strange{ann};
+    Many<Person> stranger{ann};
+    const ReturningHandler handler;
+
+    ann->get(strange, false);
+    ann->get(stranger, false);
+    ann->set(strange, firm);
+    ann->Instance::add(stranger, ann);
+    ann->Instance::remove(stranger, ann);
+
+    EXPECT_EQ(std::vector<std::string>(5, "REFERR"), handler.codes());
+    EXPECT_FALSE(strange.isFetched() || stranger.isFetched());
+    EXPECT_EQ(nullptr, strange.getInstance());
+    EXPECT_FALSE(model.isPending(ann));
 }
 
 TEST_F(ReferenceTest, DuplicatesNothingWhenItIsFetchedByForce) {
