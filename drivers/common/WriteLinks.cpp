@@ -60,8 +60,9 @@ void WriteQueue::link(bool made, Instance* first, const String& firstRole, Insta
 
 void WriteQueue::setReference(Instance* owner, const String& role, Instance* partner,
                               bool elsewhere, bool raisedBefore) {
-    if (owner->isRemoved() && owner->inTransaction())
-        return;  // the row goes, whatever stands in it
+    // The row goes, whatever stands in it, or has gone, or never came.
+    if (owner->isRemoved() && (owner->inTransaction() || partner == nullptr))
+        return;
     ClassTable& table = tables.of(owner->getClass());
     const int column = table.find(static_cast<const char*>(role));
     const unsigned long id =

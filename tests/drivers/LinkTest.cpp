@@ -255,6 +255,19 @@ TEST_F(LinkTest, MayComeAndGoBeforeItsEndsAreStored) {
     EXPECT_EQ("0", ask("SELECT count(*) FROM Friendship"));
 }
 
+TEST_F(LinkTest, LeavesAlonePartnersThatWereNeverStored) {
+    model.commit();
+    Person* never = model.newPerson("Nobody");
+    ann->spouse = never;
+    ann->spouse = nullptr;
+    never->remove();
+
+    model.commit();
+
+    EXPECT_EQ("", column("spouse", "Ann"));
+    EXPECT_EQ("3", ask("SELECT count(*) FROM Person"));
+}
+
 TEST_F(LinkTest, ForcesACollectionToWhatIsStored) {
     ann->friends.add(bob);
     model.commit();
