@@ -4,11 +4,20 @@
 include(GoogleTest)
 find_package(GTest REQUIRED)
 
-# kes_add_test(NAME SOURCES file... [LINK target...])
+# kes_add_test(NAME SOURCES file... [LINK target...] [SERVER name])
 #
-# Adds the program test_NAME and hands each of its tests to ctest. A test that
-# runs for two minutes hangs, and fails.
+# Adds the program test_NAME and hands each of its tests to ctest, which has the
+# server run meanwhile. A test that runs for two minutes hangs, and fails.
 function(kes_add_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "SERVER" "SOURCES;LINK")
+    kes_add_suite(${name} SOURCES ${arg_SOURCES} LINK ${arg_LINK})
+    kes_discover_tests(${name} "" ${arg_SERVER})
+endfunction()
+
+# kes_add_suite(NAME SOURCES file... [LINK target...])
+#
+# Adds the program test_NAME, whose tests ctest learns of with kes_run_suite.
+function(kes_add_suite name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK")
     set(target test_${name})
     add_executable(${target} ${arg_SOURCES})
@@ -17,13 +26,56 @@ function(kes_add_test name)
         "${PROJECT_SOURCE_DIR}/include"
     )
     target_link_libraries(${target} PRIVATE kes ${arg_LINK} GTest::gtest_main GTest::gmock)
-    gtest_discover_tests(${target}
+endfunction()
+
+# kes_run_suite(NAME DRIVER [SERVER name])
+#
+# Hands the tests of the program test_NAME to ctest once more, for a driver. The
+# names of its tests begin with the driver's.
+function(kes_run_suite name driver)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "SERVER" "")
+    kes_discover_tests(${name} ${driver} ${arg_SERVER})
+endfunction()
+
+# kes_discover_tests(NAME DRIVER [server...])
+function(kes_discover_tests name driver)
+    set(prefix)
+    set(properties TIMEOUT 120 LABELS ${name})
+    if(driver)
+        set(prefix "${driver}.")
+        list(APPEND properties ENVIRONMENT "KES_TEST_DRIVER=${driver}")
+    endif()
+    if(ARGN)
+        list(APPEND properties FIXTURES_REQUIRED ${ARGN})
+    endif()
+    gtest_discover_tests(test_${name}
+        TEST_PREFIX "${prefix}"
         DISCOVERY_MODE PRE_TEST
         DISCOVERY_TIMEOUT 60
         # A parameter's printed value may be an address, different in each run.
         NO_PRETTY_VALUES
-        PROPERTIES TIMEOUT 120 LABELS ${name}
+        PROPERTIES ${properties}
     )
+endfunction()
+
+# kes_add_server(NAME FOLDER)
+#
+# Has ctest start the server NAME in the folder before the first test that needs
+# it, and remove it after the last one. Sets KES_SERVER_name to false where the
+# server's programs are not installed; its tests have to be left out then.
+function(kes_add_server name folder)
+    set(script "${PROJECT_SOURCE_DIR}/tests/engines/${name}.sh")
+    execute_process(COMMAND "${script}" programs RESULT_VARIABLE missing ERROR_QUIET)
+    if(missing)
+        message(STATUS "The server ${name} is not installed: its tests are left out")
+        set(KES_SERVER_${name} NO PARENT_SCOPE)
+        return()
+    endif()
+    set(KES_SERVER_${name} YES PARENT_SCOPE)
+    add_test(NAME ${name}.start COMMAND "${script}" start "${folder}")
+    add_test(NAME ${name}.stop COMMAND "${script}" remove "${folder}")
+    set_tests_properties(${name}.start PROPERTIES FIXTURES_SETUP ${name} TIMEOUT 120)
+    set_tests_properties(${name}.stop PROPERTIES FIXTURES_CLEANUP ${name} TIMEOUT 120)
 endfunction()
 
 # kes_add_test_driver(NAME SOURCES file...)

@@ -2,16 +2,17 @@
 
 #include <set>
 
+#include "tests/drivers/DriverTest.h"
 #include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
 
 // Three people, two firms; Ann and Bob are married, Ann knows Bob and Cid.
-class ConditionTest : public ::testing::Test {
+class ConditionTest : public DriverTest {
 protected:
     ConditionTest() {
-        model.openWith();
+        open(model);
         model.startTransaction();
         red = model.newCompany("Red");
         blue = model.newCompany("Blue");
@@ -122,8 +123,8 @@ INSTANTIATE_TEST_SUITE_P(Patterns, LikeTest,
                                            Pattern{"_o_", {"Bob"}}, Pattern{"", {}},
                                            Pattern{"%", {"Ann", "Bob", "cid_%"}},
                                            Pattern{"%\\%", {"cid_%"}},
-                                           Pattern{"cid\\_\\%", {"cid_%"}},
-                                           Pattern{"Ann\\", {}}, Pattern{"Ann\\\\", {}}));
+                                           Pattern{"cid\\_\\%", {"cid_%"}}, Pattern{"Ann\\", {}},
+                                           Pattern{"Ann\\\\", {}}));
 
 TEST_F(ConditionTest, JoinsWithAndAndOr) {
     const Attribute age = attribute("age");
@@ -138,8 +139,7 @@ TEST_F(ConditionTest, JoinsWithAndAndOr) {
 TEST_F(ConditionTest, TakesManyAlternatives) {
     Condition* any = (attribute("age") == 0).getNew();
     for (int i = 1; i < 20000; ++i)
-        any = new CombinationCondition(any, Condition::OR,
-                                       (attribute("age") == i).getNew());
+        any = new CombinationCondition(any, Condition::OR, (attribute("age") == i).getNew());
     SelectionOf<Person> found(model.personClass);
     found.setCondition(any);
 
@@ -153,8 +153,8 @@ TEST_F(ConditionTest, TakesManyAlternatives) {
 TEST_F(ConditionTest, TakesManyDifferentTerms) {
     Condition* every = (attribute("age") >= 0).getNew();
     for (int i = 1; i < 5000; ++i)
-        every = new CombinationCondition(every, Condition::AND,
-                                         (attribute("age") != 30 + i).getNew());
+        every =
+            new CombinationCondition(every, Condition::AND, (attribute("age") != 30 + i).getNew());
     SelectionOf<Person> found(model.personClass);
     found.setCondition(every);
 
@@ -251,8 +251,7 @@ TEST_F(ConditionTest, SelectsFirmsByTheirStaff) {
 }
 
 TEST_F(ConditionTest, RefusesAFieldThatTheClassDoesNotHave) {
-    const std::string message =
-        messageRaisedBy([&] { who(attribute("wage") == 1); });
+    const std::string message = messageRaisedBy([&] { who(attribute("wage") == 1); });
 
     EXPECT_NE(std::string::npos, message.find("\"wage\"")) << message;
     EXPECT_NE(std::string::npos, message.find("Person")) << message;
@@ -297,8 +296,8 @@ TEST_F(ConditionTest, MergesConcreteClassesInByteOrder) {
     model.startTransaction();
     const char* names[] = {"b", "Z", "", "ä", "_", "a", " "};
     for (int i = 0; i < 7; ++i) {
-        auto* vehicle = static_cast<Vehicle*>(
-            (i % 2 == 0 ? model.carClass : model.boatClass)->newInstance());
+        auto* vehicle =
+            static_cast<Vehicle*>((i % 2 == 0 ? model.carClass : model.boatClass)->newInstance());
         vehicle->name = names[i];
     }
     model.commit();

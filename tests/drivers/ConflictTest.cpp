@@ -1,22 +1,22 @@
 #include <gtest/gtest.h>
 
-#include "tests/drivers/TemporaryFolder.h"
+#include "tests/drivers/DriverTest.h"
 #include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
 
-// Two sessions hold the same objects of one file.
-class ConflictTest : public ::testing::Test {
+// Two sessions hold the same objects of one database.
+class ConflictTest : public DriverTest {
 protected:
     ConflictTest() {
-        mine.openWith("sqlite", file.c_str());
+        open(mine);
         mine.startTransaction();
         firm = mine.newCompany("Firm");
         ann = mine.newPerson("Ann", 30);
         bob = mine.newPerson("Bob", 40);
         mine.commit();
-        theirs.openWith("sqlite", file.c_str());
+        open(theirs);
         theirFirm = theirs.findCompany("Firm");
         theirAnn = theirs.findPerson("Ann");
         theirBob = theirs.findPerson("Bob");
@@ -35,10 +35,6 @@ protected:
         theirs.commit();
     }
 
-    std::string ask(const char* text) { return PlainSqlite(file).ask(text); }
-
-    TemporaryFolder folder;
-    std::string file = folder.path("staff.db");
     StaffModel mine;
     StaffModel theirs;
     Pointer<Company> firm;
@@ -59,7 +55,7 @@ TEST_F(ConflictTest, LosesNoUpdate) {
 
     EXPECT_NE(std::string::npos, message.find("Person object")) << message;
     EXPECT_NE(std::string::npos, message.find("somebody else has changed it")) << message;
-    EXPECT_EQ("77", ask("SELECT age FROM Person WHERE name = 'Ann'"));
+    EXPECT_EQ("77", ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
     EXPECT_EQ(30, ann->age);
 }
 
@@ -75,7 +71,7 @@ TEST_F(ConflictTest, LetsARetrySucceedAfterARefresh) {
     ann->change();
     mine.commit();
 
-    EXPECT_EQ("78", ask("SELECT age FROM Person WHERE name = 'Ann'"));
+    EXPECT_EQ("78", ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
 }
 
 TEST_F(ConflictTest, LosesNoUpdateWhenMembersAreAssignedBeforeChange) {
@@ -85,7 +81,7 @@ TEST_F(ConflictTest, LosesNoUpdateWhenMembersAreAssignedBeforeChange) {
 
     EXPECT_RAISES("COMFAIL", mine.commit());
 
-    EXPECT_EQ("Ann", ask("SELECT name FROM Person WHERE age = 77"));
+    EXPECT_EQ("Ann", ask("SELECT [name] FROM [Person] WHERE [age] = 77"));
 }
 
 TEST_F(ConflictTest, FailsToUpdateWhatSomebodyHasRemoved) {
@@ -96,7 +92,7 @@ TEST_F(ConflictTest, FailsToUpdateWhatSomebodyHasRemoved) {
     const std::string message = messageRaisedBy([&] { mine.commit(); });
 
     EXPECT_NE(std::string::npos, message.find("somebody else has removed it")) << message;
-    EXPECT_EQ("1", ask("SELECT count(*) FROM Person"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Person]"));
 }
 
 TEST_F(ConflictTest, FailsToRemoveWhatSomebodyHasChanged) {
@@ -106,7 +102,7 @@ TEST_F(ConflictTest, FailsToRemoveWhatSomebodyHasChanged) {
     EXPECT_RAISES("COMFAIL", mine.commit());
 
     EXPECT_FALSE(ann->isRemoved());
-    EXPECT_EQ("2", ask("SELECT count(*) FROM Person"));
+    EXPECT_EQ("2", ask("SELECT count(*) FROM [Person]"));
 }
 
 TEST_F(ConflictTest, FailsToLinkWhatSomebodyHasChanged) {
@@ -135,7 +131,7 @@ TEST_F(ConflictTest, FailsToLinkWithAPartnerThatSomebodyHasRemoved) {
 
     EXPECT_RAISES("COMFAIL", mine.commit());
 
-    EXPECT_EQ("", ask("SELECT employer FROM Person WHERE name = 'Ann'"));
+    EXPECT_EQ("", ask("SELECT [employer] FROM [Person] WHERE [name] = 'Ann'"));
 }
 
 TEST_F(ConflictTest, FailsToMakeAManyToManyLinkWithAPartnerThatSomebodyHasRemoved) {
@@ -144,7 +140,7 @@ TEST_F(ConflictTest, FailsToMakeAManyToManyLinkWithAPartnerThatSomebodyHasRemove
 
     EXPECT_RAISES("COMFAIL", mine.commit());
 
-    EXPECT_EQ("0", ask("SELECT count(*) FROM Friendship"));
+    EXPECT_EQ("0", ask("SELECT count(*) FROM [Friendship]"));
 }
 
 TEST_F(ConflictTest, TakesTheSameManyToManyLinkOfTwoSessionsForOne) {
@@ -153,7 +149,7 @@ TEST_F(ConflictTest, TakesTheSameManyToManyLinkOfTwoSessionsForOne) {
     ann->friends.add(bob);
     mine.commit();
 
-    EXPECT_EQ("1", ask("SELECT count(*) FROM Friendship"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Friendship]"));
 }
 
 TEST_F(ConflictTest, StoresNothingOfATransactionWithOneConflict) {
@@ -166,7 +162,7 @@ TEST_F(ConflictTest, StoresNothingOfATransactionWithOneConflict) {
 
     EXPECT_RAISES("COMFAIL", mine.commit());
 
-    EXPECT_EQ("2", ask("SELECT count(*) FROM Person"));
+    EXPECT_EQ("2", ask("SELECT count(*) FROM [Person]"));
 }
 
 TEST_F(ConflictTest, BringsObjectsUpToDateThatAQueryMeets) {
@@ -232,7 +228,7 @@ TEST_F(ConflictTest, KeepsAPendingChangeInARefresh) {
 
 TEST_F(ConflictTest, LocksAnObjectAgainstOthers) {
     StaffModel impatient;
-    impatient.openWith("sqlite", file.c_str(), "busy_timeout=20");
+    open(impatient, engine->waitingAtMost(20));
     const Pointer<Person> other(impatient.findPerson("Ann"));
     mine.startTransaction();
     ann->lock();
@@ -242,7 +238,7 @@ TEST_F(ConflictTest, LocksAnObjectAgainstOthers) {
     ann->age = 31;
     ann->change();
     mine.commit();
-    EXPECT_EQ("31", ask("SELECT age FROM Person WHERE name = 'Ann'"));
+    EXPECT_EQ("31", ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
 }
 
 TEST_F(ConflictTest, RefusesToLockWhatSomebodyHasChanged) {
@@ -267,9 +263,9 @@ TEST_F(ConflictTest, GivesAOneToOnePartnerToOne) {
     ann->spouse = bob;
     mine.commit();
 
-    EXPECT_EQ("1", ask("SELECT count(*) FROM Person WHERE spouse IS NOT NULL"));
-    EXPECT_EQ(ask("SELECT KesObjectID FROM Person WHERE name = 'Ann'"),
-              ask("SELECT marriedTo FROM Person WHERE name = 'Bob'"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Person] WHERE [spouse] IS NOT NULL"));
+    EXPECT_EQ(ask("SELECT [KesObjectID] FROM [Person] WHERE [name] = 'Ann'"),
+              ask("SELECT [marriedTo] FROM [Person] WHERE [name] = 'Bob'"));
 }
 
 }  // namespace Kes::testing

@@ -3,16 +3,16 @@
 #include <set>
 #include <sstream>
 
-#include "tests/drivers/TemporaryFolder.h"
+#include "tests/drivers/DriverTest.h"
 #include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
 
-class CursorTest : public ::testing::Test {
+class CursorTest : public DriverTest {
 protected:
     CursorTest() {
-        model.openWith("sqlite", file.c_str());
+        open(model);
         model.startTransaction();
         for (int i = 0; i < 100; ++i)
             model.newPerson(String("P") + String(i), i);
@@ -20,8 +20,6 @@ protected:
         model.garbageCollect();
     }
 
-    TemporaryFolder folder;
-    std::string file = folder.path("staff.db");
     StaffModel model;
 };
 
@@ -70,7 +68,7 @@ TEST_F(CursorTest, ChangesEachRowOnce) {
     }
 
     EXPECT_EQ(100, count);
-    EXPECT_EQ("104950", PlainSqlite(file).ask("SELECT sum(age) FROM Person"));
+    EXPECT_EQ("104950", ask("SELECT sum([age]) FROM [Person]"));
 }
 
 TEST_F(CursorTest, GoesOnAfterARollback) {
@@ -91,7 +89,7 @@ TEST_F(CursorTest, GoesOnAfterARollback) {
 
 TEST_F(CursorTest, GoesOnWhenSomebodyElseHasCommitted) {
     StaffModel other;
-    other.openWith("sqlite", file.c_str());
+    open(other);
     SelectionOf<Person> people(model.personClass);
     ASSERT_TRUE(people.next());
     other.startTransaction();

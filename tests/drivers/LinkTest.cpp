@@ -2,17 +2,17 @@
 
 #include <sstream>
 
-#include "tests/drivers/TemporaryFolder.h"
+#include "tests/drivers/DriverTest.h"
 #include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
 
-// What links leave in the file, as another session sees it.
-class LinkTest : public ::testing::Test {
+// What links leave in the database, as another session sees it.
+class LinkTest : public DriverTest {
 protected:
     LinkTest() {
-        model.openWith("sqlite", file.c_str());
+        open(model);
         model.startTransaction();
         firm = model.newCompany("Firm");
         ann = model.newPerson("Ann");
@@ -20,13 +20,10 @@ protected:
         cid = model.newPerson("Cid");
     }
 
-    std::string ask(const char* text) { return PlainSqlite(file).ask(text); }
-    std::string idOf(const Instance* instance) {
-        return std::to_string(instance->getObjectID());
-    }
+    std::string idOf(const Instance* instance) { return std::to_string(instance->getObjectID()); }
     std::string column(const char* name, const char* ofWhom) {
-        return ask((std::string("SELECT ") + name + " FROM Person WHERE name = '" + ofWhom + "'")
-                       .c_str());
+        return ask(std::string("SELECT [") + name + "] FROM [Person] WHERE [name] = '" + ofWhom +
+                   "'");
     }
 
     // The number of statements of a commit.
@@ -39,8 +36,6 @@ protected:
         return std::count(text.begin(), text.end(), '\n');
     }
 
-    TemporaryFolder folder;
-    std::string file = folder.path("staff.db");
     StaffModel model;
     Pointer<Company> firm;
     Pointer<Person> ann;
@@ -94,7 +89,7 @@ TEST_F(LinkTest, CostsNoStatementBesideARemoval) {
     model.commit();
 
     EXPECT_EQ(std::string::npos, trace.str().find("SET \"KesVersion\""));
-    EXPECT_EQ("2", ask("SELECT count(*) FROM Person"));
+    EXPECT_EQ("2", ask("SELECT count(*) FROM [Person]"));
 }
 
 TEST_F(LinkTest, SurvivesAManyTimesLargerTransaction) {
@@ -170,15 +165,15 @@ TEST_F(LinkTest, ReachesAnObjectItself) {
     model.commit();
 
     EXPECT_EQ(idOf(ann), column("spouse", "Ann"));
-    EXPECT_EQ("1", ask("SELECT count(*) FROM Friendship WHERE friends = friendOf"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Friendship] WHERE [friends] = [friendOf]"));
 }
 
 TEST_F(LinkTest, NamesTheColumnsOfALinkTableByTheRoles) {
     ann->friends.add(bob);
     model.commit();
 
-    EXPECT_EQ(idOf(bob), ask("SELECT friends FROM Friendship"));
-    EXPECT_EQ(idOf(ann), ask("SELECT friendOf FROM Friendship"));
+    EXPECT_EQ(idOf(bob), ask("SELECT [friends] FROM [Friendship]"));
+    EXPECT_EQ(idOf(ann), ask("SELECT [friendOf] FROM [Friendship]"));
 }
 
 TEST_F(LinkTest, HoldsAManyToManyPairOnce) {
@@ -186,7 +181,7 @@ TEST_F(LinkTest, HoldsAManyToManyPairOnce) {
     bob->friendOf.add(ann);
     model.commit();
 
-    EXPECT_EQ("1", ask("SELECT count(*) FROM Friendship"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Friendship]"));
 }
 
 TEST_F(LinkTest, GoesWithEitherEndOfAManyToManyPair) {
@@ -197,8 +192,8 @@ TEST_F(LinkTest, GoesWithEitherEndOfAManyToManyPair) {
     bob->remove();
     model.commit();
 
-    EXPECT_EQ("0", ask("SELECT count(*) FROM Friendship"));
-    EXPECT_EQ("2", ask("SELECT count(*) FROM Person"));
+    EXPECT_EQ("0", ask("SELECT count(*) FROM [Friendship]"));
+    EXPECT_EQ("2", ask("SELECT count(*) FROM [Person]"));
 }
 
 TEST_F(LinkTest, CascadesToDependents) {
@@ -209,7 +204,7 @@ TEST_F(LinkTest, CascadesToDependents) {
     ann->remove();
     model.commit();
 
-    EXPECT_EQ("0", ask("SELECT count(*) FROM Person"));
+    EXPECT_EQ("0", ask("SELECT count(*) FROM [Person]"));
 }
 
 TEST_F(LinkTest, IsLoadedOnBothSides) {
@@ -218,7 +213,7 @@ TEST_F(LinkTest, IsLoadedOnBothSides) {
     bob->parent = ann;
     model.commit();
     StaffModel other;
-    other.openWith("sqlite", file.c_str());
+    open(other);
 
     const Pointer<Person> found(other.findPerson("Ann"));
 
@@ -239,7 +234,7 @@ TEST_F(LinkTest, IsNotMadeToAnObjectThatNeverCameToBe) {
     model.commit();
 
     EXPECT_EQ("", column("employer", "Ann"));
-    EXPECT_EQ("1", ask("SELECT count(*) FROM Company"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Company]"));
 }
 
 TEST_F(LinkTest, MayComeAndGoBeforeItsEndsAreStored) {
@@ -252,7 +247,7 @@ TEST_F(LinkTest, MayComeAndGoBeforeItsEndsAreStored) {
     model.commit();
 
     EXPECT_EQ("", column("employer", "Ann"));
-    EXPECT_EQ("0", ask("SELECT count(*) FROM Friendship"));
+    EXPECT_EQ("0", ask("SELECT count(*) FROM [Friendship]"));
 }
 
 TEST_F(LinkTest, LeavesAlonePartnersThatWereNeverStored) {
@@ -265,14 +260,14 @@ TEST_F(LinkTest, LeavesAlonePartnersThatWereNeverStored) {
     model.commit();
 
     EXPECT_EQ("", column("spouse", "Ann"));
-    EXPECT_EQ("3", ask("SELECT count(*) FROM Person"));
+    EXPECT_EQ("3", ask("SELECT count(*) FROM [Person]"));
 }
 
 TEST_F(LinkTest, ForcesACollectionToWhatIsStored) {
     ann->friends.add(bob);
     model.commit();
     StaffModel other;
-    other.openWith("sqlite", file.c_str());
+    open(other);
     const Pointer<Person> theirAnn(other.findPerson("Ann"));
     theirAnn->friends.remove(*theirAnn->friends.begin());
     theirAnn->friends.add(other.findPerson("Cid"));

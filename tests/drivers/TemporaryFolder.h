@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -37,39 +36,6 @@ public:
 
 private:
     std::filesystem::path folder;
-};
-
-/// A second way to a database file, past the library.
-class PlainSqlite {
-public:
-    explicit PlainSqlite(const std::string& file) {
-        if (sqlite3_open(file.c_str(), &database) != SQLITE_OK)
-            throw std::runtime_error("cannot open " + file);
-    }
-    PlainSqlite(const PlainSqlite&) = delete;
-    PlainSqlite& operator=(const PlainSqlite&) = delete;
-    ~PlainSqlite() { sqlite3_close(database); }
-
-    void run(const std::string& text) {
-        if (sqlite3_exec(database, text.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
-            throw std::runtime_error(sqlite3_errmsg(database));
-    }
-
-    /// The first column of the first row, "" for NULL or no row.
-    std::string ask(const std::string& text) {
-        sqlite3_stmt* statement = nullptr;
-        if (sqlite3_prepare_v2(database, text.c_str(), -1, &statement, nullptr) != SQLITE_OK)
-            throw std::runtime_error(sqlite3_errmsg(database));
-        std::string answer;
-        if (sqlite3_step(statement) == SQLITE_ROW)
-            if (const auto* found = sqlite3_column_text(statement, 0))
-                answer = reinterpret_cast<const char*>(found);
-        sqlite3_finalize(statement);
-        return answer;
-    }
-
-private:
-    sqlite3* database = nullptr;
 };
 
 }  // namespace Kes::testing

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "tests/drivers/PlainSqlite.h"
 #include "tests/drivers/TemporaryFolder.h"
 #include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"

@@ -1,0 +1,12 @@
+// The databases that the driver suite was built for.
+
+#pragma once
+
+#include "tests/drivers/Engine.h"
+
+namespace Kes::testing {
+
+std::unique_ptr<Engine> makeSqliteEngine();
+std::unique_ptr<Engine> makePostgresEngine();
+
+}  // namespace Kes::testing
