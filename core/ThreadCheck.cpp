@@ -10,9 +10,10 @@ namespace Kes {
 
 void ThreadCheck::doit() {
     const std::uint32_t caller = platform::currentThreadId();
-    if (owner == 0)
-        owner = caller;
-    if (owner == caller)
+    std::uint32_t known = owner.load(std::memory_order_relaxed);
+    if (known == 0 && owner.compare_exchange_strong(known, caller, std::memory_order_relaxed))
+        return;
+    if (known == caller)
         return;
 
     Exception error(Exception::FATAL, "MTERR", "ThreadCheck::doit",
@@ -25,7 +26,7 @@ void ThreadCheck::doit() {
 }
 
 void ThreadCheck::reset() {
-    owner = 0;
+    owner.store(0, std::memory_order_relaxed);
 }
 
 }  // namespace Kes

@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include <kes/Export.h>
@@ -13,8 +14,8 @@ namespace Kes {
 
 /// Confines an object and everything reached from it to one thread.
 ///
-/// It detects misuse and does not arbitrate: two threads that race for an
-/// unowned check may both pass.
+/// It detects misuse and does not arbitrate: what two threads do with the object
+/// before one of them fails is not undone.
 class KES_EXPORT ThreadCheck {
 public:
     /// Makes the first calling thread the owner and lets it pass ever after.
@@ -27,7 +28,9 @@ public:
     void reset();
 
 private:
-    std::uint32_t owner = 0;  // platform thread id; 0 while unowned
+    // The platform's thread id, 0 while unowned. Nothing is published through it;
+    // it is atomic because those who break the rule come at the same time.
+    std::atomic<std::uint32_t> owner{0};
 };
 
 }  // namespace Kes

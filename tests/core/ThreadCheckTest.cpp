@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <kes/Exception.h>
 
@@ -11,6 +14,7 @@
 namespace Kes {
 namespace {
 
+using testing::codeRaisedBy;
 using testing::onAnotherThread;
 using testing::ReturningHandler;
 
@@ -62,6 +66,30 @@ TEST(ThreadCheckTest, AcceptsAnotherThreadAfterReset) {
 
     EXPECT_NO_THROW(onAnotherThread([&] { check.doit(); }));
     EXPECT_RAISES("MTERR", check.doit());
+}
+
+TEST(ThreadCheckTest, AdoptsOneOfTheThreadsThatComeAtOnce) {
+    for (int round = 0; round < 200; ++round) {
+        ThreadCheck check;
+        std::atomic<int> waiting{4};
+        std::atomic<int> adopted{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i)
+            threads.emplace_back([&] {
+                for (--waiting; waiting > 0;)
+                    std::this_thread::yield();
+                if (codeRaisedBy([&] { check.doit(); }).empty())
+                    ++adopted;
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+
+        ASSERT_EQ(adopted, 1);
+    }
+}
+
+TEST(ThreadCheckTest, HoldsA32BitIdentifierOnly) {
+    EXPECT_EQ(sizeof(ThreadCheck), 4u);
 }
 
 TEST(ThreadCheckTest, TellsApartThreadsThatFollowEachOther) {
