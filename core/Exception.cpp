@@ -12,10 +12,15 @@ Mutex Exception::myMutex;
 
 Exception::Exception(Severity itsSeverity, const char* itsCode, const char* itsContext,
                      const char* itsMessage)
-    : severity(itsSeverity),
-      code(copy(itsCode)),
-      context(copy(itsContext)),
-      message(copy(itsMessage)) {
+    : Exception(itsSeverity) {
+    code = copy(itsCode);
+    context = copy(itsContext);
+    message = copy(itsMessage);
+}
+
+// Without texts yet: a constructor that goes on from here and runs out of memory
+// leaves the object to the destructor.
+Exception::Exception(Severity itsSeverity) : severity(itsSeverity) {
     text[0] = '\0';
 }
 

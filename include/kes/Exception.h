@@ -42,13 +42,15 @@ protected:
     char* copy(const char* s);
 
 private:
+    explicit Exception(Severity severity);
+
     // Prints warnings and throws a copy of everything else.
     static void defaultExceptionHandler(Exception& e);
 
     Severity severity;
-    char* code;
-    char* context;
-    char* message;
+    char* code = nullptr;
+    char* context = nullptr;
+    char* message = nullptr;
     char text[1024];
 
     static void (*myExceptionHandler)(Exception&);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -134,6 +136,37 @@ TEST(ExceptionTest, LetsAnotherThreadRaiseAfterAHandlerThrew) {
     EXPECT_RAISES("CODE", sample().handle());
 
     EXPECT_RAISES("CODE", onAnotherThread([] { sample().handle(); }));
+}
+
+TEST(ExceptionTest, HandsErrorsToTheHandlerThatWasSetLast) {
+    const ReturningHandler first;
+    sample().handle();
+    const auto before = first.codes().size();
+
+    Exception::setExceptionHandler([](Exception&) {});
+    sample().handle();
+
+    EXPECT_EQ(before, 1u);
+    EXPECT_EQ(first.codes().size(), 1u);
+}
+
+TEST(ExceptionTest, KeepsItsHandlerUntilItHasReturned) {
+    static std::atomic<bool> replaced;
+    static bool replacedInside;
+    replaced = false;
+    const ReturningHandler restores;
+    Exception::setExceptionHandler([](Exception&) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        replacedInside = replaced;
+    });
+    std::thread handling([] { sample().handle(); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+
+    Exception::setExceptionHandler([](Exception&) {});
+    replaced = true;
+    handling.join();
+
+    EXPECT_FALSE(replacedInside);
 }
 
 TEST(ExceptionTest, IsHandledOneThreadAtATime) {
