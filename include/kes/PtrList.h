@@ -57,7 +57,7 @@ public:
     };
 
     PtrList() = default;
-    PtrList(const PtrList& other) { *this = other; }
+    PtrList(const PtrList& other) : PtrList() { *this = other; }
     PtrList& operator=(const PtrList& other) {
         if (this == &other)
             return *this;

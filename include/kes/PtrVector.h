@@ -43,8 +43,7 @@ public:
     void insert(T* p, int i) {
         if (used == capacity)
             increaseCapacity();
-        for (int j = used; j > i; --j)
-            items[j] = items[j - 1];
+        reverseCopy(items, i + 1, items, i, used - i);
         items[i] = p;
         ++used;
     }
@@ -78,8 +77,8 @@ public:
     }
 
     bool contains(T* p) const { return find(p) != -1; }
-    T* at(int i) const { return items[i]; }
-    T* operator[](int i) const { return items[i]; }
+    T*& at(int i) const { return items[i]; }
+    T*& operator[](int i) const { return items[i]; }
 
     void setCapacity(int n) {
         const int wanted = n > used ? n : used;
@@ -105,6 +104,10 @@ public:
 protected:
     static void copy(T** dst, int dstStart, T** src, int srcStart, int n) {
         for (int i = 0; i < n; ++i)
+            dst[dstStart + i] = src[srcStart + i];
+    }
+    static void reverseCopy(T** dst, int dstStart, T** src, int srcStart, int n) {
+        for (int i = n - 1; i >= 0; --i)
             dst[dstStart + i] = src[srcStart + i];
     }
     // Room for one more even when the increment is 0.

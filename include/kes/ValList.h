@@ -57,7 +57,7 @@ public:
     };
 
     ValList() = default;
-    ValList(const ValList& other) { *this = other; }
+    ValList(const ValList& other) : ValList() { *this = other; }
     ValList& operator=(const ValList& other) {
         if (this == &other)
             return *this;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <memory>
 #include <ostream>
 
 #include <kes/Export.h>
@@ -32,6 +33,7 @@ public:
     using Assoc = ValPtrAssoc<K, V>;
     using Bucket = ValList<Assoc>;
 
+    /// A table of 0 buckets takes its first ones when it gets its first entry.
     ValPtrHashtable(long (*keyHash)(const K&), int initialBuckets, int growth)
         : hashFunction(keyHash),
           nrOfBuckets(initialBuckets),
@@ -44,11 +46,11 @@ public:
     ValPtrHashtable& operator=(const ValPtrHashtable& other) {
         if (this == &other)
             return *this;
-        auto* fresh = new Bucket[static_cast<unsigned>(other.nrOfBuckets)];
+        std::unique_ptr<Bucket[]> fresh(new Bucket[static_cast<unsigned>(other.nrOfBuckets)]);
         for (int i = 0; i < other.nrOfBuckets; ++i)
-            fresh[i] = other.buckets[i];
+            fresh[static_cast<unsigned>(i)] = other.buckets[i];
         delete[] buckets;
-        buckets = fresh;
+        buckets = fresh.release();
         hashFunction = other.hashFunction;
         nrOfBuckets = other.nrOfBuckets;
         increment = other.increment;
@@ -59,37 +61,36 @@ public:
 
     /// Returns the value that was replaced, or null.
     V* set(const K& key, V* value) {
-        Bucket& bucket = buckets[myHash(key)];
-        if (const Assoc* known = findIn(bucket, key)) {
+        if (const Assoc* known = find(key)) {
             V* replaced = known->value;
             const_cast<Assoc*>(known)->value = value;
             return replaced;
         }
-        if (++entries > 6 * nrOfBuckets)
+        if (entries + 1 > 6 * nrOfBuckets)
             increaseNrOfBuckets();
         buckets[myHash(key)].add(Assoc(key, value));
+        ++entries;
         return nullptr;
     }
 
     /// Null when absent.
     V* get(const K& key) const {
-        const Assoc* known = findIn(buckets[myHash(key)], key);
+        const Assoc* known = find(key);
         return known != nullptr ? known->value : nullptr;
     }
 
     /// Returns the value that was removed, or null.
     V* remove(const K& key) {
-        Bucket& bucket = buckets[myHash(key)];
-        const Assoc* known = findIn(bucket, key);
+        const Assoc* known = find(key);
         if (known == nullptr)
             return nullptr;
         V* removed = known->value;
-        bucket.remove(Assoc(key, nullptr));
+        buckets[myHash(key)].remove(Assoc(key, nullptr));
         --entries;
         return removed;
     }
 
-    bool contains(const K& key) const { return findIn(buckets[myHash(key)], key) != nullptr; }
+    bool contains(const K& key) const { return find(key) != nullptr; }
 
     void clear() {
         for (int i = 0; i < nrOfBuckets; ++i)
@@ -115,24 +116,30 @@ public:
     static long hash(const ValPtrHashtable& table) { return reinterpret_cast<long>(&table); }
 
 protected:
-    int myHash(const K& key) const {
-        return static_cast<int>(std::labs(hashFunction(key) % nrOfBuckets));
-    }
+    int myHash(const K& key) const { return bucketOf(key, nrOfBuckets); }
 
     void increaseNrOfBuckets() {
-        const int before = nrOfBuckets;
-        Bucket* old = buckets;
-        nrOfBuckets += increment;
-        buckets = new Bucket[static_cast<unsigned>(nrOfBuckets)];
-        for (int i = 0; i < before; ++i)
-            for (const Assoc& entry : old[i])
-                buckets[myHash(entry.key)].add(entry);
-        delete[] old;
+        const int wanted = nrOfBuckets + increment > 0 ? nrOfBuckets + increment : 1;
+        if (wanted == nrOfBuckets)
+            return;
+        std::unique_ptr<Bucket[]> fresh(new Bucket[static_cast<unsigned>(wanted)]);
+        for (int i = 0; i < nrOfBuckets; ++i)
+            for (const Assoc& entry : buckets[i])
+                fresh[static_cast<unsigned>(bucketOf(entry.key, wanted))].add(entry);
+        delete[] buckets;
+        buckets = fresh.release();
+        nrOfBuckets = wanted;
     }
 
 private:
-    static const Assoc* findIn(const Bucket& bucket, const K& key) {
-        for (const Assoc& entry : bucket)
+    int bucketOf(const K& key, int count) const {
+        return static_cast<int>(std::labs(hashFunction(key) % count));
+    }
+
+    const Assoc* find(const K& key) const {
+        if (nrOfBuckets == 0)
+            return nullptr;
+        for (const Assoc& entry : buckets[myHash(key)])
             if (entry.key == key)
                 return &entry;
         return nullptr;

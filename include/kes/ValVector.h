@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <memory>
+
 #include <kes/Export.h>
 #include <kes/Forward.h>
 
@@ -14,16 +16,16 @@ class ValVector {
 public:
     /// Both in entries. Allocates nothing yet.
     ValVector(int initialCapacity, int growth) : capacity(initialCapacity), increment(growth) {}
-    ValVector(const ValVector& other) : capacity(other.capacity), increment(other.increment) {
+    ValVector(const ValVector& other) : ValVector(other.capacity, other.increment) {
         *this = other;
     }
     ValVector& operator=(const ValVector& other) {
         if (this == &other)
             return *this;
-        T* fresh = new T[static_cast<unsigned>(other.capacity)];
-        copy(fresh, 0, other.items, 0, other.used);
+        std::unique_ptr<T[]> fresh(new T[static_cast<unsigned>(other.capacity)]);
+        copy(fresh.get(), 0, other.items, 0, other.used);
         delete[] items;
-        items = fresh;
+        items = fresh.release();
         capacity = other.capacity;
         increment = other.increment;
         used = other.used;
@@ -110,10 +112,10 @@ private:
     }
 
     void reallocate(int newCapacity) {
-        T* fresh = new T[static_cast<unsigned>(newCapacity)];
-        copy(fresh, 0, items, 0, used);
+        std::unique_ptr<T[]> fresh(new T[static_cast<unsigned>(newCapacity)]);
+        copy(fresh.get(), 0, items, 0, used);
         delete[] items;
-        items = fresh;
+        items = fresh.release();
         capacity = newCapacity;
     }
 

@@ -201,6 +201,46 @@ TEST(ValPtrHashtableTest, CopiesItsEntries) {
     EXPECT_EQ(dumpOf(assigned), "0 => 0\n1 => 1\n2 => 0\n");
 }
 
+TEST(ValPtrHashtableTest, TakesItsFirstBucketsWhenItGetsAnEntry) {
+    int value = 0;
+    ValPtrHashtable<long, int> table(itself, 0, 2);
+    EXPECT_EQ(table.get(1), nullptr);
+    EXPECT_EQ(table.remove(1), nullptr);
+    const ValPtrHashtable<long, int> copy(table);
+    EXPECT_FALSE(copy.contains(1));
+
+    table.set(1, &value);
+
+    EXPECT_EQ(dumpOf(table), "0 => 0\n1 => 1\n");
+}
+
+TEST(ValPtrHashtableTest, KeepsItsEntriesWithoutAnIncrement) {
+    int value = 0;
+    ValPtrHashtable<long, int> table(itself, 1, 0);
+    for (long key = 0; key < 20; ++key)
+        table.set(key, &value);
+
+    EXPECT_EQ(dumpOf(table), "0 => 20\n");
+    EXPECT_EQ(table.get(19), &value);
+}
+
+TEST(ValPtrHashtableTest, LetsDerivedTablesGrowAndLocate) {
+    struct OpenTable : ValPtrHashtable<long, int> {
+        using ValPtrHashtable<long, int>::ValPtrHashtable;
+        using ValPtrHashtable<long, int>::increaseNrOfBuckets;
+        using ValPtrHashtable<long, int>::myHash;
+    };
+    int value = 0;
+    OpenTable table(itself, 3, 2);
+    table.set(-7, &value);
+    EXPECT_EQ(table.myHash(-7), 1);
+
+    table.increaseNrOfBuckets();
+
+    EXPECT_EQ(table.myHash(-7), 2);
+    EXPECT_EQ(dumpOf(table), "0 => 0\n1 => 0\n2 => 1\n3 => 0\n4 => 0\n");
+}
+
 TEST(ValPtrHashtableTest, EqualsOnlyItself) {
     const ValPtrHashtable<long, int> table(itself, 3, 1);
     const ValPtrHashtable<long, int> copy(table);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <stdexcept>
 #include <string>
 
 #include <kes/PtrList.h>
@@ -220,6 +221,18 @@ TEST(PtrListTest, CopiesPointers) {
     EXPECT_EQ(textOf(assigned), "2");
 }
 
+TEST(PtrListTest, LetsDerivedListsWalkToANode) {
+    struct OpenList : PtrList<int> {
+        using PtrList<int>::pos;
+    };
+    OpenList list;
+    list += pointersTo({1, 2, 3});
+
+    EXPECT_EQ(list.pos(0)->value, &numbers[1]);
+    EXPECT_EQ(list.pos(2)->value, &numbers[3]);
+    EXPECT_EQ(list.pos(2)->next, nullptr);
+}
+
 TEST(PtrListTest, EqualsOnlyItself) {
     const PtrList<int> list = pointersTo({1});
     const PtrList<int> copy(list);
@@ -296,6 +309,27 @@ TEST(ValListTest, AppendsAndMerges) {
     EXPECT_EQ(textOf(list), "23234");
     EXPECT_EQ(list.size(), 5);
     EXPECT_EQ(other.size(), 0);
+}
+
+TEST(ValListTest, FreesWhatItCopiedWhenAnElementCannotBeCopied) {
+    struct Fragile {
+        explicit Fragile(int& left) : copies(&left) {}
+        Fragile(const Fragile& other) : copies(other.copies) {
+            if (--*copies < 0)
+                throw std::runtime_error("one copy too many");
+        }
+        bool operator==(const Fragile&) const { return false; }
+        int* copies;
+        std::string text = "long enough to lie on the heap";
+    };
+    int left = 3;
+    ValList<Fragile> list;
+    list.add(Fragile(left));
+    list.add(Fragile(left));
+
+    EXPECT_THROW(ValList<Fragile>{list}, std::runtime_error);
+
+    EXPECT_EQ(list.size(), 2);
 }
 
 TEST(ValListTest, CopiesItsElements) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 
 #include <kes/PtrVector.h>
@@ -36,6 +37,32 @@ struct Counted {
     Counted& operator=(const Counted&) = delete;
     ~Counted() { ++deletions; }
     int& deletions;
+};
+
+// Can be copied only so often.
+struct Fragile {
+    Fragile() = default;
+    explicit Fragile(int v) : value(v) {}
+    Fragile(const Fragile& other) : value(other.value) { count(); }
+    Fragile& operator=(const Fragile& other) {
+        count();
+        value = other.value;
+        return *this;
+    }
+    bool operator==(const Fragile& other) const { return value == other.value; }
+
+    static void count() {
+        if (--copiesLeft < 0)
+            throw std::runtime_error("one copy too many");
+    }
+
+    int value = 0;
+    static inline int copiesLeft = 0;
+};
+
+struct OpenVector : ValVector<int> {
+    using ValVector<int>::copy;
+    using ValVector<int>::reverseCopy;
 };
 
 TEST(ValVectorTest, StartsWithoutElements) {
@@ -231,6 +258,65 @@ TEST(ValVectorTest, SurvivesItsOwnAssignment) {
     EXPECT_EQ(textOf(v), "012");
 }
 
+TEST(ValVectorTest, TakesOverCapacityAndIncrement) {
+    ValVector<int> v = upTo(7);
+    v = upTo(2, 3, 2);
+    const int* first = arrayOf(v);
+
+    v.add(2);
+    EXPECT_EQ(arrayOf(v), first);
+    v.add(3);
+    EXPECT_NE(arrayOf(v), first);
+    first = arrayOf(v);
+    v.add(4);
+    EXPECT_EQ(arrayOf(v), first);
+    v.add(5);
+    EXPECT_NE(arrayOf(v), first);
+    EXPECT_EQ(textOf(v), "012345");
+}
+
+TEST(ValVectorTest, AllocatesItsFirstArrayWithTheGivenCapacity) {
+    ValVector<int> v(3, 10);
+    v.add(0);
+    const int* first = arrayOf(v);
+
+    v.add(1);
+    v.add(2);
+    EXPECT_EQ(arrayOf(v), first);
+    v.add(3);
+    EXPECT_NE(arrayOf(v), first);
+}
+
+TEST(ValVectorTest, KeepsItsElementsWhenOneCannotBeCopied) {
+    Fragile::copiesLeft = 1000;
+    ValVector<Fragile> v(2, 1);
+    v.add(Fragile(1));
+    v.add(Fragile(2));
+    ValVector<Fragile> other(2, 1);
+    other.add(Fragile(7));
+
+    Fragile::copiesLeft = 1;
+    EXPECT_THROW(other = v, std::runtime_error);
+    Fragile::copiesLeft = 2;
+    EXPECT_THROW(v.add(Fragile(3)), std::runtime_error);
+
+    EXPECT_EQ(other.size(), 1);
+    EXPECT_EQ(other[0].value, 7);
+    EXPECT_EQ(v.size(), 2);
+    EXPECT_EQ(v[0].value + v[1].value, 3);
+}
+
+TEST(ValVectorTest, LetsDerivedVectorsMoveElements) {
+    int items[] = {1, 2, 3, 4, 5};
+
+    OpenVector::copy(items, 0, items, 1, 4);
+    EXPECT_EQ(items[0] * 10000 + items[1] * 1000 + items[2] * 100 + items[3] * 10 + items[4],
+              23455);
+    OpenVector::reverseCopy(items, 1, items, 0, 4);
+    EXPECT_EQ(items[0] * 10000 + items[1] * 1000 + items[2] * 100 + items[3] * 10 + items[4],
+              22345);
+}
+
 TEST(ValVectorTest, EqualsOnlyItself) {
     const ValVector<int> v = upTo(3);
     const ValVector<int> copy(v);
@@ -346,6 +432,48 @@ TEST(PtrVectorTest, CopiesPointers) {
     EXPECT_EQ(v[0], &a);
     EXPECT_EQ(copy.size(), 2);
     EXPECT_EQ(assigned[0], &a);
+}
+
+TEST(PtrVectorTest, LetsItsElementsChange) {
+    int a = 0;
+    int b = 0;
+    PtrVector<int> v(2, 1);
+    v.add(&a);
+
+    v[0] = &b;
+    EXPECT_EQ(v.at(0), &b);
+    v.at(0) = &a;
+    EXPECT_EQ(v[0], &a);
+}
+
+TEST(PtrVectorTest, KeepsItsArrayWhenItIsCleared) {
+    int number = 0;
+    PtrVector<int> v(2, 1);
+    v.add(&number);
+    int** first = &v[0];
+
+    v.clear();
+    v.add(&number);
+
+    EXPECT_EQ(&v[0], first);
+}
+
+TEST(PtrVectorTest, GrowsByItsIncrementOnly) {
+    int number = 0;
+    PtrVector<int> v(2, 3);
+    v.add(&number);
+    int** first = &v[0];
+
+    v.add(&number);
+    EXPECT_EQ(&v[0], first);
+    v.add(&number);
+    EXPECT_NE(&v[0], first);
+    first = &v[0];
+    v.add(&number);
+    v.add(&number);
+    EXPECT_EQ(&v[0], first);
+    v.add(&number);
+    EXPECT_NE(&v[0], first);
 }
 
 TEST(PtrVectorTest, EqualsOnlyItself) {
