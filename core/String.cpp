@@ -3,6 +3,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
+#include <mutex>
 #include <new>
 #include <string>
 
@@ -22,6 +24,14 @@ String format(const char* pattern, T value) {
     char buffer[NumberSize];
     std::snprintf(buffer, sizeof buffer, pattern, value);
     return String(static_cast<const char*>(buffer));
+}
+
+const char* orEmpty(const char* s) {
+    return s != nullptr ? s : "";
+}
+
+int lengthOf(const char* s) {
+    return s != nullptr ? static_cast<int>(std::strlen(s)) : 0;
 }
 
 // Applies a change to a copy of the text.
@@ -52,10 +62,24 @@ StringData* String::make(const char* s) {
 }
 
 void String::release(StringData* unused) {
-    // A count of 1 is never the constant's, but the compiler cannot know.
+    // A count of 1 is never a constant's, but the compiler cannot know.
     if (unused == &myEmpty)
         return;
     ::operator delete(unused);
+}
+
+String String::constant(const char* s) {
+    if (s == nullptr || *s == '\0')
+        return String();
+    static std::mutex guard;
+    static auto& constants = *new std::map<std::string, String>;
+    const std::lock_guard<std::mutex> lock(guard);
+    String& known = constants[s];
+    if (known.data == &myEmpty) {
+        known = s;
+        known.data->count = 0;
+    }
+    return known;
 }
 
 String::String(int v) : String(format("%d", v)) {}
@@ -66,12 +90,13 @@ String::String(double v) : String(format("%f", v)) {}
 String::String(float v) : String(static_cast<double>(v)) {}
 
 String::String(const char* a, const char* b) {
-    const char* const second = b != nullptr ? b : "";
-    const std::size_t sizeA = std::strlen(a);
+    const char* const first = orEmpty(a);
+    const char* const second = orEmpty(b);
+    const std::size_t sizeA = std::strlen(first);
     const std::size_t sizeB = std::strlen(second);
     data = allocate(sizeA + sizeB);
     char* text = reinterpret_cast<char*>(data) + offsetof(StringData, text);
-    std::memcpy(text, a, sizeA);
+    std::memcpy(text, first, sizeA);
     std::memcpy(text + sizeA, second, sizeB + 1);
 }
 
@@ -79,8 +104,8 @@ String::String(const char* s, int n) {
     const auto most = static_cast<std::size_t>(n < 0 ? 0 : n);
     data = allocate(most);
     char* text = reinterpret_cast<char*>(data) + offsetof(StringData, text);
-    const std::size_t length = strnlen(s, most);
-    std::memcpy(text, s, length);
+    const std::size_t length = strnlen(orEmpty(s), most);
+    std::memcpy(text, orEmpty(s), length);
     std::memset(text + length, '\0', most - length + 1);
 }
 
@@ -107,26 +132,27 @@ int String::compareCaseInsensitive(const String& s) const {
 int String::indexOf(const char* s, int start) const {
     if (start < 0 || start >= size())
         return -1;
-    const char* found = std::strstr(data->text + start, s);
+    const char* found = std::strstr(data->text + start, orEmpty(s));
     return found != nullptr ? static_cast<int>(found - data->text) : -1;
 }
 
 int String::indexOfLast(const char* s) const {
-    const std::size_t length = std::strlen(s);
+    const char* const wanted = orEmpty(s);
+    const std::size_t length = std::strlen(wanted);
     for (int i = size() - 1; i >= 0; --i)
-        if (std::strncmp(data->text + i, s, length) == 0)
+        if (std::strncmp(data->text + i, wanted, length) == 0)
             return i;
     return -1;
 }
 
 bool String::contains(const char* s) const {
-    return std::strstr(data->text, s) != nullptr;
+    return std::strstr(data->text, orEmpty(s)) != nullptr;
 }
 
 int String::occurrencesOf(const char* s) const {
     int count = 0;
     const char* at = data->text;
-    while (*at != '\0' && (at = std::strstr(at, s)) != nullptr) {
+    while (*at != '\0' && (at = std::strstr(at, orEmpty(s))) != nullptr) {
         ++count;
         ++at;
     }
@@ -153,19 +179,19 @@ String String::beforeLast(const char* sep) const {
 
 String String::after(const char* sep, int start) const {
     const int i = indexOf(sep, start);
-    return i != -1 ? substring(i + static_cast<int>(std::strlen(sep))) : *this;
+    return i != -1 ? substring(i + lengthOf(sep)) : *this;
 }
 
 String String::afterLast(const char* sep) const {
     const int i = indexOfLast(sep);
-    return i != -1 ? substring(i + static_cast<int>(std::strlen(sep))) : *this;
+    return i != -1 ? substring(i + lengthOf(sep)) : *this;
 }
 
 String String::replace(const char* from, const char* to, int start) const {
     const int i = indexOf(from, start);
     if (i == -1)
         return *this;
-    const int length = static_cast<int>(std::strlen(from));
+    const int length = lengthOf(from);
     const String head = i < 1 ? String() : substring(0, i);
     const String tail = i >= size() - length + 1 ? String() : substring(i + length);
     return head + to + tail;
@@ -175,20 +201,19 @@ String String::replaceLast(const char* from, const char* to) const {
     const int i = indexOfLast(from);
     if (i == -1)
         return *this;
-    const int length = static_cast<int>(std::strlen(from));
+    const int length = lengthOf(from);
     return (i < 1 ? String() : substring(0, i)) + to + substring(i + length);
 }
 
 String String::replaceAll(const char* from, const char* to) const {
-    const std::size_t fromSize = std::strlen(from);
-    const std::size_t toSize = std::strlen(to);
+    const auto fromSize = static_cast<std::size_t>(lengthOf(from));
     if (fromSize == 0)
         return *this;
     return changed(data->text, [&](std::string& w) {
         std::string result;
         std::size_t done = 0;
         for (std::size_t p = w.find(from); p != std::string::npos; p = w.find(from, done)) {
-            result.append(w, done, p - done).append(to, toSize);
+            result.append(w, done, p - done).append(orEmpty(to));
             done = p + fromSize;
         }
         w = result.append(w, done);
@@ -197,7 +222,7 @@ String String::replaceAll(const char* from, const char* to) const {
 
 ValVector<String> String::split(const char* sep) const {
     ValVector<String> parts(10, 10);
-    const std::size_t length = std::strlen(sep);
+    const int length = lengthOf(sep);
     const char* at = data->text;
     while (const char* found = length != 0 ? std::strstr(at, sep) : nullptr) {
         parts.add(String(at, static_cast<int>(found - at)));

@@ -12,14 +12,13 @@ template <std::size_t N>
 ValVector<String> listOf(const char* const (&names)[N]) {
     ValVector<String> list(10, 10);
     for (const char* name : names)
-        list.add(name);
+        list.add(String::constant(name));
     return list;
 }
 
 // The tables belong to all threads, but a text's owners are counted without
-// locks: nothing here copies a name, and a table shares no buffer with the
-// vector that it was set from. They are never destroyed, so that a timestamp
-// can be formatted until the process ends.
+// locks: the names are constants, whose owners nobody counts. The tables are
+// never destroyed, so that a timestamp can be formatted until the process ends.
 //
 // The spelling of the names is part of stored texts.
 ValVector<String>& longMonthNames() {
@@ -47,11 +46,11 @@ ValVector<String>& shortDayNames() {
     return names;
 }
 
-ValVector<String> ownCopy(const ValVector<String>& names) {
-    ValVector<String> copy(10, 10);
+ValVector<String> constantsOf(const ValVector<String>& names) {
+    ValVector<String> constants(10, 10);
     for (int i = 0; i < names.size(); ++i)
-        copy.add(String(static_cast<const char*>(names[i])));
-    return copy;
+        constants.add(String::constant(names[i]));
+    return constants;
 }
 
 const String& nameAt(const ValVector<String>& names, int number) {
@@ -84,19 +83,19 @@ int matchName(const char* text, const ValVector<String>& names, std::size_t& len
 }  // namespace
 
 void Timestamp::setLongMonthNames(const ValVector<String>& names) {
-    longMonthNames() = ownCopy(names);
+    longMonthNames() = constantsOf(names);
 }
 
 void Timestamp::setShortMonthNames(const ValVector<String>& names) {
-    shortMonthNames() = ownCopy(names);
+    shortMonthNames() = constantsOf(names);
 }
 
 void Timestamp::setLongDayNames(const ValVector<String>& names) {
-    longDayNames() = ownCopy(names);
+    longDayNames() = constantsOf(names);
 }
 
 void Timestamp::setShortDayNames(const ValVector<String>& names) {
-    shortDayNames() = ownCopy(names);
+    shortDayNames() = constantsOf(names);
 }
 
 const String& Timestamp::getLongMonthName(int month) {
@@ -141,24 +140,23 @@ String Timestamp::asString(const char* format) const {
     String w(format);
     for (int p = w.indexOf("%"); p != -1; p = w.indexOf("%", p + 1)) {
         const char directive[3] = {'%', w[p + 1], '\0'};
-        String number;
-        const char* name = nullptr;  // borrowed, for the tables belong to all threads
+        String value;
         switch (directive[1]) {
-        case 'a': name = getShortDayName(getDayOfTheWeek()); break;
-        case 'A': name = getLongDayName(getDayOfTheWeek()); break;
-        case 'b': name = getShortMonthName(getMonth()); break;
-        case 'B': name = getLongMonthName(getMonth()); break;
-        case 'd': number = getPaddedString(getDate()); break;
-        case 'H': number = getPaddedString(getHour()); break;
-        case 'm': number = getPaddedString(getMonth()); break;
-        case 'M': number = getPaddedString(getMinute()); break;
-        case 'S': number = getPaddedString(getSecond()); break;
-        case 'w': number = getPaddedString(getDayOfTheWeek()); break;
-        case 'Y': number = getPaddedString(getYear()); break;
+        case 'a': value = getShortDayName(getDayOfTheWeek()); break;
+        case 'A': value = getLongDayName(getDayOfTheWeek()); break;
+        case 'b': value = getShortMonthName(getMonth()); break;
+        case 'B': value = getLongMonthName(getMonth()); break;
+        case 'd': value = getPaddedString(getDate()); break;
+        case 'H': value = getPaddedString(getHour()); break;
+        case 'm': value = getPaddedString(getMonth()); break;
+        case 'M': value = getPaddedString(getMinute()); break;
+        case 'S': value = getPaddedString(getSecond()); break;
+        case 'w': value = getPaddedString(getDayOfTheWeek()); break;
+        case 'Y': value = getPaddedString(getYear()); break;
         case '%': ++p; continue;
         default: continue;
         }
-        w = w.replace(directive, name != nullptr ? name : static_cast<const char*>(number), p);
+        w = w.replace(directive, value, p);
     }
     return w;
 }

@@ -17,8 +17,9 @@ Instance::~Instance() {
 }
 
 void Instance::handle(Handler* handler) {
-    static const String objectIDName("KesObjectID");
-    static const String versionName("KesVersion");
+    // Handlers of all threads see and copy the two names.
+    static const String objectIDName = String::constant("KesObjectID");
+    static const String versionName = String::constant("KesVersion");
     handler->handleULong(objectIDName, objectID);
     handler->handleULong(versionName, version);
 }

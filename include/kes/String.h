@@ -14,16 +14,19 @@ namespace Kes {
 /// A shared text buffer: the count of its owners, then the characters and the
 /// NUL in the same block.
 struct StringData {
-    std::uint16_t count;  // 0 marks the constant empty text, which nobody counts or frees
+    std::uint16_t count;  // 0 marks a constant text, which nobody counts or frees
     char text[1];         // as many as the block holds
 };
 
 /// Immutable 8-bit, NUL-terminated text. Copies share one counted buffer.
 ///
 /// Order is byte order, positions are byte offsets from 0, "not found" is -1.
-/// Case operations know ASCII letters only. Offsets are not checked. The count
-/// is not atomic: strings that share a buffer belong to one thread at a time. A
-/// buffer has at most 65,535 owners; the next copy takes one of its own.
+/// Case operations know ASCII letters only. Offsets are not checked. A null
+/// pointer stands for "" wherever a text is taken.
+///
+/// The count is not atomic: strings that share a buffer belong to one thread at
+/// a time. The empty text and constant() know no such limit. A buffer has at
+/// most 65,535 owners; the next copy takes one of its own.
 class KES_EXPORT String {
 public:
     String() noexcept : data(&myEmpty) {}
@@ -33,14 +36,22 @@ public:
     String(String&& s) noexcept : data(s.data) { s.data = &myEmpty; }
 
     /// Decimal text, as printf's %d, %u, %ld, %lu and %f give it.
-    explicit String(int v);
-    explicit String(unsigned int v);
-    explicit String(long v);
-    explicit String(unsigned long v);
-    explicit String(double v);
-    explicit String(float v);
+    String(int v);            // NOLINT: a number stands for its text, too
+    String(unsigned int v);   // NOLINT
+    String(long v);           // NOLINT
+    String(unsigned long v);  // NOLINT
+    String(double v);         // NOLINT
+    String(float v);          // NOLINT
+
+    /// A character is no number: "a" is the text, not 'a'.
+    String(char) = delete;
 
     virtual ~String() { removeData(); }
+
+    /// A text for the life of the process, one per value, whose copies any thread
+    /// makes and drops. For names that all threads share, not for data: it is
+    /// never freed.
+    static String constant(const char* s);
 
     String& operator=(const char* s);
     String& operator=(const String& s) {
@@ -74,8 +85,8 @@ public:
     char operator[](unsigned long i) const { return data->text[i]; }
 
     /// As strcmp: negative, 0 or positive.
-    int compare(const char* s) const { return std::strcmp(data->text, s); }
-    int compare(const String& s) const { return compare(s.data->text); }
+    int compare(const char* s) const { return std::strcmp(data->text, s != nullptr ? s : ""); }
+    int compare(const String& s) const { return std::strcmp(data->text, s.data->text); }
     int compareCaseInsensitive(const char* s) const;
     int compareCaseInsensitive(const String& s) const;
 

@@ -84,14 +84,15 @@ public:
     /// carries on when the handler returns.
     void parseString(const char* text, const char* format);
 
-    /// Replace a process-wide name table. Not while other threads format.
+    /// Replace a process-wide name table by a copy, whose texts are never freed.
+    /// Not while other threads format or parse.
     static void setLongMonthNames(const ValVector<String>& names);
     static void setShortMonthNames(const ValVector<String>& names);
     static void setLongDayNames(const ValVector<String>& names);
     static void setShortDayNames(const ValVector<String>& names);
 
-    /// Months count from 1 (January), days from 1 (Monday). "" outside. All threads
-    /// share the texts: read them, or copy them as const char*, not as String.
+    /// Months count from 1 (January), days from 1 (Monday). "" outside. Any thread
+    /// may copy the texts.
     static const String& getLongMonthName(int month);
     static const String& getShortMonthName(int month);
     static const String& getLongDayName(int day);

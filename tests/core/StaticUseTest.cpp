@@ -35,6 +35,7 @@ const FormatsAtExit formatsAtExit;
 
 const String name("early");
 const String none;
+const String constant = String::constant("constant");
 const Timestamp moment(2002, 1, 5, 9, 3, 7);
 const String text = moment.asString("%A, %d %B %Y %H:%M:%S");
 const Blob blob("xyz", 3);
@@ -49,6 +50,11 @@ TEST(StaticUseTest, HasTextsAndValuesBeforeMain) {
 
 TEST(StaticUseTest, FormatsTimestampsBeforeMain) {
     EXPECT_EQ(text, "Saterday, 05 Januari 2002 09:03:07");
+}
+
+TEST(StaticUseTest, SharesConstantsMadeBeforeMain) {
+    EXPECT_EQ(static_cast<const char*>(constant),
+              static_cast<const char*>(String::constant("constant")));
 }
 
 TEST(StaticUseTest, RaisesErrorsBeforeMain) {

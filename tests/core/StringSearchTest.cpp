@@ -113,6 +113,8 @@ TEST(StringSearchTest, ReplacesTheLastOccurrence) {
     EXPECT_EQ(String("ab").replaceLast("ab", "x"), "x");
     EXPECT_EQ(String("aba").replaceLast("a", ""), "ab");
     EXPECT_EQ(String("abc").replaceLast("x", "y"), "abc");
+    EXPECT_EQ(String("abc").replaceLast("", "x"), "abxc");
+    EXPECT_EQ(String("").replaceLast("", "x"), "");
 }
 
 TEST(StringSearchTest, ReplacesAllWithoutSearchingWhatItInserted) {

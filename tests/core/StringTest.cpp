@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include <kes/ValVector.h>
+
 namespace Kes {
 namespace {
 
@@ -66,6 +68,32 @@ TEST(StringTest, HoldsTheLongestTextOfADouble) {
     EXPECT_EQ(s.size(), 1 + 309 + 7);
     EXPECT_EQ(s.substring(0, 5), "-1797");
     EXPECT_EQ(s.afterLast("."), "000000");
+}
+
+TEST(StringTest, IsNotMadeFromACharacter) {
+    EXPECT_FALSE((std::is_constructible_v<String, char>));
+    EXPECT_EQ(String(true), "1");
+    EXPECT_EQ(String(static_cast<short>(-7)), "-7");
+}
+
+TEST(StringTest, TakesNullForTheEmptyText) {
+    const char* const null = nullptr;
+    const String s("abc");
+
+    EXPECT_EQ(s + null, "abc");
+    EXPECT_EQ(null + s, "abc");
+    EXPECT_TRUE(s != null && String() == null && s > null && null < s);
+    EXPECT_GT(s.compareCaseInsensitive(null), 0);
+    EXPECT_EQ(s.indexOf(null), 0);
+    EXPECT_EQ(s.indexOfLast(null), 2);
+    EXPECT_TRUE(s.contains(null));
+    EXPECT_EQ(s.occurrencesOf(null), 3);
+    EXPECT_EQ(s.before(null), "");
+    EXPECT_EQ(s.after(null), "abc");
+    EXPECT_EQ(s.replace("b", null), "ac");
+    EXPECT_EQ(s.replaceAll("b", null), "ac");
+    EXPECT_EQ(s.replaceLast(null, "x"), "abxc");
+    EXPECT_EQ(s.split(null).size(), 1);
 }
 
 TEST(StringTest, JoinsTwoTexts) {
@@ -303,6 +331,11 @@ TEST(StringTest, ReadsNothingAsZero) {
     EXPECT_EQ(String("abc").parseDouble(), 0.0);
 }
 
+TEST(StringTest, ReadsUnsignedNumbersModuloTheirRange) {
+    EXPECT_EQ(String("-1").parseUnsigned(), UINT_MAX);
+    EXPECT_EQ(String(" 7x").parseUnsigned(), 7u);
+}
+
 TEST(StringTest, FormatsAsPrintfDoes) {
     String s;
 
@@ -326,46 +359,6 @@ TEST(StringTest, CutsFormattedTextAt1022Characters) {
         s.assignFormat("%*d", width, 1);
         EXPECT_EQ(s.size(), width < 1022 ? width : 1022) << width;
     }
-}
-
-TEST(StringTest, HashesShortTextsByTheirFirstByte) {
-    EXPECT_EQ(String::hash(""), 0);
-    EXPECT_EQ(String::hash("A"), 65);
-}
-
-TEST(StringTest, HashesByShiftingFurtherForEveryByte) {
-    // 65; then 65 ^ (65 << 9 ^ 66), the shift growing with the position.
-    EXPECT_EQ(String::hash("AB"), 33283);
-    EXPECT_NE(String::hash("AB"), String::hash("BA"));
-}
-
-TEST(StringTest, HashesHighBytesAsNegativeNumbers) {
-    EXPECT_EQ(String::hash("\xE9"), -23);
-}
-
-TEST(StringTest, HashesNamesToTheNumbersThatTablesRelyOn) {
-    EXPECT_EQ(String::hash("KesObjectID"), 1802823269);
-    EXPECT_EQ(String::hash("abcdefghijklmnopqrstuvwxyzabcdefgh"), 615957533);
-}
-
-TEST(StringTest, HashesToASigned32BitNumber) {
-    String longText;
-    for (int i = 0; i < 100; ++i) {
-        longText += "abc";
-        const long h = String::hash(longText);
-        EXPECT_EQ(h, static_cast<int>(h));
-    }
-}
-
-TEST(StringTest, HashesLongTextsWithTheShiftTakenModulo32) {
-    std::string text;
-    for (int i = 0; i < 70; ++i)
-        text += static_cast<char>('A' + i % 26);
-    unsigned expected = 0;
-    for (unsigned i = 0; i < text.size(); ++i)
-        expected = expected ^ ((expected << ((i + 8) % 32)) ^ static_cast<unsigned>(text[i]));
-
-    EXPECT_EQ(String::hash(text.c_str()), static_cast<int>(expected));
 }
 
 }  // namespace

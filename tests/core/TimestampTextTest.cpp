@@ -290,6 +290,45 @@ TEST_F(TimestampNamesTest, KeepsACopyOfTheTable) {
     EXPECT_EQ(march.asString("%b"), "m3");
 }
 
+TEST_F(TimestampNamesTest, FindsDirectivesInsideWhatItInserted) {
+    Timestamp::setLongDayNames(numbered("a%d-", 7));
+    Timestamp::setShortDayNames(numbered("%d", 7));
+
+    EXPECT_EQ(march.asString("%A"), "a07-7");
+    EXPECT_EQ(march.asString("%a"), "%d7");
+}
+
+TEST_F(TimestampNamesTest, StepsOverTheCharacterBehindAnEmptyName) {
+    Timestamp::setLongMonthNames(numbered("m", 2));
+
+    EXPECT_EQ(march.asString("%B%d%d"), "%d07");
+}
+
+TEST_F(TimestampNamesTest, ParsesDayNamesOfReplacedTables) {
+    Timestamp::setLongDayNames(numbered("longday", 9));
+
+    EXPECT_EQ(Timestamp::parseLongDayName("longday9"), 9);
+    EXPECT_EQ(Timestamp::getLongDayName(9), "longday9");
+    EXPECT_EQ(Timestamp::parseLongDayName("Monday"), 0);
+}
+
+TEST(TimestampTextTest, GivesNamesToSeveralThreadsAtOnce) {
+    int wrong[4] = {};
+    std::vector<std::thread> threads;
+    for (int& count : wrong)
+        threads.emplace_back([&count] {
+            for (int i = 0; i < 20000; ++i) {
+                const String name = Timestamp::getLongMonthName(3);
+                count += name == "March" ? 0 : 1;
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+
+    for (const int count : wrong)
+        EXPECT_EQ(count, 0);
+}
+
 TEST(TimestampTextTest, FormatsOnSeveralThreadsAtOnce) {
     const std::string expected = "Sunday Sun March Mar";
     int wrong[4] = {};
