@@ -125,6 +125,15 @@ Statement& ClassTable::lockRow() {
     return *locking;
 }
 
+Statement* ClassTable::touchRow() {
+    const std::string change = dialect.touch(quotedTable);
+    if (change.empty())
+        return nullptr;
+    if (touching == nullptr)
+        touching = connection.prepare(change + " WHERE " + column(IdColumn) + " = ?");
+    return touching.get();
+}
+
 std::unique_ptr<Statement> ClassTable::takeById() {
     if (!idPool.empty()) {
         std::unique_ptr<Statement> taken = std::move(idPool.back());

@@ -67,6 +67,9 @@ public:
     Statement& remove();     // parameters: id, version
     Statement& versionOf();  // parameter: id
     Statement& lockRow();    // the same, and nobody else may change the row from then on
+
+    /// What a lock needs beside that, with the same parameter; null for nothing.
+    Statement* touchRow();
     StatementPool& byId() { return idPool; }
     std::unique_ptr<Statement> takeById();
 
@@ -96,6 +99,7 @@ private:
     std::unique_ptr<Statement> removing;
     std::unique_ptr<Statement> asking;
     std::unique_ptr<Statement> locking;
+    std::unique_ptr<Statement> touching;
     std::map<ColumnSet, std::unique_ptr<Statement>> updates;
     StatementPool idPool;
     std::unordered_map<std::string, StatementPool> pools;

@@ -12,6 +12,8 @@
 #include <memory>
 #include <string>
 
+#include "drivers/common/SchemaStage.h"
+
 namespace Kes::sql {
 
 /// The current row of a statement, or one that was kept aside.
@@ -91,6 +93,9 @@ public:
 
     /// True when takeIds begins no transaction.
     virtual bool takesIdsAside() const { return false; }
+
+    /// Borrowed; null where schema statements are part of a transaction.
+    virtual SchemaStage* schemaStage() { return nullptr; }
 
     /// Begins a transaction that may write.
     virtual void begin() = 0;

@@ -31,6 +31,15 @@ std::vector<std::string> Dialect::idStore() const {
             "INSERT INTO kes_ids (next) SELECT 1 WHERE NOT EXISTS (SELECT 1 FROM kes_ids)"};
 }
 
+std::vector<std::string> Dialect::createIndexes(const std::string& quotedTable,
+                                                const std::vector<IndexText>& indexes) const {
+    std::vector<std::string> statements;
+    for (const IndexText& index : indexes)
+        statements.push_back(std::string("CREATE ") + (index.unique ? "UNIQUE " : "") + "INDEX " +
+                             index.name + " ON " + quotedTable + " (" + index.columns + ")");
+    return statements;
+}
+
 std::string Dialect::like(const std::string& left, const std::string& right) const {
     return left + " LIKE " + right + " ESCAPE '\\'";
 }
@@ -38,6 +47,10 @@ std::string Dialect::like(const std::string& left, const std::string& right) con
 std::string Dialect::columnsOf() const {
     return "SELECT column_name, data_type FROM information_schema.columns WHERE table_name = ? "
            "ORDER BY ordinal_position";
+}
+
+std::string Dialect::createView(const std::string& quotedName) const {
+    return "CREATE VIEW " + quotedName;
 }
 
 std::string Dialect::dropView(const std::string& quotedName) const {

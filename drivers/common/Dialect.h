@@ -22,6 +22,13 @@ enum class FieldKind {
     Reference  // a one-reference: the partner's object id, or NULL
 };
 
+/// An index as statements show it.
+struct IndexText {
+    std::string name;  // quoted
+    std::string columns;
+    bool unique;
+};
+
 class Dialect {
 public:
     virtual ~Dialect() = default;
@@ -31,6 +38,13 @@ public:
     virtual std::string quote(const std::string& identifier) const;
     virtual std::string typeOf(FieldKind kind) const;
     virtual std::string idType() const { return "BIGINT NOT NULL PRIMARY KEY"; }
+
+    /// A text column that can be part of a primary key.
+    virtual std::string keyTextType() const { return "TEXT NOT NULL"; }
+
+    /// What follows the last column of a class's table; a column that it adds
+    /// must be none that queries and inserts without a list see.
+    virtual std::string hiddenColumns() const { return ""; }
 
     /// What follows the column list of a link table.
     virtual std::string linkTableOptions() const { return ""; }
@@ -50,12 +64,26 @@ public:
     /// Follows a query for ids, to keep others from removing the rows.
     virtual std::string sharedLock() const { return ""; }
 
+    /// Changes rows, up to the WHERE, so that no other transaction that depends
+    /// on them commits too. Empty where row locks see to that.
+    virtual std::string touch(const std::string&) const { return ""; }
+
+    /// A column as the definition of an index names it.
+    virtual std::string indexed(const std::string& quotedColumn, FieldKind, bool) const {
+        return quotedColumn;
+    }
+
+    /// The statements that make the indexes of a table.
+    virtual std::vector<std::string> createIndexes(const std::string& quotedTable,
+                                                   const std::vector<IndexText>& indexes) const;
+
     /// A case-sensitive match of two operands, with \ as the escape.
     virtual std::string like(const std::string& left, const std::string& right) const;
 
     /// A query for the columns of a table, names first and types second; its
     /// parameter is the table's name. No rows when there is no such table.
     virtual std::string columnsOf() const;
+    virtual std::string createView(const std::string& quotedName) const;
     virtual std::string dropView(const std::string& quotedName) const;
     virtual std::string renameTable(const std::string& quotedFrom,
                                     const std::string& quotedTo) const;
@@ -71,7 +99,13 @@ public:
 
     /// Two names with the same folding are one to the database.
     virtual std::string fold(const std::string& identifier) const { return identifier; }
+    virtual std::string foldColumn(const std::string& identifier) const {
+        return fold(identifier);
+    }
     virtual std::size_t mostColumns() const { return 1000; }
+
+    /// Why the database does not keep the finite number; empty when it does.
+    virtual std::string faultOf(double) const { return ""; }
 
     /// The largest text or blob, in bytes.
     virtual std::size_t largestValue() const { return 1000000000; }

@@ -64,7 +64,9 @@ void FieldBinder::bindReal(const String& name, double value) {
     const int at = nextParameter();
     if (at < 0)
         return;
-    const std::string fault = faultOf(value);
+    std::string fault = faultOf(value);
+    if (fault.empty())
+        fault = dialect.faultOf(value);
     if (!fault.empty())
         refuse(name, fault);
     statement->bind(at, value);

@@ -90,7 +90,7 @@ void Names::checkColumns(const ClassTable& table) {
         if (!fault.empty())
             throw SqlFailure("the name \"" + column.name + "\" of a field of the class " +
                              table.name() + " is not possible: " + fault);
-        const auto [place, isFree] = seen.emplace(dialect.fold(column.name), column.name);
+        const auto [place, isFree] = seen.emplace(dialect.foldColumn(column.name), column.name);
         if (!isFree)
             throw SqlFailure("the fields \"" + place->second + "\" and \"" + column.name +
                              "\" of the class " + table.name() +
@@ -109,13 +109,13 @@ void Names::checkAssociation(const Association& association) {
     if (Tables::isManyToMany(&association))
         claim(name, owner);
     for (const String* role : {&association.getOneRole(), &association.getOtherRole()}) {
-        const std::string fault = dialect.nameFault(textOf(*role));
+        const std::string fault = dialect.columnFault(textOf(*role));
         if (!fault.empty())
             throw SqlFailure("the role \"" + textOf(*role) + "\" of " + owner +
                              " is not possible: " + fault);
     }
-    if (dialect.fold(textOf(association.getOneRole())) ==
-        dialect.fold(textOf(association.getOtherRole())))
+    if (dialect.foldColumn(textOf(association.getOneRole())) ==
+        dialect.foldColumn(textOf(association.getOtherRole())))
         throw SqlFailure("both roles of " + owner + " are named \"" +
                          textOf(association.getOneRole()) + "\"; rename one of them");
 }

@@ -196,6 +196,7 @@ bool SqlDriver::commit() {
         if (session->connection->inTransaction()) {
             if (!session->connection->keepsCursors())
                 settleCursors();
+            session->schema.commit();
             session->connection->commit();
         }
         session->queue.clear();
@@ -209,9 +210,9 @@ bool SqlDriver::rollback() {
         versionFailed = false;
         session->queue.clear();
         session->ids.noteRollback();
-        session->schema.forget();
         settleCursors();
         session->connection->rollback();
+        session->schema.forget();
     });
 }
 
@@ -313,6 +314,10 @@ bool SqlDriver::lock(Instance* instance) {
             throw SqlFailure("somebody else has changed it: version " + std::to_string(stored) +
                              " is stored and version " + std::to_string(instance->getVersion()) +
                              " was read; refresh it and try again");
+        if (Statement* touching = session->tables.of(instance->getClass()).touchRow()) {
+            touching->bind(0, static_cast<std::int64_t>(instance->getObjectID()));
+            touching->run();
+        }
     });
 }
 

@@ -25,11 +25,11 @@ void SqlSchema::prepare(bool mayWrite) {
             return;
         connection.begin();
         connection.execute(
-            "CREATE TABLE IF NOT EXISTS kes_versions (kind VARCHAR(10) NOT NULL, name TEXT NOT "
-            "NULL, version INTEGER NOT NULL, PRIMARY KEY (kind, name))");
+            "CREATE TABLE IF NOT EXISTS kes_versions (kind VARCHAR(10) NOT NULL, name " +
+            dialect.keyTextType() + ", version INTEGER NOT NULL, PRIMARY KEY (kind, name))");
         for (const std::string& text : dialect.idStore())
             connection.execute(text);
-        setVersion("kes", Format, "FORMAT");
+        writeVersion({"kes", Format, "FORMAT"});
         connection.commit();
     }
     const int format = getVersion("kes", "FORMAT");
@@ -40,16 +40,28 @@ void SqlSchema::prepare(bool mayWrite) {
 }
 
 int SqlSchema::getVersion(const std::string& name, const std::string& kind) {
-    if (!exists("kes_versions"))
-        return 0;
-    const std::unique_ptr<Statement> asking =
-        connection.prepare("SELECT version FROM kes_versions WHERE kind = ? AND name = ?");
-    asking->bindText(0, kind.data(), kind.size());
-    asking->bindText(1, name.data(), name.size());
-    return asking->step() ? static_cast<int>(asking->integer(0)) : 0;
+    if (reading == nullptr) {
+        if (!exists("kes_versions"))
+            return 0;
+        reading =
+            connection.prepare("SELECT version FROM kes_versions WHERE kind = ? AND name = ?");
+    }
+    reading->bindText(0, kind.data(), kind.size());
+    reading->bindText(1, name.data(), name.size());
+    const int version = reading->step() ? static_cast<int>(reading->integer(0)) : 0;
+    reading->reset();
+    return version;
 }
 
 void SqlSchema::setVersion(const std::string& name, int version, const std::string& kind) {
+    if (connection.schemaStage() != nullptr)
+        versions.push_back({name, version, kind});
+    else
+        writeVersion({name, version, kind});
+}
+
+void SqlSchema::writeVersion(const Version& written) {
+    const auto& [name, version, kind] = written;
     const std::unique_ptr<Statement> dropping =
         connection.prepare("DELETE FROM kes_versions WHERE kind = ? AND name = ?");
     dropping->bindText(0, kind.data(), kind.size());
@@ -63,8 +75,19 @@ void SqlSchema::setVersion(const std::string& name, int version, const std::stri
     entering->run();
 }
 
-std::string SqlSchema::newName(const Class* cls) const {
-    return dialect.quote("kes_new_" + textOf(cls->getName()));
+// The table that is made for the class.
+std::string SqlSchema::newName(const Class* cls) {
+    const std::string name = textOf(cls->getName());
+    if (isStaging)
+        return connection.schemaStage()->place(name);
+    return dialect.quote(isReplaced(cls) ? "kes_new_" + name : name);
+}
+
+void SqlSchema::beginStage() {
+    if (connection.schemaStage() == nullptr || isStaging)
+        return;
+    isStaging = true;
+    connection.schemaStage()->begin();
 }
 
 void SqlSchema::dropViewsOf(const Class* cls) {
@@ -77,14 +100,19 @@ void SqlSchema::beginClassUpdate(Class* cls) {
         Names(dialect).check(*cls->getModel(), tables);
         namesChecked = true;
     }
+    beginStage();
     // The version was asked before this transaction held the database.
     if (getVersion(textOf(cls->getName()), "CLASS") >= cls->getVersion()) {
         finished.insert(cls);
         return;
     }
-    dropViewsOf(cls);
-    if (exists(textOf(cls->getName())))
-        replaced.insert(cls);
+    if (!isStaging)
+        dropViewsOf(cls);
+    if (!exists(textOf(cls->getName())))
+        return;
+    if (isStaging)
+        connection.schemaStage()->freeze(textOf(cls->getName()));
+    replaced.insert(cls);
 }
 
 void SqlSchema::createClass(Class* cls) {
@@ -98,10 +126,10 @@ void SqlSchema::createClass(Class* cls) {
         list += (i == 0 ? "" : ", ") + dialect.quote(column.name) + " " +
                 (isId ? dialect.idType() : dialect.typeOf(column.kind));
     }
-    const std::string name = isReplaced(cls) ? newName(cls) : table.table();
-    if (isReplaced(cls))
+    const std::string name = newName(cls);
+    if (isReplaced(cls) && !isStaging)
         connection.execute("DROP TABLE IF EXISTS " + name);
-    connection.execute("CREATE TABLE " + name + " (" + list + ")");
+    connection.execute("CREATE TABLE " + name + " (" + list + dialect.hiddenColumns() + ")");
 }
 
 void SqlSchema::endClassUpdate(Class* cls) {
@@ -109,22 +137,29 @@ void SqlSchema::endClassUpdate(Class* cls) {
         return;
     const ClassTable& table = tables.of(cls);
     if (isReplaced(cls)) {
-        SqlUpgrade(table, dialect, connection).moveRows(newName(cls));
-        connection.execute("DROP TABLE " + table.table());
-        connection.execute(dialect.renameTable(newName(cls), table.table()));
+        SqlUpgrade(table, dialect, connection).moveRows(newName(cls), isStaging);
+        if (!isStaging) {
+            connection.execute("DROP TABLE " + table.table());
+            connection.execute(dialect.renameTable(newName(cls), table.table()));
+        }
     }
-    createIndexes(table);
+    createIndexes(table, isStaging ? newName(cls) : table.table());
 }
 
-void SqlSchema::createIndexes(const ClassTable& table) {
+void SqlSchema::createIndexes(const ClassTable& table, const std::string& quotedName) {
+    std::vector<IndexText> texts;
     for (const IndexPlan& index : Names::indexesOf(table)) {
         std::string columns;
-        for (const std::string& column : index.columns)
-            columns += (columns.empty() ? "" : ", ") + dialect.quote(column);
-        connection.execute(std::string("CREATE ") + (index.unique ? "UNIQUE " : "") + "INDEX " +
-                           dialect.quote(index.name) + " ON " + table.table() + " (" + columns +
-                           ")");
+        for (const std::string& column : index.columns) {
+            const auto position = static_cast<std::size_t>(table.find(column));
+            columns += (columns.empty() ? "" : ", ") +
+                       dialect.indexed(dialect.quote(column), table.columns()[position].kind,
+                                       index.unique);
+        }
+        texts.push_back({dialect.quote(index.name), columns, index.unique});
     }
+    for (const std::string& text : dialect.createIndexes(quotedName, texts))
+        connection.execute(text);
 }
 
 // All concrete rows of the hierarchy: the class's columns, and the name of the
@@ -150,28 +185,57 @@ void SqlSchema::createView(Class* cls) {
         parts += ", NULL AS " + dialect.quote("KesClass") + " WHERE 1 = 0";
     }
     const std::string view = dialect.quote(ClassTable::viewName(cls));
+    const std::string text = dialect.createView(view) + " AS " + parts;
+    if (connection.schemaStage() != nullptr) {
+        waiting.push_back(text);
+        return;
+    }
     connection.execute(dialect.dropView(view));
-    connection.execute("CREATE VIEW " + view + " AS " + parts);
+    connection.execute(text);
 }
 
 // One-references lie in the classes' own tables.
 void SqlSchema::createAssociation(const Association* association) {
     const std::string name = textOf(association->getName());
-    if (!Tables::isManyToMany(association) || exists(name))
+    // Without a transaction around both, the index may be what is missing.
+    if (!Tables::isManyToMany(association) ||
+        (connection.schemaStage() == nullptr && exists(name)))
         return;
     const std::string one = dialect.quote(textOf(association->getOneRole()));
     const std::string other = dialect.quote(textOf(association->getOtherRole()));
     const std::string table = dialect.quote(name);
-    connection.execute("CREATE TABLE " + table + " (" + one + " BIGINT NOT NULL, " + other +
-                       " BIGINT NOT NULL, PRIMARY KEY (" + one + ", " + other + "))" +
+    connection.execute("CREATE TABLE IF NOT EXISTS " + table + " (" + one + " BIGINT NOT NULL, " +
+                       other + " BIGINT NOT NULL, PRIMARY KEY (" + one + ", " + other + "))" +
                        dialect.linkTableOptions());
-    connection.execute("CREATE INDEX " + dialect.quote("kes_second_" + name) + " ON " + table +
-                       " (" + other + ")");
+    connection.execute("CREATE INDEX IF NOT EXISTS " + dialect.quote("kes_second_" + name) +
+                       " ON " + table + " (" + other + ")");
+}
+
+// Each step can be done again, so the versions, after which none is, come last.
+void SqlSchema::commit() {
+    SchemaStage* stage = connection.schemaStage();
+    if (stage == nullptr || (!isStaging && waiting.empty() && versions.empty()))
+        return;
+    if (isStaging)
+        stage->swap();
+    for (const std::string& text : waiting)
+        connection.execute(text);
+    waiting.clear();
+    connection.begin();
+    for (const Version& each : versions)
+        writeVersion(each);
+    versions.clear();
 }
 
 void SqlSchema::forget() {
     replaced.clear();
     finished.clear();
+    waiting.clear();
+    versions.clear();
+    if (isStaging) {
+        isStaging = false;
+        connection.schemaStage()->end();
+    }
 }
 
 }  // namespace Kes::sql

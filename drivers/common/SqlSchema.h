@@ -2,12 +2,16 @@
 //
 // A class whose table exists gets its new table under another name first; the
 // rows are moved over, and only then does the new table take the place of the
-// old one. All steps of a synchronisation lie in one transaction.
+// old one. All steps of a synchronisation lie in one transaction; where that
+// does not hold schema statements, new tables wait on a stage, views and
+// versions in a list, and commit() does what is left.
 
 #pragma once
 
+#include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <kes/Association.h>
 #include <kes/Class.h>
@@ -39,23 +43,39 @@ public:
     void createView(Class* cls);
     void createAssociation(const Association* association);
 
-    /// Forgets what the synchronisation under way has done.
+    /// Does what of a synchronisation had to wait for the commit.
+    void commit();
+
+    /// Forgets what the synchronisation under way has done, and throws away
+    /// what waits.
     void forget();
 
 private:
+    struct Version {
+        std::string name;
+        int version;
+        std::string kind;
+    };
+
     bool exists(const std::string& table);
     bool isReplaced(const Class* cls) const { return replaced.count(cls) != 0; }
     bool isDone(const Class* cls) const { return finished.count(cls) != 0; }
-    std::string newName(const Class* cls) const;
-    void createIndexes(const ClassTable& table);
+    std::string newName(const Class* cls);
+    void beginStage();
+    void createIndexes(const ClassTable& table, const std::string& quotedName);
     void dropViewsOf(const Class* cls);
+    void writeVersion(const Version& written);
 
     Tables& tables;
     const Dialect& dialect;
     Connection& connection;
+    std::unique_ptr<Statement> reading;  // a version; null until there is a table
     std::set<const Class*> replaced;  // whose old table is still there
     std::set<const Class*> finished;  // that another process has upgraded
     bool namesChecked = false;
+    bool isStaging = false;
+    std::vector<std::string> waiting;  // statements
+    std::vector<Version> versions;     // that wait
 };
 
 }  // namespace Kes::sql

@@ -71,7 +71,16 @@ std::vector<SqlUpgrade::Kept> SqlUpgrade::keptColumns(std::string& list) {
     return kept;
 }
 
-void SqlUpgrade::moveRows(const std::string& quotedTarget) {
+// A transaction of millions of rows is more than every cluster takes.
+void SqlUpgrade::beginStep(bool isFirst) {
+    if (!isFirst)
+        connection.settle();
+    connection.commit();
+    connection.begin();
+}
+
+void SqlUpgrade::moveRows(const std::string& quotedTarget, bool inSteps) {
+    constexpr std::size_t rowsOfStep = 50000;
     std::string list;
     const std::vector<Kept> kept = keptColumns(list);
     std::string values;
@@ -86,12 +95,18 @@ void SqlUpgrade::moveRows(const std::string& quotedTarget) {
     const std::unique_ptr<Instance> dummy(table.getClass()->getDummy());
     FieldBinder binder(dialect);
     binder.bindAll(*writing, table, dummy.get(), {});
-    while (reading->step()) {
+    std::size_t moved = 0;
+    for (; reading->step(); ++moved) {
+        if (inSteps && moved % rowsOfStep == 0)
+            beginStep(moved == 0);
         texts.assign(kept.size(), std::string());
         for (const Kept& each : kept)
             convert(*reading, each, *writing);
-        writing->run();
+        writing->post(moved, 1);
     }
+    connection.settle();
+    if (inSteps)
+        beginStep(false);
 }
 
 void SqlUpgrade::refuse(Row& row, const Kept& kept) const {

@@ -17,8 +17,9 @@ public:
     SqlUpgrade(const ClassTable& itsTable, const Dialect& itsDialect, Connection& itsConnection)
         : table(itsTable), dialect(itsDialect), connection(itsConnection) {}
 
-    /// `quotedTarget` has the columns of the class as it is now declared.
-    void moveRows(const std::string& quotedTarget);
+    /// `quotedTarget` has the columns of the class as it is now declared. With
+    /// `inSteps` the rows are committed now and then, and at the end.
+    void moveRows(const std::string& quotedTarget, bool inSteps);
 
 private:
     struct Kept {
@@ -27,6 +28,7 @@ private:
     };
 
     std::vector<Kept> keptColumns(std::string& list);
+    void beginStep(bool isFirst);
     void convert(Row& row, const Kept& kept, Statement& target);
     void toInteger(Row& row, const Kept& kept, Statement& target);
     void toReal(Row& row, const Kept& kept, Statement& target);

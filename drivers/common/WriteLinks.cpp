@@ -203,10 +203,20 @@ void WriteQueue::checkPartners(Class* cls, const std::vector<std::int64_t>& ids)
         std::size_t length = 1;
         for (; length < end - begin; length *= 2)
             list += ", " + list;
-        Statement& asking = kept("SELECT " + id + " FROM " + table.table() + " WHERE " + id +
-                                 " IN (" + list + ")" + dialect.sharedLock());
-        for (std::size_t i = 0; i < length; ++i)
-            asking.bind(static_cast<int>(i), ids[std::min(begin + i, end - 1)]);
+        const std::string where = " WHERE " + id + " IN (" + list + ")";
+        const auto bindTo = [&](Statement& statement) {
+            for (std::size_t i = 0; i < length; ++i)
+                statement.bind(static_cast<int>(i), ids[std::min(begin + i, end - 1)]);
+        };
+        const std::string change = dialect.touch(table.table());
+        if (!change.empty()) {
+            Statement& touching = kept(change + where);
+            bindTo(touching);
+            touching.run();
+        }
+        Statement& asking =
+            kept("SELECT " + id + " FROM " + table.table() + where + dialect.sharedLock());
+        bindTo(asking);
         std::vector<std::int64_t> stored;
         while (asking.step())
             stored.push_back(asking.integer(0));

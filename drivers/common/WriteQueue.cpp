@@ -235,6 +235,9 @@ std::string WriteQueue::faultOfVersion(const Operation& operation) {
     asking.reset();
     if (!isStored)
         return "somebody else has removed it";
+    // A transaction that reads what was stored when it began sees no change.
+    if (stored == static_cast<std::int64_t>(operation.expected))
+        return "somebody else has changed it; refresh it and try again";
     return "somebody else has changed it: version " + std::to_string(stored) +
            " is stored and version " + std::to_string(operation.expected) +
            " was read; refresh it and try again";

@@ -1,0 +1,360 @@
+#include "drivers/mariadb/MariadbConnection.h"
+
+#include <errmsg.h>
+#include <mysql.h>
+
+#include <mutex>
+#include <ostream>
+#include <thread>
+
+#include "drivers/common/SqlFailure.h"
+#include "drivers/mariadb/MariadbStatement.h"
+
+namespace Kes::sql {
+
+namespace {
+
+constexpr unsigned long OldestServer = 100600;  // as the client library counts versions
+constexpr int MostTriesForIds = 100;
+
+std::string quoted(const std::string& text) {
+    std::string literal = "'";
+    for (const char c : text)
+        literal += c == '\'' ? std::string("''") : std::string(1, c);
+    return literal + "'";
+}
+
+// What the driver relies on, whatever the server's own settings are.
+//
+// Sorting compares so many bytes of a text and no more, three for a character,
+// and needs room for fifteen keys. A server must not give up on a cursor that
+// waits for its program, nor on a program that waits for its user.
+std::string sessionSettings(const MariadbSettings& settings) {
+    std::string isolation = settings.isolation;
+    for (char& c : isolation)
+        if (c >= 'a' && c <= 'z')
+            c = static_cast<char>(c - 32);
+    return "SET SESSION sql_mode = 'STRICT_ALL_TABLES,NO_ZERO_DATE,NO_ZERO_IN_DATE,"
+           "ERROR_FOR_DIVISION_BY_ZERO,NO_ENGINE_SUBSTITUTION,ANSI_QUOTES,PIPES_AS_CONCAT,"
+           "NO_BACKSLASH_ESCAPES', "
+           "collation_connection = 'utf8mb4_nopad_bin', autocommit = 1, "
+           "completion_type = 'NO_CHAIN', sql_safe_updates = 0, sql_big_selects = 1, "
+           "sql_select_limit = DEFAULT, default_storage_engine = InnoDB, "
+           "innodb_strict_mode = 1, max_sort_length = 262144, "
+           "sort_buffer_size = GREATEST(@@sort_buffer_size, 8388608), "
+           "net_write_timeout = 31536000, wait_timeout = 31536000, tx_isolation = " +
+           quoted(isolation) +
+           ", innodb_lock_wait_timeout = " + std::to_string(settings.lockTimeout) +
+           ", lock_wait_timeout = " + std::to_string(settings.lockTimeout) +
+           ", max_statement_time = " + std::to_string(settings.statementTimeout) + " / 1000";
+}
+
+void setUpLibrary() {
+    static std::once_flag once;
+    std::call_once(once, [] { mysql_library_init(0, nullptr, nullptr); });
+}
+
+}  // namespace
+
+MariadbConnection::MariadbConnection(const MariadbSettings& wanted)
+    : settings(wanted),
+      stage(*this, wanted.lockTimeout) {
+    setUpLibrary();
+    try {
+        connect();
+    } catch (...) {
+        mysql_close(handle);
+        throw;
+    }
+}
+
+MariadbConnection::~MariadbConnection() {
+    mysql_close(handle);
+}
+
+void MariadbConnection::connect() {
+    std::string all;
+    for (const MariadbHost& host : settings.hosts) {
+        std::string words;
+        if (connectTo(host, words))
+            return;
+        all += (all.empty() ? "" : "; ") + words;
+    }
+    throw SqlFailure(all);
+}
+
+// False when another host may do better.
+bool MariadbConnection::connectTo(const MariadbHost& host, std::string& words) {
+    handle = mysql_init(nullptr);
+    setOptions();
+    const bool isSocket = !host.socket.empty();
+    const bool isThere = mysql_real_connect(
+        handle, isSocket ? "localhost" : host.name.c_str(), settings.user.c_str(),
+        settings.password.c_str(), settings.database.c_str(), isSocket ? 0 : host.port,
+        isSocket ? host.socket.c_str() : nullptr, CLIENT_FOUND_ROWS);
+    if (isThere)
+        checkServer();
+    if (isThere && sendUnchecked(sessionSettings(settings)) && configure())
+        return true;
+    const unsigned code = mysql_errno(handle);
+    words = host.text() + ": " + explain(code, mysql_error(handle));
+    if (!isOfHost(code))
+        throw SqlFailure(words);
+    mysql_close(handle);
+    handle = nullptr;
+    return false;
+}
+
+void MariadbConnection::setOptions() {
+    const auto connectTimeout = static_cast<unsigned>(settings.connectTimeout);
+    mysql_options(handle, MYSQL_OPT_CONNECT_TIMEOUT, &connectTimeout);
+    if (settings.networkTimeout != 0) {
+        const auto networkTimeout = static_cast<unsigned>(settings.networkTimeout);
+        mysql_options(handle, MYSQL_OPT_READ_TIMEOUT, &networkTimeout);
+        mysql_options(handle, MYSQL_OPT_WRITE_TIMEOUT, &networkTimeout);
+    }
+    mysql_options(handle, MYSQL_SET_CHARSET_NAME, "utf8mb4");
+
+    // A server must not be able to ask for the program's files.
+    const unsigned no = 0;
+    mysql_options(handle, MYSQL_OPT_LOCAL_INFILE, &no);
+    if (settings.tls == "off")
+        return;
+    const my_bool yes = 1;
+    const auto file = [](const std::string& name) { return name.empty() ? nullptr : name.c_str(); };
+    mysql_ssl_set(handle, file(settings.tlsKey), file(settings.tlsCert), file(settings.tlsCa),
+                  nullptr, nullptr);
+    mysql_options(handle, MYSQL_OPT_SSL_ENFORCE, &yes);
+    const my_bool verify = settings.tls == "verify" ? 1 : 0;
+    mysql_options(handle, MYSQL_OPT_SSL_VERIFY_SERVER_CERT, &verify);
+}
+
+void MariadbConnection::checkServer() {
+    const std::string version = mysql_get_server_info(handle);
+    if (!mariadb_connection(handle) || mysql_get_server_version(handle) < OldestServer)
+        throw SqlFailure("the server is " +
+                         std::string(mariadb_connection(handle) ? "MariaDB " : "version ") +
+                         version + "; this driver needs MariaDB 10.6 or later");
+    unsigned long extended = 0;
+    mariadb_get_infov(handle, MARIADB_CONNECTION_EXTENDED_SERVER_CAPABILITIES, &extended);
+    bulk = (extended & (MARIADB_CLIENT_STMT_BULK_OPERATIONS >> 32)) != 0;
+}
+
+// False when the node cannot serve.
+bool MariadbConnection::configure() {
+    if (!sendUnchecked("SHOW VARIABLES WHERE variable_name IN ('max_allowed_packet', 'wsrep_on', "
+                       "'lower_case_table_names')"))
+        return false;
+    MYSQL_RES* shown = mysql_store_result(handle);
+    if (shown == nullptr)
+        return false;
+    for (MYSQL_ROW row = mysql_fetch_row(shown); row != nullptr; row = mysql_fetch_row(shown)) {
+        const std::string name = row[0];
+        const std::string value = row[1];
+        if (name == "max_allowed_packet")
+            packetLimit = std::stoul(value);
+        else if (name == "wsrep_on")
+            clustered = value == "ON";
+        else
+            foldsTables = value != "0";
+    }
+    mysql_free_result(shown);
+    isFresh = true;
+    return !clustered || sendUnchecked(std::string("SET SESSION wsrep_sync_wait = ") +
+                                       (settings.causalReads ? "1" : "0"));
+}
+
+std::unique_ptr<Statement> MariadbConnection::prepare(const std::string& text) {
+    return std::make_unique<MariadbStatement>(*this, text);
+}
+
+void MariadbConnection::execute(const std::string& text) {
+    makeWayToWrite(nullptr);
+    send(text);
+}
+
+// For statements whose failure leaves nothing to decide.
+bool MariadbConnection::sendUnchecked(const std::string& text) {
+    const auto begun = Clock::now();
+    const bool done = mysql_real_query(handle, text.data(), text.size()) == 0;
+    if (isTraced())
+        write(text, begun);
+    return done;
+}
+
+void MariadbConnection::send(const std::string& text) {
+    if (!sendUnchecked(text))
+        fail();
+}
+
+void MariadbConnection::write(const std::string& text, Clock::time_point begun) const {
+    const std::chrono::duration<double, std::milli> spent = Clock::now() - begun;
+    *trace << "mariadb: " << text << " [" << spent.count() << " ms]\n";
+}
+
+void MariadbConnection::makeWay(MariadbStatement* user) {
+    if (!lost.empty())
+        throw SqlFailure(lost);
+    if (isGone)
+        throw SqlFailure(failed);
+    isFresh = false;
+    if (posting != nullptr && posting != user)
+        posting->sendPosts();
+    if (streaming != nullptr)
+        streaming->stepAside();
+}
+
+void MariadbConnection::makeWayToWrite(MariadbStatement* user) {
+    if (!failed.empty())
+        throw SqlFailure(failed);
+    makeWay(user);
+}
+
+void MariadbConnection::settle() {
+    if (posting != nullptr)
+        posting->sendPosts();
+}
+
+void MariadbConnection::fail() {
+    const unsigned code = mysql_errno(handle);
+    const std::string words = explain(code, mysql_error(handle));
+    note(code, words);
+    throw SqlFailure(lost.empty() ? words : lost);
+}
+
+void MariadbConnection::fail(st_mysql_stmt* statement) {
+    const unsigned code = mysql_stmt_errno(statement);
+    const std::string words = explain(code, mysql_stmt_error(statement));
+    note(code, words);
+    throw SqlFailure(lost.empty() ? words : lost);
+}
+
+// After a conflict the transaction is gone, and what is sent next would take
+// effect by itself. After a timeout it is still there, with half of the work.
+void MariadbConnection::note(unsigned code, const std::string& words) {
+    switch (faultOf(code)) {
+    case MariadbFault::Statement: return;
+    case MariadbFault::Conflict:
+    case MariadbFault::Timeout:
+        noteFailure(words);
+        isGone = inside;
+        if (inside)
+            sendUnchecked("ROLLBACK");
+        return;
+    case MariadbFault::CutOff:
+    case MariadbFault::Lost: break;
+    }
+    streaming = nullptr;
+    lost = "the connection to the server is lost: " + words +
+           (inside ? "; the transaction was not committed" : "") + "; close and open again";
+    inside = false;
+}
+
+void MariadbConnection::noteFailure(const std::string& words) {
+    if (inside && failed.empty())
+        failed = "the transaction cannot be committed: " + words;
+}
+
+// Right behind the begin of the transaction the mark costs nothing.
+void MariadbConnection::mark() {
+    isMarked = isUsed;
+    if (isMarked)
+        send("SAVEPOINT kes");
+}
+
+bool MariadbConnection::backToMark() {
+    if (!lost.empty() || isGone || !inside)
+        return false;
+    if (isMarked)
+        return sendUnchecked("ROLLBACK TO SAVEPOINT kes");
+    return sendUnchecked("ROLLBACK") && sendUnchecked("START TRANSACTION");
+}
+
+void MariadbConnection::begin() {
+    makeWay(nullptr);
+    send("START TRANSACTION");
+    inside = true;
+    isUsed = false;
+}
+
+void MariadbConnection::commit() {
+    makeWayToWrite(nullptr);
+    if (!sendUnchecked("COMMIT"))
+        failCommit();
+    inside = false;
+}
+
+// A COMMIT that could not be sent is no commit; one whose answer is missing may
+// be one.
+void MariadbConnection::failCommit() {
+    const unsigned code = mysql_errno(handle);
+    if (!isWithoutAnswer(code))
+        fail();
+    inside = false;
+    lost =
+        "it is not known whether the transaction is stored, because the connection broke while "
+        "the server committed it: " +
+        explain(code, mysql_error(handle)) + "; close, open again and look";
+    throw SqlFailure(lost);
+}
+
+void MariadbConnection::rollback() {
+    if (posting != nullptr)
+        posting->dropPosts();
+    const bool isOpen = inside && !isGone && lost.empty();
+    inside = false;
+    isGone = false;
+    failed.clear();
+    if (!isOpen)
+        return;
+    makeWay(nullptr);
+    if (!sendUnchecked("ROLLBACK") && faultOf(mysql_errno(handle)) == MariadbFault::Statement)
+        fail();
+}
+
+// A parked connection may have broken while nobody used it.
+void MariadbConnection::renew() {
+    if (isFresh || (lost.empty() && streaming == nullptr && mysql_ping(handle) == 0))
+        return;
+    if (lost.empty() && streaming != nullptr)
+        return;
+    mysql_close(handle);
+    handle = nullptr;
+    second.reset();
+    ++generation;
+    connect();
+    lost.clear();
+}
+
+// Ids are taken by a statement that commits by itself: while a transaction
+// held the row, nobody else could take any, and on a cluster the transaction
+// would fail whenever another node takes some.
+IdBlock MariadbConnection::takeIds(unsigned long least, unsigned long count) {
+    return inside ? aside().advanceIds(least, count) : advanceIds(least, count);
+}
+
+MariadbConnection& MariadbConnection::aside() {
+    if (second == nullptr || !second->lost.empty())
+        second = std::make_unique<MariadbConnection>(settings);
+    second->traceTo(trace);
+    return *second;
+}
+
+IdBlock MariadbConnection::advanceIds(unsigned long least, unsigned long count) {
+    const std::string text = "UPDATE kes_ids SET next = LAST_INSERT_ID(GREATEST(next, " +
+                             std::to_string(least) + ")) + " + std::to_string(count) +
+                             " WHERE id = 1";
+    makeWay(nullptr);
+    for (int tries = 1; !sendUnchecked(text); ++tries) {
+        const MariadbFault fault = faultOf(mysql_errno(handle));
+        if (fault != MariadbFault::Conflict || tries == MostTriesForIds)
+            fail();
+        std::this_thread::sleep_for(std::chrono::milliseconds(tries % 10));
+    }
+    if (mysql_affected_rows(handle) != 1)
+        throw SqlFailure("the table kes_ids has not exactly one row; mend it");
+    const auto first = static_cast<unsigned long>(mysql_insert_id(handle));
+    return {first, first + count, false};
+}
+
+}  // namespace Kes::sql

@@ -1,0 +1,133 @@
+#include "drivers/mariadb/MariadbDialect.h"
+
+#include <cmath>
+
+namespace Kes::sql {
+
+namespace {
+
+constexpr const char* Text = " CHARACTER SET utf8mb4 COLLATE utf8mb4_nopad_bin NOT NULL";
+constexpr std::size_t LongestName = 64;  // characters
+
+std::string lowered(std::string text) {
+    for (char& c : text)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c + 32);
+    return text;
+}
+
+std::size_t charactersOf(const std::string& text) {
+    std::size_t count = 0;
+    for (const char c : text)
+        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80)
+            ++count;
+    return count;
+}
+
+}  // namespace
+
+// The collation compares texts as the library does: by their bytes, trailing
+// blanks included. A TIMESTAMP column ends in 2038 and knows zones, and a
+// DATETIME has no midnight at the end of a day, so times are texts.
+std::string MariadbDialect::typeOf(FieldKind kind) const {
+    switch (kind) {
+    case FieldKind::Text: return std::string("LONGTEXT") + Text;
+    case FieldKind::Timestamp: return "CHAR(19) CHARACTER SET ascii COLLATE ascii_bin NOT NULL";
+    case FieldKind::Float: return "FLOAT NOT NULL";
+    case FieldKind::Double: return "DOUBLE NOT NULL";
+    case FieldKind::Bool: return "BOOLEAN NOT NULL";
+    case FieldKind::Blob: return "LONGBLOB";
+    default: return Dialect::typeOf(kind);
+    }
+}
+
+std::string MariadbDialect::keyTextType() const {
+    return std::string("VARCHAR(700)") + Text;
+}
+
+// Row locks are local to a node of a cluster. What two nodes cannot both commit
+// is a change of one row, so a lock there changes this column.
+std::string MariadbDialect::hiddenColumns() const {
+    return ", \"KesLock\" TINYINT NOT NULL DEFAULT 0 INVISIBLE";
+}
+
+std::string MariadbDialect::touch(const std::string& quotedTable) const {
+    return clustered ? "UPDATE " + quotedTable + " SET \"KesLock\" = 1 - \"KesLock\"" : "";
+}
+
+// An index holds the beginnings of texts only, and the server looks at the rows
+// for the rest; for unique ones it keeps a digest of the whole text by itself.
+std::string MariadbDialect::indexed(const std::string& quotedColumn, FieldKind kind,
+                                    bool unique) const {
+    return kind == FieldKind::Text && !unique ? quotedColumn + "(100)" : quotedColumn;
+}
+
+// One statement reads the table once, and each schema statement is slow.
+std::vector<std::string> MariadbDialect::createIndexes(
+    const std::string& quotedTable, const std::vector<IndexText>& indexes) const {
+    std::string additions;
+    for (const IndexText& index : indexes)
+        additions += (additions.empty() ? " ADD " : ", ADD ") +
+                     std::string(index.unique ? "UNIQUE " : "") + "INDEX " + index.name + " (" +
+                     index.columns + ")";
+    if (additions.empty())
+        return {};
+    return {"ALTER TABLE " + quotedTable + additions};
+}
+
+std::string MariadbDialect::createView(const std::string& quotedName) const {
+    return "CREATE OR REPLACE SQL SECURITY INVOKER VIEW " + quotedName;
+}
+
+std::string MariadbDialect::insertOrKeep(const std::string& rest) const {
+    return "INSERT IGNORE INTO " + rest;
+}
+
+std::vector<std::string> MariadbDialect::idStore() const {
+    return {
+        "CREATE TABLE IF NOT EXISTS kes_ids (id INTEGER NOT NULL PRIMARY KEY, next BIGINT NOT "
+        "NULL)",
+        "INSERT IGNORE INTO kes_ids (id, next) VALUES (1, 1)"};
+}
+
+std::string MariadbDialect::columnsOf() const {
+    return "SELECT column_name, data_type FROM information_schema.columns WHERE table_schema = "
+           "DATABASE() AND table_name = ? ORDER BY ordinal_position";
+}
+
+std::string MariadbDialect::nameFault(const std::string& identifier) const {
+    for (const char* own : {"kes_new_", "kes_old_", "kes_turn_"})
+        if (identifier.starts_with(own))
+            return std::string("names that begin with ") + own + " are the library's own";
+    return columnFault(identifier);
+}
+
+std::string MariadbDialect::columnFault(const std::string& identifier) const {
+    const std::size_t length = charactersOf(identifier);
+    if (length > LongestName)
+        return "it has " + std::to_string(length) + " characters, and the limit is " +
+               std::to_string(LongestName);
+    for (const char c : identifier)
+        if (static_cast<unsigned char>(c) >= 0xF0)
+            return "it has a character beyond the basic plane";
+    if (lowered(identifier) == "keslock")
+        return "the library has a column of this name";
+    return Dialect::nameFault(identifier);
+}
+
+std::string MariadbDialect::fold(const std::string& identifier) const {
+    return foldsTables ? lowered(identifier) : identifier;
+}
+
+std::string MariadbDialect::foldColumn(const std::string& identifier) const {
+    return lowered(identifier);
+}
+
+// The server drops the sign of a zero, and refuses the others.
+std::string MariadbDialect::faultOf(double value) const {
+    return value == 0 && std::signbit(value)
+               ? "is a negative zero, whose sign the database does not keep"
+               : "";
+}
+
+}  // namespace Kes::sql

@@ -1,0 +1,105 @@
+#include "drivers/mariadb/MariadbPosts.h"
+
+#include <mysql.h>
+
+namespace Kes::sql {
+
+namespace {
+
+enum_field_types typeOf(Row::Kind kind) {
+    switch (kind) {
+    case Row::Real: return MYSQL_TYPE_DOUBLE;
+    case Row::Text: return MYSQL_TYPE_STRING;
+    case Row::Bytes: return MYSQL_TYPE_BLOB;
+    default: return MYSQL_TYPE_LONGLONG;
+    }
+}
+
+}  // namespace
+
+bool MariadbPosts::accepts(const std::vector<MariadbValue>& row) const {
+    for (std::size_t i = 0; i < columns.size(); ++i)
+        if (row[i].kind != Row::Null && columns[i].kind != Row::Null &&
+            row[i].kind != columns[i].kind)
+            return false;
+    return true;
+}
+
+void MariadbPosts::add(const std::vector<MariadbValue>& row, std::size_t ticket, long least) {
+    columns.resize(row.size());
+    for (std::size_t i = 0; i < row.size(); ++i) {
+        Column& column = columns[i];
+        const MariadbValue& value = row[i];
+        if (value.kind != Row::Null)
+            column.kind = value.kind;
+        column.isNull.push_back(value.kind == Row::Null ? 1 : 0);
+        column.integers.push_back(value.integer);
+        column.reals.push_back(value.real);
+        column.offsets.push_back(column.bytes.size());
+        column.sizes.push_back(static_cast<unsigned long>(value.size));
+        if (value.size != 0)
+            column.bytes.append(static_cast<const char*>(value.data), value.size);
+        packed += value.packed();
+    }
+    tickets.push_back(ticket);
+    leasts.push_back(least);
+    leastRows += least;
+}
+
+void MariadbPosts::clear() {
+    for (Column& column : columns) {
+        column.kind = Row::Null;
+        column.isNull.clear();
+        column.integers.clear();
+        column.reals.clear();
+        column.bytes.clear();
+        column.offsets.clear();
+        column.sizes.clear();
+    }
+    tickets.clear();
+    leasts.clear();
+    packed = 0;
+    leastRows = 0;
+}
+
+void MariadbPosts::bind(std::vector<MYSQL_BIND>& binds) {
+    binds.assign(columns.size(), MYSQL_BIND());
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        Column& column = columns[i];
+        MYSQL_BIND& target = binds[i];
+        target.buffer_type = typeOf(column.kind);
+        column.indicators.clear();
+        for (const char isNull : column.isNull)
+            column.indicators.push_back(isNull != 0 ? STMT_INDICATOR_NULL : STMT_INDICATOR_NONE);
+        target.u.indicator = column.indicators.data();
+        if (column.kind == Row::Text || column.kind == Row::Bytes) {
+            column.pointers.clear();
+            for (const std::size_t offset : column.offsets)
+                column.pointers.push_back(column.bytes.data() + offset);
+            target.buffer = column.pointers.data();
+            target.length = column.sizes.data();
+        } else if (column.kind == Row::Real) {
+            target.buffer = column.reals.data();
+        } else {
+            target.buffer = column.integers.data();
+        }
+    }
+}
+
+std::vector<MariadbValue> MariadbPosts::row(std::size_t position) const {
+    std::vector<MariadbValue> values(columns.size());
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        const Column& column = columns[i];
+        MariadbValue& value = values[i];
+        if (column.isNull[position] != 0)
+            continue;
+        value.kind = column.kind;
+        value.integer = column.integers[position];
+        value.real = column.reals[position];
+        value.data = column.bytes.data() + column.offsets[position];
+        value.size = column.sizes[position];
+    }
+    return values;
+}
+
+}  // namespace Kes::sql

@@ -1,0 +1,131 @@
+// The part of the statement that deals with posted writes.
+
+#include <mysql.h>
+
+#include <algorithm>
+
+#include "drivers/common/SqlFailure.h"
+#include "drivers/mariadb/MariadbStatement.h"
+#include "drivers/mariadb/MariadbTrace.h"
+
+namespace Kes::sql {
+
+namespace {
+
+constexpr std::size_t LongestPosts = std::size_t{4} << 20;  // bytes of one packet
+constexpr std::size_t MostPosts = 50000;
+constexpr std::size_t PacketOverhead = 1024;
+
+}  // namespace
+
+long MariadbStatement::sendOne(const std::vector<MariadbValue>& values) {
+    try {
+        execute(values);
+    } catch (const SqlFailure& failure) {
+        connection.noteFailure(failure.what());
+        throw;
+    }
+    const auto written = static_cast<long>(mysql_stmt_affected_rows(handle));
+    if (!fields.empty())
+        mysql_stmt_free_result(handle);
+    return written;
+}
+
+void MariadbStatement::post(std::size_t ticket, long least) {
+    if (!connection.takesBulk() || parameters.empty())
+        return Statement::post(ticket, least);
+    connection.makeWayToWrite(this);
+    try {
+        checkSize(parameters);
+    } catch (const SqlFailure& failure) {
+        connection.noteFailure(failure.what());
+        throw PostFailure(ticket, failure.what());
+    }
+    std::size_t size = PacketOverhead;
+    for (const MariadbValue& value : parameters)
+        size += value.packed();
+    const std::size_t most = std::min(LongestPosts, connection.largestPacket());
+    if (posts.count() != 0 &&
+        (posts.size() + size > most || posts.count() == MostPosts || !posts.accepts(parameters)))
+        sendPosts();
+    connection.posting = this;
+    posts.add(parameters, ticket, least);
+}
+
+void MariadbStatement::dropPosts() {
+    posts.clear();
+    if (connection.posting == this)
+        connection.posting = nullptr;
+}
+
+void MariadbStatement::sendPosts() {
+    if (posts.count() == 0)
+        return;
+    connection.posting = nullptr;
+    try {
+        connection.makeWayToWrite(this);
+        if (posts.count() == 1)
+            sendPost(0);
+        else
+            sendAll();
+    } catch (...) {
+        posts.clear();
+        throw;
+    }
+    posts.clear();
+}
+
+void MariadbStatement::sendPost(std::size_t position) {
+    const std::size_t ticket = posts.ticket(position);
+    long written = 0;
+    try {
+        written = sendOne(posts.row(position));
+    } catch (const SqlFailure& failure) {
+        throw PostFailure(ticket, failure.what());
+    }
+    if (written >= posts.least(position))
+        return;
+    connection.noteFailure("somebody else has changed or removed an object");
+    throw PostFailure(ticket);
+}
+
+// The server does not say which of many rows it refused, or did not find. They
+// are taken back then, and sent again one by one.
+void MariadbStatement::sendAll() {
+    connection.mark();
+    std::string words;
+    try {
+        if (sendMany() >= posts.least())
+            return;
+    } catch (const SqlFailure& failure) {
+        words = failure.what();
+    }
+    if (!connection.backToMark())
+        throw PostFailure(posts.ticket(0), "this object, or one of the " +
+                                               std::to_string(posts.count() - 1) +
+                                               " written together with it: " + words);
+    for (std::size_t i = 0; i < posts.count(); ++i)
+        sendPost(i);
+}
+
+long MariadbStatement::sendMany() {
+    if (generation != connection.currentGeneration())
+        prepare();
+    std::vector<MYSQL_BIND> binds;
+    posts.bind(binds);
+    auto count = static_cast<unsigned>(posts.count());
+    const auto begun = MariadbConnection::Clock::now();
+    mysql_stmt_attr_set(handle, STMT_ATTR_ARRAY_SIZE, &count);
+    const bool done =
+        mysql_stmt_bind_param(handle, binds.data()) == 0 && mysql_stmt_execute(handle) == 0;
+    if (connection.isTraced())
+        connection.write(sql + describe(posts), begun);
+    count = 0;
+    mysql_stmt_attr_set(handle, STMT_ATTR_ARRAY_SIZE, &count);
+    if (!done)
+        connection.fail(handle);
+    connection.noteUse();
+    return static_cast<long>(mysql_stmt_affected_rows(handle));
+}
+
+}  // namespace Kes::sql
