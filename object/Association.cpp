@@ -16,9 +16,9 @@ Association::Association(const String& associationName, Class* one, const String
                          Plurality pluralityOfOther, ConsistencyRule rule)
     : oneClass(one),
       otherClass(other),
-      name(associationName),
-      oneRole(roleOfOne),
-      otherRole(roleOfOther),
+      name(associationName.unshared()),
+      oneRole(roleOfOne.unshared()),
+      otherRole(roleOfOther.unshared()),
       onePlurality(pluralityOfOne),
       otherPlurality(pluralityOfOther),
       consistencyRule(rule) {}
@@ -41,7 +41,7 @@ void Association::initializeOtherClass(Class* cls, const String& role, Plurality
         return;
     }
     otherClass = cls;
-    otherRole = role;
+    otherRole = role.unshared();
     otherPlurality = plurality;
     if (rule != Unlink)
         consistencyRule = rule;

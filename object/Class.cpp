@@ -11,7 +11,7 @@
 namespace Kes {
 
 Class::Class(const String& className, int classVersion, Model* owner, Factory make)
-    : name(className), version(classVersion), model(owner), factory(make) {}
+    : name(className.unshared()), version(classVersion), model(owner), factory(make) {}
 
 Class::~Class() {
     delete listeners;

@@ -31,7 +31,7 @@ public:
     DBDriver* getDriver(const String& name);
     void setLocation(const String& text) {
         const MutexGuard guard(mutex);
-        location = text;
+        location = text.unshared();
     }
 
 private:

@@ -12,7 +12,11 @@ class DriverCache {
 public:
     DriverCache(DBDriver* parked, const String& name, const String& from, const String& by,
                 const String& with)
-        : driver(parked), driverName(name), source(from), user(by), options(with) {}
+        : driver(parked),
+          driverName(name.unshared()),
+          source(from.unshared()),
+          user(by.unshared()),
+          options(with.unshared()) {}
     DriverCache(const DriverCache&) = delete;
     DriverCache& operator=(const DriverCache&) = delete;
     virtual ~DriverCache() { delete driver; }
@@ -25,6 +29,8 @@ public:
     }
 
     DBDriver* driver;  // owned
+
+    // Shared with no model, since models of other threads look at them.
     const String driverName;
     const String source;
     const String user;

@@ -25,7 +25,7 @@ void raise(const char* code, const char* context, const String& message) {
 }  // namespace
 
 Model::Model(const String& modelName, int cacheCapacity)
-    : name(modelName),
+    : name(modelName.unshared()),
       classes(String::hash, 25, 25),
       associations(String::hash, 25, 25),
       transactions(new TransactionManager(this)),
@@ -70,8 +70,8 @@ Class* Model::addClass(Class* cls) {
 }
 
 void Model::addAssociation(Association* association) {
-    threadCheck.doit();
     std::unique_ptr<Association> owned(association);
+    threadCheck.doit();
     if (associations.contains(association->getName())) {
         raise("DECLERR", "Model::addAssociation",
               String("The association ") + association->getName() + " is declared twice");
@@ -103,16 +103,16 @@ void Model::disableSQLTrace() {
 
 void Model::open(const String& openDriverName, const String& openSource, const String& password,
                  const String& openUser, const String& openOptions) {
+    threadCheck.doit();
     if (driver != nullptr) {
         raise("DBOPENERR", "Model::open",
               String("The model ") + name + " is open; close it before it is opened again");
         return;
     }
-    driverName = openDriverName;
-    source = openSource;
-    user = openUser;
-    options = openOptions;
-    threadCheck.doit();
+    driverName = openDriverName.unshared();
+    source = openSource.unshared();
+    user = openUser.unshared();
+    options = openOptions.unshared();
     if (classOrder.empty())
         declareModel();
     settleAssociations();

@@ -18,7 +18,7 @@ class KES_EXPORT Attribute {
 public:
     /// Empty name, null class.
     Attribute() = default;
-    Attribute(Class* owner, const String& fieldName) : name(fieldName), cls(owner) {}
+    Attribute(Class* owner, const String& fieldName) : name(fieldName.unshared()), cls(owner) {}
 
     const String& getName() const { return name; }
     Class* getClass() const { return cls; }
@@ -66,7 +66,8 @@ public:
 
     /// `fieldList` names fields and one-reference roles, separated by commas.
     /// Drivers check it when they make the class's storage.
-    Index(const String& fieldList, bool isUniqueIndex) : fields(fieldList), unique(isUniqueIndex) {}
+    Index(const String& fieldList, bool isUniqueIndex)
+        : fields(fieldList.unshared()), unique(isUniqueIndex) {}
 
     const String& getFields() const { return fields; }
     bool isUnique() const { return unique; }

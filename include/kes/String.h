@@ -74,6 +74,9 @@ public:
     String& operator+=(const char* s);
     String& operator+=(const String& s) { return *this += s.data->text; }
 
+    /// A copy with a buffer of its own, which another thread may have.
+    String unshared() const { return String(static_cast<const char*>(data->text)); }
+
     /// In bytes, without the terminating NUL; counted anew each time.
     int size() const { return static_cast<int>(std::strlen(data->text)); }
 

@@ -37,6 +37,16 @@ TEST(StringTest, IsEmptyByDefaultAndForNull) {
     EXPECT_EQ(String(static_cast<const char*>(nullptr)), "");
 }
 
+TEST(StringTest, SharesItsBufferWithCopiesUnlessAskedNotTo) {
+    const String s("abc");
+    const String shared(s);
+    const String own(s.unshared());
+
+    EXPECT_EQ(bufferOf(s), bufferOf(shared));
+    EXPECT_NE(bufferOf(s), bufferOf(own));
+    EXPECT_EQ(s, own);
+}
+
 TEST(StringTest, CopiesTheTextItIsMadeFrom) {
     char source[] = "abc";
     const String s(static_cast<const char*>(source));
