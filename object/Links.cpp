@@ -104,6 +104,28 @@ void RoleReader::handleManyAssociated(const String& name, const String& itsRole,
         many = ref;
 }
 
+void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
+    Model* model = instance->getClass()->getModel();
+    const bool add = mode == Add;
+    bool known = ref.isFetched() && ref.contains(itsPartner) == add;
+    if (ref.isFetched() && !known) {
+        model->rememberMember(instance, ref, itsPartner, add);
+        if (add)
+            ref.add(itsPartner);
+        else
+            ref.remove(itsPartner);
+    }
+    visit(itsPartner);
+    known = known || (unchanged && !ref.isFetched());
+    const String& otherRole = association->getAssociatedRole(role);
+    if (add)
+        model->add(instance, role, itsPartner, otherRole, association);
+    else
+        model->remove(instance, role, itsPartner, otherRole, association);
+    if (known)
+        model->noteUnchangedLink(instance, itsPartner);
+}
+
 void LinkHandler::visit(Instance* itsPartner) {
     partner = itsPartner;
     walkFields(partner, *this);
@@ -117,7 +139,7 @@ void LinkHandler::handleOneAssociated(const String& name, const String& itsRole,
                                       OneAssociatedInstance* ref, Association::ConsistencyRule) {
     if (!isOpposite(name, itsRole))
         return;
-    partner->getClass()->getModel()->rememberReference(partner, *ref);
+    partner->getClass()->getModel()->rememberReference(partner, *ref, association, itsRole);
     ref->setInstance(mode == Add ? instance : nullptr);
     ref->setObjectID(mode == Add ? instance->getObjectID() : 0);
     ref->setFetched(true);
@@ -128,8 +150,10 @@ void LinkHandler::handleManyAssociated(const String& name, const String& itsRole
     if (!isOpposite(name, itsRole) || !ref->isFetched())
         return;
     const bool add = mode == Add;
-    if (ref->contains(instance) == add)
+    if (ref->contains(instance) == add) {
+        unchanged = true;
         return;
+    }
     partner->getClass()->getModel()->rememberMember(partner, *ref, instance, add);
     if (add)
         ref->add(instance);
@@ -164,7 +188,7 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
     if (!ref.isFetched())
         model->loadPartner(this, ref, association, end.getRole());
     const Pointer<Instance> old(ref.getInstance());
-    model->rememberReference(this, ref);
+    model->rememberReference(this, ref, association, end.getRole());
     ref.setInstance(partner);
     ref.setObjectID(partner != nullptr ? partner->getObjectID() : 0);
 
@@ -180,15 +204,9 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
 
 void Instance::add(ManyAssociatedInstances& ref, Instance* partner) {
     const ReferenceFinder end(this, &ref, "Instance::add");
-    if (!end.found() || !isAcceptable(this, partner, end, "Instance::add"))
-        return;
-    Model* model = cls->getModel();
-    if (ref.isFetched() && !ref.contains(partner)) {
-        model->rememberMember(this, ref, partner, true);
-        ref.add(partner);
-    }
-    LinkHandler(this, end.getAssociation(), end.getRole(), LinkHandler::Add).visit(partner);
-    model->add(this, end.getRole(), partner, end.getOtherRole(), end.getAssociation());
+    if (end.found() && isAcceptable(this, partner, end, "Instance::add"))
+        LinkHandler(this, end.getAssociation(), end.getRole(), LinkHandler::Add)
+            .change(ref, partner);
 }
 
 void Instance::remove(ManyAssociatedInstances& ref, Instance* partner) {
@@ -200,13 +218,8 @@ void Instance::remove(ManyAssociatedInstances& ref, Instance* partner) {
                                      describe(this) + " has no null member");
         return;
     }
-    Model* model = cls->getModel();
-    if (ref.isFetched() && ref.contains(partner)) {
-        model->rememberMember(this, ref, partner, false);
-        ref.remove(partner);
-    }
-    LinkHandler(this, end.getAssociation(), end.getRole(), LinkHandler::Remove).visit(partner);
-    model->remove(this, end.getRole(), partner, end.getOtherRole(), end.getAssociation());
+    LinkHandler(this, end.getAssociation(), end.getRole(), LinkHandler::Remove)
+        .change(ref, partner);
 }
 
 }  // namespace Kes

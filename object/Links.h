@@ -66,10 +66,14 @@ public:
     enum Mode { Add, Remove };
 
     /// `linked` plays `linkedRole` in the association. All are borrowed.
-    LinkHandler(Instance* linked, const Association* of, const String& linkedRole, Mode how)
+    LinkHandler(Instance* linked, Association* of, const String& linkedRole, Mode how)
         : instance(linked), association(of), role(linkedRole), mode(how) {}
 
     void visit(Instance* partner);
+
+    /// Makes or dissolves one link of the instance's own many-reference: both
+    /// sides in memory, and the change recorded.
+    void change(ManyAssociatedInstances& ref, Instance* partner);
 
     void handleOneAssociated(const String& name, const String& itsRole,
                              OneAssociatedInstance* ref,
@@ -82,9 +86,10 @@ private:
 
     Instance* instance;
     Instance* partner = nullptr;
-    const Association* association;
+    Association* association;
     const String& role;
     Mode mode;
+    bool unchanged = false;  // the partner's collection showed the outcome already
 };
 
 }  // namespace Kes

@@ -7,6 +7,7 @@
 #include <kes/OneAssociatedInstance.h>
 
 #include "object/FieldWalk.h"
+#include "object/Links.h"
 
 namespace Kes {
 
@@ -25,51 +26,74 @@ public:
 
 }  // namespace
 
-// Notes the references that have to be dissolved, in the order of the fields.
+// Notes the references that have to be looked at, in the order of the fields.
 class Removal::Collector final : public EmptyHandler {
 public:
     Collector(const Model* itsModel, std::vector<Reference>& found)
         : model(itsModel), references(found) {}
 
-    void handleOneAssociated(const String&, const String&, OneAssociatedInstance* ref,
+    void handleOneAssociated(const String& name, const String& role, OneAssociatedInstance* ref,
                              Association::ConsistencyRule) override {
-        references.push_back({ref, nullptr, false});
+        Association* association = model->getAssociation(name);
+        if (association != nullptr)
+            references.push_back({association, textOf(association, role), ref});
     }
 
     void handleManyAssociated(const String& name, const String& role,
                               ManyAssociatedInstances* ref) override {
-        const Association* association = model->getAssociation(name);
+        Association* association = model->getAssociation(name);
         if (association == nullptr)
             return;
+        Reference found{association, textOf(association, role), nullptr, ref};
         const bool cascade = association->getConsistencyRule() == Association::CascadeRemove;
         const bool otherIsMany =
             association->getPluralityFor(association->getAssociatedRole(role)) ==
             Association::Many;
-        if (cascade || otherIsMany)
-            references.push_back({nullptr, ref, cascade && !otherIsMany});
+        found.cascades = cascade && !otherIsMany;
+        found.dissolves = cascade || otherIsMany;
+
+        // The database empties what the members refer with; only an undo asks
+        // who they were.
+        if (found.dissolves || model->keepsHistory())
+            references.push_back(found);
     }
 
 private:
+    static const String* textOf(const Association* association, const String& role) {
+        return &association->getAssociatedRole(association->getAssociatedRole(role));
+    }
+
     const Model* model;
     std::vector<Reference>& references;
 };
 
 void Removal::run(Instance* instance) {
-    if (myActive != nullptr) {
-        myActive->frames.emplace_back(instance);
-        Frame& frame = myActive->frames.back();
-        Collector collect(instance->getClass()->getModel(), frame.references);
-        walkFields(instance, collect);
-        return;
-    }
+    if (myActive != nullptr)
+        myActive->enter(instance);
+    else
+        Removal().removeAll(instance);
+}
+
+void Removal::runAlone(Instance* instance) {
     Removal removal;
-    const Activation activation(&removal);
+    removal.cascading = false;
+    removal.removeAll(instance);
+}
+
+void Removal::enter(Instance* instance) {
+    frames.emplace_back(instance);
+    Collector collect(instance->getClass()->getModel(), frames.back().references);
+    walkFields(instance, collect);
+}
+
+void Removal::removeAll(Instance* first) {
+    const Activation activation(this);
     try {
-        run(instance);
-        removal.workOff();
+        enter(first);
+        workOff();
     } catch (...) {
         // What was not recorded is not removed.
-        for (const Frame& frame : removal.frames)
+        for (const Frame& frame : frames)
             frame.instance->setRemoved(false);
         throw;
     }
@@ -92,24 +116,14 @@ bool Removal::step() {
     Instance* const instance = frame.instance;
     if (frame.member < frame.members.size()) {
         Instance* const member = frame.members[frame.member++];
-        const Reference reference = frame.references[frame.reference - 1];
-        if (member->isRemoved()) {
-            reference.many->remove(member);
-            return true;
-        }
-        instance->remove(*reference.many, member);
-        if (reference.cascades)
-            member->remove();
+        release(instance, Reference(frame.references[frame.reference - 1]), member);
         return true;
     }
     if (frame.reference == frame.references.size())
         return false;
     const Reference reference = frame.references[frame.reference++];
     if (reference.one != nullptr) {
-        instance->get(*reference.one);
-        const Instance* partner = reference.one->getInstance();
-        if (partner != nullptr && !partner->isRemoved())
-            instance->set(*reference.one, nullptr);
+        release(instance, reference);
         return true;
     }
     instance->get(*reference.many);
@@ -118,6 +132,41 @@ bool Removal::step() {
     for (reference.many->reset(); reference.many->next();)
         frame.members.push_back(reference.many->value());
     return true;
+}
+
+// A partner that is removed in the same transaction stays in the reference, so
+// it is remembered here what the row was going to lose.
+void Removal::release(Instance* instance, const Reference& reference) {
+    instance->get(*reference.one);
+    const Instance* partner = reference.one->getInstance();
+    if (partner == nullptr)
+        return;
+    if (partner->isRemoved())
+        instance->getClass()->getModel()->rememberReference(
+            instance, *reference.one, reference.association, *reference.role);
+    else
+        instance->set(*reference.one, nullptr);
+}
+
+void Removal::release(Instance* instance, const Reference& reference, Instance* member) {
+    Model* model = instance->getClass()->getModel();
+    if (!reference.dissolves) {
+        const String& role = reference.association->getAssociatedRole(*reference.role);
+        RoleReader back(reference.association->getName(), role);
+        back.read(member);
+        if (back.one != nullptr)
+            model->rememberReference(member, *back.one, reference.association, role);
+        return;
+    }
+    if (!member->isRemoved()) {
+        instance->remove(*reference.many, member);
+        if (reference.cascades && cascading)
+            member->remove();
+        return;
+    }
+    model->rememberMember(instance, *reference.many, member, false);
+    model->rememberLostLink(instance, member, reference.association, *reference.role);
+    reference.many->remove(member);
 }
 
 }  // namespace Kes

@@ -22,11 +22,17 @@ public:
     /// Removes `instance`, whose removed bit was just set.
     static void run(Instance* instance);
 
+    /// As run; the partners stay, whatever their associations say.
+    static void runAlone(Instance* instance);
+
 private:
     struct Reference {
+        Association* association;
+        const String* role;  // the association's own text
         OneAssociatedInstance* one = nullptr;
         ManyAssociatedInstances* many = nullptr;
         bool cascades = false;
+        bool dissolves = true;  // of collections: otherwise the members keep their references
     };
     struct Frame {
         explicit Frame(Instance* removed) : instance(removed) {}
@@ -39,10 +45,15 @@ private:
     };
     class Collector;
 
+    void enter(Instance* instance);
+    void removeAll(Instance* first);
     void workOff();
     bool step();
+    void release(Instance* instance, const Reference& reference);
+    void release(Instance* instance, const Reference& reference, Instance* member);
 
     std::vector<Frame> frames;
+    bool cascading = true;
 };
 
 }  // namespace Kes

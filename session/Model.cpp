@@ -227,19 +227,44 @@ bool Model::transactionStarted() const {
 }
 
 bool Model::isUndoable() const {
-    return transactions->isUndoable();
+    return transactions->history.newest(History::Undo) != nullptr;
 }
 
 bool Model::isRedoable() const {
-    return transactions->isRedoable();
+    return transactions->history.newest(History::Redo) != nullptr;
+}
+
+// Applications compare the code with "Model::undo" and the context with
+// "MDLUNDO", so the two texts stand in this order, here and below.
+void Model::undo() {
+    threadCheck.doit();
+    if (!isUndoable()) {
+        raise("Model::undo", "MDLUNDO", "Nothing to undo");
+        return;
+    }
+    siblings->forget();
+    if (transactions->isStarted())
+        transactions->rollback();
+    else
+        transactions->turn(History::Undo);
+}
+
+void Model::redo() {
+    threadCheck.doit();
+    if (!isRedoable()) {
+        raise("Model::redo", "MDLREDO", "Nothing to redo");
+        return;
+    }
+    siblings->forget();
+    transactions->turn(History::Redo);
 }
 
 void Model::setMaxUndoSize(int count) {
-    transactions->setMaxUndoSize(count);
+    transactions->history.setMaxUndoSize(count);
 }
 
 int Model::getMaxUndoSize() const {
-    return transactions->getMaxUndoSize();
+    return transactions->history.getMaxUndoSize();
 }
 
 }  // namespace Kes

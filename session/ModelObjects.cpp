@@ -242,13 +242,27 @@ DBDriverSelection* Model::fetch(Class* cls, SelectionDefinition* definition) {
     return driver != nullptr ? driver->fetch(cls, definition) : nullptr;
 }
 
-void Model::rememberReference(Instance* owner, OneAssociatedInstance& ref) {
-    transactions->rememberReference(owner, ref);
+void Model::rememberReference(Instance* owner, OneAssociatedInstance& ref,
+                              const Association* association, const String& role) {
+    transactions->rememberReference(owner, ref, association, role);
 }
 
 void Model::rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
                            bool added) {
     transactions->rememberMember(owner, ref, member, added);
+}
+
+void Model::rememberLostLink(Instance* owner, Instance* member, Association* association,
+                             const String& role) {
+    transactions->rememberLostLink(owner, member, association, role);
+}
+
+void Model::noteUnchangedLink(const Instance* first, const Instance* second) {
+    transactions->noteUnchangedLink(first, second);
+}
+
+bool Model::keepsHistory() const {
+    return transactions->history.isKept();
 }
 
 void Model::loadPartner(Instance* owner, OneAssociatedInstance& ref, Association* association,
@@ -260,7 +274,7 @@ void Model::loadPartner(Instance* owner, OneAssociatedInstance& ref, Association
             partner = siblings->loadPartner(owner, id, association, role);
 
         // A partner that is removed for good is kept in memory by pointers only.
-        if (partner != nullptr && partner->isRemoved() && !isPending(partner))
+        if (partner != nullptr && partner->flag(Instance::Gone))
             partner = nullptr;
         ref.setInstance(partner);
     }

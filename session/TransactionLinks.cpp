@@ -22,15 +22,47 @@ void TransactionManager::recordLink(Action::Kind kind, Instance* first, const St
     second->setFlag(Instance::Linked, true);
 }
 
-void TransactionManager::rememberReference(Instance* owner, OneAssociatedInstance& ref) {
-    journal.push_back({Remembered::One, ref.isFetched(), owner, &ref,
-                       ref.isFetched() ? ref.getInstance() : nullptr, ref.getObjectID()});
+void TransactionManager::noteUnchangedLink(const Instance* first, const Instance* second) {
+    if (!pending.empty() && pending.back().first == first && pending.back().second == second)
+        pending.back().changedNothing = true;
+}
+
+void TransactionManager::rememberReference(Instance* owner, OneAssociatedInstance& ref,
+                                           const Association* association, const String& role) {
+    Remembered entry{};
+    entry.kind = Remembered::One;
+    entry.fetched = ref.isFetched();
+    entry.isFirst = !ref.touched;
+    entry.ownerIsOne = role == association->getOneRole();
+    entry.owner = owner;
+    entry.ref = &ref;
+    entry.instance = ref.isFetched() ? ref.getInstance() : nullptr;
+    entry.objectID = ref.getObjectID();
+    entry.association = association;
+    journal.push_back(entry);
+    ref.touched = true;
 }
 
 void TransactionManager::rememberMember(Instance* owner, ManyAssociatedInstances& ref,
                                         Instance* member, bool added) {
-    journal.push_back({added ? Remembered::MemberAdded : Remembered::MemberRemoved, true, owner,
-                       &ref, member, 0});
+    Remembered entry{};
+    entry.kind = added ? Remembered::MemberAdded : Remembered::MemberRemoved;
+    entry.fetched = true;
+    entry.owner = owner;
+    entry.ref = &ref;
+    entry.instance = member;
+    journal.push_back(entry);
+}
+
+void TransactionManager::rememberLostLink(Instance* owner, Instance* member,
+                                          Association* association, const String& role) {
+    Remembered entry{};
+    entry.kind = Remembered::LostLink;
+    entry.ownerIsOne = role == association->getOneRole();
+    entry.owner = owner;
+    entry.instance = member;
+    entry.association = association;
+    journal.push_back(entry);
 }
 
 // The row that holds a one-reference belongs to `first`. Its version is raised
@@ -76,6 +108,8 @@ void TransactionManager::revertReferences() {
             ref->setObjectID(entry->objectID);
             continue;
         }
+        if (entry->kind == Remembered::LostLink)
+            continue;
         auto* ref = static_cast<ManyAssociatedInstances*>(entry->ref);
         if (!ref->isFetched())
             continue;

@@ -1,6 +1,5 @@
 #include "session/TransactionManager.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <limits>
@@ -11,6 +10,7 @@
 #include <kes/DBDriver.h>
 #include <kes/Exception.h>
 #include <kes/Model.h>
+#include <kes/OneAssociatedInstance.h>
 #include <kes/Pointer.h>
 
 #include "session/ObjectCache.h"
@@ -38,27 +38,7 @@ bool succeeds(Call call, String& failure) {
 
 void TransactionManager::start() {
     started = true;
-    redoList.clear();
-    trimUndoList(maxUndoSize);
-    if (undoList.empty() || undoList.front().steps != 0)
-        undoList.emplace_front();
-}
-
-void TransactionManager::setMaxUndoSize(int transactions) {
-    maxUndoSize = transactions;
-    trimUndoList(transactions);
-}
-
-void TransactionManager::trimUndoList(int transactions) {
-    const auto most = static_cast<std::size_t>(std::max(transactions, 0));
-    while (undoList.size() > most)
-        undoList.pop_back();
-}
-
-void TransactionManager::noteStep() {
-    if (undoList.empty())
-        undoList.emplace_front();
-    ++undoList.front().steps;
+    history.start();
 }
 
 Action& TransactionManager::record(Action::Kind kind, Instance* first) {
@@ -66,7 +46,8 @@ Action& TransactionManager::record(Action::Kind kind, Instance* first) {
     action.kind = kind;
     action.first = first;
     pending.push_back(action);
-    noteStep();
+    if (!turning)
+        history.noteStep();
     return pending.back();
 }
 
@@ -89,6 +70,7 @@ void TransactionManager::recordUpdate(Instance* instance) {
 }
 
 void TransactionManager::recordRemove(Instance* instance) {
+    FieldImage image = nullptr;
     if (instance->pending != WithoutEntry) {
         Action& entry = pending[instance->pending - 1];
         if (entry.kind == Action::Add) {
@@ -98,11 +80,19 @@ void TransactionManager::recordRemove(Instance* instance) {
         }
         if (entry.kind == Action::Remove || entry.kind == Action::Dropped)
             return;
+        image = entry.image;
         entry.kind = Action::Superseded;
     }
-    record(Action::Remove, instance);
+    if (image == nullptr && history.isKept())
+        image = takeStoredFields(instance);
+    record(Action::Remove, instance).image = image;
     instance->pending = static_cast<std::uint32_t>(pending.size());
     instance->setInTransaction(true);
+}
+
+void TransactionManager::recordRestored(Instance* instance) {
+    recordAdd(instance);
+    pending.back().restored = true;
 }
 
 bool TransactionManager::recordRevival(Instance* instance) {
@@ -119,6 +109,7 @@ bool TransactionManager::recordRevival(Instance* instance) {
     if (entry.kind != Action::Remove)
         return false;
     entry.kind = Action::Superseded;
+    entry.image = nullptr;
     instance->pending = WithoutEntry;
     instance->setInTransaction(false);
     instance->setRemoved(false);
@@ -168,6 +159,7 @@ void TransactionManager::commit() {
     if (done)
         done = succeeds([&] { return model->driver->commit(); }, failure);
     if (done) {
+        settleHistory();
         Actions committed = finish();
         announce(committed);
         return;
@@ -234,9 +226,7 @@ void TransactionManager::rollback() {
         std::exit(1);
     }
     revert();
-    const std::size_t steps = pending.size();
-    if (!undoList.empty())
-        undoList.front().steps -= std::min(steps, undoList.front().steps);
+    history.dropNoted();
     finish();
 }
 
@@ -256,6 +246,11 @@ void TransactionManager::revertAction(const Action& action) {
     switch (action.kind) {
     case Action::Add:
     case Action::Dropped:
+        if (action.restored) {
+            first->setRemoved(true);
+            first->setFlag(Instance::Gone, true);
+            break;
+        }
         first->setRemoved(false);
         first->fingerprint = action.digest;
         model->objects->orphan(first);
@@ -285,11 +280,16 @@ TransactionManager::Actions TransactionManager::finish() {
         if (action.second != nullptr)
             action.second->flags &= ~Passing & 0xFFU;
     }
+    for (const Remembered& entry : journal)
+        if (entry.isFirst)
+            static_cast<OneAssociatedInstance*>(entry.ref)->touched = false;
     Actions done;
     done.swap(pending);
     images.clear();
     journal.clear();
     links.clear();
+    pinned.clear();
+    turning.reset();
     started = false;
     return done;
 }
@@ -300,8 +300,7 @@ void TransactionManager::close() {
     images.clear();
     journal.clear();
     links.clear();
-    undoList.clear();
-    redoList.clear();
+    history.clear();
 }
 
 namespace {
@@ -371,6 +370,8 @@ void TransactionManager::markInstances(Marker& marker) const {
     markActions(pending);
     for (const Actions* told : announced)
         markActions(*told);
+    for (Instance* instance : pinned)
+        marker.mark(instance);
     for (const Remembered& entry : journal) {
         marker.mark(entry.owner);
         if (entry.instance != nullptr)

@@ -5,7 +5,7 @@
 // do to references in memory stands in a journal of its own, which a rollback
 // works off backwards.
 //
-// An update remembers the fields as they are stored. The application may call
+// An update or removal remembers the fields as they are stored. The application may call
 // change() after it has assigned members, so the digest of the stored fields,
 // kept by each instance, tells whether memory still shows them; when it does
 // not, the driver reads them once more.
@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <vector>
 
 #include <kes/FieldSet.h>
@@ -22,6 +23,7 @@
 #include <kes/String.h>
 
 #include "session/FieldImage.h"
+#include "session/History.h"
 #include "session/LinkIndex.h"
 
 namespace Kes {
@@ -41,12 +43,14 @@ struct Action {
     };
 
     Kind kind;
-    bool firstIsOne = false;  // of links: `first` plays the association's first role
-    bool applied = false;     // the driver has heard of it
+    bool firstIsOne = false;      // of links: `first` plays the association's first role
+    bool applied = false;         // the driver has heard of it
+    bool restored = false;        // of adds: the object was stored before, and removed
+    bool changedNothing = false;  // of links: they were there, or gone, already
     Instance* first;
     Instance* second = nullptr;           // of links
     Association* association = nullptr;   // of links
-    FieldImage image = nullptr;           // of updates: the stored fields, where known
+    FieldImage image = nullptr;           // of updates and removals: the stored fields
     std::uint64_t digest = 0;             // of updates and adds: what `first` had before
     unsigned long firstVersion = 0;       // before the driver heard of it
     unsigned long secondVersion = 0;
@@ -66,19 +70,35 @@ public:
     void recordUpdate(Instance* instance);
     void recordRemove(Instance* instance);
 
+    /// A removal is taken back: the object is stored again under its id.
+    void recordRestored(Instance* instance);
+
     /// Takes a pending removal back; false when none is pending. The object
     /// keeps its id, but not the links that the removal dissolved.
     bool recordRevival(Instance* instance);
     void recordLink(Action::Kind kind, Instance* first, const String& firstRole,
                     Instance* second, Association* association);
 
-    /// Remember what a reference holds before a link changes it.
-    void rememberReference(Instance* owner, OneAssociatedInstance& ref);
+    /// The link that was recorded last had been made, or dissolved, before.
+    void noteUnchangedLink(const Instance* first, const Instance* second);
+
+    /// Remember what a reference holds before a link changes it. The owner
+    /// plays `role` in the association.
+    void rememberReference(Instance* owner, OneAssociatedInstance& ref,
+                           const Association* association, const String& role);
     void rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
                         bool added);
 
+    /// A many-to-many link goes with both of its ends, without an action of
+    /// its own.
+    void rememberLostLink(Instance* owner, Instance* member, Association* association,
+                          const String& role);
+
     void commit();
     void rollback();
+
+    /// Take the newest transaction of the history back, or bring it back.
+    void turn(History::Direction direction);
 
     /// Lets the history and what is pending go; nothing is written.
     void close();
@@ -91,26 +111,24 @@ public:
     bool getChangedFields(const Instance* instance, FieldSet& fields) const;
     void markInstances(Marker& marker) const;
 
-    bool isUndoable() const { return !undoList.empty(); }
-    bool isRedoable() const { return !redoList.empty(); }
-    void setMaxUndoSize(int transactions);
-    int getMaxUndoSize() const { return maxUndoSize; }
+    History history;
 
 private:
-    // What one committed transaction did.
-    struct Record {
-        std::size_t steps = 0;
-    };
+    friend class Replay;
+    class StepWriter;
 
     // A reference as it was before a link changed it.
     struct Remembered {
-        enum Kind : std::uint8_t { One, MemberAdded, MemberRemoved };
+        enum Kind : std::uint8_t { One, MemberAdded, MemberRemoved, LostLink };
         Kind kind;
         bool fetched;
+        bool isFirst = false;     // of this reference in this transaction
+        bool ownerIsOne = false;  // the owner plays the association's first role
         Instance* owner;
         void* ref;
         Instance* instance;
-        unsigned long objectID;
+        unsigned long objectID = 0;
+        const Association* association = nullptr;
     };
 
     using Actions = std::deque<Action>;
@@ -128,23 +146,23 @@ private:
     void revert();
     void revertReferences();
     void revertAction(const Action& action);
+    void settleHistory();
     Actions finish();
     void announce(Actions& committed);
     void announceOne(const Action& action);
-    void trimUndoList(int transactions);
-    void noteStep();
+    bool replay(History::Direction direction, bool& conflict);
 
     Model* model;
     bool started = false;
     Actions pending;
-    std::deque<Record> undoList;  // newest first
-    std::deque<Record> redoList;  // newest first
-    int maxUndoSize = 128;
-
     ImageStore images;
     std::vector<Remembered> journal;
     LinkIndex links;
     std::vector<const Actions*> announced;  // being told to listeners
+
+    // During an undo or redo: its direction, and the objects that it works on.
+    std::optional<History::Direction> turning;
+    std::vector<Instance*> pinned;
 
     // During the driver's update.
     const Instance* updating = nullptr;

@@ -72,7 +72,11 @@ public:
     void previousVersion() { --version; }
 
     bool isRemoved() const { return flag(Removed); }
-    void setRemoved(bool on) { setFlag(Removed, on); }
+    void setRemoved(bool on) {
+        setFlag(Removed, on);
+        if (!on)
+            setFlag(Gone, false);
+    }
 
     /// Used by the collection only.
     bool isVisited() const { return flag(Visited); }
@@ -120,17 +124,19 @@ private:
     friend class Class;
     friend class Model;
     friend class ObjectCache;
-    friend class TransactionManager;
+    friend class Replay;
     friend class SiblingLoader;
+    friend class TransactionManager;
 
     // Linked: a link of this instance is pending. Raised: the commit under way
-    // has raised its version for a link.
+    // has raised its version for a link. Gone: the removal was committed.
     enum Flag : std::uint32_t {
         Removed = 1,
         Visited = 2,
         InTransaction = 4,
         Linked = 8,
-        Raised = 16
+        Raised = 16,
+        Gone = 32
     };
 
     bool flag(Flag which) const { return (flags & which) != 0; }

@@ -109,9 +109,24 @@ public:
     void removePointer(PointerBase* pointer);
 
     // --- transactions ---
+    //
+    // Several changes of one object in a transaction come to one in the end:
+    //
+    //   added, then changed    is added with the fields that the commit finds
+    //   added, then removed    nothing is written, told to listeners or undone
+    //   changed, then removed  is removed
+    //   removed, then added    stays stored under its id and is changed; links
+    //                          that the removal dissolved stay dissolved
+    //   linked, then removed   the links of a removed object go with it
+    //   changed twice          is changed once, also for listeners
 
-    /// Begins to record a transaction. Changes may be recorded without it;
-    /// they join the next commit.
+    /// Begins to record a transaction, which opens a place in the history and
+    /// ends what there was to redo. Begun again before a commit, it opens
+    /// another place for the changes of both.
+    ///
+    /// Changes may be recorded without it. They join the next commit, and in
+    /// the history the transaction that was begun last; where none ever was,
+    /// each commit stands for itself.
     void startTransaction();
     bool transactionStarted() const;
 
@@ -128,7 +143,8 @@ public:
     void refresh(Instance* instance);
 
     /// Records that two instances were linked or unlinked. Applications use
-    /// Instance::set, add and remove, which keep the references in step.
+    /// Instance::set, add and remove, which keep the references in step and can
+    /// be undone.
     void add(Instance* first, const String& firstRole, Instance* second,
              const String& secondRole, Association* association);
     void remove(Instance* first, const String& firstRole, Instance* second,
@@ -136,11 +152,43 @@ public:
 
     // --- history ---
 
+    // The history names objects by their ids and keeps none in memory. A
+    // committed change costs it some 60 bytes, and a changed or removed object
+    // its plain fields as well.
+
+    /// Whether the history has a transaction to undo, or one to redo. One that
+    /// recorded nothing counts as well, until the next one begins.
     bool isUndoable() const;
     bool isRedoable() const;
 
-    /// The number of committed transactions that the history keeps; 128 by
-    /// default.
+    /// Takes the newest transaction of the history back, in a transaction of
+    /// its own that is committed, announced and can be redone. Fields, links,
+    /// added and removed objects are as they were before; versions go on.
+    ///
+    /// While a transaction is started, undo only rolls it back, and changes
+    /// that were recorded without one are taken back first. Objects that are
+    /// not in memory are loaded; an object that comes back is the same C++
+    /// object while that is in memory. What others have linked to an object
+    /// that undo removes loses its link, as with any removal.
+    ///
+    /// Raises, with code and context in this unusual order:
+    ///   Model::undo, MDLUNDO (ERROR) when there is nothing to undo;
+    ///   Transaction::undo/redo, UNDOREDO (ERROR) when the stored state of an
+    ///   object differs from the one that the transaction left, because
+    ///   somebody else has changed or removed it.
+    /// Commit's errors as well. After each of them all is rolled back and the
+    /// transaction stays in the history.
+    ///
+    /// Reads each object once. Linear in the number of changes.
+    void undo();
+
+    /// Brings back the transaction that was undone last, in the same way. What
+    /// was recorded since is committed with it. Raises Model::redo, MDLREDO
+    /// (ERROR) when there is nothing to redo.
+    void redo();
+
+    /// The number of transactions that the history keeps, 128 by default; the
+    /// oldest go first, at once. A started transaction is kept beyond them.
     void setMaxUndoSize(int transactions);
     int getMaxUndoSize() const;
 
@@ -174,6 +222,7 @@ private:
     friend class Instance;
     friend class LinkHandler;
     friend class Removal;
+    friend class Replay;
     friend class SiblingLoader;
     friend class Selection;
     friend class TransactionManager;
@@ -193,9 +242,14 @@ private:
                      const String& role);
     void loadPartners(Instance* owner, ManyAssociatedInstances& ref, Association* association,
                       const String& role);
-    void rememberReference(Instance* owner, OneAssociatedInstance& ref);
+    void rememberReference(Instance* owner, OneAssociatedInstance& ref,
+                           const Association* association, const String& role);
     void rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
                         bool added);
+    void rememberLostLink(Instance* owner, Instance* member, Association* association,
+                          const String& role);
+    void noteUnchangedLink(const Instance* first, const Instance* second);
+    bool keepsHistory() const;
 
     String driverName;
     String source;

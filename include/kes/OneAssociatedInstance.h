@@ -15,8 +15,14 @@ namespace Kes {
 class KES_EXPORT OneAssociatedInstance {
 public:
     OneAssociatedInstance() = default;
-    OneAssociatedInstance(const OneAssociatedInstance&) = default;
-    OneAssociatedInstance& operator=(const OneAssociatedInstance&) = default;
+    OneAssociatedInstance(const OneAssociatedInstance& other)
+        : fetched(other.fetched),
+          objectID(other.objectID) {}
+    OneAssociatedInstance& operator=(const OneAssociatedInstance& other) {
+        fetched = other.fetched;
+        objectID = other.objectID;
+        return *this;
+    }
 
     /// Stores a borrowed instance, null for none. Stores only: links are made
     /// with Instance::set.
@@ -43,7 +49,10 @@ protected:
     ~OneAssociatedInstance() = default;
 
 private:
+    friend class TransactionManager;
+
     bool fetched = false;
+    bool touched = false;  // the pending transaction remembers what it held; not copied
     unsigned long objectID = 0;
 };
 

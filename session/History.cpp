@@ -1,0 +1,79 @@
+#include "session/History.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Kes {
+
+void History::start() {
+    redoList.clear();
+    trim(maxUndoSize);
+    if (undoList.empty() || undoList.front().isUsed)
+        open(true);
+    undoList.front().started = true;
+}
+
+void History::open(bool started) {
+    undoList.emplace_front();
+    undoList.front().started = started;
+}
+
+// Changes without a transaction join the newest one. Where none was ever
+// started each commit gets a record, or a history would grow without an end.
+void History::noteStep() {
+    const bool isFull = !undoList.empty() && !undoList.front().started &&
+                        !undoList.front().commits.empty();
+    if (undoList.empty() || isFull) {
+        if (maxUndoSize <= 0)
+            return;
+        trim(maxUndoSize);
+        open(false);
+    }
+    undoList.front().isUsed = true;
+}
+
+void History::dropNoted() {
+    if (!undoList.empty())
+        undoList.front().isUsed = !undoList.front().commits.empty();
+}
+
+void History::keep(CommittedSteps&& done) {
+    if (!done.steps.empty() && !undoList.empty())
+        undoList.front().commits.push_back(std::move(done));
+    dropNoted();
+}
+
+void History::turn(Direction direction, CommittedSteps&& reversed) {
+    std::deque<Record>& from = direction == Undo ? undoList : redoList;
+    std::deque<Record>& to = direction == Undo ? redoList : undoList;
+    from.pop_front();
+
+    // Changes that a redo committed with it stand in its record.
+    dropNoted();
+    if (direction == Redo && !undoList.empty() && !undoList.front().isUsed &&
+        !undoList.front().started)
+        undoList.pop_front();
+    to.emplace_front();
+    Record& record = to.front();
+    record.isUsed = true;
+    if (!reversed.steps.empty())
+        record.commits.push_back(std::move(reversed));
+}
+
+void History::setMaxUndoSize(int transactions) {
+    maxUndoSize = transactions;
+    trim(transactions);
+}
+
+void History::trim(int transactions) {
+    const auto most = static_cast<std::size_t>(std::max(transactions, 0));
+    while (undoList.size() > most)
+        undoList.pop_back();
+}
+
+void History::clear() {
+    undoList.clear();
+    redoList.clear();
+}
+
+}  // namespace Kes

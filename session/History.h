@@ -1,0 +1,97 @@
+// What committed transactions did, for undo and redo.
+//
+// Steps name objects by their ids and hold no instance, so the history keeps
+// nothing in memory but itself. The images of a commit move into its entry as
+// they are; nothing is copied.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include <kes/Forward.h>
+
+#include "session/FieldImage.h"
+
+namespace Kes {
+
+/// One change that a commit made to one object or to one of its references.
+struct Step {
+    enum Kind : std::uint8_t {
+        Added,
+        Changed,
+        Removed,
+        Pointed,  // a one-reference leads to another partner
+        Linked,   // many-to-many
+        Unlinked  // many-to-many
+    };
+
+    Kind kind;
+    bool firstIsOne = false;  // of references: the object plays the first role
+    bool dangles = false;     // of Pointed: memory still shows the removed partner
+    unsigned long id = 0;
+    Class* cls = nullptr;                // the object's
+    Association* association = nullptr;  // of references
+    std::uint64_t digest = 0;            // of the object's stored fields afterwards
+    unsigned long other = 0;             // Pointed: the partner before; links: the other end
+    unsigned long after = 0;             // Pointed: the partner; Removed: the version
+    FieldImage image = nullptr;          // Changed, Removed: the fields before
+};
+
+/// What one commit did.
+struct CommittedSteps {
+    std::vector<Step> steps;
+    ImageStore images;
+};
+
+class History {
+public:
+    enum Direction { Undo, Redo };
+
+    /// One transaction; several commits where changes were made without a
+    /// transaction after it. Newest last.
+    struct Record {
+        std::deque<CommittedSteps> commits;
+        bool isUsed = false;  // holds, or waits for, a step
+        bool started = true;  // by startTransaction
+    };
+
+    /// Empties the redo list and opens a record, unless the newest is unused.
+    void start();
+
+    /// A change is recorded: the newest record is where it will stand.
+    void noteStep();
+
+    /// The changes that were noted are not going to be committed.
+    void dropNoted();
+
+    void keep(CommittedSteps&& done);
+
+    /// The newest record of that direction was worked off; `reversed` turns it
+    /// round again.
+    void turn(Direction direction, CommittedSteps&& reversed);
+
+    const Record* newest(Direction direction) const {
+        const std::deque<Record>& list = direction == Undo ? undoList : redoList;
+        return list.empty() ? nullptr : &list.front();
+    }
+
+    /// Whether what is removed now can ever be brought back.
+    bool isKept() const { return maxUndoSize > 0 || !undoList.empty(); }
+
+    void setMaxUndoSize(int transactions);
+    int getMaxUndoSize() const { return maxUndoSize; }
+    void clear();
+
+private:
+    void open(bool started);
+    void trim(int transactions);
+
+    std::deque<Record> undoList;  // newest first
+    std::deque<Record> redoList;  // newest first
+    int maxUndoSize = 128;
+};
+
+}  // namespace Kes

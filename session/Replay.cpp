@@ -1,0 +1,292 @@
+#include "session/Replay.h"
+
+#include <limits>
+
+#include <kes/Association.h>
+#include <kes/Class.h>
+#include <kes/DBDriver.h>
+#include <kes/Handler.h>
+#include <kes/ManyAssociatedInstances.h>
+#include <kes/Model.h>
+#include <kes/OneAssociatedInstance.h>
+
+#include "object/FieldWalk.h"
+#include "object/Links.h"
+#include "object/Removal.h"
+#include "session/ObjectCache.h"
+#include "session/TransactionManager.h"
+
+namespace Kes {
+
+namespace {
+
+const String& roleOf(const Step& step) {
+    return step.firstIsOne ? step.association->getOneRole() : step.association->getOtherRole();
+}
+
+unsigned long partnerOf(OneAssociatedInstance* ref) {
+    if (!ref->isFetched())
+        return ref->getObjectID();
+    const Instance* held = ref->getInstance();
+    return held != nullptr ? held->getObjectID() : 0;
+}
+
+OneAssociatedInstance* oneReference(const Step& step, Instance* object) {
+    RoleReader reader(step.association->getName(), roleOf(step));
+    reader.read(object);
+    return reader.one;
+}
+
+bool isOneToOne(const Association* association) {
+    return association->getPluralityFor(association->getOneRole()) == Association::One &&
+           association->getPluralityFor(association->getOtherRole()) == Association::One;
+}
+
+// An object that is stored again has no links but those that the reversal
+// makes.
+class ReferenceEmptier final : public EmptyHandler {
+public:
+    ReferenceEmptier(TransactionManager& recorder, Instance* itsOwner)
+        : transactions(recorder), owner(itsOwner) {}
+
+    void handleOneAssociated(const String& name, const String& role, OneAssociatedInstance* ref,
+                             Association::ConsistencyRule) override {
+        const Association* association = owner->getClass()->getModel()->getAssociation(name);
+        if (association == nullptr)
+            return;
+        transactions.rememberReference(owner, *ref, association, role);
+        ref->setInstance(nullptr);
+        ref->setObjectID(0);
+        ref->setFetched(true);
+    }
+
+    void handleManyAssociated(const String&, const String&,
+                              ManyAssociatedInstances* ref) override {
+        if (ref->isFetched())
+            for (ref->reset(); ref->next();)
+                transactions.rememberMember(owner, *ref, ref->value(), false);
+        ref->clear();
+        ref->setFetched(true);
+    }
+
+private:
+    TransactionManager& transactions;
+    Instance* owner;
+};
+
+}  // namespace
+
+void Replay::run(const History::Record& record) {
+    for (auto commit = record.commits.rbegin(); commit != record.commits.rend(); ++commit)
+        reverse(*commit);
+}
+
+void Replay::giveUp() {
+    for (Instance* object : doomed)
+        if (!object->inTransaction())
+            object->setRemoved(false);
+}
+
+void Replay::reverse(const CommittedSteps& commit) {
+    const std::vector<Step>& steps = commit.steps;
+    revived.clear();
+    knownEnds.clear();
+    for (const Step& step : steps)
+        if (step.kind == Step::Removed)
+            revive(step, commit.images);
+    for (const Step& step : steps)
+        if (step.kind != Step::Removed)
+            check(step);
+    for (const Step& step : steps)
+        if (step.kind == Step::Added) {
+            doomed.push_back(find(step.id, step.cls));
+            doomed.back()->setRemoved(true);
+        }
+    const auto backwards = [&](auto wanted, auto reversal) {
+        for (auto step = steps.rbegin(); step != steps.rend(); ++step)
+            if (wanted(*step))
+                (this->*reversal)(*step);
+    };
+    for (auto step = steps.rbegin(); step != steps.rend(); ++step)
+        if (step->kind == Step::Changed)
+            restore(*step, commit.images);
+    backwards(
+        [](const Step& s) { return s.kind == Step::Pointed && isOneToOne(s.association); },
+        &Replay::unpair);
+    backwards([](const Step& s) { return s.kind == Step::Pointed; }, &Replay::point);
+    backwards([](const Step& s) { return s.kind == Step::Linked || s.kind == Step::Unlinked; },
+              &Replay::relink);
+    backwards([](const Step& s) { return s.kind == Step::Added; }, &Replay::remove);
+}
+
+Class* Replay::partnerClass(const Step& step) const {
+    return step.association->getClassFor(step.association->getAssociatedRole(roleOf(step)));
+}
+
+// --- comparing ---
+
+void Replay::check(const Step& step) {
+    if (step.kind == Step::Linked || step.kind == Step::Unlinked) {
+        checkEnd(step.id, step.cls);
+        checkEnd(step.other, partnerClass(step));
+        return;
+    }
+    const bool isKnown = model->objects->get(step.id) != nullptr;
+    Instance* object = find(step.id, step.cls);
+    if (step.kind == Step::Pointed && step.other != 0)
+        checkEnd(step.other, partnerClass(step));
+    if (revived.contains(object))
+        return;
+    if (model->isPending(object))
+        return checkPending(step, object);
+    Instance* stored = isKnown ? readStored(step.id, step.cls) : object;
+    if (stored == nullptr || stored->getVersion() != object->getVersion() ||
+        digestFields(stored) != step.digest)
+        throw Conflict{};
+    if (step.kind != Step::Pointed)
+        return;
+    OneAssociatedInstance* ref = oneReference(step, stored);
+    if (ref == nullptr || partnerOf(ref) != step.after)
+        throw Conflict{};
+}
+
+// What this reversal, or the application without a transaction, has changed
+// already is compared in memory.
+void Replay::checkPending(const Step& step, Instance* object) const {
+    if (digestFields(object) != step.digest)
+        throw Conflict{};
+    if (step.kind != Step::Pointed)
+        return;
+    OneAssociatedInstance* ref = oneReference(step, object);
+    if (ref == nullptr || (partnerOf(ref) != step.after && !step.dangles))
+        throw Conflict{};
+}
+
+// Links raise no version, so an end of one has to be there and no more.
+void Replay::checkEnd(unsigned long id, Class* cls) {
+    if (!knownEnds.insert(id).second)
+        return;
+    const bool isKnown = model->objects->get(id) != nullptr;
+    Instance* end = find(id, cls);
+    if (isKnown && !model->isPending(end) && readStored(id, end->getClass()) == nullptr)
+        throw Conflict{};
+}
+
+Instance* Replay::find(unsigned long id, Class* cls) {
+    Instance* object = model->objects->get(id);
+    if (object == nullptr)
+        object = load(id, cls);
+    if (object == nullptr || object->isRemoved())
+        throw Conflict{};
+    return pin(object);
+}
+
+Instance* Replay::pin(Instance* object) {
+    transactions.pinned.push_back(object);
+    return object;
+}
+
+// An end is known by the class at that end of the association only.
+Instance* Replay::load(unsigned long id, Class* cls) {
+    if (cls->isAbstract() || cls->getSubClasses().size() != 0)
+        return model->getInstance(id, cls);
+    std::unique_ptr<Instance> fresh(cls->getDummy());
+    fresh->setObjectID(id);
+    if (!isStored(fresh.get()))
+        return nullptr;
+    Instance* object = pin(fresh.release());
+    model->set(object);
+    return object;
+}
+
+// The stored state, in an object of the replay's own; null when there is none.
+Instance* Replay::readStored(unsigned long id, Class* cls) {
+    std::unique_ptr<Instance>& reader = readers[cls];
+    if (reader == nullptr)
+        reader.reset(cls->getDummy());
+    reader->setObjectID(id);
+    return isStored(reader.get()) ? reader.get() : nullptr;
+}
+
+bool Replay::isStored(Instance* reading) {
+    reading->version = std::numeric_limits<unsigned long>::max();
+    const Instance* outer = model->scratch;
+    model->scratch = reading;
+    struct Leave {
+        ~Leave() { model->scratch = outer; }
+        Model* model;
+        const Instance* outer;
+    } const leave{model, outer};
+    if (model->driver->refresh(reading))
+        throw Abandoned{};  // no stored object has that version
+    return model->driver->getStatus()->code == DBDriverStatus::Changed;
+}
+
+// --- reversing ---
+
+void Replay::revive(const Step& step, const ImageStore& images) {
+    Instance* object = model->objects->get(step.id);
+    if (object != nullptr && !object->isRemoved())
+        throw Conflict{};
+    if (step.image == nullptr || readStored(step.id, step.cls) != nullptr)
+        throw Conflict{};
+    if (object == nullptr) {
+        object = step.cls->getDummy();
+        object->setObjectID(step.id);
+        object->setRemoved(true);
+        model->objects->file(object);
+    }
+    pin(object);
+    ReferenceEmptier empty(transactions, object);
+    walkFields(object, empty);
+    images.restore(step.image, object);
+    object->version = step.after;
+    object->setRemoved(false);
+    transactions.recordRestored(object);
+    revived.insert(object);
+}
+
+void Replay::restore(const Step& step, const ImageStore& images) {
+    if (step.image == nullptr)
+        throw Conflict{};
+    Instance* object = find(step.id, step.cls);
+    transactions.recordUpdate(object);
+    images.restore(step.image, object);
+}
+
+void Replay::unpair(const Step& step) {
+    Instance* object = find(step.id, step.cls);
+    OneAssociatedInstance* ref = oneReference(step, object);
+    const unsigned long partner = partnerOf(ref);
+    if (partner != 0 && partner != step.other)
+        object->set(*ref, nullptr);
+}
+
+void Replay::point(const Step& step) {
+    Instance* object = find(step.id, step.cls);
+    OneAssociatedInstance* ref = oneReference(step, object);
+    if (partnerOf(ref) == step.other && !step.dangles)
+        return;
+    object->set(*ref, step.other != 0 ? find(step.other, partnerClass(step)) : nullptr);
+}
+
+void Replay::relink(const Step& step) {
+    Instance* object = find(step.id, step.cls);
+    Instance* partner = find(step.other, partnerClass(step));
+    RoleReader reader(step.association->getName(), roleOf(step));
+    reader.read(object);
+    const bool make = step.kind == Step::Unlinked;
+    if (reader.many->isFetched() && reader.many->contains(partner) == make)
+        return;
+    if (make)
+        object->add(*reader.many, partner);
+    else
+        object->remove(*reader.many, partner);
+}
+
+void Replay::remove(const Step& step) {
+    Instance* object = model->objects->get(step.id);
+    Removal::runAlone(object);
+}
+
+}  // namespace Kes
