@@ -41,12 +41,14 @@ add_compile_options(
 )
 
 if(KES_SANITIZE)
-    add_compile_options(
-        -fsanitize=address,undefined
-        -fno-sanitize-recover=undefined
-        -fno-omit-frame-pointer
-    )
-    add_link_options(-fsanitize=address,undefined)
+    if(KES_SANITIZE STREQUAL "thread")
+        add_compile_options(-fsanitize=thread)
+        add_link_options(-fsanitize=thread)
+    else()
+        add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined)
+        add_link_options(-fsanitize=address,undefined)
+    endif()
+    add_compile_options(-fno-omit-frame-pointer)
     # The sanitizer calls dlopen on the library's behalf, and the run path of
     # the library then counts for nothing. Only an old-style path of the program
     # itself is still searched.
