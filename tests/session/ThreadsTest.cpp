@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/drivers/PlainSqlite.h"
 #include "tests/drivers/TemporaryFolder.h"
 #include "tests/session/ManyThreads.h"
 #include "tests/support/Raises.h"
