@@ -44,8 +44,8 @@ PostgresConnection::~PostgresConnection() {
 // The names that the model uses mean tables of one schema.
 void PostgresConnection::configure() {
     const auto asking =
-        prepare("SELECT pg_catalog.current_schema(), pg_catalog.pg_is_in_recovery(), EXISTS "
-                "(SELECT 1 FROM pg_catalog.pg_namespace WHERE nspname = ?)");
+        prepare("SELECT pg_catalog.current_schema(), EXISTS (SELECT 1 FROM "
+                "pg_catalog.pg_namespace WHERE nspname = ?)");
     bindText(*asking, 0, schema);
     asking->step();
     std::size_t size = 0;
@@ -53,7 +53,7 @@ void PostgresConnection::configure() {
         throw SqlFailure("no schema of the search path exists; name one with the option schema");
     if (schema.empty())
         schema = asking->text(0, size);
-    else if (asking->integer(2) == 0)
+    else if (asking->integer(1) == 0)
         execute("CREATE SCHEMA " + quoted(schema));
     setUp();
 }
@@ -103,7 +103,7 @@ void PostgresConnection::beforeSending() {
         return;
     for (const std::shared_ptr<Prepared>& each : std::exchange(dropped, {}))
         if (link.has(*each))
-            link.execute("DEALLOCATE " + each->name, {});
+            link.execute("DEALLOCATE " + each->name, {Wish::Courtesy});
 }
 
 // A failure ends the reading transaction with all its cursors.
@@ -160,10 +160,10 @@ void PostgresConnection::leaveCursor(const std::string& name,
     --openCursors;
     try {
         if (transaction == Transaction::Reading && openCursors == 0) {
-            link.execute("COMMIT", {});
+            link.execute("COMMIT", {Wish::Courtesy});
             endTransaction("");
         } else {
-            link.execute("CLOSE " + name, {});
+            link.execute("CLOSE " + name, {Wish::Courtesy});
         }
         link.sync();
     } catch (const std::exception&) {

@@ -238,8 +238,11 @@ void PostgresWire::digest(Sent& command, Result result) {
     if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
         if (purpose.wish == Wish::Prepare)
             command.prepared->session = 0;
-        if (status != PGRES_PIPELINE_ABORTED)
-            fail(purpose, false, explain(result.get()));
+        if (purpose.wish == Wish::Courtesy)
+            return;
+        // What was skipped says nothing; the reason was said before it.
+        fail(purpose, false,
+             status == PGRES_PIPELINE_ABORTED ? "the database skipped it" : explain(result.get()));
         return;
     }
     if (isTracing() && !purpose.traced.empty())
@@ -274,6 +277,8 @@ std::string PostgresWire::explain(const pg_result* result) const {
     if (state == "57014" && limits.statement.has_value() && *limits.statement > 0)
         return words + "; it took longer than the statement_timeout of " +
                milliseconds(*limits.statement);
+    if (state == "25P02")
+        return "an earlier statement of the transaction has failed; roll it back and try again";
     if (state == "53100")
         return words + "; make room and try again";
     return words;

@@ -52,7 +52,8 @@ struct Prepared {
 
 class PostgresWire {
 public:
-    enum class Wish : unsigned char { Nothing, Answer, Post, Prepare, Sync };
+    /// Whether a Courtesy is done matters to nobody, nor does its failure.
+    enum class Wish : unsigned char { Nothing, Answer, Post, Prepare, Sync, Courtesy };
 
     /// What becomes of a command's result.
     struct Purpose {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <set>
 #include <sstream>
 
@@ -162,6 +163,49 @@ TEST_F(CursorTest, KeepsManyRowsAsideWithoutLosingOne) {
     while (people.next());
 
     EXPECT_EQ(10000U, names.size());
+}
+
+// The largest resident size that the process has had, in bytes; with `restart`
+// from now on. The sanitizers keep what is freed, so it says nothing there.
+std::size_t peakMemory(bool restart) {
+#if defined(__SANITIZE_ADDRESS__)
+    static_cast<void>(restart);
+    return 0;
+#else
+    if (restart)
+        std::ofstream("/proc/self/clear_refs") << "5";
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    std::size_t size = 0;
+    while (status >> word)
+        if (word == "VmHWM:")
+            status >> size;
+    return size * 1024;
+#endif
+}
+
+TEST_F(CursorTest, StreamsItsRowsThroughBoundedMemory) {
+    std::string digits = "(SELECT 0 AS i";
+    for (int i = 1; i < 10; ++i)
+        digits += " UNION ALL SELECT " + std::to_string(i);
+    digits += ")";
+    // A hundred thousand rows, forty million bytes.
+    run("INSERT INTO [Person] ([KesObjectID], [KesVersion], [name], [age], [salary]) SELECT "
+        "10000000 + a.i + 10 * b.i + 100 * c.i + 1000 * d.i + 10000 * e.i, 0, '" +
+        std::string(400, 'x') + "', 7777, 0 FROM " + digits + " AS a, " + digits + " AS b, " +
+        digits + " AS c, " + digits + " AS d, " + digits + " AS e");
+    StaffModel reader(1000);
+    open(reader);
+    const std::size_t before = peakMemory(true);
+
+    SelectionOf<Person> people(reader.personClass);
+    people.where(people["age"] == 7777);
+    int count = 0;
+    while (people.next())
+        ++count;
+
+    EXPECT_EQ(100000, count);
+    EXPECT_LT(peakMemory(false), before + 16 * 1024 * 1024);
 }
 
 TEST_F(CursorTest, PreparesAStatementOnceForEachShape) {

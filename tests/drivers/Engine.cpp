@@ -30,9 +30,12 @@ std::unique_ptr<Engine> Engine::make() {
     throw std::runtime_error("the driver suite was not built for the driver " + wanted);
 }
 
+std::string Engine::serverFile(const std::string& server, const std::string& name) {
+    return environment("KES_TEST_SERVERS", KES_TEST_SERVERS) + "/" + server + "/" + name;
+}
+
 std::string Engine::serverSays(const std::string& server, const std::string& name) {
-    const std::string file =
-        environment("KES_TEST_SERVERS", KES_TEST_SERVERS) + "/" + server + "/" + name;
+    const std::string file = serverFile(server, name);
     std::ifstream stream(file);
     std::string line;
     if (!std::getline(stream, line))

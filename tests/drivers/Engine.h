@@ -27,6 +27,9 @@ public:
     /// the file `name` in the server's folder. Throws when there is none.
     static std::string serverSays(const std::string& server, const std::string& name);
 
+    /// Where that file is.
+    static std::string serverFile(const std::string& server, const std::string& name);
+
     Engine() = default;
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;

@@ -15,7 +15,8 @@ Usage: tests/engines/postgres.sh start|stop|remove|url|programs [FOLDER [tcp]]
 All but url say nothing when all is well, and may be repeated. FOLDER/postgres
 holds the files url and tcp with the two URLs, and the server's data, unless its
 user cannot enter there; it lies in the folder for temporary files then. The
-server listens on a unix socket and on a free port of 127.0.0.1. User and
+server listens on a unix socket and on a free port of 127.0.0.1, there with TLS
+and the certificate FOLDER/postgres/server.crt of the host localhost. User and
 database are called kes. Run by root, the server runs as postgres or nobody.
 
   KES_ENGINE_LIFE=seconds  how long the server runs at most (3600)
@@ -53,6 +54,8 @@ find_programs() {
     done
     die "no initdb, pg_ctl and postgres: install the package postgresql, or set KES_PG_BINDIR"
 }
+
+command -v openssl > /dev/null || die "no openssl: install the package openssl"
 
 bin=
 find_programs
@@ -163,6 +166,11 @@ make_cluster() {
         --pwfile="$(place)/password" --auth-local=trust --auth-host=scram-sha-256 \
         -E UTF8 --locale=C.UTF-8 --no-sync) > "$(place)/log" 2>&1 9>&- ||
         die "initdb failed; see $(place)/log"
+    as_user openssl req -x509 -new -nodes -days 30 -subj /CN=localhost -newkey ec \
+        -pkeyopt ec_paramgen_curve:prime256v1 -keyout "$(place)/data/server.key" \
+        -out "$(place)/data/server.crt" >> "$(place)/log" 2>&1 ||
+        die "no certificate; see $(place)/log"
+    cp "$(place)/data/server.crt" "$home/server.crt"
 }
 
 start_server() {
@@ -176,7 +184,7 @@ start_server() {
         : > "$(place)/start.log"
         give "$(place)/start.log"
         if as_user "$bin/pg_ctl" -D "$(place)/data" -w -t 60 -s -l "$(place)/start.log" -o \
-            "-c unix_socket_directories=.. -h 127.0.0.1 -p $port -c fsync=off ${KES_PG_OPTIONS-}" \
+            "-c unix_socket_directories=.. -h 127.0.0.1 -p $port -c ssl=on -c fsync=off ${KES_PG_OPTIONS-}" \
             start < /dev/null > /dev/null 2>&1 9>&-; then
             echo "$port" > "$home/port"
             return

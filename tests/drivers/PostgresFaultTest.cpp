@@ -1,0 +1,375 @@
+#include <atomic>
+#include <thread>
+
+#include "tests/drivers/PostgresTest.h"
+
+namespace Kes::testing {
+
+// Two sessions hold the same objects; the first one's connection may break.
+class PostgresFaultTest : public PostgresTest {
+protected:
+    PostgresFaultTest() {
+        openAt(proxy, mine);
+        mine.startTransaction();
+        ann = mine.newPerson("Ann", 30);
+        bob = mine.newPerson("Bob", 40);
+        mine.commit();
+        open(theirs);
+        theirAnn = theirs.findPerson("Ann");
+        theirBob = theirs.findPerson("Bob");
+    }
+
+    void change(const Pointer<Person>& person, int age) {
+        person->change();
+        person->age = age;
+    }
+
+    std::string ageOf(const char* name) {
+        return ask(std::string("SELECT [age] FROM [Person] WHERE [name] = '") + name + "'");
+    }
+
+    // The age of Ann, as soon as it is what it should be, or after five seconds.
+    std::string ageOfAnnWhen(const std::string& wanted) {
+        for (int i = 0; i < 500 && ageOf("Ann") != wanted; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return ageOf("Ann");
+    }
+
+    // Ends the connection that has locked a row.
+    void terminateWhoLocked() {
+        run("SELECT pg_terminate_backend(pid, 5000) FROM pg_locks WHERE relation = "
+            "'[Person]'::regclass AND mode = 'RowShareLock'");
+    }
+
+    // Closes the model and opens it again, and finds what is stored.
+    void expectRecovery(const char* age) {
+        EXPECT_NO_THROW(mine.close());
+        openAt(proxy, mine);
+        Person* found = mine.findPerson("Ann");
+        ASSERT_NE(nullptr, found);
+        EXPECT_EQ(age, std::to_string(found->age));
+        mine.startTransaction();
+        found->change();
+        found->age = 99;
+        mine.commit();
+        EXPECT_EQ("99", ageOf("Ann"));
+    }
+
+    DelayingProxy proxy{port};
+    StaffModel mine;
+    StaffModel theirs;
+    Pointer<Person> ann;
+    Pointer<Person> bob;
+    Pointer<Person> theirAnn;
+    Pointer<Person> theirBob;
+};
+
+TEST_F(PostgresFaultTest, ALostConnectionIsToldAtTheNextUse) {
+    proxy.cut();
+
+    const std::string message = messageRaisedBy([&] { mine.findPerson("Cid"); });
+
+    EXPECT_TRUE(says(message, "the connection to the server is lost")) << message;
+    EXPECT_TRUE(says(message, "close the model and open it again")) << message;
+    expectRecovery("30");
+}
+
+TEST_F(PostgresFaultTest, ALostConnectionIsToldEachTime) {
+    proxy.cut();
+    EXPECT_NE("", messageRaisedBy([&] { mine.findPerson("Cid"); }));
+
+    const std::string message = messageRaisedBy([&] { mine.findPerson("Cid"); });
+
+    EXPECT_TRUE(says(message, "was lost before")) << message;
+    EXPECT_TRUE(says(message, "close the model and open it again")) << message;
+}
+
+TEST_F(PostgresFaultTest, AConnectionLostBeforeATransactionStoresNothing) {
+    proxy.cut();
+    change(ann, 31);
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "connection")) << message;
+    EXPECT_FALSE(says(message, "not known")) << message;
+    EXPECT_EQ(30, ann->age);
+    EXPECT_EQ("30", ageOf("Ann"));
+    expectRecovery("30");
+}
+
+TEST_F(PostgresFaultTest, AConnectionLostInATransactionStoresNothing) {
+    mine.startTransaction();
+    ann->lock();
+    change(ann, 31);
+    proxy.cut();
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "connection")) << message;
+    EXPECT_FALSE(says(message, "not known")) << message;
+    EXPECT_EQ(30, ann->age);
+    EXPECT_EQ("30", ageOf("Ann"));
+    expectRecovery("30");
+}
+
+TEST_F(PostgresFaultTest, AConnectionLostWithTheWritesStoresNothing) {
+    change(ann, 31);
+    proxy.cutAfter("UPDATE \"Person\"");
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "connection")) << message;
+    EXPECT_FALSE(says(message, "not known")) << message;
+    EXPECT_EQ("30", ageOf("Ann"));
+    expectRecovery("30");
+}
+
+TEST_F(PostgresFaultTest, AConnectionLostBeforeTheCommitArrivesIsToldAsUnknown) {
+    change(ann, 31);
+    proxy.cutBefore("COMMIT");
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "it is not known whether the transaction is stored")) << message;
+    EXPECT_TRUE(says(message, "close the model and open it again")) << message;
+    EXPECT_EQ("30", ageOf("Ann"));
+    expectRecovery("30");
+}
+
+TEST_F(PostgresFaultTest, AConnectionLostAfterTheCommitArrivedIsToldAsUnknown) {
+    change(ann, 31);
+    proxy.cutAfter("COMMIT");
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "it is not known whether the transaction is stored")) << message;
+    EXPECT_EQ("31", ageOfAnnWhen("31"));
+    expectRecovery("31");
+}
+
+TEST_F(PostgresFaultTest, AConnectionThatTheServerEndsIsToldInItsWords) {
+    mine.startTransaction();
+    ann->lock();
+    terminateWhoLocked();
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "terminating connection due to administrator command")) << message;
+    expectRecovery("30");
+}
+
+TEST_F(PostgresFaultTest, ALostConnectionEndsACursorWithAnError) {
+    mine.startTransaction();
+    for (int i = 0; i < 1000; ++i)
+        mine.newPerson("somebody");
+    mine.commit();
+    SelectionOf<Person> people(mine.personClass);
+    ASSERT_TRUE(people.next());
+    proxy.cut();
+
+    const std::string message = messageRaisedBy([&] {
+        while (people.next())
+            continue;
+    });
+
+    EXPECT_TRUE(says(message, "connection")) << message;
+}
+
+TEST_F(PostgresFaultTest, ALostConnectionDoesNotKeepTheModelFromRollingBack) {
+    mine.startTransaction();
+    ann->lock();
+    change(ann, 31);
+    proxy.cut();
+
+    EXPECT_NO_THROW(mine.rollback());
+
+    EXPECT_EQ(30, ann->age);
+    expectRecovery("30");
+}
+
+TEST_F(PostgresFaultTest, AModelOpensAgainOnAConnectionThatBrokeWhileItWasParked) {
+    mine.close();
+    proxy.cut();
+
+    openAt(proxy, mine);
+
+    EXPECT_NE(nullptr, mine.findPerson("Ann"));
+}
+
+TEST_F(PostgresFaultTest, ASerializationFailureIsAConflict) {
+    mine.close();
+    openAt(proxy, mine, "isolation=repeatable read");
+    ann = mine.findPerson("Ann");
+    bob = mine.findPerson("Bob");
+    mine.startTransaction();
+    bob->lock();
+    theirs.startTransaction();
+    change(theirAnn, 77);
+    theirs.commit();
+    change(ann, 31);
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "Person object " + std::to_string(ann->getObjectID()))) << message;
+    EXPECT_TRUE(says(message, "somebody else has changed")) << message;
+    EXPECT_EQ("77", ageOf("Ann"));
+    ann->refresh();
+    change(ann, 78);
+    mine.commit();
+    EXPECT_EQ("78", ageOf("Ann"));
+}
+
+TEST_F(PostgresFaultTest, ADeadlockIsAConflictOfOneOfTwo) {
+    theirs.close();
+    std::atomic<bool> hasLocked = false;
+    bool othersFailed = false;
+    mine.startTransaction();
+    ann->lock();
+    std::thread other([&] {
+        StaffModel model;
+        open(model, "options=-c deadlock_timeout=50ms");
+        const Pointer<Person> first(model.findPerson("Bob"));
+        const Pointer<Person> second(model.findPerson("Ann"));
+        model.startTransaction();
+        first->lock();
+        hasLocked = true;
+        othersFailed = codeRaisedBy([&] { second->lock(); }) == "LOCKFAIL";
+    });
+    while (!hasLocked)
+        std::this_thread::yield();
+
+    const std::string message = messageRaisedBy([&] { bob->lock(); });
+    other.join();
+
+    EXPECT_NE(othersFailed, !message.empty()) << message;
+    EXPECT_TRUE(message.empty() || says(message, "somebody else")) << message;
+}
+
+TEST_F(PostgresFaultTest, ALockIsWaitedForNoLongerThanItsTimeout) {
+    StaffModel impatient;
+    open(impatient, "lock_timeout=50");
+    const Pointer<Person> other(impatient.findPerson("Ann"));
+    theirs.startTransaction();
+    theirAnn->lock();
+    other->change();
+    other->age = 31;
+
+    const std::string message = messageRaisedBy([&] { impatient.commit(); });
+
+    EXPECT_TRUE(says(message, "somebody else has locked it")) << message;
+    EXPECT_TRUE(says(message, "lock_timeout")) << message;
+    EXPECT_EQ(30, other->age);
+}
+
+TEST_F(PostgresFaultTest, AStatementTakesNoLongerThanItsTimeout) {
+    StaffModel impatient;
+    open(impatient, "statement_timeout=50");
+    run("BEGIN");
+    run("LOCK TABLE [Person]");
+
+    const std::string message = messageRaisedBy([&] { impatient.findPerson("Ann"); });
+
+    run("ROLLBACK");
+    EXPECT_TRUE(says(message, "statement_timeout of 50 ms")) << message;
+    EXPECT_NE(nullptr, impatient.findPerson("Ann"));
+}
+
+TEST_F(PostgresFaultTest, ALockedRowCanBeReadMeanwhile) {
+    theirs.startTransaction();
+    theirAnn->lock();
+
+    EXPECT_NE(nullptr, mine.findPerson("Ann"));
+    change(bob, 41);
+    mine.commit();
+    EXPECT_EQ("41", ageOf("Bob"));
+}
+
+TEST_F(PostgresFaultTest, ATransactionWithAFailedStatementIsNotReportedAsStored) {
+    // A constraint of somebody else's that is checked at the very end.
+    run("CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS "
+        "'BEGIN RAISE EXCEPTION ''nobody is 31''; END'");
+    run("CREATE CONSTRAINT TRIGGER refuse AFTER UPDATE ON [Person] DEFERRABLE INITIALLY DEFERRED "
+        "FOR EACH ROW WHEN (NEW.age = 31) EXECUTE FUNCTION refuse()");
+    change(ann, 31);
+    change(bob, 41);
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "nobody is 31")) << message;
+    EXPECT_EQ("30", ageOf("Ann"));
+    EXPECT_EQ("40", ageOf("Bob"));
+    change(ann, 32);
+    mine.commit();
+    EXPECT_EQ("32", ageOf("Ann"));
+}
+
+// A query that fails within a transaction, though the application goes on.
+class PostgresBrokenTransactionTest : public PostgresFaultTest {
+protected:
+    PostgresBrokenTransactionTest() {
+        open(model, "statement_timeout=50");
+        ann = model.findPerson("Ann");
+        model.startTransaction();
+        ann->lock();
+        run("BEGIN");
+        run("LOCK TABLE [Company]");
+        EXPECT_RAISES("SELERR", model.findCompany("Firm"));
+        run("ROLLBACK");
+    }
+
+    StaffModel model;
+};
+
+TEST_F(PostgresBrokenTransactionTest, IsNotReportedAsStored) {
+    const std::string message = messageRaisedBy([&] { model.commit(); });
+
+    EXPECT_TRUE(says(message, "the database has rolled the transaction back")) << message;
+}
+
+TEST_F(PostgresBrokenTransactionTest, TakesNoWrites) {
+    change(ann, 31);
+
+    const std::string message = messageRaisedBy([&] { model.commit(); });
+
+    EXPECT_TRUE(says(message, "an earlier statement of the transaction has failed")) << message;
+    EXPECT_EQ("30", ageOf("Ann"));
+}
+
+TEST_F(PostgresBrokenTransactionTest, CanBeRolledBackAndTriedAgain) {
+    model.rollback();
+    change(ann, 31);
+    model.commit();
+
+    EXPECT_EQ("31", ageOf("Ann"));
+}
+
+TEST_F(PostgresFaultTest, AFailureIsToldWithTheObjectThatFailed) {
+    run("ALTER TABLE [Person] ADD CHECK ([age] < 100)");
+    mine.startTransaction();
+    for (int i = 0; i < 100; ++i)
+        mine.newPerson("somebody", i);
+    const Person* wrong = mine.newPerson("Methuselah", 969);
+    const std::string id = std::to_string(wrong->getObjectID());
+    for (int i = 0; i < 100; ++i)
+        mine.newPerson("somebody", i);
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "inserting the Person object " + id)) << message;
+    EXPECT_TRUE(says(message, "check constraint")) << message;
+    EXPECT_EQ("2", ask("SELECT count(*) FROM [Person]"));
+}
+
+TEST_F(PostgresFaultTest, AReadOnlyServerRefusesToWrite) {
+    StaffModel reader;
+    open(reader, "options=-c default_transaction_read_only=on");
+    const Pointer<Person> found(reader.findPerson("Ann"));
+    ASSERT_NE(nullptr, found.getInstance());
+    change(found, 31);
+
+    const std::string message = messageRaisedBy([&] { reader.commit(); });
+
+    EXPECT_TRUE(says(message, "read-only transaction")) << message;
+}
+
+}  // namespace Kes::testing

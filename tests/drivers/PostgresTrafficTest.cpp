@@ -1,0 +1,204 @@
+#include <array>
+#include <cstdint>
+#include <mutex>
+#include <sstream>
+#include <vector>
+
+#include "tests/drivers/PostgresTest.h"
+
+namespace Kes::testing {
+
+// Counts the messages of one client by their type. Each has a letter and its
+// size, without the letter, but for the first one, which has no letter.
+class MessageCount {
+public:
+    void hear(const char* bytes, std::size_t size) {
+        const std::lock_guard guard(mutex);
+        heard.append(bytes, size);
+        while (takeMessage())
+            continue;
+    }
+
+    void restart() {
+        const std::lock_guard guard(mutex);
+        counts.fill(0);
+    }
+
+    // How often the client has asked for the answers so far, and waited.
+    long roundTrips() { return of('S') + of('Q'); }
+    long prepared() { return of('P'); }
+    long executed() { return of('E'); }
+
+private:
+    bool takeMessage() {
+        const std::size_t letter = isGreeted ? 1 : 0;
+        if (heard.size() < letter + 4)
+            return false;
+        std::size_t size = 0;
+        for (std::size_t i = letter; i < letter + 4; ++i)
+            size = size << 8 | static_cast<unsigned char>(heard[i]);
+        if (heard.size() < letter + size)
+            return false;
+        if (isGreeted)
+            ++counts[static_cast<unsigned char>(heard[0])];
+        heard.erase(0, letter + size);
+        isGreeted = true;
+        return true;
+    }
+
+    long of(char type) {
+        const std::lock_guard guard(mutex);
+        return counts[static_cast<unsigned char>(type)];
+    }
+
+    std::mutex mutex;
+    std::string heard;
+    bool isGreeted = false;
+    std::array<long, 256> counts{};
+};
+
+// A server that is a millisecond away, each way.
+class PostgresTrafficTest : public PostgresTest {
+protected:
+    using Clock = std::chrono::steady_clock;
+
+    PostgresTrafficTest() {
+        openAt(proxy, model);
+        model.startTransaction();
+        firm = model.newCompany("Firm");
+        for (int i = 0; i < 2000; ++i)
+            people.emplace_back(model.newPerson("somebody", i));
+        model.commit();
+        count.restart();
+    }
+
+    // Commits 2000 changes, and expects that they do not take a trip each.
+    void expectQuickCommit() {
+        const Clock::time_point start = Clock::now();
+        model.commit();
+        EXPECT_LT(Clock::now() - start, 1000 * std::chrono::milliseconds(2));
+    }
+
+    MessageCount count;
+    DelayingProxy proxy{port, std::chrono::milliseconds(1),
+                        [this](const char* bytes, std::size_t size) { count.hear(bytes, size); }};
+    StaffModel model;
+    Pointer<Company> firm;
+    std::vector<Pointer<Person>> people;
+};
+
+TEST_F(PostgresTrafficTest, OfManyInsertsIsAHandfulOfRoundTrips) {
+    model.startTransaction();
+    for (int i = 0; i < 2000; ++i)
+        people.emplace_back(model.newPerson("another", i));
+
+    expectQuickCommit();
+
+    // One for object ids, one for the rows, one for the COMMIT.
+    EXPECT_LE(count.roundTrips(), 4);
+    // BEGIN, the COMMIT, and the statement for object ids.
+    EXPECT_LE(count.executed(), 2000 + 4);
+    EXPECT_EQ("4000", ask("SELECT count(*) FROM [Person]"));
+}
+
+TEST_F(PostgresTrafficTest, OfManyUpdatesIsAHandfulOfRoundTrips) {
+    model.startTransaction();
+    for (const Pointer<Person>& person : people) {
+        person->change();
+        person->age += 5000;
+    }
+
+    expectQuickCommit();
+
+    EXPECT_EQ(2, count.roundTrips());
+    EXPECT_EQ(2000 + 2, count.executed());
+    EXPECT_EQ("2000", ask("SELECT count(*) FROM [Person] WHERE [age] >= 5000"));
+}
+
+TEST_F(PostgresTrafficTest, OfManyRemovalsIsAHandfulOfRoundTrips) {
+    model.startTransaction();
+    for (const Pointer<Person>& person : people)
+        person->remove();
+
+    model.commit();
+
+    // Each takes its row and what others hold of it.
+    EXPECT_LE(count.roundTrips(), 8);
+    EXPECT_EQ("0", ask("SELECT count(*) FROM [Person]"));
+}
+
+TEST_F(PostgresTrafficTest, OfManyLinksIsAHandfulOfRoundTrips) {
+    model.startTransaction();
+    for (const Pointer<Person>& person : people)
+        person->employer = firm;
+    for (std::size_t i = 1; i < people.size(); ++i)
+        people[i]->friends.add(people[i - 1]);
+
+    model.commit();
+
+    EXPECT_LE(count.roundTrips(), 6);
+    EXPECT_EQ("2000", ask("SELECT count(*) FROM [Person] WHERE [employer] IS NOT NULL"));
+    EXPECT_EQ("1999", ask("SELECT count(*) FROM [Friendship]"));
+}
+
+TEST_F(PostgresTrafficTest, PreparesAStatementOnce) {
+    for (int i = 0; i < 10; ++i) {
+        model.startTransaction();
+        people[0]->change();
+        people[0]->age = 10000 + i;
+        model.commit();
+    }
+
+    // The update, and BEGIN and COMMIT each time.
+    EXPECT_EQ(1 + 20, count.prepared());
+    EXPECT_EQ(30, count.executed());
+    EXPECT_EQ(20, count.roundTrips());
+}
+
+TEST_F(PostgresTrafficTest, OfASmallSelectionIsOneRoundTrip) {
+    EXPECT_NE(nullptr, model.findCompany("Firm"));
+
+    EXPECT_LE(count.roundTrips(), 2);
+}
+
+TEST_F(PostgresTrafficTest, OfALargeSelectionIsARoundTripForManyRows) {
+    SelectionOf<Person> all(model.personClass);
+    int rows = 0;
+    while (all.next())
+        ++rows;
+
+    EXPECT_EQ(2000, rows);
+    EXPECT_LE(count.roundTrips(), 5);
+}
+
+TEST_F(PostgresTrafficTest, OfALockIsOneRoundTrip) {
+    model.startTransaction();
+    people[0]->lock();
+
+    EXPECT_EQ(1, count.roundTrips());
+}
+
+TEST_F(PostgresTrafficTest, OfARollbackIsOneRoundTrip) {
+    model.startTransaction();
+    people[0]->lock();
+    count.restart();
+
+    model.rollback();
+
+    EXPECT_EQ(1, count.roundTrips());
+}
+
+TEST_F(PostgresTrafficTest, IsShownInTheTraceWithItsTime) {
+    std::ostringstream trace;
+    model.traceSQLTo(trace);
+    model.startTransaction();
+    people[0]->change();
+    people[0]->name = "it's Ann";
+    model.commit();
+
+    EXPECT_TRUE(says(trace.str(), "postgres: UPDATE \"Person\" SET")) << trace.str();
+    EXPECT_TRUE(says(trace.str(), "'it''s Ann'")) << trace.str();
+    EXPECT_TRUE(says(trace.str(), "postgres: COMMIT [")) << trace.str();
+}
+
+}  // namespace Kes::testing

@@ -1,0 +1,48 @@
+// A stretch of network between a program and a server on this machine.
+
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace Kes::testing {
+
+/// Listens on a free port of 127.0.0.1 and hands on what it hears, both ways,
+/// each piece a fixed time later than it came. It can lose connections at a
+/// chosen moment. One thread of its own does the work.
+class DelayingProxy {
+public:
+    using Delay = std::chrono::microseconds;
+    using Watcher = std::function<void(const char* bytes, std::size_t size)>;
+
+    /// `port` is the server's, on 127.0.0.1. `watch` hears all that clients send,
+    /// in the proxy's thread.
+    explicit DelayingProxy(int port, Delay delay = Delay(0), Watcher watch = nullptr);
+    DelayingProxy(const DelayingProxy&) = delete;
+    DelayingProxy& operator=(const DelayingProxy&) = delete;
+    ~DelayingProxy();
+
+    int port() const;
+
+    /// Loses all connections, and returns when they are lost.
+    void cut();
+
+    /// Loses a connection when its client next sends the text, with the piece
+    /// that the text ends in. From then on the proxy is as before.
+    void cutBefore(const std::string& text);
+
+    /// The same, but the server hears the text; its answer is lost.
+    void cutAfter(const std::string& text);
+
+private:
+    class Traffic;
+
+    std::unique_ptr<Traffic> traffic;
+    std::thread thread;
+};
+
+}  // namespace Kes::testing
