@@ -72,8 +72,8 @@ bool Selection::next() {
     }
     if (cursors.size() == 0)
         return false;
-    if (state->merge != nullptr && cursors.size() > 1)
-        chooseHead();
+    if (state->merge != nullptr && cursors.size() > 1 && !chooseHead())
+        return failOnDriver();
     currentValue = cursors[current]->getInstance();
     if (currentValue == nullptr)
         return failOnDriver();
@@ -134,16 +134,16 @@ bool Selection::advanceCurrent() {
     return true;
 }
 
-void Selection::chooseHead() {
+// False when a head has no instance. Asking its cursor once more might bring
+// one, but out of order.
+bool Selection::chooseHead() {
     int best = 0;
     for (int i = 0; i < cursors.size(); ++i) {
         SelectionState::Head& head = state->heads[static_cast<std::size_t>(i)];
         if (!head.known) {
             Instance* instance = cursors[i]->getInstance();
-            if (instance == nullptr) {
-                current = i;  // the caller reports the row that is not there
-                return;
-            }
+            if (instance == nullptr)
+                return false;
             state->merge->read(instance, head.keys);
             head.known = true;
         }
@@ -152,6 +152,7 @@ void Selection::chooseHead() {
             best = i;
     }
     current = best;
+    return true;
 }
 
 // Ends the selection and tells why.

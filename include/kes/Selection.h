@@ -91,7 +91,7 @@ private:
     bool start();
     bool openCursors();
     bool advanceCurrent();
-    void chooseHead();
+    bool chooseHead();
     [[nodiscard]] bool failOnDriver();
 
     Class* cls;

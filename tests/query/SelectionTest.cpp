@@ -238,6 +238,18 @@ TEST_F(SelectionTest, ReportsAHeadWithoutAnInstance) {
     EXPECT_FALSE(vehicles.next());
 }
 
+TEST_F(SelectionTest, DoesNotAskAHeadTwiceForItsInstance) {
+    storeVehicle(model.carClass, "car", 2);
+    storeVehicle(model.boatClass, "boat", 1);
+    model.commit();
+    recording.failAt(1, "cursor.getInstance");
+    Selection vehicles(model.vehicleClass);
+    vehicles.orderBy(vehicles["year"]);
+
+    EXPECT_RAISES("SELERR", vehicles.next());
+    EXPECT_FALSE(vehicles.next());
+}
+
 TEST_F(SelectionTest, EndsWhenTheHandlerReturns) {
     const ReturningHandler handler;
     recording.failAt(1, "defineSelection");
