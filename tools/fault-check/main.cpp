@@ -1,0 +1,276 @@
+// kes-fault-check: lets every call of a driver fail, one after the other.
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+
+#include "tools/fault-check/KnownProblems.h"
+#include "tools/fault-check/Run.h"
+
+namespace {
+
+using namespace Kes::faulty;
+
+constexpr const char* Usage =
+    R"(Usage: kes-fault-check [OPTION...] DRIVER SOURCE [USER] [OPTIONS]
+
+Runs a script that touches every slot of the driver, with a fault at the first
+call, at the second, and so on until the script ends without reaching the fault.
+After each run memory has to be as the script left it and the database, opened
+again, has to hold exactly what was reported as stored.
+
+DRIVER is a driver's name; SOURCE, USER and OPTIONS are what Model::open takes.
+In SOURCE and OPTIONS {folder} stands for an empty folder that is made for each
+run and removed, {run} for the number of the run. With neither, all runs share
+one database, and the names of their classes keep them apart.
+
+  --password TEXT   what Model::open takes
+  --fault NAME      only fail, throw, delay or kill
+  --repeat WHEN     only "once" or from then "on"
+  --handler WHAT    only with an exception handler that "throws" or "returns"
+  --at N            only the run with the fault at call N
+  --step N          every N-th call only
+  --known FILE      problems that are known: lines FAULT SLOT: WORDS. They do not
+                    count, but a line fails the check that is not needed any more
+  --help            show this text
+
+Each series of runs prints a line; what went wrong stands above it. Ends with
+status 0 when nothing did.
+)";
+
+struct Wishes {
+    Target target;
+    std::string fault;
+    std::string repeat;
+    std::string handler;
+    unsigned long at = 0;
+    unsigned long step = 1;
+    KnownProblems known;
+
+    // Whether every run is made that this fault has.
+    bool areAll() const { return at == 0 && step == 1 && repeat.empty() && handler.empty(); }
+};
+
+// The folder of one run.
+class Folder {
+public:
+    Folder() {
+        std::string pattern = std::filesystem::temp_directory_path() / "kes-fault-XXXXXX";
+        if (mkdtemp(pattern.data()) == nullptr) {
+            std::cerr << "kes-fault-check: no temporary folder can be made\n";
+            std::exit(2);
+        }
+        path = pattern;
+    }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    ~Folder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+
+    std::string path;
+};
+
+class Checker {
+public:
+    explicit Checker(Wishes& itsWishes)
+        : wishes(itsWishes),
+          begin(std::chrono::system_clock::now()) {}
+
+    bool run() {
+        if (!prepare())
+            return false;
+        for (const char* fault : {"fail", "throw", "delay", "kill"})
+            if (wishes.fault.empty() || wishes.fault == fault)
+                runFault(fault);
+        std::cout << runs << " runs, " << bad << " failed";
+        if (known != 0)
+            std::cout << ", " << known << " for known reasons only";
+        std::cout << '\n';
+        return bad == 0;
+    }
+
+private:
+    // The names of all runs of this process differ from those of others.
+    Target targetOf(const std::string& folder) {
+        Target target = wishes.target;
+        ++number;
+        target.source = replace(wishes.target.source, number, folder);
+        target.options = replace(wishes.target.options, number, folder);
+        if (target.source == wishes.target.source && target.options == wishes.target.options)
+            target.suffix = "_" + std::to_string(begin.time_since_epoch().count() % 1000000007) +
+                            "_" + std::to_string(number);
+        return target;
+    }
+
+    bool prepare() {
+        const Folder folder;
+        std::set<std::string> slots;
+        const Outcome outcome = runWithoutFault(targetOf(folder.path), states, slots);
+        for (const std::string& words : outcome.problems)
+            std::cout << "without a fault: " << words << '\n';
+        if (!outcome.problems.empty())
+            return false;
+        bool complete = true;
+        for (const char* slot : {"open",
+                                 "close",
+                                 "getVersion",
+                                 "setVersion",
+                                 "createClass",
+                                 "beginClassUpdate",
+                                 "endClassUpdate",
+                                 "createView",
+                                 "createAssociation",
+                                 "getErrorMessage",
+                                 "getStatus",
+                                 "newObjectID",
+                                 "commit",
+                                 "rollback",
+                                 "addLink",
+                                 "insert",
+                                 "update",
+                                 "removeLink",
+                                 "remove",
+                                 "refresh",
+                                 "lock",
+                                 "defineSelection",
+                                 "fetch",
+                                 "traceSQLTo",
+                                 "disableSQLTrace",
+                                 "destroy",
+                                 "cursor.next",
+                                 "cursor.getInstance",
+                                 "cursor.destroy"})
+            if (!slots.contains(slot)) {
+                std::cout << "the script does not reach " << slot << '\n';
+                complete = false;
+            }
+        return complete;
+    }
+
+    void runFault(const char* fault) {
+        for (const bool goesOn : {false, true})
+            for (const bool after : {false, true})
+                for (const auto handling : {Script::Throws, Script::Returns})
+                    if (makesSense({fault, goesOn, after, handling}))
+                        runSeries({fault, goesOn, after, handling});
+        if (!wishes.areAll())
+            return;
+        for (const std::string& line : wishes.known.unseen(fault)) {
+            std::cout << "known, but not seen any more: " << line << '\n';
+            ++bad;
+        }
+    }
+
+    // What happens behind a call matters where the process ends; a late answer
+    // is like any other, so one series of late answers only will do.
+    bool makesSense(const Series& series) const {
+        const bool kills = series.fault == "kill";
+        const bool delays = series.fault == "delay";
+        if ((series.after && !kills) || (kills && (series.goesOn || series.handling != 0)) ||
+            (delays && (!series.goesOn || series.handling != 0)))
+            return false;
+        return (wishes.repeat.empty() || (wishes.repeat == "on") == series.goesOn) &&
+               (wishes.handler.empty() ||
+                (wishes.handler == "returns") == (series.handling == Script::Returns));
+    }
+
+    void runSeries(const Series& series) {
+        const int badBefore = bad;
+        unsigned long at = wishes.at != 0 ? wishes.at : 1;
+        const auto start = std::chrono::steady_clock::now();
+        while (runOne(series, at) && wishes.at == 0 && series.fault != "delay")
+            at += wishes.step;
+        const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start;
+        std::cout << (bad == badBefore ? "ok      " : "FAILED  ") << series.describe()
+                  << ": up to call " << at << ", " << spent.count() << " s" << std::endl;
+    }
+
+    // False when the script ended without reaching the fault.
+    bool runOne(const Series& series, unsigned long at) {
+        const Folder folder;
+        const Outcome outcome = runWithFault(targetOf(folder.path), series, at, states);
+        ++runs;
+        bool isBad = false;
+        for (const std::string& words : outcome.problems) {
+            if (wishes.known.contains(series.fault, outcome.where, words))
+                continue;
+            isBad = true;
+            std::cout << series.describe() << ", at call " << at << " (" << outcome.where
+                      << "): " << words << '\n';
+        }
+        bad += isBad ? 1 : 0;
+        known += !isBad && !outcome.problems.empty() ? 1 : 0;
+        return outcome.reached;
+    }
+
+    Wishes& wishes;
+    const std::chrono::system_clock::time_point begin;
+    std::vector<State> states;
+    unsigned long number = 0;
+    int runs = 0;
+    int bad = 0;
+    int known = 0;
+};
+
+bool takeOption(Wishes& wishes, const std::string& name, const char* value) {
+    if (name == "--password")
+        wishes.target.password = value;
+    else if (name == "--fault")
+        wishes.fault = value;
+    else if (name == "--repeat")
+        wishes.repeat = value;
+    else if (name == "--handler")
+        wishes.handler = value;
+    else if (name == "--known")
+        wishes.known.read(value);
+    else if (name == "--at")
+        wishes.at = std::strtoul(value, nullptr, 10);
+    else if (name == "--step")
+        wishes.step = std::max(1UL, std::strtoul(value, nullptr, 10));
+    else
+        return false;
+    return true;
+}
+
+bool takeArguments(Wishes& wishes, int count, char** values) {
+    int at = 1;
+    for (; at < count && std::strncmp(values[at], "--", 2) == 0; at += 2)
+        if (at + 1 == count || !takeOption(wishes, values[at], values[at + 1]))
+            return false;
+    if (count - at < 2 || count - at > 4)
+        return false;
+    wishes.target.driver = values[at];
+    wishes.target.source = values[at + 1];
+    wishes.target.user = count - at > 2 ? values[at + 2] : "";
+    wishes.target.options = count - at > 3 ? values[at + 3] : "";
+    return true;
+}
+
+}  // namespace
+
+int main(int count, char** values) {
+    Wishes wishes;
+    if (count == 2 && std::strcmp(values[1], "--help") == 0) {
+        std::cout << Usage;
+        return 0;
+    }
+    try {
+        if (!takeArguments(wishes, count, values)) {
+            std::cerr << Usage;
+            return 2;
+        }
+        return Checker(wishes).run() ? 0 : 1;
+    } catch (const Kes::Exception& raised) {
+        std::cerr << "kes-fault-check: " << raised.getMessage() << '\n';
+        return 2;
+    } catch (const std::exception& failure) {
+        std::cerr << "kes-fault-check: " << failure.what() << '\n';
+        return 2;
+    }
+}
