@@ -1,0 +1,66 @@
+// A process of its own that reports what it does, and may be killed.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Kes::testing {
+
+class Child {
+public:
+    /// Sends a line to the parent; it is there even if the process is killed
+    /// right behind the call.
+    using Report = std::function<void(const std::string&)>;
+    using Time = std::chrono::microseconds;
+
+    /// Starts the process. When the body throws, it reports "error WORDS" and
+    /// the process ends with status 1, otherwise with 0. No database may be
+    /// open in the parent.
+    explicit Child(const std::function<void(const Report&)>& body);
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child();
+
+    /// Listens until there are that many lines with the first word. False when
+    /// the process ended before, or the time is over.
+    bool awaitLines(const std::string& firstWord, std::size_t count,
+                    Time most = std::chrono::seconds(60));
+
+    /// Listens for that time, or until the process ends.
+    void listen(Time time);
+
+    /// Kills the process, as `kill -9` does, and hears what it still reported.
+    void kill();
+
+    /// The status with which the process ended; -1 when a signal ended it or
+    /// it had to be killed because the time was over.
+    int awaitEnd(Time most = std::chrono::seconds(60));
+
+    /// The last of the reported lines with the first word, without it; "" when
+    /// there is none.
+    std::string last(const std::string& firstWord) const;
+
+    std::vector<std::string> lines;
+
+private:
+    bool hear(Time most);
+    void reap();
+
+    pid_t process = -1;
+    int pipe = -1;
+    int status = 0;
+    std::string partial;  // of a line
+};
+
+/// The first word of a line.
+std::string firstWordOf(const std::string& line);
+
+/// The numbers in a text, which blanks separate.
+std::vector<unsigned long> numbersIn(const std::string& text);
+
+}  // namespace Kes::testing

@@ -1,0 +1,98 @@
+// A process upgrades the schema and is killed at some moment. What is left is
+// the old schema or the new one, with all data, and the next open finishes.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include "tests/crash/Child.h"
+#include "tests/crash/StoreModel.h"
+#include "tests/drivers/PlainSqlite.h"
+#include "tests/drivers/TemporaryFolder.h"
+
+namespace Kes::testing {
+
+namespace {
+
+constexpr int Rounds = 50;
+
+std::string faultIn(const std::string& file, int schema) {
+    const std::string sound = PlainSqlite(file).ask("PRAGMA integrity_check");
+    if (sound != "ok")
+        return sound;
+    StoreModel model(schema);
+    model.openFile(file);
+    const std::string fault = model.findFault();
+    model.close();
+    return fault;
+}
+
+int schemaIn(const std::string& file) {
+    return std::stoi(
+        PlainSqlite(file).ask("SELECT version FROM kes_versions WHERE kind = 'MODEL'"));
+}
+
+}  // namespace
+
+class UpgradeKillTest : public ::testing::TestWithParam<const char*> {
+protected:
+    void makeOldOne() {
+        StoreModel model(1);
+        model.openFile(old, GetParam());
+        model.fill();
+        model.close();
+    }
+
+    // True when the upgrade was reported before the process was killed.
+    bool killWhileUpgrading(std::chrono::microseconds pause) {
+        Child child([&](const Child::Report& report) {
+            StoreModel model(2);
+            report("begin");
+            model.openFile(file, GetParam());
+            report("done");
+            model.close();
+        });
+        EXPECT_TRUE(child.awaitLines("begin", 1));
+        child.listen(pause);
+        child.kill();
+        EXPECT_EQ("", child.last("error"));
+        return child.awaitLines("done", 1);
+    }
+
+    TemporaryFolder folder;
+    std::string old = folder.path("old.db");
+    std::string file = folder.path("store.db");
+    std::mt19937 random{20240229};
+};
+
+TEST_P(UpgradeKillTest, LeavesTheOldSchemaOrTheNewOneWithAllData) {
+    makeOldOne();
+    int oldOnes = 0;
+    double span = 20000;  // microseconds; follows the time that an upgrade takes
+    for (int round = 0; round < Rounds && !HasFailure(); ++round) {
+        for (const char* end : {"", "-wal", "-shm", "-journal"})
+            std::filesystem::remove(file + end);
+        std::filesystem::copy_file(old, file);
+        std::uniform_real_distribution<double> any(0, span);
+        const bool reported =
+            killWhileUpgrading(std::chrono::microseconds(static_cast<long>(any(random))));
+
+        const int schema = schemaIn(file);
+        span *= schema == 1 ? 1.2 : 0.9;
+        oldOnes += schema == 1 ? 1 : 0;
+        EXPECT_TRUE(!reported || schema == 2);
+        EXPECT_EQ("", faultIn(file, schema)) << "in round " << round;
+        EXPECT_EQ("", faultIn(file, 2)) << "in round " << round;
+        EXPECT_EQ(2, schemaIn(file));
+    }
+    EXPECT_GT(oldOnes, Rounds / 5) << "too few upgrades were interrupted";
+    EXPECT_LT(oldOnes, Rounds) << "no upgrade came to its end";
+    RecordProperty("interrupted", oldOnes);
+}
+
+INSTANTIATE_TEST_SUITE_P(Journals, UpgradeKillTest,
+                         ::testing::Values("journal_mode=wal", "journal_mode=delete"),
+                         [](const auto& each) { return std::string(each.param).substr(13); });
+
+}  // namespace Kes::testing
