@@ -117,7 +117,10 @@ public:
     /// Where `firstRole` is a one-reference the link is part of `first`'s row.
     /// `linkFlag` tells that the same commit writes or removes that row by an
     /// insert, update or remove of its own; otherwise the library has raised
-    /// `first`'s version just before the call, as it does before update.
+    /// `first`'s version just before the call, as it does before update. Where
+    /// `secondRole` is a one-reference, the driver raises `second`'s version,
+    /// once in a commit, unless Instance::inTransaction tells that it is raised
+    /// anyway.
     virtual bool addLink(Instance* first, const String& firstRole, Instance* second,
                          const String& secondRole, Association* association, bool linkFlag) = 0;
     virtual bool insert(Instance* instance) = 0;
