@@ -5,6 +5,7 @@
 #include <kes/Association.h>
 #include <kes/Class.h>
 #include <kes/DBDriver.h>
+#include <kes/Exception.h>
 #include <kes/Handler.h>
 #include <kes/ManyAssociatedInstances.h>
 #include <kes/Model.h>
@@ -218,8 +219,17 @@ bool Replay::isStored(Instance* reading) {
         const Instance* outer;
     } const leave{model, outer};
     if (model->driver->refresh(reading))
-        throw Abandoned{};  // no stored object has that version
-    return model->driver->getStatus()->code == DBDriverStatus::Changed;
+        throw Abandoned{};  // no stored object has that version: it was raised
+
+    // Neither there nor not there: a driver that failed and did not raise it.
+    const DBDriverStatus* status = model->driver->getStatus();
+    if (status == nullptr || status->code == DBDriverStatus::Unchanged) {
+        Exception(Exception::ERROR, "REFFAIL", "Transaction::undo/redo",
+                  model->driver->getErrorMessage())
+            .handle();
+        throw Abandoned{};
+    }
+    return status->code == DBDriverStatus::Changed;
 }
 
 // --- reversing ---

@@ -134,7 +134,8 @@ public:
     virtual bool remove(Instance* instance) = 0;
 
     /// Compares the instance's version with the stored one and brings the
-    /// instance up to date. True: nothing to report. False: see getStatus.
+    /// instance up to date. True: nothing to report. False: see getStatus. A
+    /// failure is raised as REFFAIL (ERROR); then the result does not count.
     virtual bool refresh(Instance* instance) = 0;
 
     /// Keeps others from changing the stored object until commit or rollback.

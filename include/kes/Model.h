@@ -169,7 +169,9 @@ public:
     /// that were recorded without one are taken back first. Objects that are
     /// not in memory are loaded; an object that comes back is the same C++
     /// object while that is in memory. What others have linked to an object
-    /// that undo removes loses its link, as with any removal.
+    /// that undo removes loses its link, as with any removal. A many-to-many
+    /// link that was there before it was made, while neither side's collection
+    /// was in memory to tell, counts as made.
     ///
     /// Raises, with code and context in this unusual order:
     ///   Model::undo, MDLUNDO (ERROR) when there is nothing to undo;
