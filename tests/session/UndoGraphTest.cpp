@@ -90,9 +90,12 @@ std::set<Id> livingMembers(const Many<Node>& members) {
 // One random program: a model, its oracle and the states that it went through.
 class Program {
 public:
-    Program(unsigned seed, const std::string& file)
+    // With `rude` teams take members from others who are not told, so memory
+    // may show what is no more.
+    Program(unsigned seed, const std::string& file, bool rude)
         : random(seed),
-          database(file) {
+          database(file),
+          isRude(rude) {
         model.open("sqlite", file.c_str(), "", "", "synchronous=off");
     }
 
@@ -239,7 +242,8 @@ private:
     // From the other side; nobody tells the collection of a former boss.
     void addToTeam(Id boss, Id id) {
         program << "team of " << boss << " gets " << id << '\n';
-        node(id)->boss = nullptr;
+        if (!isRude)
+            node(id)->boss = nullptr;
         node(boss)->team.add(node(id));
         oracle.world[id].boss = boss;
     }
@@ -285,7 +289,10 @@ private:
 
     // --- comparing ---
 
-    void compareMemory() { compare("in memory", read(model)); }
+    void compareMemory() {
+        if (!isRude)
+            compare("in memory", read(model));
+    }
 
     void compareStored() {
         GraphModel fresh;
@@ -361,6 +368,7 @@ private:
 
     std::mt19937 random;
     std::string database;
+    bool isRude;
     GraphModel model;
     Oracle oracle;
     std::ostringstream program;
@@ -376,17 +384,22 @@ constexpr unsigned Seeds = 500;
 
 }  // namespace
 
-TEST(UndoGraphTest, UndoesAndRedoesEveryRandomProgram) {
+class UndoGraphTest : public ::testing::TestWithParam<bool> {};
+
+TEST_P(UndoGraphTest, UndoesAndRedoesEveryRandomProgram) {
     const TemporaryFolder folder;
-    for (unsigned seed = 1; seed <= Seeds; ++seed) {
+    for (unsigned seed = 1; seed <= (GetParam() ? Seeds / 5 : Seeds); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
+        const std::string file = folder.path(std::to_string(seed));
         try {
-            Program(seed, folder.path(std::to_string(seed))).run();
+            Program(seed, file, GetParam()).run();
         } catch (const std::exception& failure) {
             FAIL() << failure.what();
         }
-        std::filesystem::remove(folder.path(std::to_string(seed)));
+        std::filesystem::remove(file);
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(PoliteAndRude, UndoGraphTest, ::testing::Bool());
 
 }  // namespace Kes::testing
