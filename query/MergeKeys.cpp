@@ -1,5 +1,6 @@
 #include "query/MergeKeys.h"
 
+#include <cmath>
 #include <type_traits>
 
 #include <kes/Exception.h>
@@ -21,7 +22,10 @@ int compareValues(const T& a, const T& b) {
         const int order = a.compare(b);
         return order < 0 ? -1 : order > 0 ? 1 : 0;
     } else if constexpr (std::is_floating_point_v<T>) {
-        return !(a >= b) ? -1 : a > b ? 1 : 0;
+        // A NaN sorts before all numbers, and with its like: a heap needs an order.
+        if (std::isnan(a) || std::isnan(b))
+            return static_cast<int>(std::isnan(b)) - static_cast<int>(std::isnan(a));
+        return a < b ? -1 : a > b ? 1 : 0;
     } else {
         return a < b ? -1 : a > b ? 1 : 0;
     }
@@ -53,18 +57,32 @@ void MergeKeys::read(Instance* head, std::vector<MergeKey>& keys) {
     target = nullptr;
 }
 
-bool MergeKeys::isBetter(const std::vector<MergeKey>& candidate,
-                         const std::vector<MergeKey>& best) const {
+int MergeKeys::compare(const std::vector<MergeKey>& a, const std::vector<MergeKey>& b) const {
     for (std::size_t i = 0; i < orders.size(); ++i) {
-        // Concrete classes may report a key as different kinds: undecided too.
-        if (isMissing(best[i]) || isMissing(candidate[i]) ||
-            best[i].index() != candidate[i].index())
-            return false;
-        const int order = compareKeys(best[i], candidate[i]);
+        if (isMissing(a[i]) || a[i].index() != b[i].index())
+            return 0;
+        const int order = compareKeys(a[i], b[i]);
         if (order != 0)
-            return (order > 0) == orders[i].ascending;
+            return orders[i].ascending ? order : -order;
     }
-    return false;
+    return 0;
+}
+
+bool MergeKeys::isAlike(const std::vector<MergeKey>& head) {
+    std::size_t count = 0;
+    while (count < head.size() && !isMissing(head[count]))
+        ++count;
+    if (!kindsKnown) {
+        for (std::size_t i = 0; i < count; ++i)
+            kinds.push_back(head[i].index());
+        kindsKnown = true;
+    }
+    if (count != kinds.size())
+        return false;
+    for (std::size_t i = 0; i < count; ++i)
+        if (head[i].index() != kinds[i])
+            return false;
+    return true;
 }
 
 template <class T>

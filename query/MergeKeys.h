@@ -1,10 +1,10 @@
 // The sort keys of the heads of a merge.
 //
-// Choosing the next row among k sorted cursors compares k heads, but only one
-// of them is new. Each head's keys are therefore read once, when its cursor
-// advances, and kept until it advances again. Comparison follows SortHandler to
-// the letter: a key that an instance does not report leaves the comparison
-// undecided, and of equals the first stays.
+// Each head's keys are read once, when its cursor advances, and kept until it
+// advances again. They are compared as SortHandler compares them, with one
+// difference: SortHandler reads no field behind the one that decides, so a best
+// head can lack its minor keys and lose no tie by them, whereas here all keys
+// are read and every tie is decided.
 
 #pragma once
 
@@ -31,9 +31,14 @@ public:
     /// Reads the keys of a head. Raises SORTFAIL (ERROR) for a boolean key.
     void read(Instance* head, std::vector<MergeKey>& keys);
 
-    /// Whether the candidate comes strictly before the best so far.
-    bool isBetter(const std::vector<MergeKey>& candidate,
-                  const std::vector<MergeKey>& best) const;
+    /// -1 when `a` comes before `b`, 1 when behind, 0 when they are equal or
+    /// undecided: a key that one of them does not report, or as another kind,
+    /// ends the comparison.
+    int compare(const std::vector<MergeKey>& a, const std::vector<MergeKey>& b) const;
+
+    /// Whether the head reports the same keys, in the same kinds, as the first
+    /// one that was asked for: heads that all do are in order.
+    bool isAlike(const std::vector<MergeKey>& head);
 
     void handleULong(const String& name, unsigned long& value) override;
     void handleLong(const String& name, long& value) override;
@@ -61,6 +66,8 @@ private:
     void offer(const String& name, const T& value);
 
     std::vector<Order> orders;
+    std::vector<std::size_t> kinds;  // of the first head, to the first missing key
+    bool kindsKnown = false;
     std::vector<MergeKey>* target = nullptr;  // during read
 };
 

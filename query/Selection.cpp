@@ -50,13 +50,16 @@ Role Selection::operator()(const String& associationName) const {
 
 Selection& Selection::where(const Condition& newCondition) {
     Condition* fresh = newCondition.getNew();  // the argument may be the old one
-    delete condition;
+    if (isOwnCopy)
+        delete condition;
     condition = fresh;
+    isOwnCopy = true;
     return *this;
 }
 
 void Selection::setCondition(Condition* newCondition) {
     condition = newCondition;
+    isOwnCopy = false;
 }
 
 void Selection::orderBy(const Attribute& attribute, bool ascending) {
@@ -72,8 +75,11 @@ bool Selection::next() {
     }
     if (cursors.size() == 0)
         return false;
-    if (state->merge != nullptr && cursors.size() > 1 && !chooseHead())
-        return failOnDriver();
+    if (state->merge != nullptr && cursors.size() > 1) {
+        current = state->merge->choose(cursors);
+        if (current < 0)
+            return failOnDriver();
+    }
     currentValue = cursors[current]->getInstance();
     if (currentValue == nullptr)
         return failOnDriver();
@@ -107,17 +113,14 @@ bool Selection::openCursors() {
         if (cursor->next())
             cursors.add(cursor.release());
     }
-    if (sortOrders.size() > 0 && concrete.size() > 1) {
-        state->merge = std::make_unique<MergeKeys>(sortOrders);
-        state->heads.resize(static_cast<std::size_t>(cursors.size()));
-    }
+    if (sortOrders.size() > 0 && concrete.size() > 1)
+        state->merge = std::make_unique<MergeHeap>(sortOrders);
     return true;
 }
 
 bool Selection::advanceCurrent() {
-    const auto position = static_cast<std::size_t>(current);
     if (state->merge != nullptr)
-        state->heads[position].known = false;
+        state->merge->advanced(current);
     bool more = false;
     try {
         more = cursors[current]->next();
@@ -129,29 +132,8 @@ bool Selection::advanceCurrent() {
         return true;
     delete cursors.removeAt(current);
     if (state->merge != nullptr)
-        state->heads.erase(state->heads.begin() + current);
+        state->merge->ended(current);
     current = 0;
-    return true;
-}
-
-// False when a head has no instance. Asking its cursor once more might bring
-// one, but out of order.
-bool Selection::chooseHead() {
-    int best = 0;
-    for (int i = 0; i < cursors.size(); ++i) {
-        SelectionState::Head& head = state->heads[static_cast<std::size_t>(i)];
-        if (!head.known) {
-            Instance* instance = cursors[i]->getInstance();
-            if (instance == nullptr)
-                return false;
-            state->merge->read(instance, head.keys);
-            head.known = true;
-        }
-        if (i > 0 &&
-            state->merge->isBetter(head.keys, state->heads[static_cast<std::size_t>(best)].keys))
-            best = i;
-    }
-    current = best;
     return true;
 }
 
@@ -159,11 +141,13 @@ bool Selection::chooseHead() {
 bool Selection::failOnDriver() {
     cursors.clearAndDelete();
     current = 0;
-    const DBDriver* opened = cls != nullptr ? cls->getModel()->getDriver() : nullptr;
-    const String reason = cls == nullptr ? String("The selection has no class")
-                          : opened == nullptr
-                              ? String("The model ") + cls->getModel()->getName() + " is not open"
-                              : String(cls->getModel()->getDriver()->getErrorMessage());
+    String reason("The selection has no class; give it one when it is made");
+    if (cls != nullptr) {
+        const Model* model = cls->getModel();
+        reason = model->isOpen()
+                     ? String(model->getDriver()->getErrorMessage())
+                     : String("The model ") + model->getName() + " is not open; open it first";
+    }
     Exception(Exception::ERROR, "SELERR", "Selection::next", reason).handle();
     return false;
 }

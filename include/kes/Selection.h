@@ -19,7 +19,8 @@ namespace Kes {
 class KES_EXPORT SortOrder {
 public:
     SortOrder(const Attribute& sortAttribute, bool isAscendingKey)
-        : attribute(sortAttribute), ascending(isAscendingKey) {}
+        : attribute(sortAttribute),
+          ascending(isAscendingKey) {}
 
     const Attribute& getAttribute() const { return attribute; }
     bool isAscending() const { return ascending; }
@@ -61,7 +62,9 @@ public:
     /// an association of the class with itself, where both roles are its own.
     Role operator()(const String& associationName) const;
 
-    /// Stores a copy of the condition in place of an earlier one.
+    /// Stores a copy of the condition in place of an earlier one, which is freed
+    /// only if it was such a copy too: one that setCondition adopted is left to
+    /// whoever made it.
     Selection& where(const Condition& newCondition);
 
     /// Adopts the condition; an earlier one is neither freed nor combined.
@@ -91,17 +94,17 @@ private:
     bool start();
     bool openCursors();
     bool advanceCurrent();
-    bool chooseHead();
     [[nodiscard]] bool failOnDriver();
 
     Class* cls;
-    SelectionDefinition* definition = nullptr;  // owned
+    SelectionDefinition* definition = nullptr;     // owned
     PtrVector<DBDriverSelection> cursors{10, 10};  // owned, in concrete-class order
     PtrList<SortOrder> sortOrders;                 // owned
     int current = 0;
     SortHandler* sortHandler = nullptr;  // owned; null unless merging
     Pointer<Instance> currentValue;
     Condition* condition = nullptr;  // owned
+    bool isOwnCopy = false;          // the condition was made by where
     String alias;
     AssociatedClass* frozen = nullptr;  // owned
     SelectionState* state = nullptr;    // owned; merging and sibling groups
