@@ -1,6 +1,7 @@
 #include <kes/Condition.h>
 
 #include <memory>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -23,25 +24,38 @@ CombinationCondition Condition::operator||(const Condition& other) const {
     return CombinationCondition(getNew(), OR, rightCopy);
 }
 
-CombinationCondition::CombinationCondition(Condition* leftOperand,
-                                           LogicalOperator logicalOperator,
+CombinationCondition::CombinationCondition(Condition* leftOperand, LogicalOperator logicalOperator,
                                            Condition* rightOperand)
-    : left(leftOperand), right(rightOperand), op(logicalOperator) {}
+    : left(leftOperand),
+      right(rightOperand),
+      op(logicalOperator) {}
+
+namespace {
+
+// Not for classes derived from it, which copy and destroy themselves.
+bool isCombination(const Condition& condition) {
+    return typeid(condition) == typeid(CombinationCondition);
+}
+
+}  // namespace
 
 // Copies with a list of work instead of recursion: a chain of a million
 // operands is as deep as it is long.
 CombinationCondition::CombinationCondition(const CombinationCondition& other)
-    : Condition(other), left(nullptr), right(nullptr), op(other.op) {
+    : Condition(other),
+      left(nullptr),
+      right(nullptr),
+      op(other.op) {
     std::vector<std::pair<Condition**, const Condition*>> work{{&left, other.left},
                                                                {&right, other.right}};
     while (!work.empty()) {
         const auto [target, source] = work.back();
         work.pop_back();
-        const auto* joined = dynamic_cast<const CombinationCondition*>(source);
-        if (joined == nullptr) {
+        if (source == nullptr || !isCombination(*source)) {
             *target = source != nullptr ? source->getNew() : nullptr;
             continue;
         }
+        const auto* joined = static_cast<const CombinationCondition*>(source);
         auto* copy = new CombinationCondition(nullptr, joined->op, nullptr);
         *target = copy;
         work.emplace_back(&copy->left, joined->left);
@@ -54,7 +68,8 @@ CombinationCondition::~CombinationCondition() {
     while (!work.empty()) {
         Condition* next = work.back();
         work.pop_back();
-        if (auto* joined = dynamic_cast<CombinationCondition*>(next)) {
+        if (next != nullptr && isCombination(*next)) {
+            auto* joined = static_cast<CombinationCondition*>(next);
             work.push_back(joined->right);
             work.push_back(joined->left);
             joined->left = joined->right = nullptr;
@@ -74,7 +89,9 @@ Condition* CombinationCondition::getNew() const {
 template <class T>
 AttributeCondition<T>::AttributeCondition(Attribute* comparedAttribute, int comparisonOperator,
                                           T constant)
-    : attribute(comparedAttribute), op(comparisonOperator), value(constant) {}
+    : attribute(comparedAttribute),
+      op(comparisonOperator),
+      value(constant) {}
 
 template <class T>
 AttributeCondition<T>::AttributeCondition(const AttributeCondition& other)
@@ -111,10 +128,15 @@ template class AttributeCondition<Timestamp>;
 OneAssociatedCondition::OneAssociatedCondition(Role* testedRole,
                                                AssociationOperator associationOperator,
                                                Instance* partner)
-    : role(testedRole), op(associationOperator), instance(partner) {}
+    : role(testedRole),
+      op(associationOperator),
+      instance(partner) {}
 
 OneAssociatedCondition::OneAssociatedCondition(const OneAssociatedCondition& other)
-    : Condition(other), role(new Role(*other.role)), op(other.op), instance(other.instance) {}
+    : Condition(other),
+      role(new Role(*other.role)),
+      op(other.op),
+      instance(other.instance) {}
 
 OneAssociatedCondition::~OneAssociatedCondition() {
     delete role;
@@ -131,7 +153,9 @@ Condition* OneAssociatedCondition::getNew() const {
 ManyAssociatedCondition::ManyAssociatedCondition(Role* testedRole,
                                                  AssociationOperator associationOperator,
                                                  AssociatedClass* nested)
-    : role(testedRole), op(associationOperator), associatedClass(nested) {}
+    : role(testedRole),
+      op(associationOperator),
+      associatedClass(nested) {}
 
 ManyAssociatedCondition::ManyAssociatedCondition(const ManyAssociatedCondition& other)
     : Condition(other),

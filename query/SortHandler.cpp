@@ -10,11 +10,19 @@ SortValueBase::~SortValueBase() = default;
 
 namespace {
 
+// Every value that a handler holds is one of these.
+class KeptValue : public SortValueBase {
+public:
+    virtual SortValueBase* getNew() const = 0;
+};
+
 // `other` is always of the same type: both are values of one key.
 template <class T>
-class SortValue final : public SortValueBase {
+class SortValue final : public KeptValue {
 public:
     explicit SortValue(const T& v) : value(v) {}
+
+    SortValueBase* getNew() const override { return new SortValue(value); }
 
     int compare(SortValueBase* other) override {
         const T& theirs = static_cast<SortValue*>(other)->value;
@@ -29,9 +37,11 @@ private:
 
 // Whatever is not at or above the other sorts before it, a NaN too.
 template <class T>
-class RealSortValue final : public SortValueBase {
+class RealSortValue final : public KeptValue {
 public:
     explicit RealSortValue(const T& v) : value(v) {}
+
+    SortValueBase* getNew() const override { return new RealSortValue(value); }
 
     int compare(SortValueBase* other) override {
         const T theirs = static_cast<RealSortValue*>(other)->value;
@@ -57,7 +67,38 @@ SortValueBase* makeValue(const double& value) {
     return new RealSortValue<double>(value);
 }
 
+SortValueBase* copyOf(const SortValueBase* value) {
+    return value != nullptr ? static_cast<const KeptValue*>(value)->getNew() : nullptr;
+}
+
 }  // namespace
+
+SortHandler::SortHandler(const SortHandler& other)
+    : Handler(other),
+      names(other.names),
+      ascending(other.ascending),
+      first(other.first) {
+    takeValues(other);
+}
+
+SortHandler& SortHandler::operator=(const SortHandler& other) {
+    if (this == &other)
+        return *this;
+    names = other.names;
+    ascending = other.ascending;
+    first = other.first;
+    best.clearAndDelete();
+    candidate.clearAndDelete();
+    takeValues(other);
+    return *this;
+}
+
+void SortHandler::takeValues(const SortHandler& other) {
+    for (int i = 0; i < names.size(); ++i) {
+        best.add(copyOf(other.best[i]));
+        candidate.add(copyOf(other.candidate[i]));
+    }
+}
 
 SortHandler::~SortHandler() {
     best.clearAndDelete();

@@ -30,8 +30,10 @@ public:
 class KES_EXPORT SortHandler : public Handler {
 public:
     SortHandler() = default;
-    SortHandler(const SortHandler&) = delete;
-    SortHandler& operator=(const SortHandler&) = delete;
+
+    /// Copies stand where the other handler stands and own values of their own.
+    SortHandler(const SortHandler& other);
+    SortHandler& operator=(const SortHandler& other);
     ~SortHandler() override;
 
     /// Once, with the keys in order, the major one first.
@@ -65,6 +67,7 @@ protected:
 private:
     template <class T>
     void offer(const String& name, const T& value);
+    void takeValues(const SortHandler& other);
 
     ValVector<String> names{10, 10};
     PtrVector<SortValueBase> best{10, 10};       // owned, per key, may be null
