@@ -33,10 +33,8 @@ void Instance::change() {
 }
 
 void Instance::remove() {
-    if (isRemoved())
-        return;
-    setRemoved(true);
-    Removal::run(this);
+    if (!isRemoved())
+        Removal::run(this);
 }
 
 void Instance::refresh() {

@@ -38,9 +38,18 @@ bool isAcceptable(const Instance* owner, const Instance* partner, const Referenc
                             ", which belongs to another model");
         return false;
     }
-    if (partner->isRemoved()) {
+    if (partner->isRemoved() || owner->isRemoved()) {
+        fail(operation,
+             String("The reference ") + role + " of " + describe(owner) +
+                 (owner->isRemoved()
+                      ? String(", which was removed, cannot take ") + describe(partner)
+                      : String(" cannot take ") + describe(partner) + ", which was removed"));
+        return false;
+    }
+    if (owner->getObjectID() == 0 || partner->getObjectID() == 0) {
         fail(operation, String("The reference ") + role + " of " + describe(owner) +
-                            " cannot take " + describe(partner) + ", which was removed");
+                            " cannot take " + describe(partner) +
+                            " before both are added; call add first");
         return false;
     }
     const Class* wanted = end.getAssociation()->getClassFor(end.getOtherRole());
@@ -55,11 +64,13 @@ bool isAcceptable(const Instance* owner, const Instance* partner, const Referenc
 }  // namespace
 
 ReferenceFinder::ReferenceFinder(Instance* itsOwner, const void* ref, const char* operation)
-    : owner(itsOwner), wanted(ref) {
+    : owner(itsOwner),
+      wanted(ref) {
     walkFields(owner, *this);
     if (!found())
         fail(operation, String("The reference is none that ") + describe(owner) +
-                            " reports from its handle operation");
+                            " reports from its handle operation; report it there, or pass one "
+                            "of the object's own");
 }
 
 const String& ReferenceFinder::getOtherRole() const {

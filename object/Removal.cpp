@@ -68,6 +68,9 @@ private:
 };
 
 void Removal::run(Instance* instance) {
+    if (!instance->getClass()->getModel()->isUsable(instance, "Model::remove", "removed"))
+        return;
+    instance->setRemoved(true);
     if (myActive != nullptr)
         myActive->enter(instance);
     else
@@ -103,9 +106,9 @@ void Removal::workOff() {
     while (!frames.empty()) {
         if (step())
             continue;
-        const Pointer<Instance> finished(frames.back().instance);
-        frames.pop_back();
+        Instance* finished = frames.back().instance;
         finished->getClass()->getModel()->remove(finished);
+        frames.pop_back();
     }
 }
 

@@ -19,10 +19,12 @@ namespace Kes {
 
 class Removal {
 public:
-    /// Removes `instance`, whose removed bit was just set.
+    /// Sets the removed bit of `instance` and removes it. Raises INSTERR (ERROR)
+    /// and does nothing while the model is closed.
     static void run(Instance* instance);
 
-    /// As run; the partners stay, whatever their associations say.
+    /// Removes an instance whose removed bit was just set; the partners stay,
+    /// whatever their associations say.
     static void runAlone(Instance* instance);
 
 private:
