@@ -51,8 +51,8 @@ DBDriver* Model::getCachedDriver() {
 }
 
 void Model::setDriverCacheSize(int size) {
-    myDriverCacheSize = size;
-    while (myDriverCache.size() > std::max(size, 0))
+    myDriverCacheSize = std::max(size, 0);
+    while (myDriverCache.size() > myDriverCacheSize)
         destroyNewest(myDriverCache);
 }
 

@@ -1,5 +1,6 @@
 #include <kes/Model.h>
 
+#include <exception>
 #include <memory>
 
 #include <kes/DBDriver.h>
@@ -53,12 +54,13 @@ Class* Model::addClass(Class* cls) {
     const String& className = cls->getName();
     if (classes.contains(className)) {
         raise("DECLERR", "Model::addClass",
-              String("The class ") + className + " is declared twice");
+              String("The class ") + className + " is declared twice; give one another name");
         return nullptr;
     }
     if (cls->factory == nullptr) {
         raise("DECLERR", "Model::addClass",
-              String("The class ") + className + " has no factory to make its objects with");
+              String("The class ") + className +
+                  " has no factory to make its objects with; give it one");
         return nullptr;
     }
     classes.set(className, cls);
@@ -74,7 +76,8 @@ void Model::addAssociation(Association* association) {
     threadCheck.doit();
     if (associations.contains(association->getName())) {
         raise("DECLERR", "Model::addAssociation",
-              String("The association ") + association->getName() + " is declared twice");
+              String("The association ") + association->getName() +
+                  " is declared twice; give one another name");
         return;
     }
     associations.set(association->getName(), association);
@@ -178,11 +181,11 @@ void Model::dropDriver() {
 
 void Model::synchronise() {
     schemaFailed = false;
-    std::unique_ptr<Exception> cause;
+    std::exception_ptr cause;  // of any type: the application's handler may throw its own
     try {
         updateModel();
-    } catch (const Exception& thrown) {
-        cause = std::make_unique<Exception>(thrown);
+    } catch (...) {
+        cause = std::current_exception();
     }
     if (cause == nullptr && !schemaFailed) {
         if (driver->commit())
@@ -201,7 +204,7 @@ void Model::synchronise() {
     }
     dropDriver();
     if (cause != nullptr)
-        throw Exception(*cause);
+        std::rethrow_exception(cause);
 }
 
 void Model::close() {

@@ -27,8 +27,16 @@ void raise(const char* code, const char* context, const String& message) {
 }
 
 String describe(const Instance* instance) {
-    return instance->getClass()->getName() + " object with id " +
-           String(instance->getObjectID());
+    return instance->getClass()->getName() + " object with id " + String(instance->getObjectID());
+}
+
+bool wasAdded(const Instance* instance, const char* operation, const char* verb) {
+    if (instance->getObjectID() != 0)
+        return true;
+    raise("INSTERR", operation,
+          String("The ") + describe(instance) + " cannot be " + verb +
+              ": it was never added; call add first");
+    return false;
 }
 
 }  // namespace
@@ -43,8 +51,8 @@ Instance* Model::getInstance(unsigned long objectID, Class* cls) {
     if (objectID == 0 || cls == nullptr)
         return nullptr;
     Selection selection(cls);
-    selection.setCondition(new AttributeCondition<unsigned long>(
-        new Attribute(cls, "KesObjectID"), Condition::EQUAL, objectID));
+    selection.setCondition(new AttributeCondition<unsigned long>(new Attribute(cls, "KesObjectID"),
+                                                                 Condition::EQUAL, objectID));
     return selection.next() ? selection.value() : nullptr;
 }
 
@@ -84,7 +92,7 @@ bool Model::isUsable(const Instance* instance, const char* operation, const char
     else if (driver == nullptr)
         raise("INSTERR", operation,
               String("The ") + describe(instance) + " cannot be " + verb + ": the model " + name +
-                  " is not open");
+                  " is not open; open it first");
     else
         return true;
     return false;
@@ -96,7 +104,9 @@ void Model::add(Instance* instance) {
     const Pointer<Instance> keep(instance);
     const bool resurrected = instance->isRemoved() && isPending(instance);
     if (instance->getObjectID() != 0 && !instance->isRemoved()) {
-        raise("INSTERR", "Model::add", String("The ") + describe(instance) + " was added before");
+        raise("INSTERR", "Model::add",
+              String("The ") + describe(instance) +
+                  " was added before; call change to store what was assigned");
         return;
     }
     if (instance->getClass()->isAbstract()) {
@@ -129,7 +139,7 @@ void Model::update(Instance* instance) {
     if (instance->getObjectID() == 0 || (instance->isRemoved() && !isPending(instance))) {
         raise("INSTERR", "Model::update",
               String("The ") + describe(instance) + " cannot be changed: it " +
-                  (instance->isRemoved() ? "was removed" : "was never added"));
+                  (instance->isRemoved() ? "was removed" : "was never added; call add first"));
         return;
     }
     transactions->recordUpdate(instance);
@@ -163,13 +173,15 @@ void Model::recordLink(bool made, Instance* first, const String& firstRole, Inst
     if (association == nullptr || association->getAssociatedRole(firstRole) != secondRole) {
         raise("INSTERR", operation,
               String("The roles ") + firstRole + " and " + secondRole +
-                  " are not the two ends of one association");
+                  " are not the two ends of " +
+                  (association != nullptr ? String("the association ") + association->getName()
+                                          : String("one association")));
         return;
     }
     if (made && (first->getObjectID() == 0 || second->getObjectID() == 0)) {
         raise("INSTERR", operation,
               String("The ") + describe(first) + " and the " + describe(second) +
-                  " cannot be linked before both are added");
+                  " cannot be linked before both are added; call add first");
         return;
     }
     transactions->recordLink(made ? Action::Link : Action::Unlink, first, firstRole, second,
@@ -202,12 +214,13 @@ void Model::rollback() {
 
 bool Model::requireOpen(const char* operation) const {
     if (driver == nullptr)
-        raise("NOTOPEN", operation, String("The model ") + name + " is not open");
+        raise("NOTOPEN", operation, String("The model ") + name + " is not open; open it first");
     return driver != nullptr;
 }
 
 void Model::lock(Instance* instance) {
-    if (!isUsable(instance, "Model::lock", "locked"))
+    if (!isUsable(instance, "Model::lock", "locked") ||
+        !wasAdded(instance, "Model::lock", "locked"))
         return;
     siblings->forget();
     if (driver->lock(instance))
@@ -218,7 +231,8 @@ void Model::lock(Instance* instance) {
 }
 
 void Model::refresh(Instance* instance) {
-    if (!isUsable(instance, "Model::refresh", "refreshed"))
+    if (!isUsable(instance, "Model::refresh", "refreshed") ||
+        !wasAdded(instance, "Model::refresh", "refreshed"))
         return;
     siblings->forget();
     const Pointer<Instance> keep(instance);
