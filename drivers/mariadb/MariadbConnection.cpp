@@ -32,8 +32,8 @@ std::string quoted(const std::string& text) {
 std::string sessionSettings(const MariadbSettings& settings) {
     std::string isolation = settings.isolation;
     for (char& c : isolation)
-        if (c >= 'a' && c <= 'z')
-            c = static_cast<char>(c - 32);
+        c = c == ' ' ? '-' : static_cast<char>(c - 'a' + 'A');
+    const std::string patience = std::to_string(settings.lockSeconds());
     return "SET SESSION sql_mode = 'STRICT_ALL_TABLES,NO_ZERO_DATE,NO_ZERO_IN_DATE,"
            "ERROR_FOR_DIVISION_BY_ZERO,NO_ENGINE_SUBSTITUTION,ANSI_QUOTES,PIPES_AS_CONCAT,"
            "NO_BACKSLASH_ESCAPES', "
@@ -43,9 +43,8 @@ std::string sessionSettings(const MariadbSettings& settings) {
            "innodb_strict_mode = 1, max_sort_length = 262144, "
            "sort_buffer_size = GREATEST(@@sort_buffer_size, 8388608), "
            "net_write_timeout = 31536000, wait_timeout = 31536000, tx_isolation = " +
-           quoted(isolation) +
-           ", innodb_lock_wait_timeout = " + std::to_string(settings.lockTimeout) +
-           ", lock_wait_timeout = " + std::to_string(settings.lockTimeout) +
+           quoted(isolation) + ", innodb_lock_wait_timeout = " + patience +
+           ", lock_wait_timeout = " + patience +
            ", max_statement_time = " + std::to_string(settings.statementTimeout) + " / 1000";
 }
 
@@ -58,7 +57,7 @@ void setUpLibrary() {
 
 MariadbConnection::MariadbConnection(const MariadbSettings& wanted)
     : settings(wanted),
-      stage(*this, wanted.lockTimeout) {
+      stage(*this, wanted.lockSeconds()) {
     setUpLibrary();
     try {
         connect();

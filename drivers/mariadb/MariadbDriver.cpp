@@ -27,11 +27,11 @@ std::unique_ptr<Connection> MariadbDriver::connect(const String& source, const S
         options.getNumber("connect_timeout", 1, 3600, settings.connectTimeout);
     settings.networkTimeout =
         options.getNumber("network_timeout", 0, 86400, settings.networkTimeout);
-    settings.lockTimeout = options.getNumber("lock_timeout", 1, 86400, settings.lockTimeout);
+    settings.lockTimeout = options.getNumber("lock_timeout", 0, 86400000, settings.lockTimeout);
     settings.statementTimeout =
         options.getNumber("statement_timeout", 0, 86400000, settings.statementTimeout);
     settings.isolation = options.getChoice(
-        "isolation", {"read-committed", "repeatable-read", "serializable"}, settings.isolation);
+        "isolation", {"read committed", "repeatable read", "serializable"}, settings.isolation);
     settings.causalReads = options.getBool("causal_reads", settings.causalReads);
     settings.tls = options.getChoice("tls", {"off", "on", "verify"}, settings.tls);
     settings.tlsCa = options.getText("tls_ca", "");

@@ -25,15 +25,18 @@ struct MariadbSettings {
 
     long connectTimeout = 5;    // s, for each host
     long networkTimeout = 0;    // s; 0 to wait as long as the server takes
-    long lockTimeout = 10;      // s
+    long lockTimeout = 10000;   // ms
     long statementTimeout = 0;  // ms; 0 for none
-    std::string isolation = "read-committed";
+    std::string isolation = "read committed";
     bool causalReads = true;  // on a cluster
 
     std::string tls = "off";
     std::string tlsCa;
     std::string tlsCert;
     std::string tlsKey;
+
+    /// The server counts whole seconds.
+    long lockSeconds() const { return (lockTimeout + 999) / 1000; }
 
     /// Reads `source`: `host[:port][,...]/database`, where a host that begins
     /// with a slash is a socket, in front of it perhaps `mariadb://[user@]`.

@@ -98,11 +98,8 @@ void MariadbStatement::prepare() {
         mysql_stmt_close(handle);
     generation = connection.currentGeneration();
     handle = mysql_stmt_init(connection.client());
-    const auto begun = MariadbConnection::Clock::now();
     if (mysql_stmt_prepare(handle, sql.data(), sql.size()) != 0)
         connection.fail(handle);
-    if (connection.isTraced())
-        connection.write("prepare " + sql, begun);
     describeResult();
 }
 
@@ -205,7 +202,7 @@ void MariadbStatement::execute(const std::vector<MariadbValue>& values) {
     const bool done = (binds.empty() || mysql_stmt_bind_param(handle, binds.data()) == 0) &&
                       mysql_stmt_execute(handle) == 0;
     if (connection.isTraced())
-        connection.write(sql + describe(values), begun);
+        connection.write(expanded(sql, values), begun);
     if (!done)
         connection.fail(handle);
     connection.noteUse();

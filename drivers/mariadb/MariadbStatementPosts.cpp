@@ -119,7 +119,7 @@ long MariadbStatement::sendMany() {
     const bool done =
         mysql_stmt_bind_param(handle, binds.data()) == 0 && mysql_stmt_execute(handle) == 0;
     if (connection.isTraced())
-        connection.write(sql + describe(posts), begun);
+        connection.write(expanded(sql, posts), begun);
     count = 0;
     mysql_stmt_attr_set(handle, STMT_ATTR_ARRAY_SIZE, &count);
     if (!done)

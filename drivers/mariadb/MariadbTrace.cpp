@@ -8,7 +8,6 @@ namespace Kes::sql {
 namespace {
 
 constexpr std::size_t LongestValue = 200;  // bytes
-constexpr std::size_t MostRows = 20;
 
 std::string textOf(double value) {
     char buffer[32];
@@ -24,7 +23,12 @@ std::string textOf(const MariadbValue& value) {
     case Row::Null: return "NULL";
     case Row::Integer: return std::to_string(value.integer);
     case Row::Real: return textOf(value.real);
-    case Row::Text: text = "'" + std::string(data, shown) + "'"; break;
+    case Row::Text:
+        text = "'";
+        for (std::size_t i = 0; i < shown; ++i)
+            text.append(data[i] == '\'' ? 2 : 1, data[i]);
+        text += "'";
+        break;
     case Row::Bytes:
         text = "X'";
         for (std::size_t i = 0; i < shown; ++i) {
@@ -39,18 +43,26 @@ std::string textOf(const MariadbValue& value) {
 
 }  // namespace
 
-std::string describe(const std::vector<MariadbValue>& values) {
-    std::string text;
-    for (const MariadbValue& value : values)
-        text += (text.empty() ? " {" : ", ") + textOf(value);
-    return text.empty() ? text : text + "}";
+std::string expanded(const std::string& text, const std::vector<MariadbValue>& values) {
+    std::string filled;
+    std::size_t next = 0;
+    char quote = '\0';
+    for (const char c : text) {
+        if (quote != '\0')
+            quote = c == quote ? '\0' : quote;
+        else if (c == '"' || c == '\'')
+            quote = c;
+        if (c == '?' && quote == '\0' && next < values.size())
+            filled += textOf(values[next++]);
+        else
+            filled += c;
+    }
+    return filled;
 }
 
-std::string describe(const MariadbPosts& posts) {
-    std::string text = " " + std::to_string(posts.count()) + " rows:";
-    for (std::size_t i = 0; i < std::min(posts.count(), MostRows); ++i)
-        text += describe(posts.row(i));
-    return posts.count() > MostRows ? text + " ..." : text;
+std::string expanded(const std::string& text, const MariadbPosts& posts) {
+    return expanded(text, posts.row(0)) + " (the first of " + std::to_string(posts.count()) +
+           " rows)";
 }
 
 }  // namespace Kes::sql

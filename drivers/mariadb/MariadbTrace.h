@@ -1,4 +1,4 @@
-// Values as the statement trace shows them.
+// Statements as the trace shows them.
 
 #pragma once
 
@@ -9,10 +9,10 @@
 
 namespace Kes::sql {
 
-/// " {1, 'Ann', NULL}", with long values shortened.
-std::string describe(const std::vector<MariadbValue>& values);
+/// The text with the values in their places, long ones shortened.
+std::string expanded(const std::string& text, const std::vector<MariadbValue>& values);
 
-/// The number of rows, and the first few of them.
-std::string describe(const MariadbPosts& posts);
+/// The same with the first of many rows, and the number of them.
+std::string expanded(const std::string& text, const MariadbPosts& posts);
 
 }  // namespace Kes::sql
