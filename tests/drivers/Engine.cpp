@@ -27,6 +27,10 @@ std::unique_ptr<Engine> Engine::make() {
     if (wanted == "postgres")
         return makePostgresEngine();
 #endif
+#ifdef KES_TEST_MARIADB
+    if (wanted == "mariadb")
+        return makeMariadbEngine();
+#endif
     throw std::runtime_error("the driver suite was not built for the driver " + wanted);
 }
 

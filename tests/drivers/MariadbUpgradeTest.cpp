@@ -1,0 +1,246 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <kes/Kes.h>
+
+#include "tests/drivers/Engines.h"
+#include "tests/drivers/PlainMariadb.h"
+#include "tests/support/Raises.h"
+
+namespace Kes::testing {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// In its first version it has no weight; in its third its text is a number.
+class Parcel : public Instance {
+public:
+    explicit Parcel(Class* c) : Instance(c) {}
+    void handle(Handler* h) override {
+        Instance::handle(h);
+        h->handleInt("number", number);
+        if (getClass()->getModel()->getVersion() < 3)
+            h->handleString("text", text, 10);
+        else
+            h->handleInt("text", textNumber);
+        if (getClass()->getModel()->getVersion() > 1)
+            h->handleInt("weight", weight);
+    }
+
+    int number = 0;
+    String text;
+    int textNumber = 0;
+    int weight = 7;
+};
+
+class ParcelModel : public Model {
+public:
+    explicit ParcelModel(int itsVersion) : Model("parcels", 100000) { setVersion(itsVersion); }
+
+    Class* parcelClass = nullptr;
+
+protected:
+    void declareModel() override {
+        parcelClass =
+            addClass("Parcel", getVersion(), [](Class* c) -> Instance* { return new Parcel(c); });
+        parcelClass->addIndex("number", false);
+    }
+};
+
+// A process of its own; it ends with true as 0 and false as 1.
+class Child {
+public:
+    explicit Child(const std::function<bool()>& work) : id(fork()) {
+        if (id == 0)
+            _exit(work() ? 0 : 1);
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child() { end(); }
+
+    void kill() {
+        ::kill(id, SIGKILL);
+        end();
+    }
+    bool succeeds() {
+        int status = 0;
+        const bool ended = waitpid(id, &status, 0) == id;
+        id = 0;
+        return ended && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    }
+
+private:
+    void end() {
+        if (id > 0) {
+            ::kill(id, SIGKILL);
+            waitpid(id, nullptr, 0);
+        }
+        id = 0;
+    }
+
+    pid_t id;
+};
+
+}  // namespace
+
+class MariadbUpgradeTest : public ::testing::Test {
+protected:
+    static bool says(const std::string& message, const std::string& words) {
+        return message.find(words) != std::string::npos;
+    }
+
+    void make(int parcels) {
+        ParcelModel model(1);
+        engine->open(model);
+        model.startTransaction();
+        for (int i = 0; i < parcels; ++i) {
+            auto* parcel = static_cast<Parcel*>(model.parcelClass->newInstance());
+            parcel->number = i;
+            parcel->text = std::to_string(i).c_str();
+        }
+        model.commit();
+    }
+
+    std::string refusal(int version) {
+        ParcelModel model(version);
+        return messageRaisedBy([&] { engine->open(model); });
+    }
+
+    // Tables and triggers of upgrades, without the one that tells the turn.
+    std::vector<std::string> leftovers() {
+        return admin.askAll(
+            "SELECT table_name FROM information_schema.tables WHERE "
+            "table_schema = '" +
+            database + "' AND table_name REGEXP '^kes_(new|old)' UNION ALL " +
+            "SELECT trigger_name FROM information_schema.triggers WHERE "
+            "trigger_schema = '" +
+            database + "'");
+    }
+
+    const std::unique_ptr<Engine> engine = makeMariadbEngine();
+    PlainMariadb admin{Engine::serverSays("mariadb", "source"), engine->user(), engine->password()};
+    const std::string database = engine->source().substr(engine->source().find('/') + 1);
+};
+
+TEST_F(MariadbUpgradeTest, KeepsRowsAndLeavesNothingElse) {
+    make(1000);
+
+    EXPECT_EQ("", refusal(2));
+
+    EXPECT_EQ("499500", engine->ask("SELECT sum([number]) FROM [Parcel] WHERE [weight] = 7"));
+    EXPECT_TRUE(leftovers().empty());
+}
+
+TEST_F(MariadbUpgradeTest, LeavesTheOldTablesWholeWhenItIsRefused) {
+    make(100);
+    engine->run("UPDATE [Parcel] SET [text] = 'no number' WHERE [number] = 70");
+
+    EXPECT_TRUE(says(refusal(3), "no number"));
+
+    EXPECT_TRUE(leftovers().empty());
+    EXPECT_EQ("1", engine->ask("SELECT version FROM kes_versions WHERE kind = 'MODEL'"));
+    engine->run("UPDATE [Parcel] SET [text] = '70' WHERE [number] = 70");
+    EXPECT_EQ("", refusal(3));
+    EXPECT_EQ("4950", engine->ask("SELECT sum([text]) FROM [Parcel]"));
+}
+
+TEST_F(MariadbUpgradeTest, ClearsAwayWhatOneThatWasCutOffLeft) {
+    make(10);
+    engine->run("CREATE TABLE kes_new_7_0 (id INTEGER PRIMARY KEY)");
+    engine->run("CREATE TABLE kes_old_7_1 (id INTEGER PRIMARY KEY)");
+    engine->run(
+        "CREATE TRIGGER kes_stop_7_0_1 BEFORE INSERT ON [Parcel] FOR EACH ROW "
+        "SIGNAL SQLSTATE '45000' SET MESSAGE_TEXT = 'stop'");
+
+    EXPECT_EQ("", refusal(2));
+
+    EXPECT_TRUE(leftovers().empty());
+    engine->run("INSERT INTO [Parcel] VALUES (100, 0, 1, 'new', 1)");
+}
+
+TEST_F(MariadbUpgradeTest, IsDoneOnceByTwoAtTheSameTime) {
+    make(5000);
+    const auto upgrade = [&] {
+        ParcelModel model(2);
+        return codeRaisedBy([&] { engine->open(model); }).empty();
+    };
+
+    Child one(upgrade);
+    Child other(upgrade);
+
+    EXPECT_TRUE(one.succeeds());
+    EXPECT_TRUE(other.succeeds());
+    EXPECT_EQ("5000", engine->ask("SELECT count(*) FROM [Parcel] WHERE [weight] = 7"));
+    EXPECT_EQ("2", engine->ask("SELECT version FROM kes_versions WHERE kind = 'MODEL'"));
+    EXPECT_TRUE(leftovers().empty());
+}
+
+TEST_F(MariadbUpgradeTest, SurvivesDeathAtAnyMoment) {
+    const auto upgrade = [&] {
+        ParcelModel model(2);
+        engine->open(model);
+        return true;
+    };
+    for (int moment = 0; moment < 20; ++moment) {
+        for (const std::string& table : engine->tables())
+            engine->run("DROP TABLE [" + table + "]");
+        engine->run("DROP TABLE IF EXISTS kes_versions");
+        make(3000);
+
+        Child child(upgrade);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5 * moment));
+        child.kill();
+
+        EXPECT_EQ("4498500", engine->ask("SELECT sum([number]) FROM [Parcel]")) << moment;
+        EXPECT_EQ("", refusal(2)) << moment;
+        EXPECT_EQ("4498500", engine->ask("SELECT sum([number]) FROM [Parcel] WHERE [weight] = 7"));
+        EXPECT_TRUE(leftovers().empty()) << moment;
+    }
+}
+
+TEST_F(MariadbUpgradeTest, LosesNoWriteOfAProgramThatGoesOn) {
+    make(3000);
+    int written[2];
+    ASSERT_EQ(0, pipe(written));
+    Child writer([&] {
+        ParcelModel model(1);
+        engine->open(model);
+        SelectionOf<Parcel> parcels(model.parcelClass);
+        parcels.where(parcels["number"] == 0);
+        const Pointer<Parcel> parcel(parcels.next() ? parcels.value() : nullptr);
+        const auto end = Clock::now() + std::chrono::seconds(2);
+        while (Clock::now() < end) {
+            model.startTransaction();
+            parcel->text = (std::string("x") + static_cast<const char*>(parcel->text)).c_str();
+            parcel->change();
+            codeRaisedBy([&] { model.commit(); });
+        }
+        const std::string last = static_cast<const char*>(parcel->text);
+        const std::string count = std::to_string(last.size() - 1);
+        return write(written[1], count.data(), count.size()) > 0;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+
+    const std::string said = refusal(2);
+
+    ASSERT_TRUE(writer.succeeds());
+    char count[32] = "";
+    ASSERT_LT(0, read(written[0], count, sizeof count - 1));
+    EXPECT_EQ("", said);
+    EXPECT_EQ(count, engine->ask("SELECT length([text]) - 1 FROM [Parcel] WHERE [number] = 0"));
+    EXPECT_LT(10, std::atoi(count));
+    close(written[0]);
+    close(written[1]);
+}
+
+}  // namespace Kes::testing
