@@ -189,7 +189,7 @@ TEST_F(CursorTest, StreamsItsRowsThroughBoundedMemory) {
     for (int i = 1; i < 10; ++i)
         digits += " UNION ALL SELECT " + std::to_string(i);
     digits += ")";
-    // A hundred thousand rows, forty million bytes.
+    // A hundred thousand rows, forty million bytes; a page cache may take 16 MiB.
     run("INSERT INTO [Person] ([KesObjectID], [KesVersion], [name], [age], [salary]) SELECT "
         "10000000 + a.i + 10 * b.i + 100 * c.i + 1000 * d.i + 10000 * e.i, 0, '" +
         std::string(400, 'x') + "', 7777, 0 FROM " + digits + " AS a, " + digits + " AS b, " +
@@ -205,7 +205,7 @@ TEST_F(CursorTest, StreamsItsRowsThroughBoundedMemory) {
         ++count;
 
     EXPECT_EQ(100000, count);
-    EXPECT_LT(peakMemory(false), before + 16 * 1024 * 1024);
+    EXPECT_LT(peakMemory(false), before + 24 * 1024 * 1024);
 }
 
 TEST_F(CursorTest, PreparesAStatementOnceForEachShape) {
