@@ -99,6 +99,10 @@ public:
 
     /// Begins a transaction that may write.
     virtual void begin() = 0;
+
+    /// Begins a transaction that changes the schema, when no other session's
+    /// does so.
+    virtual void beginSchema() { begin(); }
     virtual void commit() = 0;
 
     /// Drops what is posted. Does nothing when the database has rolled back by

@@ -110,7 +110,7 @@ void SqlDriver::setVersion(const String& name, int version, const String& kind) 
 
 bool SqlDriver::schemaStep(const std::string& what, void (SqlSchema::*step)(Class*), Class* cls) {
     return attempt(what + " " + static_cast<const char*>(cls->getName()), [&] {
-        prepareToWrite();
+        prepareSchema();
         (session->schema.*step)(cls);
     });
 }
@@ -135,7 +135,7 @@ bool SqlDriver::createAssociation(Association* association) {
     return attempt("making the table of " +
                        std::string(static_cast<const char*>(association->getName())),
                    [&] {
-                       prepareToWrite();
+                       prepareSchema();
                        session->schema.createAssociation(association);
                    });
 }
@@ -166,6 +166,13 @@ void SqlDriver::prepareToWrite() {
         return;
     settleCursors();
     session->connection->begin();
+}
+
+void SqlDriver::prepareSchema() {
+    if (session->connection->inTransaction())
+        return;
+    settleCursors();
+    session->connection->beginSchema();
 }
 
 void SqlDriver::settleCursors() {

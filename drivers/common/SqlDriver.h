@@ -93,6 +93,7 @@ private:
     template <class Work>
     bool attempt(const std::string& what, Work work);
     void prepareToWrite();
+    void prepareSchema();
     void settleCursors();
     void flush();
     void beforeReading();

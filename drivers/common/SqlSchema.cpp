@@ -23,7 +23,7 @@ void SqlSchema::prepare(bool mayWrite) {
     if (!exists("kes_versions")) {
         if (!mayWrite)
             return;
-        connection.begin();
+        connection.beginSchema();
         connection.execute(
             "CREATE TABLE IF NOT EXISTS kes_versions (kind VARCHAR(10) NOT NULL, name " +
             dialect.keyTextType() + ", version INTEGER NOT NULL, PRIMARY KEY (kind, name))");

@@ -54,8 +54,22 @@ void PostgresConnection::configure() {
     if (schema.empty())
         schema = asking->text(0, size);
     else if (asking->integer(1) == 0)
-        execute("CREATE SCHEMA " + quoted(schema));
+        makeSchema();
     setUp();
+}
+
+// Another session may be making it too.
+void PostgresConnection::makeSchema() {
+    try {
+        execute("CREATE SCHEMA " + quoted(schema));
+    } catch (const SqlFailure&) {
+        const auto asking =
+            prepare("SELECT EXISTS (SELECT 1 FROM pg_catalog.pg_namespace WHERE nspname = ?)");
+        bindText(*asking, 0, schema);
+        asking->step();
+        if (asking->integer(0) == 0)
+            throw;
+    }
 }
 
 // Whatever the server or the user's account is set up for, these hold.
@@ -184,6 +198,16 @@ void PostgresConnection::begin() {
         link.execute("BEGIN", {Wish::Nothing, 0, 0, traced("BEGIN")});
     }
     transaction = Transaction::Writing;
+}
+
+// What another session has changed shows as soon as the lock is there, also to
+// sessions that otherwise see one snapshot throughout.
+void PostgresConnection::beginSchema() {
+    beforeSending();
+    link.execute("BEGIN ISOLATION LEVEL READ COMMITTED", {Wish::Nothing, 0, 0, traced("BEGIN")});
+    transaction = Transaction::Writing;
+    execute("SELECT pg_catalog.pg_advisory_xact_lock(pg_catalog.hashtext('kes ' || "
+            "pg_catalog.current_schema()))");
 }
 
 void PostgresConnection::commit() {

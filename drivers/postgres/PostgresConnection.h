@@ -33,6 +33,7 @@ public:
     void settle() override;
     IdBlock takeIds(unsigned long least, unsigned long count) override;
     void begin() override;
+    void beginSchema() override;
     void commit() override;
     void rollback() override;
     bool inTransaction() override { return transaction == Transaction::Writing; }
@@ -65,6 +66,7 @@ private:
     enum class Transaction : unsigned char { None, Reading, Writing };
 
     void configure();
+    void makeSchema();
     void setUp();
     void endTransaction(const std::string& why);
     std::string traced(const char* text) const { return link.isTracing() ? text : ""; }
