@@ -34,6 +34,19 @@ std::string messageRaisedBy(Work work) {
     return "";
 }
 
+/// The whole exception that the work raises, as "severity code | context | message"
+/// with the severity's number, "" when it raises none.
+template <class Work>
+std::string errorRaisedBy(Work work) {
+    try {
+        work();
+    } catch (const Exception& raised) {
+        return std::to_string(raised.getSeverity()) + " " + raised.getCode() + " | " +
+               raised.getContext() + " | " + raised.getMessage();
+    }
+    return "";
+}
+
 /// Installs a handler that notes errors and returns, for the life of a scope.
 class ReturningHandler {
 public:
