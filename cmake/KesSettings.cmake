@@ -55,3 +55,9 @@ if(KES_SANITIZE)
     add_link_options(-Wl,--disable-new-dtags)
     set(CMAKE_BUILD_RPATH "$ORIGIN/../lib/kes")
 endif()
+
+if(KES_COVERAGE)
+    # Counted by several threads at once, also in tests.
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()
