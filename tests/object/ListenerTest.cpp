@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <type_traits>
+#include <vector>
 
 #include "tests/object/NotingListener.h"
 #include "tests/support/StaffModel.h"
@@ -49,7 +51,10 @@ TEST_F(NotificationTest, HasNoEffectInTheBaseListener) {
     thing.addListener(&deaf);
     thing.addListener(&first);
     thing.fireInstanceAdded(&instance);
-    EXPECT_EQ(Log{"first: added Thing 0"}, log);
+    thing.fireInstanceChanged(&instance);
+    thing.fireInstanceRemoved(&instance);
+    EXPECT_EQ((Log{"first: added Thing 0", "first: changed Thing 0", "first: removed Thing 0"}),
+              log);
 }
 
 TEST_F(NotificationTest, ReachesAListenerThatWasAddedTwiceOnce) {
@@ -156,6 +161,22 @@ TEST_F(NotificationTest, CarriesBothInstancesAndTheAssociation) {
     EXPECT_EQ(&as, event.getAssociation());
 }
 
+TEST_F(NotificationTest, OfARemovalMakesTheInstanceForgetOneThatJoinsMeanwhile) {
+    first.then = [&] { instance.addListener(&second); };
+    instance.addListener(&first);
+    thing.fireInstanceRemoved(&instance);
+    thing.fireInstanceChanged(&instance);
+    EXPECT_EQ(Log{"first: removed Thing 0"}, log);
+}
+
+TEST_F(NotificationTest, NamesTheClassThatTellsOnlyToTheListenersOfThatClass) {
+    Class other("Other", 1, nullptr, nullptr);
+    other.addListener(&first);
+    instance.addListener(&second);
+    other.fireInstanceChanged(&instance);
+    EXPECT_EQ((Log{"second: changed Thing 0", "first: changed Other 0"}), log);
+}
+
 TEST_F(NotificationTest, CarriesTheProgressOfAModel) {
     StaffModel model;
     ModelEvent event(nullptr, 0, 0);
@@ -244,9 +265,22 @@ TEST_F(ListenerTest, HearsOfALinkFromTheSideThatMadeIt) {
 
 TEST_F(ListenerTest, HearsNothingOfSubClasses) {
     model.startTransaction();
-    model.carClass->newInstance();
+    const Pointer<Instance> car(model.carClass->newInstance());
+    model.commit();
+    car->change();
+    model.commit();
+    car->remove();
     model.commit();
     EXPECT_TRUE(log.empty());
+}
+
+TEST_F(ListenerTest, HearsOnTheThreadThatCommitsAndBeforeTheCommitReturns) {
+    std::vector<std::thread::id> threads;
+    listener.then = [&] { threads.push_back(std::this_thread::get_id()); };
+    ann->change();
+    firm->change();
+    model.commit();
+    EXPECT_EQ(std::vector<std::thread::id>(2, std::this_thread::get_id()), threads);
 }
 
 TEST_F(ListenerTest, OfAnInstanceHearsOfItAlone) {
