@@ -29,6 +29,8 @@ const Call guarded[] = {
     {"startTransaction", [](StaffModel& model) { model.startTransaction(); }},
     {"commit", [](StaffModel& model) { model.commit(); }},
     {"rollback", [](StaffModel& model) { model.rollback(); }},
+    {"undo", [](StaffModel& model) { model.undo(); }},
+    {"redo", [](StaffModel& model) { model.redo(); }},
     {"garbageCollect", [](StaffModel& model) { model.garbageCollect(); }},
     {"defineSelection", [](StaffModel& model) { model.findPerson("Ann"); }},
     {"fetch", fetchFrom},
