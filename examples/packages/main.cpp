@@ -20,6 +20,7 @@
 #include "packages/PackageModel.h"
 #include "packages/Report.h"
 #include "packages/Text.h"
+#include "packages/Try.h"
 #include "packages/Upgrade.h"
 
 namespace packages {
@@ -192,6 +193,14 @@ void addCommands(CLI::App& app, Arguments& arguments) {
     CLI::App* const needs = app.add_subcommand("needs", "Show all that an entry depends on");
     needs->add_option("NAME", arguments.name, "Name of a package")->required();
     needs->callback([&] { showNeeds(*openFilled(arguments), arguments.name, std::cout); });
+
+    CLI::App* const attempt =
+        app.add_subcommand("try", "Change, undo and redo; show the events as they fire");
+    attempt->add_option("NAME", arguments.name,
+                        "Name of a package; without it one that some others need");
+    attempt->callback([&] {
+        tryChanges([&] { return openFilled(arguments); }, arguments.name, std::cout);
+    });
 
     app.add_subcommand("upgrade", "Take the database to version 2 of the model")->callback([&] {
         upgradeCatalogue([&](int version) { return openVersion(arguments, version); }, std::cout);
