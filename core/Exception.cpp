@@ -5,7 +5,15 @@
 #include <cstring>
 #include <iostream>
 
+#include "core/RaisedErrors.h"
+
 namespace Kes {
+
+namespace {
+
+thread_local std::uint64_t myErrorsRaised = 0;
+
+}  // namespace
 
 void (*Exception::myExceptionHandler)(Exception&) = Exception::defaultExceptionHandler;
 Mutex Exception::myMutex;
@@ -60,7 +68,13 @@ const char* Exception::asString() {
     return text;
 }
 
+std::uint64_t errorsRaised() {
+    return myErrorsRaised;
+}
+
 void Exception::handle() {
+    if (severity != WARNING)
+        ++myErrorsRaised;
     const MutexGuard guard(myMutex);
     myExceptionHandler(*this);
 }

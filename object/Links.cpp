@@ -198,6 +198,8 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
     Association* association = end.getAssociation();
     if (!ref.isFetched())
         model->loadPartner(this, ref, association, end.getRole());
+    if (!ref.isFetched())
+        return;  // it could not be loaded, and the error handler returned
     const Pointer<Instance> old(ref.getInstance());
     model->rememberReference(this, ref, association, end.getRole());
     ref.setInstance(partner);

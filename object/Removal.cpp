@@ -77,10 +77,10 @@ void Removal::run(Instance* instance) {
         Removal().removeAll(instance);
 }
 
-void Removal::runAlone(Instance* instance) {
+bool Removal::runAlone(Instance* instance) {
     Removal removal;
     removal.cascading = false;
-    removal.removeAll(instance);
+    return removal.removeAll(instance);
 }
 
 void Removal::enter(Instance* instance) {
@@ -89,27 +89,37 @@ void Removal::enter(Instance* instance) {
     walkFields(instance, collect);
 }
 
-void Removal::removeAll(Instance* first) {
+bool Removal::removeAll(Instance* first) {
     const Activation activation(this);
     try {
         enter(first);
-        workOff();
+        if (workOff())
+            return true;
     } catch (...) {
-        // What was not recorded is not removed.
-        for (const Frame& frame : frames)
-            frame.instance->setRemoved(false);
+        keepFrames();
         throw;
     }
+    keepFrames();
+    return false;
 }
 
-void Removal::workOff() {
+// What was not recorded is not removed.
+void Removal::keepFrames() {
+    for (const Frame& frame : frames)
+        frame.instance->setRemoved(false);
+}
+
+bool Removal::workOff() {
     while (!frames.empty()) {
         if (step())
             continue;
+        if (failed)
+            return false;
         Instance* finished = frames.back().instance;
         finished->getClass()->getModel()->remove(finished);
         frames.pop_back();
     }
+    return true;
 }
 
 // Does one piece of work of the deepest frame; false when none is left. The
@@ -122,7 +132,7 @@ bool Removal::step() {
         release(instance, Reference(frame.references[frame.reference - 1]), member);
         return true;
     }
-    if (frame.reference == frame.references.size())
+    if (failed || frame.reference == frame.references.size())
         return false;
     const Reference reference = frame.references[frame.reference++];
     if (reference.one != nullptr) {
@@ -130,6 +140,7 @@ bool Removal::step() {
         return true;
     }
     instance->get(*reference.many);
+    failed = !reference.many->isFetched();
     frame.members.clear();
     frame.member = 0;
     for (reference.many->reset(); reference.many->next();)
@@ -141,6 +152,7 @@ bool Removal::step() {
 // it is remembered here what the row was going to lose.
 void Removal::release(Instance* instance, const Reference& reference) {
     instance->get(*reference.one);
+    failed = !reference.one->isFetched();
     const Instance* partner = reference.one->getInstance();
     if (partner == nullptr)
         return;

@@ -20,12 +20,13 @@ namespace Kes {
 class Removal {
 public:
     /// Sets the removed bit of `instance` and removes it. Raises INSTERR (ERROR)
-    /// and does nothing while the model is closed.
+    /// and does nothing while the model is closed. Where a reference cannot be
+    /// loaded, the instances that were not recorded stay unremoved.
     static void run(Instance* instance);
 
     /// Removes an instance whose removed bit was just set; the partners stay,
-    /// whatever their associations say.
-    static void runAlone(Instance* instance);
+    /// whatever their associations say. False when it stays after all.
+    static bool runAlone(Instance* instance);
 
 private:
     struct Reference {
@@ -48,14 +49,16 @@ private:
     class Collector;
 
     void enter(Instance* instance);
-    void removeAll(Instance* first);
-    void workOff();
+    bool removeAll(Instance* first);
+    void keepFrames();
+    bool workOff();
     bool step();
     void release(Instance* instance, const Reference& reference);
     void release(Instance* instance, const Reference& reference, Instance* member);
 
     std::vector<Frame> frames;
     bool cascading = true;
+    bool failed = false;  // a reference could not be loaded, and the handler returned
 };
 
 }  // namespace Kes

@@ -13,6 +13,7 @@
 #include <kes/Pointer.h>
 #include <kes/Selection.h>
 
+#include "core/RaisedErrors.h"
 #include "session/FieldImage.h"
 #include "session/ObjectCache.h"
 #include "session/SiblingLoader.h"
@@ -239,7 +240,9 @@ void Model::refresh(Instance* instance) {
     if (driver->refresh(instance))
         return;
     const DBDriverStatus* status = driver->getStatus();
-    if (status != nullptr && status->code == DBDriverStatus::Changed)
+    if (status == nullptr)
+        raise("REFFAIL", "Instance::refresh", driver->getErrorMessage());
+    else if (status->code == DBDriverStatus::Changed)
         instance->getClass()->fireInstanceChanged(instance);
     else
         instance->getClass()->fireInstanceRemoved(instance);
@@ -284,8 +287,13 @@ void Model::loadPartner(Instance* owner, OneAssociatedInstance& ref, Association
     const unsigned long id = ref.getObjectID();
     if (id != 0) {
         Instance* partner = objects->get(id);
+        const ErrorWatch loading;
         if (partner == nullptr && driver != nullptr)
             partner = siblings->loadPartner(owner, id, association, role);
+
+        // The next read tries again.
+        if (loading.hasFailed())
+            return;
 
         // A partner that is removed for good is kept in memory by pointers only.
         if (partner != nullptr && partner->flag(Instance::Gone))
@@ -299,8 +307,13 @@ void Model::loadPartners(Instance* owner, ManyAssociatedInstances& ref, Associat
                          const String& role) {
     const Pointer<Instance> keep(owner);
     ref.setFetched(false);
+    const ErrorWatch loading;
     if (owner->getObjectID() != 0 && driver != nullptr)
         siblings->loadMembers(owner, association, role, ref);
+    if (loading.hasFailed()) {
+        ref.clear();
+        return;
+    }
     ref.setFetched(true);
     transactions->applyPendingLinks(owner, ref, association, role);
 }

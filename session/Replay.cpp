@@ -1,16 +1,14 @@
 #include "session/Replay.h"
 
-#include <limits>
-
 #include <kes/Association.h>
 #include <kes/Class.h>
 #include <kes/DBDriver.h>
-#include <kes/Exception.h>
 #include <kes/Handler.h>
 #include <kes/ManyAssociatedInstances.h>
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
 
+#include "core/RaisedErrors.h"
 #include "object/FieldWalk.h"
 #include "object/Links.h"
 #include "object/Removal.h"
@@ -168,7 +166,7 @@ void Replay::checkEnd(unsigned long id, Class* cls) {
     if (!knownEnds.insert(id).second)
         return;
     const bool isKnown = model->objects->get(id) != nullptr;
-    Instance* end = find(id, cls);
+    Instance* end = findEnd(id, cls);
     if (isKnown && !model->isPending(end) && readStored(id, end->getClass()) == nullptr)
         throw Conflict{};
 }
@@ -182,15 +180,25 @@ Instance* Replay::find(unsigned long id, Class* cls) {
     return pin(object);
 }
 
+// Only the class at that end of the association is known, maybe a super class.
+Instance* Replay::findEnd(unsigned long id, Class* cls) {
+    if (model->objects->get(id) != nullptr)
+        return find(id, cls);
+    const ErrorWatch loading;
+    Instance* object = model->getInstance(id, cls);
+    if (loading.hasFailed())
+        throw Abandoned{};
+    if (object == nullptr || object->isRemoved())
+        throw Conflict{};
+    return pin(object);
+}
+
 Instance* Replay::pin(Instance* object) {
     transactions.pinned.push_back(object);
     return object;
 }
 
-// An end is known by the class at that end of the association only.
 Instance* Replay::load(unsigned long id, Class* cls) {
-    if (cls->isAbstract() || cls->getSubClasses().size() != 0)
-        return model->getInstance(id, cls);
     std::unique_ptr<Instance> fresh(cls->getDummy());
     fresh->setObjectID(id);
     if (!isStored(fresh.get()))
@@ -210,26 +218,10 @@ Instance* Replay::readStored(unsigned long id, Class* cls) {
 }
 
 bool Replay::isStored(Instance* reading) {
-    reading->version = std::numeric_limits<unsigned long>::max();
-    const Instance* outer = model->scratch;
-    model->scratch = reading;
-    struct Leave {
-        ~Leave() { model->scratch = outer; }
-        Model* model;
-        const Instance* outer;
-    } const leave{model, outer};
-    if (model->driver->refresh(reading))
-        throw Abandoned{};  // no stored object has that version: it was raised
-
-    // Neither there nor not there: a driver that failed and did not raise it.
-    const DBDriverStatus* status = model->driver->getStatus();
-    if (status == nullptr || status->code == DBDriverStatus::Unchanged) {
-        Exception(Exception::ERROR, "REFFAIL", "Transaction::undo/redo",
-                  model->driver->getErrorMessage())
-            .handle();
+    const auto stored = transactions.readStored(reading, "Transaction::undo/redo");
+    if (stored == TransactionManager::Stored::Unknown)
         throw Abandoned{};
-    }
-    return status->code == DBDriverStatus::Changed;
+    return stored == TransactionManager::Stored::Found;
 }
 
 // --- reversing ---
@@ -261,6 +253,8 @@ void Replay::restore(const Step& step, const ImageStore& images) {
         throw Conflict{};
     Instance* object = find(step.id, step.cls);
     transactions.recordUpdate(object);
+    if (!object->inTransaction())
+        throw Abandoned{};
     images.restore(step.image, object);
 }
 
@@ -277,12 +271,12 @@ void Replay::point(const Step& step) {
     OneAssociatedInstance* ref = oneReference(step, object);
     if (partnerOf(ref) == step.other && !step.dangles)
         return;
-    object->set(*ref, step.other != 0 ? find(step.other, partnerClass(step)) : nullptr);
+    object->set(*ref, step.other != 0 ? findEnd(step.other, partnerClass(step)) : nullptr);
 }
 
 void Replay::relink(const Step& step) {
     Instance* object = find(step.id, step.cls);
-    Instance* partner = find(step.other, partnerClass(step));
+    Instance* partner = findEnd(step.other, partnerClass(step));
     RoleReader reader(step.association->getName(), roleOf(step));
     reader.read(object);
     const bool make = step.kind == Step::Unlinked;
@@ -295,8 +289,8 @@ void Replay::relink(const Step& step) {
 }
 
 void Replay::remove(const Step& step) {
-    Instance* object = model->objects->get(step.id);
-    Removal::runAlone(object);
+    if (!Removal::runAlone(model->objects->get(step.id)))
+        throw Abandoned{};
 }
 
 }  // namespace Kes

@@ -52,6 +52,7 @@ private:
     void checkPending(const Step& step, Instance* object) const;
     void checkEnd(unsigned long id, Class* cls);
     Instance* find(unsigned long id, Class* cls);
+    Instance* findEnd(unsigned long id, Class* cls);
     Instance* load(unsigned long id, Class* cls);
     Instance* readStored(unsigned long id, Class* cls);
     bool isStored(Instance* reading);

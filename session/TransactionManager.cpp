@@ -4,6 +4,7 @@
 #include <exception>
 #include <limits>
 #include <memory>
+#include <utility>
 
 #include <kes/Association.h>
 #include <kes/Class.h>
@@ -61,7 +62,12 @@ void TransactionManager::recordAdd(Instance* instance) {
 void TransactionManager::recordUpdate(Instance* instance) {
     if (instance->pending != WithoutEntry)
         return;
-    const FieldImage image = takeStoredFields(instance);
+    FieldImage image = nullptr;
+    if (takeStoredFields(instance, "Model::update", image))
+        recordUpdate(instance, image);
+}
+
+void TransactionManager::recordUpdate(Instance* instance, FieldImage image) {
     Action& action = record(Action::Update, instance);
     action.image = image;
     action.digest = instance->fingerprint;
@@ -83,8 +89,9 @@ void TransactionManager::recordRemove(Instance* instance) {
         image = entry.image;
         entry.kind = Action::Superseded;
     }
+    // Without an image it can be removed, though not brought back.
     if (image == nullptr && history.isKept())
-        image = takeStoredFields(instance);
+        takeStoredFields(instance, "Model::remove", image);
     record(Action::Remove, instance).image = image;
     instance->pending = static_cast<std::uint32_t>(pending.size());
     instance->setInTransaction(true);
@@ -108,33 +115,61 @@ bool TransactionManager::recordRevival(Instance* instance) {
     }
     if (entry.kind != Action::Remove)
         return false;
+    FieldImage image = std::exchange(entry.image, nullptr);
+    if (image == nullptr && !takeStoredFields(instance, "Model::add", image))
+        return true;
     entry.kind = Action::Superseded;
-    entry.image = nullptr;
-    instance->pending = WithoutEntry;
-    instance->setInTransaction(false);
     instance->setRemoved(false);
-    recordUpdate(instance);
+    recordUpdate(instance, image);
     return true;
 }
 
-FieldImage TransactionManager::takeStoredFields(Instance* instance) {
-    if (digestFields(instance) == instance->fingerprint)
-        return images.take(instance);
-    return readStoredFields(instance);
+// False when what is stored cannot be told, which was raised. The image stays
+// null when it is not the state that the instance was read with: the driver is
+// going to refuse the change.
+bool TransactionManager::takeStoredFields(Instance* instance, const char* operation,
+                                          FieldImage& image) {
+    if (digestFields(instance) == instance->fingerprint) {
+        image = images.take(instance);
+        return true;
+    }
+    const std::unique_ptr<Instance> reading(instance->getClass()->getDummy());
+    reading->setObjectID(instance->getObjectID());
+    const Stored stored = readStored(reading.get(), operation);
+    if (stored == Stored::Found && reading->getVersion() == instance->getVersion())
+        image = images.take(reading.get());
+    return stored != Stored::Unknown;
 }
 
-// The driver fills an object of its own with what is stored. Null when that is
-// not the state which the instance was read with: its update will fail.
-FieldImage TransactionManager::readStoredFields(Instance* instance) {
-    const std::unique_ptr<Instance> scratch(instance->getClass()->getDummy());
-    scratch->setObjectID(instance->getObjectID());
-    scratch->version = std::numeric_limits<unsigned long>::max();
-    const Instance* outer = model->scratch;
-    model->scratch = scratch.get();
+// The driver fills an object that the model does not know with what is stored
+// under its id.
+TransactionManager::Stored TransactionManager::readStored(Instance* reading,
+                                                          const char* operation) {
+    struct Scratch {
+        explicit Scratch(Model* of, const Instance* object) : model(of), outer(of->scratch) {
+            model->scratch = object;
+        }
+        ~Scratch() { model->scratch = outer; }
+        Model* model;
+        const Instance* outer;
+    };
+    const Scratch scratch(model, reading);
+    reading->version = std::numeric_limits<unsigned long>::max();
     String failure;
-    succeeds([&] { return model->driver->refresh(scratch.get()); }, failure);
-    model->scratch = outer;
-    return scratch->getVersion() == instance->getVersion() ? images.take(scratch.get()) : nullptr;
+    try {
+        if (model->driver->refresh(reading))
+            return Stored::Unknown;  // nothing stored has that version: it was raised
+        const DBDriverStatus* status = model->driver->getStatus();
+        if (status != nullptr && status->code == DBDriverStatus::Changed)
+            return Stored::Found;
+        if (status != nullptr && status->code == DBDriverStatus::Removed)
+            return Stored::Absent;
+        failure = model->driver->getErrorMessage();
+    } catch (const std::exception& thrown) {
+        failure = thrown.what();
+    }
+    Exception(Exception::ERROR, "REFFAIL", operation, failure).handle();
+    return Stored::Unknown;
 }
 
 bool TransactionManager::isPending(const Instance* instance) {

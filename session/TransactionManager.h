@@ -136,8 +136,11 @@ private:
     void dropMovedMembers(Instance* owner, ManyAssociatedInstances& ref,
                           const Association* association, const String& role);
     Action& record(Action::Kind kind, Instance* first);
-    FieldImage takeStoredFields(Instance* instance);
-    FieldImage readStoredFields(Instance* instance);
+    void recordUpdate(Instance* instance, FieldImage image);
+    enum class Stored { Found, Absent, Unknown };
+
+    bool takeStoredFields(Instance* instance, const char* operation, FieldImage& image);
+    Stored readStored(Instance* reading, const char* operation);
     bool applyAll(String& failure);
     bool apply(Action& action);
     bool applyUpdate(Action& action);

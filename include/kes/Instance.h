@@ -41,8 +41,10 @@ public:
     virtual void add();
 
     /// Tells the model that fields were or will be assigned before the commit;
-    /// calling it before or after the assignment makes no difference. Several
-    /// calls in one transaction cost no more than one.
+    /// calling it before or after the assignment makes no difference, but that
+    /// after it the driver is asked for the stored state; REFFAIL (ERROR) and
+    /// nothing recorded where that fails. Several calls in one transaction cost
+    /// no more than one.
     virtual void change();
 
     /// Removes the object, and the partners that its associations cascade to,
@@ -98,7 +100,9 @@ public:
     void removeListener(Listener* listener);
 
     /// Loads a reference that is not fetched yet, or any with `force`. `ref`
-    /// has to be one that this instance reports, here and below.
+    /// has to be one that this instance reports, here and below. Where loading
+    /// fails and the exception handler returns, it stays unfetched, shows no
+    /// partner, and is not changed by the operations below.
     void get(OneAssociatedInstance& ref, bool force = false);
 
     /// With `force`, members that are gone from the database leave the
