@@ -4,14 +4,19 @@
 include(GoogleTest)
 find_package(GTest REQUIRED)
 
-# kes_add_test(NAME SOURCES file... [LINK target...] [SERVER name])
+# kes_add_test(NAME SOURCES file... [LINK target...] [SERVER name [ALONE]])
 #
 # Adds the program test_NAME and hands each of its tests to ctest, which has the
-# server run meanwhile. A test that runs for two minutes hangs, and fails.
+# server run meanwhile, for one of them at a time where they need it ALONE. A
+# test that runs for two minutes hangs, and fails.
 function(kes_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "SERVER" "SOURCES;LINK")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "ALONE" "SERVER" "SOURCES;LINK")
     kes_add_suite(${name} SOURCES ${arg_SOURCES} LINK ${arg_LINK})
-    kes_discover_tests(${name} "" ${arg_SERVER})
+    set(lock)
+    if(arg_ALONE)
+        set(lock RESOURCE_LOCK ${arg_SERVER})
+    endif()
+    kes_discover_tests(${name} "" ${arg_SERVER} ${lock})
 endfunction()
 
 # kes_add_suite(NAME SOURCES file... [LINK target...])
@@ -37,7 +42,7 @@ function(kes_run_suite name driver)
     kes_discover_tests(${name} ${driver} ${arg_SERVER})
 endfunction()
 
-# kes_discover_tests(NAME DRIVER [server...])
+# kes_discover_tests(NAME DRIVER [server [property value]...])
 function(kes_discover_tests name driver)
     set(prefix)
     set(properties TIMEOUT 120 LABELS ${name})

@@ -1,10 +1,7 @@
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
-#include <functional>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
@@ -14,6 +11,7 @@
 
 #include "tests/drivers/Engines.h"
 #include "tests/drivers/PlainMariadb.h"
+#include "tests/support/Child.h"
 #include "tests/support/Raises.h"
 
 namespace Kes::testing {
@@ -55,40 +53,6 @@ protected:
             addClass("Parcel", getVersion(), [](Class* c) -> Instance* { return new Parcel(c); });
         parcelClass->addIndex("number", false);
     }
-};
-
-// A process of its own; it ends with true as 0 and false as 1.
-class Child {
-public:
-    explicit Child(const std::function<bool()>& work) : id(fork()) {
-        if (id == 0)
-            _exit(work() ? 0 : 1);
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-    ~Child() { end(); }
-
-    void kill() {
-        ::kill(id, SIGKILL);
-        end();
-    }
-    bool succeeds() {
-        int status = 0;
-        const bool ended = waitpid(id, &status, 0) == id;
-        id = 0;
-        return ended && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    }
-
-private:
-    void end() {
-        if (id > 0) {
-            ::kill(id, SIGKILL);
-            waitpid(id, nullptr, 0);
-        }
-        id = 0;
-    }
-
-    pid_t id;
 };
 
 }  // namespace
@@ -170,7 +134,7 @@ TEST_F(MariadbUpgradeTest, ClearsAwayWhatOneThatWasCutOffLeft) {
 
 TEST_F(MariadbUpgradeTest, IsDoneOnceByTwoAtTheSameTime) {
     make(5000);
-    const auto upgrade = [&] {
+    const auto upgrade = [&](const Child::Report&) {
         ParcelModel model(2);
         return codeRaisedBy([&] { engine->open(model); }).empty();
     };
@@ -186,7 +150,7 @@ TEST_F(MariadbUpgradeTest, IsDoneOnceByTwoAtTheSameTime) {
 }
 
 TEST_F(MariadbUpgradeTest, SurvivesDeathAtAnyMoment) {
-    const auto upgrade = [&] {
+    const auto upgrade = [&](const Child::Report&) {
         ParcelModel model(2);
         engine->open(model);
         return true;
@@ -210,9 +174,7 @@ TEST_F(MariadbUpgradeTest, SurvivesDeathAtAnyMoment) {
 
 TEST_F(MariadbUpgradeTest, LosesNoWriteOfAProgramThatGoesOn) {
     make(3000);
-    int written[2];
-    ASSERT_EQ(0, pipe(written));
-    Child writer([&] {
+    Child writer([&](const Child::Report& report) {
         ParcelModel model(1);
         engine->open(model);
         SelectionOf<Parcel> parcels(model.parcelClass);
@@ -225,22 +187,18 @@ TEST_F(MariadbUpgradeTest, LosesNoWriteOfAProgramThatGoesOn) {
             parcel->change();
             codeRaisedBy([&] { model.commit(); });
         }
-        const std::string last = static_cast<const char*>(parcel->text);
-        const std::string count = std::to_string(last.size() - 1);
-        return write(written[1], count.data(), count.size()) > 0;
+        report(std::to_string(std::strlen(parcel->text)));
+        return true;
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
 
     const std::string said = refusal(2);
 
+    const std::string length = writer.says();
     ASSERT_TRUE(writer.succeeds());
-    char count[32] = "";
-    ASSERT_LT(0, read(written[0], count, sizeof count - 1));
     EXPECT_EQ("", said);
-    EXPECT_EQ(count, engine->ask("SELECT length([text]) - 1 FROM [Parcel] WHERE [number] = 0"));
-    EXPECT_LT(10, std::atoi(count));
-    close(written[0]);
-    close(written[1]);
+    EXPECT_EQ(length, engine->ask("SELECT length([text]) FROM [Parcel] WHERE [number] = 0"));
+    EXPECT_LT(10, std::atoi(length.c_str()));
 }
 
 }  // namespace Kes::testing
