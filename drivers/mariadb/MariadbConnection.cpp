@@ -6,6 +6,7 @@
 #include <mutex>
 #include <ostream>
 #include <thread>
+#include <utility>
 
 #include "drivers/common/SqlFailure.h"
 #include "drivers/mariadb/MariadbStatement.h"
@@ -57,7 +58,7 @@ void setUpLibrary() {
 
 MariadbConnection::MariadbConnection(const MariadbSettings& wanted)
     : settings(wanted),
-      stage(*this, wanted.lockSeconds()) {
+      stage(*this) {
     setUpLibrary();
     try {
         connect();
@@ -276,11 +277,38 @@ void MariadbConnection::begin() {
     isUsed = false;
 }
 
+void MariadbConnection::beginSchema() {
+    takeSchemaLock();
+    isSchema = true;
+    begin();
+}
+
+void MariadbConnection::takeSchemaLock() {
+    const std::unique_ptr<Statement> waiting =
+        prepare("SELECT GET_LOCK(CONCAT('kes ', MD5(DATABASE())), ?)");
+    waiting->bind(0, std::int64_t{settings.lockSeconds()});
+    if (!waiting->step() || waiting->integer(0) != 1)
+        throw SqlFailure(
+            "another program changes the schema; wait for it and open again, or open "
+            "with a larger lock_timeout");
+}
+
+void MariadbConnection::releaseSchemaLock() {
+    prepare("SELECT RELEASE_LOCK(CONCAT('kes ', MD5(DATABASE())))")->step();
+}
+
+// A lock goes with its connection too.
+void MariadbConnection::endSchema() {
+    if (std::exchange(isSchema, false) && lost.empty())
+        releaseSchemaLock();
+}
+
 void MariadbConnection::commit() {
     makeWayToWrite(nullptr);
     if (!sendUnchecked("COMMIT"))
         failCommit();
     inside = false;
+    endSchema();
 }
 
 // A COMMIT that could not be sent is no commit; one whose answer is missing may
@@ -304,11 +332,12 @@ void MariadbConnection::rollback() {
     inside = false;
     isGone = false;
     failed.clear();
-    if (!isOpen)
-        return;
-    makeWay(nullptr);
-    if (!sendUnchecked("ROLLBACK") && faultOf(mysql_errno(handle)) == MariadbFault::Statement)
-        fail();
+    if (isOpen) {
+        makeWay(nullptr);
+        if (!sendUnchecked("ROLLBACK") && faultOf(mysql_errno(handle)) == MariadbFault::Statement)
+            fail();
+    }
+    endSchema();
 }
 
 // A parked connection may have broken while nobody used it.

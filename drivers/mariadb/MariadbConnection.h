@@ -47,6 +47,7 @@ public:
     bool takesIdsAside() const override { return true; }
     SchemaStage* schemaStage() override { return &stage; }
     void begin() override;
+    void beginSchema() override;
     void commit() override;
     void rollback() override;
     bool inTransaction() override { return inside; }
@@ -81,6 +82,11 @@ public:
     MariadbStatement* streaming = nullptr;
     MariadbStatement* posting = nullptr;
 
+    /// Of the sessions of this server and database one at a time holds the lock,
+    /// which counts how often it was taken.
+    void takeSchemaLock();
+    void releaseSchemaLock();
+
     /// Throws a SqlFailure for the last error of the handle or the statement.
     [[noreturn]] void fail();
     [[noreturn]] void fail(st_mysql_stmt* statement);
@@ -105,6 +111,7 @@ private:
     bool sendUnchecked(const std::string& text);
     void note(unsigned code, const std::string& words);
     void failCommit();
+    void endSchema();
     IdBlock advanceIds(unsigned long least, unsigned long count);
     MariadbConnection& aside();
 
@@ -119,6 +126,7 @@ private:
     bool foldsTables = false;
     bool isFresh = true;    // connected, and not used since
     bool inside = false;    // of a transaction
+    bool isSchema = false;  // the transaction holds the schema lock
     bool isUsed = false;    // something was sent in the transaction
     bool isMarked = false;  // with a savepoint; else the mark is its begin
     bool isGone = false;    // the server has ended the transaction

@@ -12,7 +12,7 @@ namespace Kes::sql {
 ///
 /// Options: database, when the source does not end in it; connect_timeout in
 /// seconds for each host (5); network_timeout in seconds (0: none);
-/// lock_timeout in ms, rounded up to seconds (10000); statement_timeout in ms
+/// lock_timeout in ms, rounded up to seconds (5000); statement_timeout in ms
 /// (0: none); isolation (read committed, repeatable read, serializable);
 /// causal_reads on a cluster (true); tls (off, on, verify) with tls_ca, tls_cert,
 /// tls_key.

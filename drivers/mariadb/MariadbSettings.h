@@ -25,7 +25,7 @@ struct MariadbSettings {
 
     long connectTimeout = 5;    // s, for each host
     long networkTimeout = 0;    // s; 0 to wait as long as the server takes
-    long lockTimeout = 10000;   // ms
+    long lockTimeout = 5000;    // ms
     long statementTimeout = 0;  // ms; 0 for none
     std::string isolation = "read committed";
     bool causalReads = true;  // on a cluster

@@ -49,13 +49,8 @@ std::string MariadbStage::nameOf(const char* purpose, std::size_t position) cons
 }
 
 void MariadbStage::begin() {
+    connection.takeSchemaLock();
     connection.commit();
-    const std::unique_ptr<Statement> waiting =
-        connection.prepare("SELECT GET_LOCK(CONCAT('kes ', MD5(DATABASE())), ?)");
-    waiting->bind(0, std::int64_t{lockTimeout});
-    if (!waiting->step() || waiting->integer(0) != 1)
-        throw SqlFailure("another program upgrades the schema; wait for it and open again");
-    waiting->reset();
     isOpen = true;
     isSwapped = false;
     takeTurn();
@@ -138,7 +133,7 @@ void MariadbStage::end() {
                 connection.execute("DROP TABLE IF EXISTS " +
                                    quoted(nameOf(isSwapped ? "old" : "new", i)));
         }
-        connection.prepare("SELECT RELEASE_LOCK(CONCAT('kes ', MD5(DATABASE())))")->step();
+        connection.releaseSchemaLock();
     } catch (const SqlFailure&) {
         // The connection is lost; its lock went with it.
     }

@@ -20,9 +20,7 @@ class MariadbConnection;
 
 class MariadbStage final : public SchemaStage {
 public:
-    MariadbStage(MariadbConnection& itsConnection, long patience)
-        : connection(itsConnection),
-          lockTimeout(patience) {}
+    explicit MariadbStage(MariadbConnection& itsConnection) : connection(itsConnection) {}
 
     void begin() override;
     void freeze(const std::string& table) override;
@@ -43,10 +41,9 @@ private:
     static std::string turnName(long number);
 
     MariadbConnection& connection;
-    const long lockTimeout;  // s
     long turn = 0;
     std::vector<Move> moves;
-    bool isOpen = false;  // holds the lock of the node
+    bool isOpen = false;
     bool isSwapped = false;
 };
 
