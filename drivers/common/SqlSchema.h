@@ -58,6 +58,11 @@ private:
     };
 
     bool exists(const std::string& table);
+    bool hasColumn(const std::string& table, const std::string& column);
+    void checkLinks(const Class* cls);
+    void checkLinks(const Class* cls, const Association& association, const String& role);
+    void refuseLinks(const Association& association, const std::string& column,
+                     const std::string& table);
     bool isReplaced(const Class* cls) const { return replaced.count(cls) != 0; }
     bool isDone(const Class* cls) const { return finished.count(cls) != 0; }
     std::string newName(const Class* cls);

@@ -375,8 +375,7 @@ void addAssociationChecks(Suite& suite) {
          {Ends{"one-to-one", false, false, false}, Ends{"one-to-many", true, false, false},
           Ends{"many-to-one", false, true, false}, Ends{"many-to-many", true, true, false},
           Ends{"self-one-to-one", false, false, true}, Ends{"self-one-to-many", true, false, true},
-          Ends{"self-many-to-one", false, true, true},
-          Ends{"self-many-to-many", true, true, true}})
+          Ends{"self-many-to-one", false, true, true}, Ends{"self-many-to-many", true, true, true}})
         addFor(suite, ends);
     suite.add("associations.cascade", removeTree);
     suite.add("associations.with-sub-classes", linkSubClasses);

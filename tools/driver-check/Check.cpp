@@ -1,5 +1,7 @@
 #include "Check.h"
 
+#include "Properties.h"
+
 namespace Kes::check {
 
 void Refusals::declare(const std::set<std::string>& properties) {
@@ -38,6 +40,7 @@ void Check::require(bool holds, const std::string& what) {
 }
 
 void Check::noteProperty(const std::string& property, bool wasRefused) {
+    require(isProperty(property), "the check itself notes \"" + property + "\", no property");
     refused = refused || wasRefused;
     const std::string fault = refusals.note(property, wasRefused);
     expect(fault.empty(), fault);

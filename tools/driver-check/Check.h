@@ -128,8 +128,7 @@ inline std::string textOf(const std::string& text) {
     return '"' + text + '"';
 }
 template <class T>
-    requires std::is_arithmetic_v<T>
-std::string textOf(T value) {
+requires std::is_arithmetic_v<T> std::string textOf(T value) {
     return std::to_string(value);
 }
 

@@ -134,7 +134,8 @@ bool Links::touch(std::size_t one, std::size_t other, Touched& touched) const {
     lefts.insert(one);
     rights.insert(other);
     const auto isKnown = [](const std::set<std::size_t>& some, const std::set<std::size_t>& all) {
-        return std::any_of(some.begin(), some.end(), [&](std::size_t n) { return all.contains(n); });
+        return std::any_of(some.begin(), some.end(),
+                           [&](std::size_t n) { return all.contains(n); });
     };
     if (isKnown(lefts, touched.lefts) || isKnown(rights, touched.rights))
         return false;
@@ -159,8 +160,9 @@ void Links::verify() {
         rights.push_back(kept.emplace_back(second.find(rightClass, rightIds[i])));
         check.expect((lefts.back() == nullptr) == (left[i] == nullptr) &&
                          (rights.back() == nullptr) == (right[i] == nullptr),
-                     "object " + std::to_string(i) + " is stored and should not be, or the "
-                     "other way round");
+                     "object " + std::to_string(i) +
+                         " is stored and should not be, or the "
+                         "other way round");
     }
     compareSides(lefts, rights, "stored");
     compareConditions(second, lefts, rights);
@@ -179,8 +181,7 @@ void Links::compareSides(const std::vector<Object*>& lefts, const std::vector<Ob
             const std::set<std::size_t> wanted = partnersOf(expected, i, isLeft);
             check.expect(found == wanted, where + ", the " + (isLeft ? "left" : "right") +
                                               " object " + std::to_string(i) + " has " +
-                                              describe(found) + " instead of " +
-                                              describe(wanted));
+                                              describe(found) + " instead of " + describe(wanted));
         }
     }
 }
@@ -195,8 +196,8 @@ void Links::compareConditions(CheckModel& session, const std::vector<Object*>& l
             if (partners[i] == nullptr)
                 continue;
             Selection selection(session[asksLeft ? leftClass : rightClass]);
-            const Role role = selection(session.tagged(association).c_str(),
-                                        asksLeft ? "rights" : "lefts");
+            const Role role =
+                selection(session.tagged(association).c_str(), asksLeft ? "rights" : "lefts");
             selection.where(role == static_cast<Instance*>(partners[i]));
             std::set<std::size_t> found;
             for (const unsigned long id : idsOf(selection))

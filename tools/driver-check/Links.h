@@ -84,7 +84,7 @@ public:
     CheckModel model;
 
 private:
-    std::vector<Pointer<Object>> left;   // empty where the object was removed
+    std::vector<Pointer<Object>> left;  // empty where the object was removed
     std::vector<Pointer<Object>> right;
     std::vector<unsigned long> leftIds;
     std::vector<unsigned long> rightIds;

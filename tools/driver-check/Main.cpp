@@ -72,8 +72,19 @@ void describe(CLI::App& app, Arguments& given) {
 
 Suite allChecks() {
     Suite suite;
+    addSlotChecks(suite);
     addValueChecks(suite);
+    addInheritanceChecks(suite);
+    addConditionChecks(suite);
+    addTreeChecks(suite);
+    addOrderChecks(suite);
     addAssociationChecks(suite);
+    addUpgradeChecks(suite);
+    addStructureUpgradeChecks(suite);
+    addNameChecks(suite);
+    addTransactionChecks(suite);
+    addConflictChecks(suite);
+    addCursorChecks(suite);
     return suite;
 }
 

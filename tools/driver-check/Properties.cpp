@@ -1,7 +1,6 @@
 #include "Properties.h"
 
-#include <algorithm>
-#include <iterator>
+#include <map>
 
 namespace Kes::check {
 
@@ -30,35 +29,49 @@ constexpr Property Properties[] = {
     {"fields-300", "classes with 300 fields"},
     {"fields-1000", "classes with 1000 fields"},
     {"fields-2100", "classes with 2100 fields"},
-    {"quoted-class", "class names with quote characters"},
-    {"quoted-field", "field names with quote characters"},
-    {"quoted-association", "association and role names with quote characters"},
-    {"name-63", "names of 63 bytes"},
-    {"name-64", "names of 64 bytes"},
-    {"name-65", "names of 65 bytes"},
-    {"name-200", "names of 200 bytes"},
     {"names-alike-63", "two names that agree in their first 63 bytes"},
     {"case-classes", "two classes whose names differ in case only"},
     {"case-fields", "two fields whose names differ in case only"},
-    {"case-associations", "two associations whose names differ in case only"},
-    {"case-umlaut", "two fields whose names differ in the case of an umlaut only"},
+    {"case-umlaut-classes", "two classes whose names differ in the case of an umlaut only"},
+    {"case-umlaut-fields", "two fields whose names differ in the case of an umlaut only"},
+    {"accent-fields", "two fields whose names differ in an accent only"},
     {"class-like-association", "a class and an association of one name"},
     {"class-like-view", "a class called like another one with \"_all\" behind it"},
-    {"system-names", "fields named like columns that databases have of their own"},
-    {"wide-text", "types made narrower although every row fits"},
+    {"deep-conditions", "operators that alternate 100 deep, or 12 nested selections"},
 };
+
+constexpr const char* NameOwners[] = {"class", "field", "association"};
+
+constexpr Property NameHardships[] = {
+    {"63", "names of 63 bytes, with those that are made of them"},
+    {"64", "names of 64 bytes"},
+    {"65", "names of 65 bytes"},
+    {"200", "names of 200 bytes"},
+    {"quotes", "names with quote characters"},
+    {"emoji", "names with characters beyond the basic plane"},
+    {"invalid-utf8", "names that are not valid UTF-8"},
+};
+
+std::map<std::string, std::string> allProperties() {
+    std::map<std::string, std::string> all;
+    for (const Property& each : Properties)
+        all.emplace(each.name, each.meaning);
+    for (const char* owner : NameOwners)
+        for (const Property& each : NameHardships)
+            all.emplace(std::string(owner) + "-name-" + each.name,
+                        std::string(owner) + " " + each.meaning);
+    return all;
+}
 
 }  // namespace
 
 bool isProperty(const std::string& name) {
-    return std::any_of(std::begin(Properties), std::end(Properties),
-                       [&](const Property& each) { return name == each.name; });
+    return allProperties().contains(name);
 }
 
 void printProperties(std::ostream& out) {
-    for (const Property& each : Properties)
-        out << each.name << std::string(25 - std::string(each.name).size(), ' ') << each.meaning
-            << '\n';
+    for (const auto& [name, meaning] : allProperties())
+        out << name << std::string(30 - name.size(), ' ') << meaning << '\n';
 }
 
 }  // namespace Kes::check

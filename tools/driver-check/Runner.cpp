@@ -128,9 +128,8 @@ void Runner::runInTime(const Suite::Entry& entry, Check& check) {
 }
 
 int Runner::failed() const {
-    return static_cast<int>(std::count_if(results.begin(), results.end(), [](const Result& each) {
-        return !each.failures.empty();
-    }));
+    return static_cast<int>(std::count_if(
+        results.begin(), results.end(), [](const Result& each) { return !each.failures.empty(); }));
 }
 
 void Runner::printSummary() const {

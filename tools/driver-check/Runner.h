@@ -20,7 +20,9 @@ class Runner {
 public:
     /// A check that takes longer than `limit` seconds ends the run.
     Runner(const Settings& given, Refusals& known, int limit)
-        : settings(given), refusals(known), secondsLimit(limit) {}
+        : settings(given),
+          refusals(known),
+          secondsLimit(limit) {}
 
     /// Runs the check and prints its line.
     void run(const Suite::Entry& entry);

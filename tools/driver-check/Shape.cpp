@@ -17,8 +17,8 @@ Shape& Shape::field(const std::string& fieldName, Kind kind) {
 }
 
 Shape& Shape::field(const std::string& fieldName, Kind kind, const Value& initial) {
-    own.push_back({Member::Field, fieldName.c_str(), kind, 40, initial, String(),
-                   Association::Unlink});
+    own.push_back(
+        {Member::Field, fieldName.c_str(), kind, 40, initial, String(), Association::Unlink});
     return *this;
 }
 
@@ -161,8 +161,7 @@ void Object::reload(const std::string& role) {
 }
 
 CheckModel::CheckModel(const Check& check, const std::string& modelName,
-                       std::vector<Shape> declared, int schemaVersion, Naming naming,
-                       int capacity)
+                       std::vector<Shape> declared, int schemaVersion, Naming naming, int capacity)
     : Model((modelName + check.config().tag).c_str(), capacity),
       settings(check.config()),
       shapes(std::move(declared)),

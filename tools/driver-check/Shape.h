@@ -37,7 +37,8 @@ struct Member {
 /// The declaration of a class. Names of super classes come first in a model.
 struct Shape {
     explicit Shape(std::string called, std::string above = "")
-        : name(std::move(called)), super(std::move(above)) {}
+        : name(std::move(called)),
+          super(std::move(above)) {}
 
     Shape& field(const std::string& fieldName, Kind kind);
     Shape& field(const std::string& fieldName, Kind kind, const Value& initial);

@@ -81,7 +81,7 @@ void print(std::ostream& out, const Blob& blob) {
         out << "a blob of " << blob.size() << " bytes";
 }
 template <class T>
-    requires std::is_arithmetic_v<T>
+requires std::is_arithmetic_v<T>
 void print(std::ostream& out, T value) {
     out.precision(17);
     out << std::boolalpha << value;

@@ -36,8 +36,12 @@ std::vector<ValueCase> longs() {
 }
 
 std::vector<ValueCase> ints() {
-    return {{"zero", 0},           {"minus-one", -1},     {"above-15-bits", 32768},
-            {"above-23-bits", 8388608}, {"largest", INT_MAX}, {"smallest", INT_MIN}};
+    return {{"zero", 0},
+            {"minus-one", -1},
+            {"above-15-bits", 32768},
+            {"above-23-bits", 8388608},
+            {"largest", INT_MAX},
+            {"smallest", INT_MIN}};
 }
 
 std::vector<ValueCase> unsignedInts() {
@@ -143,28 +147,28 @@ Timestamp odd(long days, long seconds) {
 
 std::vector<ValueCase> times() {
     const long someDay = Timestamp(2020, 5, 5, 0, 0, 0).getAllDays();
-    return {{"first", Timestamp(1, 1, 1, 0, 0, 0)},
-            {"last", Timestamp(7899, 12, 31, 23, 59, 59)},
-            {"before-the-epoch", Timestamp(1969, 12, 31, 23, 59, 59)},
-            {"epoch", Timestamp(1970, 1, 1, 0, 0, 0)},
-            {"leap-day", Timestamp(2000, 2, 29, 12, 0, 0)},
-            {"missing-leap-day", Timestamp(1900, 2, 29, 1, 1, 1)},
-            {"last-of-32-bits", Timestamp(2038, 1, 19, 3, 14, 7)},
-            {"beyond-32-bits", Timestamp(2038, 1, 19, 3, 14, 8)},
-            {"missing-hour", Timestamp(2024, 3, 31, 2, 30, 0)},
-            {"missing-hour-overseas", Timestamp(2024, 3, 10, 2, 30, 0)},
-            {"doubled-hour", Timestamp(2024, 10, 27, 2, 30, 0)},
-            {"skipped-by-the-calendar-reform", Timestamp(1582, 10, 10, 0, 0, 0)},
-            {"year-999", Timestamp(999, 9, 9, 9, 9, 9)},
-            {"last-second", Timestamp(1999, 12, 31, 23, 59, 59)},
-            {"86400-seconds", odd(someDay, 86400), "second-86400"},
-            {"86401-seconds", odd(someDay, 86401), "odd-second"},
-            {"negative-seconds", odd(someDay, -1), "odd-second"},
-            {"day-before-the-first", odd(Timestamp(1, 1, 1, 0, 0, 0).getAllDays() - 1, 0),
-             "odd-time"},
-            {"day-after-the-last", odd(Timestamp(7899, 12, 31, 0, 0, 0).getAllDays() + 1, 0),
-             "odd-time"},
-            {"negative-day", odd(-1000000, 0), "odd-time"}};
+    return {
+        {"first", Timestamp(1, 1, 1, 0, 0, 0)},
+        {"last", Timestamp(7899, 12, 31, 23, 59, 59)},
+        {"before-the-epoch", Timestamp(1969, 12, 31, 23, 59, 59)},
+        {"epoch", Timestamp(1970, 1, 1, 0, 0, 0)},
+        {"leap-day", Timestamp(2000, 2, 29, 12, 0, 0)},
+        {"missing-leap-day", Timestamp(1900, 2, 29, 1, 1, 1)},
+        {"last-of-32-bits", Timestamp(2038, 1, 19, 3, 14, 7)},
+        {"beyond-32-bits", Timestamp(2038, 1, 19, 3, 14, 8)},
+        {"missing-hour", Timestamp(2024, 3, 31, 2, 30, 0)},
+        {"missing-hour-overseas", Timestamp(2024, 3, 10, 2, 30, 0)},
+        {"doubled-hour", Timestamp(2024, 10, 27, 2, 30, 0)},
+        {"skipped-by-the-calendar-reform", Timestamp(1582, 10, 10, 0, 0, 0)},
+        {"year-999", Timestamp(999, 9, 9, 9, 9, 9)},
+        {"last-second", Timestamp(1999, 12, 31, 23, 59, 59)},
+        {"86400-seconds", odd(someDay, 86400), "second-86400"},
+        {"86401-seconds", odd(someDay, 86401), "odd-second"},
+        {"negative-seconds", odd(someDay, -1), "odd-second"},
+        {"day-before-the-first", odd(Timestamp(1, 1, 1, 0, 0, 0).getAllDays() - 1, 0), "odd-time"},
+        {"day-after-the-last", odd(Timestamp(7899, 12, 31, 0, 0, 0).getAllDays() + 1, 0),
+         "odd-time"},
+        {"negative-day", odd(-1000000, 0), "odd-time"}};
 }
 
 std::vector<ValueCase> blobs() {

@@ -92,8 +92,7 @@ void checkFound(Check& check, Sessions& sessions, const Value& value,
     std::size_t found = 0;
     while (selection.next()) {
         Value& held = (*static_cast<Object*>(selection.value()))[FieldName];
-        check.expect(compare(held, value) == 0,
-                     "a condition of equality finds " + describe(held));
+        check.expect(compare(held, value) == 0, "a condition of equality finds " + describe(held));
         if (std::find(mine.begin(), mine.end(), selection.value()->getObjectID()) != mine.end())
             ++found;
     }
@@ -157,9 +156,9 @@ void checkChanges(Check& check, Kind kind) {
         });
         Object* stored = sessions.readAgain(object->getObjectID());
         check.require(stored != nullptr, "the object is gone");
-        check.expect(isExactly(each.value, (*stored)[FieldName]),
-                     "a change to " + describe(each.value) + " reads " +
-                         describe((*stored)[FieldName]));
+        check.expect(
+            isExactly(each.value, (*stored)[FieldName]),
+            "a change to " + describe(each.value) + " reads " + describe((*stored)[FieldName]));
     }
 }
 
@@ -178,9 +177,9 @@ void checkRefresh(Check& check, Kind kind) {
             object->change();
         });
         seen->refresh();
-        check.expect(isExactly(each.value, (*seen)[FieldName]),
-                     "after a refresh " + describe(each.value) + " reads " +
-                         describe((*seen)[FieldName]));
+        check.expect(
+            isExactly(each.value, (*seen)[FieldName]),
+            "after a refresh " + describe(each.value) + " reads " + describe((*seen)[FieldName]));
     }
 }
 

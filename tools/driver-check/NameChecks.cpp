@@ -1,0 +1,291 @@
+// Names that databases stumble over: each works or is refused, and nothing of
+// it is ever run.
+
+#include "Topics.h"
+#include "Upgrade.h"
+
+namespace Kes::check {
+
+namespace {
+
+struct Name {
+    std::string label;
+    std::string text;
+    std::string hardship{};  ///< behind "class-name-" and the like; "" for a name that has to work
+};
+
+std::vector<Name> names() {
+    std::vector<Name> all;
+    for (const char* word :
+         {"select",  "from",    "where", "order", "group",        "user",       "table",
+          "index",   "primary", "key",   "value", "values",       "references", "end",
+          "column",  "default", "limit", "union", "desc",         "true",       "null",
+          "integer", "text",    "rowid", "oid",   "current_user", "interval"})
+        all.push_back({word, word});
+    all.push_back({"blank", "two words"});
+    all.push_back({"leading-blank", " indented"});
+    all.push_back({"dot", "a.b"});
+    all.push_back({"dots", "main.sqlite.x"});
+    all.push_back({"percent", "50%"});
+    all.push_back({"parenthesis", "f(x)"});
+    all.push_back({"colon", ":name"});
+    all.push_back({"question-mark", "what?"});
+    all.push_back({"dollar", "$1"});
+    all.push_back({"bracket", "a[1]"});
+    all.push_back({"slash", "a/b\\c"});
+    all.push_back({"digit", "1st"});
+    all.push_back({"underscore", "_own"});
+    all.push_back({"comment", "a--b/*c*/"});
+    all.push_back({"apostrophe", "it's"});
+    all.push_back({"semicolon", "a;b"});
+    all.push_back({"newline", "a\nb"});
+    all.push_back({"umlaut", "\xC3\x84pfel"});
+    all.push_back({"chinese", "\xE4\xB8\xAD\xE6\x96\x87"});
+    all.push_back({"emoji", "\xF0\x9F\x98\x80", "emoji"});
+    all.push_back({"double-quote", "say \"so\"", "quotes"});
+    all.push_back({"backtick", "a`b", "quotes"});
+    all.push_back({"injection", "x\"; DROP TABLE \"NameWitness\"; --", "quotes"});
+    all.push_back({"injection-backtick", "x`; DROP TABLE `NameWitness`; --", "quotes"});
+    all.push_back({"injection-bracket", "x']; DROP TABLE NameWitness; --"});
+    all.push_back({"invalid-utf8", "a\xFFz", "invalid-utf8"});
+    for (const std::size_t size : {63U, 64U, 65U, 200U})
+        all.push_back(
+            {std::to_string(size) + "-bytes", std::string(size, 'n'), std::to_string(size)});
+    return all;
+}
+
+// A refusal has to name what it refuses; then nothing was made.
+bool openOrRefuse(Check& check, CheckModel& model, const Name& name, const std::string& owner) {
+    const Raised raised = raisedBy([&] { model.open(); });
+    if (!name.hardship.empty())
+        check.noteProperty(owner + "-name-" + name.hardship, static_cast<bool>(raised));
+    else
+        check.require(!raised, "refused: " + raised.message);
+    if (raised)
+        check.expect(raised.names(name.text),
+                     "the refusal does not name \"" + name.text + "\": " + raised.message);
+    return !raised;
+}
+
+// Stores, changes, finds, sorts and removes with one field of a name.
+void useField(Check& check, CheckModel& model, const std::string& cls, const std::string& field) {
+    std::vector<unsigned long> ids;
+    transact(model, [&] {
+        for (int i = 0; i < 3; ++i) {
+            Object& object = *model.make(cls);
+            object[field] = i;
+            ids.push_back(object.getObjectID());
+        }
+    });
+    transact(model, [&] {
+        Object& object = *model.find(cls, ids[1]);
+        object.change();
+        object[field] = 10;
+    });
+    model.close();
+    model.open();
+    check.require(model.find(cls, ids[1]) != nullptr, "the object is not stored");
+    check.expect(std::get<int>((*model.find(cls, ids[1]))[field]) == 10,
+                 "the change is not stored");
+    Selection above(model[cls]);
+    above.where(above[field.c_str()] > 0);
+    above.orderBy(above[field.c_str()], false);
+    check.expect(idsOf(above) == std::vector<unsigned long>{ids[1], ids[2]},
+                 "a sorted condition finds other objects");
+    transact(model, [&] { model.find(cls, ids[2])->remove(); });
+    Selection left(model[cls]);
+    check.expectEqual<std::size_t>(2, idsOf(left).size(), "objects that are left");
+}
+
+void nameClass(Check& check, const Name& name) {
+    const std::string text = name.text;
+    CheckModel model(check, "name class " + text,
+                     {Shape(text).field("value", Kind::Int).index("value"),
+                      Shape(text + "S", text).field("more", Kind::Int)},
+                     1, check.config().tag.empty() ? CheckModel::Exact : CheckModel::Tagged);
+    if (openOrRefuse(check, model, name, "class"))
+        useField(check, model, text, "value");
+}
+
+void nameField(Check& check, const Name& name, std::size_t number) {
+    const std::string cls = "NamedField" + std::to_string(number);
+    CheckModel model(check, cls, {Shape(cls).field(name.text, Kind::Int), Shape(cls + "S", cls)});
+    if (openOrRefuse(check, model, name, "field"))
+        useField(check, model, cls, name.text);
+}
+
+// The name for an association, its link table and one of its roles.
+void nameAssociation(Check& check, const Name& name, std::size_t number) {
+    const std::string cls = "NamedLink" + std::to_string(number);
+    const std::string association = "A" + name.text;
+    CheckModel model(
+        check, cls,
+        {Shape(cls).many(association, name.text).one("One" + association, "next"),
+         Shape(cls + "S").many(association, "owners").many("One" + association, "last")});
+    if (!openOrRefuse(check, model, name, "association"))
+        return;
+    Pointer<Object> one;
+    Pointer<Object> other;
+    transact(model, [&] {
+        one = model.make(cls);
+        other = model.make(cls + "S");
+        one->link(name.text, other);
+        one->link("next", other);
+    });
+    const unsigned long id = one->getObjectID();
+    model.close();
+    model.open();
+    Object* read = model.find(cls, id);
+    check.require(read != nullptr, "the object is not stored");
+    check.expectEqual<std::size_t>(1, read->partners(name.text).size(), "partners");
+    check.expect(read->partner("next") == read->partner(name.text), "partners by two roles");
+    Selection selection(model[cls]);
+    selection.where(selection(model.tagged(association).c_str(), name.text.c_str()) ==
+                    static_cast<Instance*>(read->partner("next")));
+    check.expectEqual<std::size_t>(1, idsOf(selection).size(), "objects found by the partner");
+}
+
+// Neither run nor cut: a table beside them is still there.
+void keepWitness(Check& check) {
+    const std::vector<Shape> shapes{Shape("NameWitness").field("value", Kind::Int)};
+    CheckModel model(check, "name witness", shapes, 1, CheckModel::Exact);
+    model.open();
+    Pointer<Object> object;
+    transact(model, [&] { object = model.make("NameWitness"); });
+    std::size_t number = 1000;
+    for (const Name& name : names()) {
+        if (name.text.find("DROP") == std::string::npos)
+            continue;
+        static_cast<void>(raisedBy([&] { nameField(check, {"", name.text, "quotes"}, ++number); }));
+        Selection selection(model["NameWitness"]);
+        selection.where(selection["value"] == 0);
+        check.expect(!idsOf(selection).empty(), "the text of a name was run");
+    }
+}
+
+void refuseEmpty(Check& check, const std::string& label, const Shape& shape) {
+    CheckModel model(check, "empty " + label, {shape}, 1, CheckModel::Exact);
+    const Raised raised = raisedBy([&] { model.open(); });
+    check.expect(static_cast<bool>(raised), "the name is accepted");
+}
+
+// Two names that the database may take for one: two things or none.
+void tellApart(Check& check, const std::string& label, const std::string& one,
+               const std::string& other, const char* property) {
+    Upgrade upgrade(check, "alike" + label);
+    const std::vector<Shape> shapes{Shape(upgrade.className() + one).field("value", Kind::Int),
+                                    Shape(upgrade.className() + other).field("value", Kind::Int)};
+    const Raised raised = raisedBy([&] { upgrade.open(1, shapes); });
+    if (property != nullptr)
+        check.noteProperty(property, static_cast<bool>(raised));
+    else
+        check.require(!raised, "refused: " + raised.message);
+    if (raised) {
+        check.expect(raised.names(shapes[0].name) && raised.names(shapes[1].name),
+                     "the refusal does not name both classes: " + raised.message);
+        return;
+    }
+    upgrade.store(shapes[0].name, "value", {1, 2});
+    upgrade.store(shapes[1].name, "value", {3});
+    upgrade.verifyCount(shapes[0].name, 2);
+    upgrade.verifyCount(shapes[1].name, 1);
+}
+
+void tellFieldsApart(Check& check, const std::string& label, const std::string& one,
+                     const std::string& other, const char* property) {
+    Upgrade upgrade(check, "fieldsalike" + label);
+    const std::string& cls = upgrade.className();
+    const Raised raised = raisedBy(
+        [&] { upgrade.open(1, {Shape(cls).field(one, Kind::Int, 1).field(other, Kind::Int, 2)}); });
+    if (property != nullptr)
+        check.noteProperty(property, static_cast<bool>(raised));
+    else
+        check.require(!raised, "refused: " + raised.message);
+    if (raised) {
+        check.expect(raised.names(one) && raised.names(other),
+                     "the refusal does not name both fields: " + raised.message);
+        return;
+    }
+    const std::vector<unsigned long> ids = upgrade.store(cls, one, {5});
+    upgrade.model().close();
+    upgrade.model().open();
+    upgrade.verify(cls, one, ids, {5});
+    upgrade.verify(cls, other, ids, {2});
+}
+
+// What a class and something else would both be called.
+void collide(Check& check, const std::string& label, std::vector<Shape> shapes,
+             const char* property, const std::string& named) {
+    CheckModel model(check, "collision " + label, std::move(shapes));
+    const Raised raised = raisedBy([&] { model.open(); });
+    if (property != nullptr)
+        check.noteProperty(property, static_cast<bool>(raised));
+    else
+        check.expect(static_cast<bool>(raised), "the collision is accepted");
+    check.expect(!raised || raised.names(named),
+                 "the refusal does not name \"" + named + "\": " + raised.message);
+}
+
+}  // namespace
+
+void addNameChecks(Suite& suite) {
+    std::size_t number = 0;
+    for (const Name& name : names()) {
+        ++number;
+        suite.add("names.class." + name.label, [name](Check& c) { nameClass(c, name); });
+        suite.add("names.field." + name.label,
+                  [name, number](Check& c) { nameField(c, name, number); });
+        suite.add("names.association." + name.label,
+                  [name, number](Check& c) { nameAssociation(c, name, number); });
+    }
+    suite.add("names.never-run", keepWitness);
+    for (const auto& [label, text] :
+         {std::pair{"empty", ""}, {"one-blank", " "}, {"ends-in-blank", "a "}}) {
+        suite.add(std::string("names.refused.class-") + label, [=](Check& c) {
+            refuseEmpty(c, std::string("class ") + label, Shape(text).field("value", Kind::Int));
+        });
+        suite.add(std::string("names.refused.field-") + label, [=](Check& c) {
+            refuseEmpty(c, std::string("field ") + label,
+                        Shape(std::string("Refused") + label).field(text, Kind::Int));
+        });
+    }
+    const std::string same(62, 's');
+    suite.add("names.alike.classes-case",
+              [](Check& c) { tellApart(c, "case", "a", "A", "case-classes"); });
+    suite.add("names.alike.classes-umlaut-case", [](Check& c) {
+        tellApart(c, "umlaut", "\xC3\xA4", "\xC3\x84", "case-umlaut-classes");
+    });
+    suite.add("names.alike.classes-umlaut",
+              [](Check& c) { tellApart(c, "accent", "\xC3\xA4", "a", nullptr); });
+    suite.add("names.alike.classes-63-bytes",
+              [=](Check& c) { tellApart(c, "long", same + "1", same + "2", "names-alike-63"); });
+    suite.add("names.alike.fields-case",
+              [](Check& c) { tellFieldsApart(c, "case", "value", "VALUE", "case-fields"); });
+    suite.add("names.alike.fields-umlaut-case", [](Check& c) {
+        tellFieldsApart(c, "umlaut", "\xC3\xA4", "\xC3\x84", "case-umlaut-fields");
+    });
+    suite.add("names.alike.fields-umlaut",
+              [](Check& c) { tellFieldsApart(c, "accent", "\xC3\xA4", "a", "accent-fields"); });
+    suite.add("names.alike.fields-63-bytes", [=](Check& c) {
+        tellFieldsApart(c, "long", same + "1", same + "2", "names-alike-63");
+    });
+    suite.add("names.collision.class-like-view", [](Check& c) {
+        collide(c, "view",
+                {Shape("Covered").field("a", Kind::Int), Shape("CoveredSub", "Covered"),
+                 Shape("Covered" + c.config().tag + "_all").field("b", Kind::Int)},
+                "class-like-view", "Covered");
+    });
+    suite.add("names.collision.class-like-link-table", [](Check& c) {
+        collide(c, "link",
+                {Shape("Joined").many("JoinedLink", "to").many("JoinedLink", "from"),
+                 Shape("JoinedLink").field("b", Kind::Int)},
+                "class-like-association", "JoinedLink");
+    });
+    for (const char* own : {"KesObjectID", "KesVersion"})
+        suite.add(std::string("names.collision.field-") + own, [own](Check& c) {
+            collide(c, own, {Shape(std::string("Reserved") + own).field(own, Kind::Int)}, nullptr,
+                    own);
+        });
+}
+
+}  // namespace Kes::check
