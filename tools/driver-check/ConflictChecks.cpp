@@ -251,7 +251,7 @@ void lockAgainstOthers(Check& check, bool isCommitted) {
     mine->lock();
     std::atomic<bool> isDone{false};
     Raised raised;
-    std::thread other([&] {
+    std::jthread other([&] {
         raised = raisedBy([&] {
             CheckModel third(
                 check, sessions.name,

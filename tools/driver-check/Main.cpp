@@ -10,6 +10,7 @@
 #include "Runner.h"
 #include "Scratch.h"
 #include "Topics.h"
+#include "Watchdog.h"
 
 namespace {
 
@@ -130,7 +131,12 @@ int check(Arguments& given, const std::vector<Suite::Entry>& entries, bool decla
     }
     if (const char* password = std::getenv("KES_PASSWORD"))
         settings.password = password;
-    const std::string fault = prepareScratch(settings, given.force);
+    std::string fault;
+    {
+        const Watchdog watchdog(
+            given.timeout, [] { std::_Exit(refuseToRun("opening the database takes too long")); });
+        fault = prepareScratch(settings, given.force);
+    }
     if (!fault.empty())
         return refuseToRun(fault);
     Runner runner(settings, refusals, given.timeout);
