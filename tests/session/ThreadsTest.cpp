@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <numeric>
 #include <random>
 #include <set>
 #include <string>
@@ -22,6 +23,10 @@ constexpr int ThreadCount = 8;
 
 bool isConflict(const Exception& raised) {
     return std::strcmp(raised.getCode(), "COMFAIL") == 0;
+}
+
+bool isRefusal(const Exception& raised) {
+    return std::strcmp(raised.getCode(), "Transaction::undo/redo") == 0;
 }
 
 }  // namespace
@@ -153,6 +158,65 @@ TEST_F(ThreadsTest, ReadWholeTransactionsWhileOthersWrite) {
             });
         }
     });
+}
+
+TEST_F(ThreadsTest, UndoAndRedoWhatTheyDidThemselves) {
+    constexpr int each = 100;
+    fill(ThreadCount, 0);
+
+    onThreads(ThreadCount, [&](int number) {
+        StaffModel model;
+        open(model);
+        const Pointer<Person> own(model.findPerson(std::to_string(number).c_str()));
+        const auto add = [&](int years) {
+            persist(model, {own}, [&] {
+                own->change();
+                own->age += years;
+            });
+        };
+        for (int i = 0; i < each; ++i) {
+            add(1);
+            add(1000);
+            model.undo();
+            model.redo();
+            model.undo();
+        }
+    });
+
+    EXPECT_EQ(std::to_string(ThreadCount),
+              ask("SELECT count(*) FROM Person WHERE age = " + std::to_string(each)));
+}
+
+// What another thread came to in between is not taken back.
+TEST_F(ThreadsTest, UndoNothingThatOthersHaveBuiltOn) {
+    constexpr int each = 200;
+    fill(1, 0);
+    std::vector<int> added(ThreadCount);
+
+    onThreads(ThreadCount, [&](int number) {
+        StaffModel model;
+        open(model);
+        const Pointer<Person> counter(model.findPerson("0"));
+        for (int i = 0; i < each; ++i) {
+            persist(model, {counter}, [&] {
+                counter->change();
+                ++counter->age;
+            });
+            try {
+                model.undo();
+            } catch (const Exception& raised) {
+                ASSERT_TRUE(isConflict(raised) || isRefusal(raised)) << raised.getCode();
+                ++added[static_cast<std::size_t>(number)];
+                counter->refresh();
+            }
+        }
+    });
+
+    const int expected = std::accumulate(added.begin(), added.end(), 0);
+    RecordProperty("refused", expected);
+    EXPECT_EQ(std::to_string(expected), ask("SELECT age FROM Person"));
+    EXPECT_EQ(std::to_string(2 * ThreadCount * each - expected),
+              ask("SELECT KesVersion FROM Person"));
 }
 
 TEST_F(ThreadsTest, GiveEveryObjectAnIdOfItsOwn) {
