@@ -124,9 +124,13 @@ void TransactionManager::applyPendingLinks(Instance* owner, ManyAssociatedInstan
                                            const Association* association, const String& role) {
     if (pending.empty())
         return;
+    if (owner->flag(Instance::Linked))
+        applyOwnLinks(owner, ref, association, role);
     dropMovedMembers(owner, ref, association, role);
-    if (!owner->flag(Instance::Linked))
-        return;
+}
+
+void TransactionManager::applyOwnLinks(Instance* owner, ManyAssociatedInstances& ref,
+                                       const Association* association, const String& role) {
     for (; links.covered < pending.size(); ++links.covered) {
         const Action& action = pending[links.covered];
         if (action.second == nullptr)
@@ -157,8 +161,8 @@ void TransactionManager::applyPendingLinks(Instance* owner, ManyAssociatedInstan
     }
 }
 
-// Replacing a partner records the new link only: who left the owner shows by
-// the member's own reference.
+// Replacing a partner records the new link only: who left the owner, be it in
+// this very transaction, shows by the member's own reference.
 void TransactionManager::dropMovedMembers(Instance* owner, ManyAssociatedInstances& ref,
                                           const Association* association, const String& role) {
     const String& otherRole = association->getAssociatedRole(role);

@@ -133,6 +133,8 @@ private:
 
     using Actions = std::deque<Action>;
 
+    void applyOwnLinks(Instance* owner, ManyAssociatedInstances& ref,
+                       const Association* association, const String& role);
     void dropMovedMembers(Instance* owner, ManyAssociatedInstances& ref,
                           const Association* association, const String& role);
     Action& record(Action::Kind kind, Instance* first);

@@ -204,6 +204,26 @@ TEST_F(CombinationTest, ALinkThatIsMadeAndDissolvedIsNone) {
     EXPECT_EQ("1", ask("SELECT count(*) FROM Liking"));
 }
 
+// The collection is loaded while both links are pending.
+TEST_F(CombinationTest, ACascadeSparesAPartThatHasMovedOn) {
+    const unsigned long numbers[] = {ann->getObjectID(), cid->getObjectID(), fay->getObjectID()};
+    for (Pointer<Node>* each : {&ann, &bob, &cid, &dan, &eve, &fay})
+        *each = nullptr;
+    model.garbageCollect();
+    ann = model.node(numbers[0]);
+    cid = model.node(numbers[1]);
+    fay = model.node(numbers[2]);
+
+    expectAgreement([&] {
+        fay->whole = cid;
+        fay->whole = ann;
+        cid->remove();
+    });
+
+    EXPECT_FALSE(fay->isRemoved());
+    EXPECT_EQ(ann.getInstance(), fay->whole.get());
+}
+
 TEST_F(CombinationTest, ACyclicCascadeGoesAndComesBackWhole) {
     transaction([&] {
         ann->whole = fay;
