@@ -69,7 +69,7 @@ TEST(ThreadCheckTest, AcceptsAnotherThreadAfterReset) {
 }
 
 TEST(ThreadCheckTest, AdoptsOneOfTheThreadsThatComeAtOnce) {
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < 20; ++round) {
         ThreadCheck check;
         std::atomic<int> waiting{4};
         std::atomic<int> adopted{0};
