@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 #include "tests/drivers/DriverTest.h"
 #include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"
@@ -163,6 +166,39 @@ TEST_F(ConflictTest, StoresNothingOfATransactionWithOneConflict) {
     EXPECT_RAISES("COMFAIL", mine.commit());
 
     EXPECT_EQ("2", ask("SELECT count(*) FROM [Person]"));
+}
+
+// Moves one year of age from one to another, again until nobody is in between.
+void transfer(StaffModel& model, Person* from, Person* to) {
+    for (bool isDone = false; !isDone;) {
+        from->refresh();
+        to->refresh();
+        model.startTransaction();
+        from->change();
+        from->age -= 1;
+        to->change();
+        to->age += 1;
+        isDone = codeRaisedBy([&] { model.commit(); }).empty();
+    }
+}
+
+TEST_F(ConflictTest, KeepsTheSumOfWhatManySessionsTransfer) {
+    std::vector<std::thread> sessions;
+    for (int i = 0; i < 4; ++i)
+        sessions.emplace_back([&, i] {
+            StaffModel model;
+            open(model, engine->waitingAtMost(60000));
+            const Pointer<Person> from(model.findPerson(i % 2 == 0 ? "Ann" : "Bob"));
+            const Pointer<Person> to(model.findPerson(i % 2 == 0 ? "Bob" : "Ann"));
+            for (int j = 0; j < (i < 2 ? 20 : 10); ++j)
+                transfer(model, from, to);
+        });
+    for (std::thread& session : sessions)
+        session.join();
+
+    EXPECT_EQ("30", ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
+    EXPECT_EQ("40", ask("SELECT [age] FROM [Person] WHERE [name] = 'Bob'"));
+    EXPECT_EQ("60", ask("SELECT [KesVersion] FROM [Person] WHERE [name] = 'Ann'"));
 }
 
 TEST_F(ConflictTest, BringsObjectsUpToDateThatAQueryMeets) {
