@@ -24,6 +24,12 @@ public:
         counts.fill(0);
     }
 
+    // Another client begins, and the one before has nothing more to say.
+    void expectGreeting() {
+        const std::lock_guard guard(mutex);
+        isGreeted = false;
+    }
+
     // How often the client has asked for the answers so far, and waited.
     long roundTrips() { return of('S') + of('Q'); }
     long prepared() { return of('P'); }
@@ -139,6 +145,14 @@ TEST_F(PostgresTrafficTest, OfManyLinksIsAHandfulOfRoundTrips) {
     EXPECT_LE(count.roundTrips(), 6);
     EXPECT_EQ("2000", ask("SELECT count(*) FROM [Person] WHERE [employer] IS NOT NULL"));
     EXPECT_EQ("1999", ask("SELECT count(*) FROM [Friendship]"));
+}
+
+TEST_F(PostgresTrafficTest, OfAnOpenIsAHandfulOfRoundTrips) {
+    count.expectGreeting();
+    StaffModel other;
+    openAt(proxy, other);
+
+    EXPECT_LE(count.roundTrips(), 6);
 }
 
 TEST_F(PostgresTrafficTest, PreparesAStatementOnce) {
