@@ -179,7 +179,7 @@ void Model::dropDriver() {
     driver = nullptr;
 }
 
-void Model::synchronise() {
+void Model::synchronise() try {
     schemaFailed = false;
     std::exception_ptr cause;  // of any type: the application's handler may throw its own
     try {
@@ -205,6 +205,11 @@ void Model::synchronise() {
     dropDriver();
     if (cause != nullptr)
         std::rethrow_exception(cause);
+} catch (...) {
+    // A driver that threw may be within its transaction still, with locks that
+    // it would keep while it is parked.
+    dropDriver();
+    throw;
 }
 
 void Model::close() {

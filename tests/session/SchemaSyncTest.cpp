@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "tests/support/Raises.h"
 #include "tests/support/Recording.h"
 #include "tests/support/StaffModel.h"
@@ -141,6 +143,19 @@ TEST_F(SchemaSyncTest, ReportsAFailedCommitAsROLLFAIL) {
     EXPECT_RAISES("ROLLFAIL", model.openWith("recording"));
 
     EXPECT_FALSE(model.isOpen());
+}
+
+TEST_F(SchemaSyncTest, KeepsNoDriverThatThrew) {
+    for (const char* slot : {"createClass", "createView", "commit"}) {
+        StaffModel model;
+        recording.failAt(1, slot);
+        recording.throwInsteadOfFailing(true);
+
+        EXPECT_THROW(model.openWith("recording"), std::runtime_error) << slot;
+
+        recording.reset();
+        EXPECT_NO_THROW(model.openWith("recording")) << slot;
+    }
 }
 
 TEST_F(SchemaSyncTest, ReportsAFailedRollbackAsROLLFAIL) {
