@@ -135,6 +135,9 @@ void MariadbConnection::checkServer() {
         throw SqlFailure("the server is " +
                          std::string(mariadb_connection(handle) ? "MariaDB " : "version ") +
                          version + "; this driver needs MariaDB 10.6 or later");
+    // The client library goes on without where the server offers none.
+    if (settings.tls != "off" && mysql_get_ssl_cipher(handle) == nullptr)
+        throw SqlFailure("the server offers no TLS, which the option tls demands");
     unsigned long extended = 0;
     mariadb_get_infov(handle, MARIADB_CONNECTION_EXTENDED_SERVER_CAPABILITIES, &extended);
     bulk = (extended & (MARIADB_CLIENT_STMT_BULK_OPERATIONS >> 32)) != 0;

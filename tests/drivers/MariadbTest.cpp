@@ -171,6 +171,12 @@ TEST_F(MariadbOpenTest, RefusesOptionValuesOutOfRange) {
     EXPECT_EQ("", said("isolation=Repeatable Read; lock_timeout=1; statement_timeout=5000"));
 }
 
+TEST_F(MariadbOpenTest, RefusesAServerWithoutTheTlsThatIsDemanded) {
+    for (const char* options : {"tls=on", "tls=verify"})
+        EXPECT_TRUE(says(refusal(engine->source(), engine->password(), "kes", options), "TLS"))
+            << options;
+}
+
 TEST_F(MariadbOpenTest, RefusesAServerThatIsTooOld) {
     FakeMariadb old("5.5.5-10.3.39-MariaDB");
 
