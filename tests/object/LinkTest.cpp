@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
 #include "tests/object/NotingListener.h"
@@ -188,6 +189,19 @@ TEST_F(LinkTest, RefusesARemovedObject) {
     EXPECT_RAISES("REFERR", ann->friends.add(bob));
     EXPECT_TRUE(ann->friends.empty());
     EXPECT_EQ(nullptr, ann->spouse.get());
+}
+
+TEST_F(LinkTest, RefusesAnObjectThatWasNeverAdded) {
+    const auto never = std::make_unique<Person>(model.personClass);
+    EXPECT_RAISES("REFERR", never->employer = firm);
+    EXPECT_RAISES("REFERR", firm->staff.add(never.get()));
+    EXPECT_RAISES("REFERR", never->friends.add(ann));
+    EXPECT_RAISES("REFERR", ann->spouse = never.get());
+
+    EXPECT_TRUE(firm->staff.empty() && ann->friendOf.empty() && never->friends.empty());
+    EXPECT_EQ(nullptr, never->employer.get());
+    EXPECT_EQ(nullptr, ann->spouse.get());
+    model.commit();
 }
 
 TEST_F(LinkTest, RefusesAnObjectOfTheWrongClass) {

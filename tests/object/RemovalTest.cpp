@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tests/object/NotingListener.h"
+#include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
@@ -194,6 +196,104 @@ TEST_F(RemovalTest, LeavesTheOneReferencesOfWhatUnlinks) {
 
     EXPECT_EQ(firm, ann->employer.get());
     EXPECT_TRUE(firm->staff.contains(ann));
+}
+
+// The database has emptied the rows of those who stay; memory follows when it is
+// read again.
+TEST_F(RemovalTest, OfAnOwnerThatUnlinksLeavesPartnersThatCanBeUsed) {
+    ann->employer = firm;
+    bob->employer = firm;
+    model.commit();
+    firm->remove();
+    model.commit();
+
+    ann->age = 31;
+    ann->change();
+    model.commit();
+    ann->get(ann->employer, true);
+    EXPECT_EQ(nullptr, ann->employer.get());
+    const Pointer<Company> shop(model.newCompany("Shop"));
+    bob->employer = shop;
+    model.commit();
+    for (Pointer<Person>* each : {&ann, &bob, &cid})
+        each->makeNull();
+    model.garbageCollect();
+    ann = model.findPerson("Ann");
+    EXPECT_EQ(31, ann->age);
+    EXPECT_EQ(nullptr, ann->employer.get());
+    EXPECT_EQ(shop, model.findPerson("Bob")->employer.get());
+    EXPECT_EQ(1U, shop->staff.size());
+}
+
+TEST_F(RemovalTest, OfAnOwnerThatUnlinksReadsNoPartners) {
+    ann->employer = firm;
+    model.commit();
+    firm->staff.setFetched(false);
+    const Pointer<Company> kept(firm);
+    model.setMaxUndoSize(0);
+    std::ostringstream trace;
+    model.traceSQLTo(trace);
+    firm->remove();
+    model.disableSQLTrace();
+
+    EXPECT_EQ("", trace.str());
+    EXPECT_FALSE(firm->staff.isFetched());
+}
+
+TEST_F(RemovalTest, OfAnOwnerWithItsPartnersRemovesThemToo) {
+    ann->employer = firm;
+    bob->employer = firm;
+    model.commit();
+    for (Person* each : firm->staff)
+        each->remove();
+    firm->remove();
+    model.commit();
+
+    EXPECT_FALSE(isStored("Ann") || isStored("Bob"));
+    EXPECT_EQ(nullptr, model.findCompany("Firm"));
+    EXPECT_TRUE(firm->staff.empty());
+}
+
+TEST_F(RemovalTest, HappensToThePartnersAfterTheirOwner) {
+    ann->employer = firm;
+    bob->employer = firm;
+    model.commit();
+    firm->remove();
+    ann->remove();
+    bob->remove();
+    model.commit();
+
+    EXPECT_FALSE(isStored("Ann") || isStored("Bob"));
+    EXPECT_EQ(nullptr, model.findCompany("Firm"));
+}
+
+TEST_F(RemovalTest, IsRefusedLinksAfterwards) {
+    model.commit();
+    ann->remove();
+
+    EXPECT_RAISES("REFERR", ann->employer = firm);
+    EXPECT_RAISES("REFERR", ann->friends.add(bob));
+    model.commit();
+    EXPECT_RAISES("REFERR", ann->employer = firm);
+
+    EXPECT_TRUE(firm->staff.empty() && bob->friendOf.empty());
+    EXPECT_EQ(nullptr, ann->employer.get());
+}
+
+TEST_F(RemovalTest, HappensInsideALoopOverASelection) {
+    bob->parent = ann;
+    model.commit();
+    SelectionOf<Person> people(model.personClass);
+    int seen = 0;
+    for (Person* each : people) {
+        if (!each->isRemoved())
+            each->remove();
+        model.commit();
+        ++seen;
+    }
+
+    EXPECT_EQ(3, seen);
+    EXPECT_FALSE(isStored("Ann") || isStored("Bob") || isStored("Cid"));
 }
 
 TEST_F(RemovalTest, LeavesAOneReferenceToAPartnerThatIsRemovedAlready) {

@@ -166,6 +166,27 @@ TEST_F(MergeTest, PutsWhatIsNotANumberFirst) {
     EXPECT_EQ("3 5 1 4 2", sorted("key"));
 }
 
+TEST_F(MergeTest, LeavesTheOrderOfASingleClassToTheDriver) {
+    Class* only = model.addRows("A", {row(2), row(3), row(1)});
+    Selection some(only);
+    some.orderBy(some["major"]);
+    Row::walks = 0;
+
+    EXPECT_EQ("1 2 3", delivered(some));
+    EXPECT_EQ(0, Row::walks);
+}
+
+TEST_F(MergeTest, DrainsTheClassesInTurnWithoutKeys) {
+    model.addRows("A", {row(9), row(1)});
+    model.addRows("B", {});
+    model.addRows("C", {row(0)});
+    Selection all(model.base);
+    Row::walks = 0;
+
+    EXPECT_EQ("1 2 3", delivered(all));
+    EXPECT_EQ(0, Row::walks);
+}
+
 TEST_F(MergeTest, GoesOnInTheOrderOfTheClassesWhenABooleanKeyIsLetPass) {
     model.addRows("A", {keyed(true), keyed(false)});
     model.addRows("B", {keyed(false)});

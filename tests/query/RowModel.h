@@ -12,6 +12,8 @@
 
 #include <kes/Kes.h>
 
+#include "tests/support/QuietDriver.h"
+
 namespace Kes::testing {
 
 using RowValue = std::variant<int, unsigned int, long, unsigned long, bool, float, double, String,
@@ -75,65 +77,26 @@ private:
 };
 
 /// Answers every query with all rows of the class.
-class RowDriver final : public DBDriver {
+class RowDriver final : public QuietDriver {
 public:
     explicit RowDriver(const RowTable& itsTable) : table(itsTable) {}
 
-    bool open(const String&, const String&, const String&, const String&) override { return true; }
-    bool close() override { return true; }
-    int getVersion(const String&, const String&) override { return 1; }
-    void setVersion(const String&, int, const String&) override {}
-    bool createClass(Class*) override { return true; }
-    bool beginClassUpdate(Class*) override { return true; }
-    bool endClassUpdate(Class*) override { return true; }
-    bool createView(Class*) override { return true; }
-    bool createAssociation(Association*) override { return true; }
-    const String& getErrorMessage() override { return message; }
-    const DBDriverStatus* getStatus() override { return &status; }
-    unsigned long newObjectID() override { return ++lastID; }
-    bool commit() override { return true; }
-    bool rollback() override { return true; }
-    bool addLink(Instance*, const String&, Instance*, const String&, Association*, bool) override {
-        return true;
-    }
-    bool insert(Instance*) override { return true; }
-    bool update(Instance*) override { return true; }
-    bool removeLink(Instance*, const String&, Instance*, const String&, Association*,
-                    bool) override {
-        return true;
-    }
-    bool remove(Instance*) override { return true; }
-    bool refresh(Instance*) override { return true; }
-    bool lock(Instance*) override { return true; }
-    SelectionDefinition* defineSelection(AssociatedClass*) override {
-        return new SelectionDefinition;
-    }
     DBDriverSelection* fetch(Class* cls, SelectionDefinition*) override {
         return new RowCursor(table.at(cls));
     }
-    void traceSQLTo(std::ostream&) override {}
-    void disableSQLTrace() override {}
 
 private:
     const RowTable& table;
-    String message;
-    DBDriverStatus status;
-    unsigned long lastID = 0;
 };
 
 /// An abstract class with as many concrete ones below it as the test adds.
-class RowModel : public Model {
+class RowModel : public DrivenModel<Model> {
 public:
-    RowModel() : Model("rows", 100) {
+    RowModel() : DrivenModel("rows", 100) {
         setVersion(1);
         base = addClass("Base", 1, make);
         base->setAbstract(true);
-
-        // Parked under no texts, the driver is what open finds under them.
-        Model::setDriverCacheSize(1);
-        cacheDriver(new RowDriver(table));
-        open("", "", "", "", "");
-        Model::setDriverCacheSize(0);
+        openWithDriver(new RowDriver(table));
     }
 
     /// The rows of a class report the same fields, as the first one does.

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <new>
 #include <stdexcept>
 
 #include "tests/support/Raises.h"
@@ -32,6 +34,7 @@ protected:
 
     Recording& recording = Recording::get();
     StaffModel model;
+    alignas(AssociatedClass) unsigned char storage[sizeof(AssociatedClass)];
 };
 
 TEST_F(SelectionTest, FindsNothingInAnEmptyTable) {
@@ -121,6 +124,163 @@ TEST_F(SelectionTest, AppliesTheLastConditionOnly) {
 
     EXPECT_EQ("Bob", people.nextValue()->name);
     EXPECT_EQ(nullptr, people.nextValue());
+}
+
+namespace {
+
+/// Tells when it is destroyed.
+class Mortal final : public Condition {
+public:
+    explicit Mortal(int& counter) : deaths(counter) {}
+    Mortal(const Mortal& other) = default;
+    ~Mortal() override { ++deaths; }
+    void translate(ConditionTranslator*) override {}
+    Condition* getNew() const override { return new Mortal(*this); }
+
+private:
+    int& deaths;
+};
+
+}  // namespace
+
+TEST_F(SelectionTest, FreesTheCopiesThatItMadeOfConditions) {
+    int deaths = 0;
+    {
+        const Mortal original(deaths);
+        Selection people(model.personClass);
+        people.where(original);
+        const Condition* first = people.getCondition();
+        EXPECT_NE(&original, first);
+        people.where(original);
+        EXPECT_EQ(1, deaths);
+        people.where(*people.getCondition());
+        EXPECT_EQ(2, deaths);
+    }
+
+    EXPECT_EQ(4, deaths);
+}
+
+TEST_F(SelectionTest, LeavesAnAdoptedConditionAloneThatIsReplaced) {
+    int deaths = 0, others = 0;
+    const auto first = std::make_unique<Mortal>(deaths);
+    const auto second = std::make_unique<Mortal>(deaths);
+    {
+        Selection people(model.personClass);
+        people.setCondition(first.get());
+        EXPECT_EQ(first.get(), people.getCondition());
+        people.setCondition(second.get());
+        people.where(Mortal(others));
+        EXPECT_EQ(1, others);
+    }
+
+    EXPECT_EQ(0, deaths);
+    EXPECT_EQ(2, others);
+}
+
+TEST_F(SelectionTest, FreesTheConditionThatItAdoptedLast) {
+    int deaths = 0;
+    {
+        Selection people(model.personClass);
+        people.setCondition(new Mortal(deaths));
+    }
+
+    EXPECT_EQ(1, deaths);
+}
+
+TEST_F(SelectionTest, NamesFieldsThatNobodyReports) {
+    const Selection people(model.personClass);
+    const Attribute attribute = people["nonsense"];
+
+    EXPECT_STREQ("nonsense", attribute.getName());
+    EXPECT_EQ(model.personClass, attribute.getClass());
+}
+
+TEST_F(SelectionTest, ListsItsSortKeysInOrder) {
+    Selection people(model.personClass);
+    people.orderBy(people["age"], false);
+    people.orderBy(people["name"]);
+    const PtrList<SortOrder> orders = people.getSortOrders();
+
+    ASSERT_EQ(2, orders.size());
+    EXPECT_STREQ("age", orders[0]->getAttribute().getName());
+    EXPECT_FALSE(orders[0]->isAscending());
+    EXPECT_STREQ("name", orders[1]->getAttribute().getName());
+    EXPECT_TRUE(orders[1]->isAscending());
+    SortOrder copy(*orders[0]);
+    copy = *orders[1];
+    EXPECT_STREQ("name", copy.getAttribute().getName());
+    EXPECT_TRUE(copy.isAscending());
+}
+
+TEST_F(SelectionTest, GivesItsPartsToAnAssociatedClass) {
+    int deaths = 0;
+    Selection people(model.personClass);
+    people.where(Mortal(deaths));
+    people.orderBy(people["age"]);
+    Condition* condition = people.getCondition();
+    {
+        AssociatedClass frozen(people);
+        EXPECT_EQ(model.personClass, frozen.getClass());
+        EXPECT_STREQ("t", frozen.getAlias());
+        EXPECT_EQ(condition, frozen.getCondition());
+        EXPECT_EQ(nullptr, people.getCondition());
+        ASSERT_EQ(1, frozen.getSortOrders().size());
+        EXPECT_EQ(people.getSortOrders()[0], frozen.getSortOrders()[0]);
+
+        AssociatedClass copy(frozen);
+        copy.setAlias("a0");
+        EXPECT_STREQ("a0", copy.getAlias());
+        EXPECT_STREQ("t", frozen.getAlias());
+        EXPECT_NE(condition, copy.getCondition());
+        EXPECT_EQ(people.getSortOrders()[0], copy.getSortOrders()[0]);
+        deaths = 0;
+    }
+
+    EXPECT_EQ(2, deaths);
+    EXPECT_EQ(1, people.getSortOrders().size());
+}
+
+TEST_F(SelectionTest, SharesItsConditionWithAnAssignedAssociatedClass) {
+    Selection people(model.personClass), firms(model.companyClass);
+    people.where(people["age"] == 1);
+    AssociatedClass frozen(people);
+    // Never destroyed: both hold the condition.
+    auto* assigned = ::new (storage) AssociatedClass(firms);
+    *assigned = frozen;
+
+    EXPECT_EQ(frozen.getCondition(), assigned->getCondition());
+    EXPECT_EQ(model.personClass, assigned->getClass());
+}
+
+TEST_F(SelectionTest, SortsByWhatWasSaidBeforeTheFirstNextOnly) {
+    storeVehicle(model.carClass, "car", 2);
+    storeVehicle(model.boatClass, "boat", 1);
+    model.commit();
+    SelectionOf<Vehicle> vehicles(model.vehicleClass);
+    EXPECT_STREQ("car", vehicles.nextValue()->name);
+    vehicles.orderBy(vehicles["year"]);
+    vehicles.where(vehicles["year"] == 99);
+
+    EXPECT_STREQ("boat", vehicles.nextValue()->name);
+    EXPECT_EQ(nullptr, vehicles.nextValue());
+}
+
+TEST_F(SelectionTest, TakesTheOtherRoleForAClassThatIsNotTheFirstOne) {
+    const Selection vehicles(model.vehicleClass);  // takes no part in it
+    const Association* works = model.getAssociation("Works");
+
+    EXPECT_EQ(works->getOtherRole(), vehicles("Works").getRole());
+    EXPECT_EQ(works, vehicles("Works").getAssociation());
+    EXPECT_EQ(model.vehicleClass, vehicles("Works").getClass());
+}
+
+TEST_F(SelectionTest, KnowsNoAssociationUnderAnUnknownName) {
+    Selection people(model.personClass);
+
+    EXPECT_EQ(nullptr, people("Nothing").getAssociation());
+    EXPECT_EQ(nullptr, people("Nothing", "role").getAssociation());
+    people.where(people("Nothing") == nullptr);
+    EXPECT_RAISES("SELERR", people.next());
 }
 
 TEST_F(SelectionTest, MovesItsConditionAwayAtTheFirstNext) {

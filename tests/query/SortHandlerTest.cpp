@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "tests/support/Raises.h"
 
@@ -130,12 +133,145 @@ TEST_F(SortHandlerTest, NeverPrefersACandidateWithoutTheKey) {
     EXPECT_FALSE(handler.isBetter());
 }
 
+// Once a key has decided, later fields are not read: a better candidate that
+// decides by its major key leaves no minor one for those behind it to beat.
+TEST_F(SortHandlerTest, ReadsNoFieldBehindTheOneThatDecides) {
+    key("k");
+    key("minor");
+    handler.init(orders);
+    const auto offersPair = [&](int major, int minor) {
+        handler.handleInt("k", major);
+        handler.handleInt("minor", minor);
+        return handler.isBetter();
+    };
+
+    EXPECT_TRUE(offersPair(2, 1));
+    EXPECT_TRUE(offersPair(1, 5));
+    EXPECT_FALSE(offersPair(1, 3));
+    EXPECT_TRUE(offersPair(0, 9));
+}
+
+TEST_F(SortHandlerTest, ReadsAMinorKeyThatIsReportedFirst) {
+    key("k");
+    key("minor");
+    handler.init(orders);
+    const auto offersPair = [&](int major, int minor) {
+        handler.handleInt("minor", minor);
+        handler.handleInt("k", major);
+        return handler.isBetter();
+    };
+
+    EXPECT_TRUE(offersPair(2, 1));
+    EXPECT_TRUE(offersPair(1, 5));
+    EXPECT_TRUE(offersPair(1, 3));
+    EXPECT_FALSE(offersPair(1, 3));
+}
+
+TEST_F(SortHandlerTest, TurnsEachKeyAroundByItself) {
+    key("k", false);
+    key("minor", true);
+    handler.init(orders);
+    const auto offersPair = [&](int major, int minor) {
+        handler.handleInt("minor", minor);
+        handler.handleInt("k", major);
+        return handler.isBetter();
+    };
+
+    EXPECT_TRUE(offersPair(1, 5));
+    EXPECT_TRUE(offersPair(2, 9));
+    EXPECT_TRUE(offersPair(2, 8));
+    EXPECT_FALSE(offersPair(2, 9));
+}
+
+TEST_F(SortHandlerTest, NeverPrefersWhatIsNotANumber) {
+    const double none = std::numeric_limits<double>::quiet_NaN();
+    key("k");
+    handler.init(orders);
+    EXPECT_TRUE(offers(1.0, &Handler::handleDouble));
+    EXPECT_FALSE(offers(none, &Handler::handleDouble));
+    handler.reinit();
+    EXPECT_TRUE(offers(none, &Handler::handleDouble));
+    EXPECT_FALSE(offers(1.0, &Handler::handleDouble));
+}
+
+TEST_F(SortHandlerTest, PassesBlobsAndReferencesOver) {
+    key("k");
+    handler.init(orders);
+    offersInt(5);
+    Blob blob("a", 1);
+    handler.handleBlob("k", blob);
+    handler.handleOneAssociated("k", "k", nullptr, Association::Unlink);
+    handler.handleManyAssociated("k", "k", nullptr);
+
+    EXPECT_FALSE(handler.isBetter());
+}
+
+TEST_F(SortHandlerTest, TakesAFieldOfTwoKeysForTheFirst) {
+    key("k");
+    key("k", false);
+    handler.init(orders);
+
+    EXPECT_TRUE(offersInt(3));
+    EXPECT_TRUE(offersInt(2));
+    EXPECT_FALSE(offersInt(2));
+}
+
+TEST_F(SortHandlerTest, StandsInACopyWhereItStood) {
+    key("k");
+    handler.init(orders);
+    offersInt(3);
+    int pending = 2;
+    handler.handleInt("k", pending);
+
+    SortHandler constructed(handler);
+    SortHandler assigned;
+    assigned = handler;
+    assigned = *&assigned;
+
+    for (SortHandler* each : {&constructed, &assigned, &handler})
+        EXPECT_TRUE(each->isBetter());
+    int later = 1;
+    constructed.handleInt("k", later);
+    EXPECT_TRUE(constructed.isBetter());
+    handler.handleInt("k", pending);
+    EXPECT_FALSE(handler.isBetter());
+}
+
+TEST_F(SortHandlerTest, LeavesABooleanKeyOutWhenTheHandlerReturns) {
+    key("k");
+    handler.init(orders);
+    bool value = true;
+    const ReturningHandler returning;
+
+    handler.handleBool("k", value);
+    EXPECT_TRUE(handler.isBetter());
+    handler.handleBool("k", value);
+    EXPECT_FALSE(handler.isBetter());
+
+    EXPECT_EQ((std::vector<std::string>{"SORTFAIL", "SORTFAIL"}), returning.codes());
+}
+
+TEST_F(SortHandlerTest, PassesABooleanKeyOverWhenTheDecisionIsMade) {
+    key("k");
+    key("flag");
+    handler.init(orders);
+    offersInt(2);
+    int value = 1;
+    handler.handleInt("k", value);
+    bool flag = true;
+
+    EXPECT_EQ("", codeRaisedBy([&] { handler.handleBool("flag", flag); }));
+    EXPECT_TRUE(handler.isBetter());
+}
+
 TEST_F(SortHandlerTest, RaisesForABooleanKey) {
     key("k");
     handler.init(orders);
     bool value = true;
 
     EXPECT_RAISES("SORTFAIL", handler.handleBool("k", value));
+    EXPECT_EQ("You can not sort on boolean attributes",
+              messageRaisedBy([&] { handler.handleBool("k", value); }));
     EXPECT_EQ("", codeRaisedBy([&] { handler.handleBool("other", value); }));
 }
 

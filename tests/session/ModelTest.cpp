@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <sstream>
+#include <string>
+#include <vector>
 
+#include "tests/support/QuietDriver.h"
 #include "tests/support/Raises.h"
 #include "tests/support/Recording.h"
 #include "tests/support/StaffModel.h"
@@ -209,6 +213,115 @@ TEST_F(ModelTest, ClosesParkedDriversWhenTheCacheShrinks) {
     EXPECT_EQ(1U, count("close"));
 }
 
+TEST_F(ModelTest, StartsClosedWithItsNameAndVersionZero) {
+    const StaffModel model;
+
+    EXPECT_STREQ("staff", model.getName());
+    EXPECT_EQ(0, model.getVersion());
+    EXPECT_EQ(nullptr, model.getDriver());
+    EXPECT_EQ(0U, model.getDeclaredClasses().size());
+}
+
+TEST_F(ModelTest, TakesNoParkedDriverUnderATextThatDiffers) {
+    Model::setDriverCacheSize(5);
+    StaffModel model;
+    model.open("recording", "file:a?mode=memory", "", "user", "");
+    model.close();
+    model.open("recording", ":memory:", "", "user", "");
+    model.close();
+    model.open("recording", ":memory:", "", "User", "");
+    model.close();
+    model.open("recording", ":memory:", "", "user", "busy_timeout=1");
+    model.close();
+    model.open("recording.dll", ":memory:", "", "user", "");
+    model.close();
+    EXPECT_EQ(5U, count("open"));
+
+    model.open("recording", ":memory:", "", "user", "");
+
+    EXPECT_EQ(5U, count("open"));
+}
+
+namespace {
+
+class NumberedDriver final : public QuietDriver {
+public:
+    explicit NumberedDriver(std::vector<int>& closedOnes, int itsNumber)
+        : closed(closedOnes),
+          number(itsNumber) {}
+    bool close() override {
+        closed.push_back(number);
+        return true;
+    }
+
+private:
+    std::vector<int>& closed;
+    int number;
+};
+
+class ParkingModel : public StaffModel {
+public:
+    using Model::cacheDriver;
+    using Model::getCachedDriver;
+};
+
+}  // namespace
+
+TEST_F(ModelTest, ParksTheOldestDriversAndClosesTheNewestFirst) {
+    std::vector<int> closed;
+    Model::setDriverCacheSize(3);
+    ParkingModel model;
+    for (int i = 1; i <= 4; ++i)
+        model.cacheDriver(new NumberedDriver(closed, i));
+    EXPECT_EQ(std::vector<int>{4}, closed);
+
+    Model::setDriverCacheSize(1);
+    EXPECT_EQ((std::vector<int>{4, 3, 2}), closed);
+    Model::setDriverCacheSize(0);
+    EXPECT_EQ((std::vector<int>{4, 3, 2, 1}), closed);
+}
+
+TEST_F(ModelTest, TakesTheOldestParkedDriverOfThoseThatFit) {
+    std::vector<int> closed;
+    Model::setDriverCacheSize(2);
+    ParkingModel model;
+    auto* first = new NumberedDriver(closed, 1);
+    model.cacheDriver(first);
+    model.cacheDriver(new NumberedDriver(closed, 2));
+
+    const std::unique_ptr<DBDriver> found(model.getCachedDriver());
+
+    EXPECT_EQ(first, found.get());
+    EXPECT_TRUE(closed.empty());
+    Model::setDriverCacheSize(0);
+    EXPECT_EQ(std::vector<int>{2}, closed);
+}
+
+TEST_F(ModelTest, TakesANegativeCacheSizeForNone) {
+    Model::setDriverCacheSize(-1);
+    StaffModel model;
+    model.openWith("recording");
+
+    model.close();
+
+    EXPECT_EQ(1U, count("close"));
+    EXPECT_EQ(1U, count("destroy"));
+}
+
+TEST_F(ModelTest, KeepsItsTraceThroughAClose) {
+    std::ostringstream trace;
+    StaffModel model;
+    model.traceSQLTo(trace);
+    model.openWith("recording");
+    model.close();
+    const std::size_t before = trace.str().size();
+
+    model.openWith("recording");
+
+    EXPECT_LT(before, trace.str().size());
+    EXPECT_EQ(2U, count("traceSQLTo"));
+}
+
 TEST_F(ModelTest, DestroysAnOpenDriverWithoutClosingIt) {
     {
         StaffModel model;
@@ -283,6 +396,21 @@ TEST_F(ModelDeathTest, EndsTheProcessForAnotherThreadWhenTheHandlerReturns) {
             model.openWith();
             const ReturningHandler handler;
             onAnotherThread([&] { model.commit(); });
+        },
+        ::testing::ExitedWithCode(1), "");
+}
+
+TEST_F(ModelDeathTest, EndsTheProcessWhenAParkedDriverCannotBeClosed) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            Model::setDriverCacheSize(1);
+            StaffModel model;
+            model.openWith("recording");
+            model.close();
+            const ReturningHandler handler;
+            Recording::get().failAt(1, "close");
+            Model::setDriverCacheSize(0);
         },
         ::testing::ExitedWithCode(1), "");
 }

@@ -1,7 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "tests/support/QuietDriver.h"
 #include "tests/support/Raises.h"
 #include "tests/support/Recording.h"
 #include "tests/support/StaffModel.h"
@@ -35,9 +41,9 @@ TEST_F(SchemaSyncTest, FinishesEachPassBeforeTheNext) {
 
     model.openWith("recording");
 
-    const std::vector<std::string> expected{"beginClassUpdate", "createClass",
-                                            "endClassUpdate",   "createView",
-                                            "createAssociation", "setVersion", "commit"};
+    const std::vector<std::string> expected{
+        "beginClassUpdate",  "createClass", "endClassUpdate", "createView",
+        "createAssociation", "setVersion",  "commit"};
     EXPECT_EQ(expected, steps());
 }
 
@@ -135,6 +141,135 @@ INSTANTIATE_TEST_SUITE_P(EachPass, SchemaSyncTest,
                                            std::pair("endClassUpdate", "DELCLS"),
                                            std::pair("createView", "CREVW"),
                                            std::pair("createAssociation", "CREASS")));
+
+TEST_P(SchemaSyncTest, SaysWhatTheDriverSaid) {
+    StaffModel model;
+    recording.failAt(1, GetParam().first);
+
+    try {
+        model.openWith("recording");
+        ADD_FAILURE() << "nothing was raised";
+    } catch (const Exception& raised) {
+        EXPECT_EQ(Exception::ERROR, raised.getSeverity());
+        EXPECT_STREQ("Model::updateModel", raised.getContext());
+        EXPECT_EQ(std::string(GetParam().first) + " was told to fail",
+                  static_cast<const char*>(raised.getMessage()));
+    }
+}
+
+TEST_P(SchemaSyncTest, LeavesTheRestUnrunWhenAPassFails) {
+    StaffModel model;
+    recording.failAt(1, GetParam().first);
+
+    EXPECT_RAISES(GetParam().second, model.openWith("recording"));
+
+    const std::vector<std::string> all = steps();
+    ASSERT_LE(2U, all.size());
+    EXPECT_EQ("rollback", all.back());
+    EXPECT_EQ(GetParam().first, all[all.size() - 2]);
+    EXPECT_EQ(1U, recording.only(GetParam().first).size());
+}
+
+TEST_F(SchemaSyncTest, PassesOnWhatAHandlerThrows) {
+    StaffModel model;
+    recording.failAt(1, "createClass");
+    {
+        const ReturningHandler restoring;  // restores the usual one at the end
+        Exception::setExceptionHandler(
+            [](Exception& error) { throw std::runtime_error(error.getCode()); });
+        EXPECT_THROW(model.openWith("recording"), std::runtime_error);
+    }
+
+    EXPECT_EQ(1U, recording.only("rollback").size());
+    EXPECT_FALSE(model.isOpen());
+}
+
+namespace {
+
+/// Knows the versions that the test says, 1 for all others, and notes what it
+/// is asked for.
+class VersionedDriver final : public QuietDriver {
+public:
+    VersionedDriver(std::map<std::string, int> known, std::vector<std::string>& notes)
+        : versions(std::move(known)),
+          log(notes) {}
+
+    int getVersion(const String& name, const String& kind) override {
+        note("getVersion", name);
+        EXPECT_STREQ(name == "staff" ? "MODEL" : "CLASS", kind);
+        const auto found = versions.find(static_cast<const char*>(name));
+        return found != versions.end() ? found->second : 1;
+    }
+    void setVersion(const String& name, int version, const String&) override {
+        EXPECT_EQ(1, version);
+        note("setVersion", name);
+    }
+    bool createClass(Class* cls) override { return note("createClass", cls->getName()); }
+    bool beginClassUpdate(Class* cls) override { return note("begin", cls->getName()); }
+    bool endClassUpdate(Class* cls) override { return note("end", cls->getName()); }
+    bool createView(Class* cls) override { return note("createView", cls->getName()); }
+    bool createAssociation(Association* association) override {
+        return note("createAssociation", association->getName());
+    }
+
+private:
+    bool note(const char* what, const String& name) {
+        log.push_back(std::string(what) + " " + static_cast<const char*>(name));
+        return true;
+    }
+
+    std::map<std::string, int> versions;
+    std::vector<std::string>& log;
+};
+
+std::vector<std::string> stepsWith(const std::map<std::string, int>& versions, bool asked) {
+    std::vector<std::string> log, steps;
+    DrivenModel<StaffModel> model;
+    model.openWithDriver(new VersionedDriver(versions, log));
+    for (const std::string& line : log)
+        if ((line.rfind("getVersion", 0) == 0) == asked)
+            steps.push_back(line);
+    return steps;
+}
+
+using Steps = std::vector<std::string>;
+
+}  // namespace
+
+TEST_F(SchemaSyncTest, UpgradesTheClassesThatAreOlderOnly) {
+    EXPECT_EQ((Steps{"begin Boat", "createClass Boat", "end Boat", "createView Vehicle",
+                     "setVersion Boat", "setVersion staff"}),
+              stepsWith({{"staff", 0}, {"Boat", 0}, {"Car", 2}}, false));
+}
+
+TEST_F(SchemaSyncTest, RecordsTheVersionOfAnAbstractClassThatRose) {
+    EXPECT_EQ((Steps{"createView Vehicle", "setVersion Vehicle", "setVersion staff"}),
+              stepsWith({{"staff", 0}, {"Vehicle", 0}}, false));
+}
+
+TEST_F(SchemaSyncTest, MakesTheAssociationsOfEitherEndThatRose) {
+    EXPECT_EQ((Steps{"begin Company", "createClass Company", "end Company", "createView Vehicle",
+                     "createAssociation Works", "setVersion Company", "setVersion staff"}),
+              stepsWith({{"staff", 0}, {"Company", 0}}, false));
+    const Steps ofPeople = stepsWith({{"staff", 0}, {"Person", 0}}, false);
+    EXPECT_EQ(4, std::count_if(ofPeople.begin(), ofPeople.end(), [](const std::string& line) {
+                  return line.rfind("createAssociation", 0) == 0;
+              }));
+}
+
+TEST_F(SchemaSyncTest, LeavesADatabaseWithANewerModelAlone) {
+    EXPECT_EQ(Steps{}, stepsWith({{"staff", 2}, {"Person", 0}}, false));
+    EXPECT_EQ(Steps{}, stepsWith({{"staff", 1}, {"Person", 0}}, false));
+}
+
+// Five classes in four passes, and the ends of four associations: the second
+// end only where the first is not older.
+TEST_F(SchemaSyncTest, AsksForEachClassInEachPass) {
+    const Steps none = stepsWith({{"staff", 0}}, true);
+    EXPECT_EQ(1U + 4 * 5 + 4 * 2, none.size());
+    const Steps people = stepsWith({{"staff", 0}, {"Person", 0}}, true);
+    EXPECT_EQ(1U + 4 * 5 + 4 + 1, people.size());
+}
 
 TEST_F(SchemaSyncTest, ReportsAFailedCommitAsROLLFAIL) {
     StaffModel model;
