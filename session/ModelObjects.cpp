@@ -31,15 +31,6 @@ String describe(const Instance* instance) {
     return instance->getClass()->getName() + " object with id " + String(instance->getObjectID());
 }
 
-bool wasAdded(const Instance* instance, const char* operation, const char* verb) {
-    if (instance->getObjectID() != 0)
-        return true;
-    raise("INSTERR", operation,
-          String("The ") + describe(instance) + " cannot be " + verb +
-              ": it was never added; call add first");
-    return false;
-}
-
 }  // namespace
 
 Instance* Model::get(unsigned long objectID) const {
@@ -220,8 +211,7 @@ bool Model::requireOpen(const char* operation) const {
 }
 
 void Model::lock(Instance* instance) {
-    if (!isUsable(instance, "Model::lock", "locked") ||
-        !wasAdded(instance, "Model::lock", "locked"))
+    if (!isUsable(instance, "Model::lock", "locked"))
         return;
     siblings->forget();
     if (driver->lock(instance))
@@ -232,8 +222,7 @@ void Model::lock(Instance* instance) {
 }
 
 void Model::refresh(Instance* instance) {
-    if (!isUsable(instance, "Model::refresh", "refreshed") ||
-        !wasAdded(instance, "Model::refresh", "refreshed"))
+    if (!isUsable(instance, "Model::refresh", "refreshed"))
         return;
     siblings->forget();
     const Pointer<Instance> keep(instance);

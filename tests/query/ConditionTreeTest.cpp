@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/StaffModel.h"
@@ -18,7 +20,8 @@ public:
         left->translate(this);
         right->translate(this);
     }
-    void translate(Role* role, Condition::AssociationOperator op, AssociatedClass* nested) override {
+    void translate(Role* role, Condition::AssociationOperator op,
+                   AssociatedClass* nested) override {
         note(std::string("many ") + static_cast<const char*>(role->getRole()) + " " +
                  static_cast<const char*>(nested->getClass()->getName()),
              op);
@@ -40,9 +43,7 @@ public:
     void translate(Attribute* a, int op, int) override { noteAttribute("int", a, op); }
     void translate(Attribute* a, int op, unsigned int) override { noteAttribute("uint", a, op); }
     void translate(Attribute* a, int op, long) override { noteAttribute("long", a, op); }
-    void translate(Attribute* a, int op, unsigned long) override {
-        noteAttribute("ulong", a, op);
-    }
+    void translate(Attribute* a, int op, unsigned long) override { noteAttribute("ulong", a, op); }
 
     std::vector<std::string> lines;
     bool recurses = false;
@@ -51,9 +52,7 @@ private:
     void noteAttribute(const char* kind, const Attribute* a, int op) {
         note(std::string(static_cast<const char*>(a->getName())) + " " + kind, op);
     }
-    void note(const std::string& what, int op) {
-        lines.push_back(what + " " + std::to_string(op));
-    }
+    void note(const std::string& what, int op) { lines.push_back(what + " " + std::to_string(op)); }
 };
 
 std::vector<std::string> callsOf(Condition&& condition, bool recurses = false) {
@@ -93,6 +92,210 @@ TEST_F(ConditionTreeTest, ArrivesAtTheSlotOfItsType) {
     EXPECT_EQ(Lines{"age time 0"}, callsOf(age == Timestamp::now()));
     EXPECT_EQ(Lines{"age text x 0"}, callsOf(age == "x"));
     EXPECT_EQ(Lines{"age text x 0"}, callsOf(age == String("x")));
+}
+
+namespace {
+
+// The calls of all six comparisons with one value.
+template <class T>
+std::vector<std::string> comparisons(const Attribute& with, const T& value) {
+    std::vector<std::string> lines;
+    const auto take = [&](Condition&& condition) {
+        for (const std::string& line : callsOf(std::move(condition)))
+            lines.push_back(line);
+    };
+    take(with == value);
+    take(with != value);
+    take(with > value);
+    take(with < value);
+    take(with >= value);
+    take(with <= value);
+    return lines;
+}
+
+std::vector<std::string> numbered(const std::string& call) {
+    std::vector<std::string> lines;
+    for (int code = 0; code < 6; ++code)
+        lines.push_back(call + " " + std::to_string(code));
+    return lines;
+}
+
+}  // namespace
+
+TEST_F(ConditionTreeTest, CarriesEveryCodeForEveryType) {
+    EXPECT_EQ(numbered("age ulong"), comparisons(age, 1UL));
+    EXPECT_EQ(numbered("age long"), comparisons(age, 1L));
+    EXPECT_EQ(numbered("age int"), comparisons(age, 1));
+    EXPECT_EQ(numbered("age uint"), comparisons(age, 1U));
+    EXPECT_EQ(numbered("age bool"), comparisons(age, true));
+    EXPECT_EQ(numbered("age float"), comparisons(age, 1.0F));
+    EXPECT_EQ(numbered("age double"), comparisons(age, 1.0));
+    EXPECT_EQ(numbered("age time"), comparisons(age, Timestamp::now()));
+    EXPECT_EQ(numbered("age text x"), comparisons(age, String("x")));
+    const char* plain = "x";
+    EXPECT_EQ(numbered("age text x"), comparisons(age, plain));
+}
+
+TEST_F(ConditionTreeTest, KeepsCopiesOfItsOperands) {
+    std::unique_ptr<Condition> condition;
+    {
+        const Attribute name(model.personClass, "name");
+        const String value("Ann");
+        condition.reset((name == value).getNew());
+    }
+    NotingTranslator translator;
+    condition->translate(&translator);
+
+    EXPECT_EQ(Lines{"name text Ann 0"}, translator.lines);
+}
+
+namespace {
+
+/// Notes what happens to it in a log that all copies share.
+class Watched final : public Condition {
+public:
+    Watched(std::vector<std::string>& notes, const char* itsName) : log(notes), name(itsName) {}
+    Watched(const Watched& other) = default;
+    ~Watched() override { log.push_back(std::string("gone ") + name); }
+    void translate(ConditionTranslator*) override { log.push_back(std::string("asked ") + name); }
+    Condition* getNew() const override {
+        log.push_back(std::string("copied ") + name);
+        return new Watched(*this);
+    }
+
+private:
+    std::vector<std::string>& log;
+    const char* name;
+};
+
+/// Copies itself as what it is.
+class Marked final : public CombinationCondition {
+public:
+    using CombinationCondition::CombinationCondition;
+    Condition* getNew() const override { return new Marked(*this); }
+};
+
+}  // namespace
+
+TEST_F(ConditionTreeTest, CopiesTheRightOperandFirst) {
+    Lines log;
+    const Watched left(log, "left"), right(log, "right");
+    { const CombinationCondition both = left & right; }
+    { const CombinationCondition any = left || right; }
+
+    EXPECT_EQ((Lines{"copied right", "copied left", "gone left", "gone right", "copied right",
+                     "copied left", "gone left", "gone right"}),
+              log);
+}
+
+TEST_F(ConditionTreeTest, AsksNoOperandByItself) {
+    Lines log;
+    const Watched left(log, "left"), right(log, "right");
+    CombinationCondition both = left & right;
+    log.clear();
+    NotingTranslator translator;
+    both.translate(&translator);
+
+    EXPECT_TRUE(log.empty());
+}
+
+TEST_F(ConditionTreeTest, IsDestroyedFromTheLeft) {
+    Lines log;
+    {
+        const Watched a(log, "a"), b(log, "b"), c(log, "c"), d(log, "d");
+        const std::unique_ptr<Condition> tree(((a & b) || (c & d)).getNew());
+        log.clear();
+    }
+
+    EXPECT_EQ(
+        (Lines{"gone a", "gone b", "gone c", "gone d", "gone d", "gone c", "gone b", "gone a"}),
+        log);
+}
+
+TEST_F(ConditionTreeTest, AdoptsWhatItIsMadeOf) {
+    Lines log;
+    {
+        const CombinationCondition both(new Watched(log, "left"), Condition::AND,
+                                        new Watched(log, "right"));
+        EXPECT_TRUE(log.empty());
+    }
+
+    EXPECT_EQ((Lines{"gone left", "gone right"}), log);
+}
+
+TEST_F(ConditionTreeTest, CopiesDerivedCombinationsAsWhatTheyAre) {
+    const Marked marked((age == 1).getNew(), Condition::OR, (age == 2).getNew());
+    class Finder final : public NotingTranslator {
+    public:
+        using NotingTranslator::translate;
+        void translate(Condition* left, Condition::LogicalOperator, Condition*) override {
+            found = dynamic_cast<Marked*>(left) != nullptr;
+        }
+        bool found = false;
+    } finder;
+    const std::unique_ptr<Condition> copy((marked & (age == 3)).getNew());
+    copy->translate(&finder);
+
+    EXPECT_TRUE(finder.found);
+}
+
+// Made in place and never destroyed: what it holds belongs to the other one.
+TEST_F(ConditionTreeTest, SharesWhatItHoldsWhenItIsAssigned) {
+    Lines log;
+    alignas(CombinationCondition) unsigned char place[sizeof(CombinationCondition)];
+    {
+        const CombinationCondition original(new Watched(log, "left"), Condition::OR,
+                                            new Watched(log, "right"));
+        auto* assigned = ::new (place) CombinationCondition(nullptr, Condition::AND, nullptr);
+        *assigned = original;
+        NotingTranslator translator;
+        translator.recurses = true;
+        assigned->translate(&translator);
+        EXPECT_EQ(Lines{"combination 1"}, translator.lines);
+        EXPECT_EQ((Lines{"asked left", "asked right"}), log);
+        log.clear();
+    }
+
+    EXPECT_EQ((Lines{"gone left", "gone right"}), log);
+}
+
+TEST_F(ConditionTreeTest, CopiesANestedSelectionDeeply) {
+    const Role role(model.personClass, "employer", model.getAssociation("Works"));
+    std::unique_ptr<Condition> copy;
+    {
+        Selection nested(model.companyClass);
+        nested.where(nested["name"] == "x");
+        nested.orderBy(nested["name"]);
+        const ManyAssociatedCondition original = role == nested;
+        copy.reset(original.getNew());
+    }
+    class Looker final : public NotingTranslator {
+    public:
+        using NotingTranslator::translate;
+        void translate(Role*, Condition::AssociationOperator, AssociatedClass* nested) override {
+            nested->getCondition()->translate(this);
+        }
+    } looker;
+    copy->translate(&looker);
+
+    EXPECT_EQ(Lines{"name text x 0"}, looker.lines);
+}
+
+TEST_F(ConditionTreeTest, NestsASelectionWithoutCondition) {
+    const Role role(model.personClass, "employer", model.getAssociation("Works"));
+    Selection nested(model.companyClass);
+    ManyAssociatedCondition condition = role == nested;
+    class Looker final : public NotingTranslator {
+    public:
+        using NotingTranslator::translate;
+        void translate(Role*, Condition::AssociationOperator, AssociatedClass* inner) override {
+            isNull = inner->getCondition() == nullptr;
+        }
+        bool isNull = false;
+    } looker;
+    condition.translate(&looker);
+
+    EXPECT_TRUE(looker.isNull);
 }
 
 TEST_F(ConditionTreeTest, MakesOneCallForACombination) {
@@ -178,6 +381,9 @@ TEST(ConditionTranslatorTest, HandsOutAliasesInTurn) {
     NotingTranslator copy(translator);
     EXPECT_EQ("a2", copy.getNewAlias());
     EXPECT_EQ("a2", translator.getNewAlias());
+    NotingTranslator assigned;
+    assigned = copy;
+    EXPECT_EQ("a3", assigned.getNewAlias());
 }
 
 }  // namespace Kes::testing

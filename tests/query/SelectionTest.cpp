@@ -3,7 +3,10 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
+#include "tests/support/QuietDriver.h"
 #include "tests/support/Raises.h"
 #include "tests/support/Recording.h"
 #include "tests/support/StaffModel.h"
@@ -442,6 +445,94 @@ TEST_F(SelectionTest, MayBeGivenUpInTheMiddle) {
     }
 
     EXPECT_NE(nullptr, model.findPerson("Bob"));
+}
+
+namespace {
+
+/// One endless row for each class; notes what is deleted, and what is asked.
+class NotingDriver final : public QuietDriver {
+public:
+    explicit NotingDriver(std::vector<std::string>& notes) : log(notes) {}
+
+    SelectionDefinition* defineSelection(AssociatedClass* associatedClass) override {
+        asked = associatedClass;
+        log.push_back("define");
+        return new Definition(log);
+    }
+    DBDriverSelection* fetch(Class* cls, SelectionDefinition* definition) override {
+        EXPECT_NE(nullptr, dynamic_cast<Definition*>(definition));
+        log.push_back(std::string("fetch ") + static_cast<const char*>(cls->getName()));
+        rows.emplace_back(cls->getDummy());
+        return new Cursor(log, rows.back().get());
+    }
+
+    AssociatedClass* asked = nullptr;
+
+private:
+    class Definition final : public SelectionDefinition {
+    public:
+        explicit Definition(std::vector<std::string>& notes) : log(notes) {}
+        ~Definition() override { log.push_back("delete definition"); }
+
+    private:
+        std::vector<std::string>& log;
+    };
+    class Cursor final : public DBDriverSelection {
+    public:
+        Cursor(std::vector<std::string>& notes, Instance* itsRow) : log(notes), row(itsRow) {}
+        ~Cursor() override {
+            log.push_back(std::string("delete cursor ") +
+                          static_cast<const char*>(row->getClass()->getName()));
+        }
+        bool next() override {
+            log.push_back("next");
+            return true;
+        }
+        Instance* getInstance() override { return row; }
+
+    private:
+        std::vector<std::string>& log;
+        Instance* row;
+    };
+
+    std::vector<std::string>& log;
+    std::vector<std::unique_ptr<Instance>> rows;
+};
+
+}  // namespace
+
+TEST(SelectionLifeTest, OpensTheCursorsInOrderAndDeletesTheDefinitionFirst) {
+    std::vector<std::string> log;
+    DrivenModel<StaffModel> model;
+    model.openWithDriver(new NotingDriver(log));
+    {
+        Selection vehicles(model.vehicleClass);
+        EXPECT_TRUE(log.empty());
+        ASSERT_TRUE(vehicles.next());
+    }
+
+    EXPECT_EQ(
+        (std::vector<std::string>{"define", "fetch Car", "next", "fetch Boat", "next",
+                                  "delete definition", "delete cursor Car", "delete cursor Boat"}),
+        log);
+}
+
+TEST(SelectionLifeTest, TellsTheDriverWhatItSelects) {
+    std::vector<std::string> log;
+    DrivenModel<StaffModel> model;
+    auto* driver = new NotingDriver(log);
+    model.openWithDriver(driver);
+    Selection people(model.personClass);
+    people.where(people["age"] == 1);
+    people.orderBy(people["name"], false);
+    const Condition* condition = people.getCondition();
+    ASSERT_TRUE(people.next());
+
+    EXPECT_EQ(model.personClass, driver->asked->getClass());
+    EXPECT_STREQ("t", driver->asked->getAlias());
+    EXPECT_EQ(condition, driver->asked->getCondition());
+    ASSERT_EQ(1, driver->asked->getSortOrders().size());
+    EXPECT_FALSE(driver->asked->getSortOrders()[0]->isAscending());
 }
 
 TEST_F(SelectionTest, FindsNothingBelowAnAbstractClassWithoutSubClasses) {
