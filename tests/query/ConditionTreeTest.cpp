@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -239,21 +238,21 @@ TEST_F(ConditionTreeTest, CopiesDerivedCombinationsAsWhatTheyAre) {
     EXPECT_TRUE(finder.found);
 }
 
-// Made in place and never destroyed: what it holds belongs to the other one.
 TEST_F(ConditionTreeTest, SharesWhatItHoldsWhenItIsAssigned) {
     Lines log;
-    alignas(CombinationCondition) unsigned char place[sizeof(CombinationCondition)];
     {
         const CombinationCondition original(new Watched(log, "left"), Condition::OR,
                                             new Watched(log, "right"));
-        auto* assigned = ::new (place) CombinationCondition(nullptr, Condition::AND, nullptr);
-        *assigned = original;
+        const CombinationCondition empty(nullptr, Condition::AND, nullptr);
+        CombinationCondition assigned(empty);
+        assigned = original;
         NotingTranslator translator;
         translator.recurses = true;
-        assigned->translate(&translator);
+        assigned.translate(&translator);
         EXPECT_EQ(Lines{"combination 1"}, translator.lines);
         EXPECT_EQ((Lines{"asked left", "asked right"}), log);
         log.clear();
+        assigned = empty;  // so that one of the two frees the operands
     }
 
     EXPECT_EQ((Lines{"gone left", "gone right"}), log);

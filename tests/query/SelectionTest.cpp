@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -37,7 +36,6 @@ protected:
 
     Recording& recording = Recording::get();
     StaffModel model;
-    alignas(AssociatedClass) unsigned char storage[sizeof(AssociatedClass)];
 };
 
 TEST_F(SelectionTest, FindsNothingInAnEmptyTable) {
@@ -246,13 +244,13 @@ TEST_F(SelectionTest, GivesItsPartsToAnAssociatedClass) {
 TEST_F(SelectionTest, SharesItsConditionWithAnAssignedAssociatedClass) {
     Selection people(model.personClass), firms(model.companyClass);
     people.where(people["age"] == 1);
-    AssociatedClass frozen(people);
-    // Never destroyed: both hold the condition.
-    auto* assigned = ::new (storage) AssociatedClass(firms);
-    *assigned = frozen;
+    const AssociatedClass frozen(people), without(firms);
+    AssociatedClass assigned(without);
+    assigned = frozen;
 
-    EXPECT_EQ(frozen.getCondition(), assigned->getCondition());
-    EXPECT_EQ(model.personClass, assigned->getClass());
+    EXPECT_EQ(frozen.getCondition(), assigned.getCondition());
+    EXPECT_EQ(model.personClass, assigned.getClass());
+    assigned = without;  // so that one of the two frees the condition
 }
 
 TEST_F(SelectionTest, SortsByWhatWasSaidBeforeTheFirstNextOnly) {
