@@ -42,6 +42,9 @@ void SqlSchema::prepare(bool mayWrite) {
 }
 
 int SqlSchema::getVersion(const std::string& name, const std::string& kind) {
+    for (auto set = versions.rbegin(); set != versions.rend(); ++set)
+        if (set->name == name && set->kind == kind)
+            return set->version;
     if (reading == nullptr) {
         if (!exists("kes_versions"))
             return 0;

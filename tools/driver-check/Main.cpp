@@ -85,6 +85,7 @@ Suite allChecks() {
     addNameChecks(suite);
     addTransactionChecks(suite);
     addConflictChecks(suite);
+    addLinkConflictChecks(suite);
     addCursorChecks(suite);
     return suite;
 }

@@ -29,7 +29,7 @@ constexpr Property Properties[] = {
     {"fields-300", "classes with 300 fields"},
     {"fields-1000", "classes with 1000 fields"},
     {"fields-2100", "classes with 2100 fields"},
-    {"names-alike-63", "two names that agree in their first 63 bytes"},
+    {"names-alike-64", "two names that agree in their first 64 bytes"},
     {"case-classes", "two classes whose names differ in case only"},
     {"case-fields", "two fields whose names differ in case only"},
     {"case-umlaut-classes", "two classes whose names differ in the case of an umlaut only"},

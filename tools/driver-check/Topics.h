@@ -18,6 +18,7 @@ void addStructureUpgradeChecks(Suite& suite);
 void addNameChecks(Suite& suite);
 void addTransactionChecks(Suite& suite);
 void addConflictChecks(Suite& suite);
+void addLinkConflictChecks(Suite& suite);
 void addCursorChecks(Suite& suite);
 
 }  // namespace Kes::check
