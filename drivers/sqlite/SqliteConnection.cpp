@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <ostream>
+#include <system_error>
 
 #include "drivers/common/SqlFailure.h"
 
@@ -11,17 +12,26 @@ namespace Kes::sql {
 
 namespace {
 
+// What the operating system has said, where it was asked.
+std::string reasonOf(sqlite3* database) {
+    const int number = sqlite3_system_errno(database);
+    return number == 0 ? "" : " (" + std::generic_category().message(number) + ")";
+}
+
 // The words that a user can act on, where SQLite's own are too short.
 std::string explain(sqlite3* database, int code, const SqliteSettings& settings) {
     const std::string words = sqlite3_errmsg(database);
     switch (code & 0xFF) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
-        return words + "; another connection has locked the database for longer than " +
+        return words + "; another connection has kept the database locked for longer than " +
                std::to_string(settings.busyTimeout) +
-               " ms: try again, or open it with a larger busy_timeout";
+               " ms: let it commit, roll back or close, then try again, or open this one with a "
+               "larger busy_timeout";
     case SQLITE_FULL: return words + "; make room and try again";
     case SQLITE_READONLY: return words + "; the file or its folder cannot be written";
+    case SQLITE_CANTOPEN:
+    case SQLITE_IOERR: return words + reasonOf(database);
     case SQLITE_NOTADB: return words + " (\"" + settings.file + "\")";
     default: return words;
     }
