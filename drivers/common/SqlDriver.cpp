@@ -24,8 +24,15 @@ SqlDriver::Session::Session(std::unique_ptr<Connection> itsConnection, const Dia
 SqlDriver::SqlDriver(std::unique_ptr<Dialect> itsDialect) : dialect(std::move(itsDialect)) {}
 
 SqlDriver::~SqlDriver() {
-    for (SqlSelection* cursor : std::vector<SqlSelection*>(cursors.begin(), cursors.end()))
+    abandonCursors();
+}
+
+void SqlDriver::abandonCursors() {
+    while (!cursors.empty()) {
+        SqlSelection* cursor = *cursors.begin();
+        cursors.erase(cursors.begin());
         cursor->abandon();
+    }
 }
 
 std::string SqlDriver::describe(const std::string& attempt, const std::string& words) const {
@@ -75,21 +82,24 @@ bool SqlDriver::open(const String& source, const String& password, const String&
 bool SqlDriver::close() {
     if (session == nullptr)
         return true;
-    for (SqlSelection* cursor : std::vector<SqlSelection*>(cursors.begin(), cursors.end()))
-        cursor->abandon();
+    abandonCursors();
     const bool done = attempt("closing", [&] { session->connection->rollback(); });
     session.reset();
     return done;
 }
 
+// A version that cannot be read looks like one that was never stored. Nothing
+// may be upgraded because of that.
 int SqlDriver::getVersion(const String& name, const String& kind) {
     int version = 0;
-    attempt("reading a version", [&] {
+    const bool done = attempt("reading a version", [&] {
         if (kind == "MODEL" && !session->connection->inTransaction())
             session->connection->renew();
         version = session->schema.getVersion(static_cast<const char*>(name),
                                              static_cast<const char*>(kind));
     });
+    if (!done)
+        versionFailure = message;
     return version;
 }
 
@@ -105,11 +115,17 @@ void SqlDriver::setVersion(const String& name, int version, const String& kind) 
                                                              static_cast<const char*>(kind));
                               });
     if (!done)
-        versionFailed = true;
+        versionFailure = message;
+}
+
+void SqlDriver::requireVersions() const {
+    if (versionFailure.size() != 0)
+        throw SqlFailure(static_cast<const char*>(versionFailure));
 }
 
 bool SqlDriver::schemaStep(const std::string& what, void (SqlSchema::*step)(Class*), Class* cls) {
     return attempt(what + " " + static_cast<const char*>(cls->getName()), [&] {
+        requireVersions();
         prepareSchema();
         (session->schema.*step)(cls);
     });
@@ -135,6 +151,7 @@ bool SqlDriver::createAssociation(Association* association) {
     return attempt("making the table of " +
                        std::string(static_cast<const char*>(association->getName())),
                    [&] {
+                       requireVersions();
                        prepareSchema();
                        session->schema.createAssociation(association);
                    });
@@ -164,15 +181,27 @@ unsigned long SqlDriver::newObjectID() {
 void SqlDriver::prepareToWrite() {
     if (session->connection->inTransaction())
         return;
+    requireTransaction();
     settleCursors();
     session->connection->begin();
+    session->writing = true;
+}
+
+// After some failures, as that of a full disk, the database has rolled back by
+// itself. What follows would be stored without what went before.
+void SqlDriver::requireTransaction() const {
+    if (session->writing && !session->connection->inTransaction())
+        throw SqlFailure("the database has rolled the transaction back after an earlier failure; "
+                         "roll back and try again");
 }
 
 void SqlDriver::prepareSchema() {
     if (session->connection->inTransaction())
         return;
+    requireTransaction();
     settleCursors();
     session->connection->beginSchema();
+    session->writing = true;
 }
 
 void SqlDriver::settleCursors() {
@@ -197,15 +226,16 @@ void SqlDriver::beforeReading() {
 
 bool SqlDriver::commit() {
     return attempt("committing", [&] {
-        if (versionFailed)
-            throw SqlFailure("a version could not be written");
+        requireVersions();
         flush();
+        requireTransaction();
         if (session->connection->inTransaction()) {
             if (!session->connection->keepsCursors())
                 settleCursors();
             session->schema.commit();
             session->connection->commit();
         }
+        session->writing = false;
         session->queue.clear();
         session->ids.noteCommit();
         session->schema.forget();
@@ -214,7 +244,8 @@ bool SqlDriver::commit() {
 
 bool SqlDriver::rollback() {
     return attempt("rolling back", [&] {
-        versionFailed = false;
+        versionFailure = "";
+        session->writing = false;
         session->queue.clear();
         session->ids.noteRollback();
         settleCursors();

@@ -88,13 +88,17 @@ private:
         SqlSchema schema;
         WriteQueue queue;
         IdSource ids;
+        bool writing = false;  // a transaction was begun and not ended by the library
     };
 
     template <class Work>
     bool attempt(const std::string& what, Work work);
     void prepareToWrite();
     void prepareSchema();
+    void requireVersions() const;
+    void requireTransaction() const;
     void settleCursors();
+    void abandonCursors();
     void flush();
     void beforeReading();
     bool link(bool made, Instance* first, const String& firstRole, Instance* second,
@@ -110,7 +114,7 @@ private:
     String message;
     DBDriverStatus status;
     bool settling = false;
-    bool versionFailed = false;
+    String versionFailure;  // of getVersion or setVersion, "" for none
     std::ostream* trace = nullptr;  // borrowed
 };
 

@@ -1,5 +1,7 @@
 #include "drivers/common/SqlSelection.h"
 
+#include <new>
+
 #include <kes/Class.h>
 #include <kes/Exception.h>
 #include <kes/Model.h>
@@ -11,7 +13,9 @@ namespace Kes::sql {
 
 SqlSelection::SqlSelection(SqlDriver* itsDriver, ClassTable& itsTable,
                            std::shared_ptr<const QueryPlan> itsPlan)
-    : driver(itsDriver), table(itsTable), plan(std::move(itsPlan)) {
+    : driver(itsDriver),
+      table(itsTable),
+      plan(std::move(itsPlan)) {
     home = plan->isById ? &table.byId() : &table.pool(plan->tail);
     statement = plan->isById ? table.takeById() : table.take(*home, plan->tail);
     int position = 0;
@@ -27,15 +31,21 @@ SqlSelection::~SqlSelection() {
 void SqlSelection::finish() {
     onRow = false;
     buffer.reset();
-    if (statement != nullptr) {
-        statement->reset();
-        if (driver != nullptr)
-            home->push_back(std::move(statement));
-        statement.reset();
-    }
+    if (statement != nullptr)
+        giveBack();
     if (driver != nullptr)
         driver->leave(this);
     driver = nullptr;
+}
+
+// One that finds no room among the others is made anew when it is needed.
+void SqlSelection::giveBack() noexcept {
+    statement->reset();
+    try {
+        if (driver != nullptr)
+            home->push_back(std::move(statement));
+    } catch (const std::bad_alloc&) {}
+    statement.reset();
 }
 
 void SqlSelection::abandon() {
@@ -123,8 +133,7 @@ void SqlSelection::keepRows() {
     auto kept = std::make_unique<RowBuffer>(static_cast<int>(table.columns().size()));
     while (statement->step())
         kept->append(*statement);
-    statement->reset();
-    home->push_back(std::move(statement));
+    giveBack();
     buffer = std::move(kept);
 }
 

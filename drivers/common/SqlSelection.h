@@ -42,6 +42,7 @@ private:
     void keepRows();
     void materialise();
     void finish();
+    void giveBack() noexcept;
     Row& row();
     [[noreturn]] void raise(const std::string& words);
 
