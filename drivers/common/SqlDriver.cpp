@@ -59,8 +59,15 @@ bool SqlDriver::attempt(const std::string& what, Work work) {
     } catch (const std::exception& failure) {
         words = failure.what();
     }
+    noteLoss(words);
     message = describe(what, words).c_str();
     return false;
+}
+
+void SqlDriver::noteLoss(const std::string& words) {
+    if (session != nullptr && session->writing && session->loss.empty() &&
+        !session->connection->inTransaction())
+        session->loss = words;
 }
 
 bool SqlDriver::open(const String& source, const String& password, const String& user,
@@ -191,8 +198,10 @@ void SqlDriver::prepareToWrite() {
 // itself. What follows would be stored without what went before.
 void SqlDriver::requireTransaction() const {
     if (session->writing && !session->connection->inTransaction())
-        throw SqlFailure("the database has rolled the transaction back after an earlier failure; "
-                         "roll back and try again");
+        throw SqlFailure("the database has rolled the transaction back: " +
+                         (session->loss.empty() ? "an earlier statement has failed; roll back "
+                                                  "and try again"
+                                                : session->loss));
 }
 
 void SqlDriver::prepareSchema() {
@@ -246,6 +255,7 @@ bool SqlDriver::rollback() {
     return attempt("rolling back", [&] {
         versionFailure = "";
         session->writing = false;
+        session->loss.clear();
         session->queue.clear();
         session->ids.noteRollback();
         settleCursors();

@@ -89,6 +89,7 @@ private:
         WriteQueue queue;
         IdSource ids;
         bool writing = false;  // a transaction was begun and not ended by the library
+        std::string loss;      // why the database has ended it
     };
 
     template <class Work>
@@ -97,6 +98,7 @@ private:
     void prepareSchema();
     void requireVersions() const;
     void requireTransaction() const;
+    void noteLoss(const std::string& words);
     void settleCursors();
     void abandonCursors();
     void flush();
