@@ -253,12 +253,12 @@ void addNameChecks(Suite& suite) {
     suite.add("names.never-run", keepWitness);
     for (const auto& [label, text] :
          {std::pair{"empty", ""}, {"one-blank", " "}, {"ends-in-blank", "a "}}) {
-        suite.add(std::string("names.refused.class-") + label, [=](Check& c) {
-            refuseEmpty(c, std::string("class ") + label, Shape(text).field("value", Kind::Int));
+        suite.add(std::string("names.refused.class-") + label, [which = label, name = text](Check& c) {
+            refuseEmpty(c, std::string("class ") + which, Shape(name).field("value", Kind::Int));
         });
-        suite.add(std::string("names.refused.field-") + label, [=](Check& c) {
-            refuseEmpty(c, std::string("field ") + label,
-                        Shape(std::string("Refused") + label).field(text, Kind::Int));
+        suite.add(std::string("names.refused.field-") + label, [which = label, name = text](Check& c) {
+            refuseEmpty(c, std::string("field ") + which,
+                        Shape(std::string("Refused") + which).field(name, Kind::Int));
         });
     }
     const std::string same(70, 's');

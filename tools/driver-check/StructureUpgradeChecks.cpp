@@ -272,7 +272,9 @@ void addStructureUpgradeChecks(Suite& suite) {
                                         {"statement", "a); DROP TABLE x; --"},
                                         {"quote", "a\",\"b"}})
         suite.add(std::string("upgrades.index.refused-") + label,
-                  [=](Check& c) { refuseIndexList(c, std::string("list") + label, fields); });
+                  [which = label, list = fields](Check& c) {
+                      refuseIndexList(c, std::string("list") + which, list);
+                  });
     suite.add("upgrades.class-added", addClass);
     suite.add("upgrades.class-made-abstract", makeAbstract);
     suite.add("upgrades.class-made-concrete", makeConcrete);
