@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
+
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
@@ -10,52 +10,12 @@
 #include <kes/Kes.h>
 
 #include "tests/drivers/Engines.h"
+#include "tests/drivers/ParcelModel.h"
 #include "tests/drivers/PlainMariadb.h"
 #include "tests/support/Child.h"
 #include "tests/support/Raises.h"
 
 namespace Kes::testing {
-
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// In its first version it has no weight; in its third its text is a number.
-class Parcel : public Instance {
-public:
-    explicit Parcel(Class* c) : Instance(c) {}
-    void handle(Handler* h) override {
-        Instance::handle(h);
-        h->handleInt("number", number);
-        if (getClass()->getModel()->getVersion() < 3)
-            h->handleString("text", text, 10);
-        else
-            h->handleInt("text", textNumber);
-        if (getClass()->getModel()->getVersion() > 1)
-            h->handleInt("weight", weight);
-    }
-
-    int number = 0;
-    String text;
-    int textNumber = 0;
-    int weight = 7;
-};
-
-class ParcelModel : public Model {
-public:
-    explicit ParcelModel(int itsVersion) : Model("parcels", 100000) { setVersion(itsVersion); }
-
-    Class* parcelClass = nullptr;
-
-protected:
-    void declareModel() override {
-        parcelClass =
-            addClass("Parcel", getVersion(), [](Class* c) -> Instance* { return new Parcel(c); });
-        parcelClass->addIndex("number", false);
-    }
-};
-
-}  // namespace
 
 class MariadbUpgradeTest : public ::testing::Test {
 protected:
@@ -66,13 +26,7 @@ protected:
     void make(int parcels) {
         ParcelModel model(1);
         engine->open(model);
-        model.startTransaction();
-        for (int i = 0; i < parcels; ++i) {
-            auto* parcel = static_cast<Parcel*>(model.parcelClass->newInstance());
-            parcel->number = i;
-            parcel->text = std::to_string(i).c_str();
-        }
-        model.commit();
+        model.fill(parcels);
     }
 
     std::string refusal(int version) {
@@ -177,17 +131,7 @@ TEST_F(MariadbUpgradeTest, LosesNoWriteOfAProgramThatGoesOn) {
     Child writer([&](const Child::Report& report) {
         ParcelModel model(1);
         engine->open(model);
-        SelectionOf<Parcel> parcels(model.parcelClass);
-        parcels.where(parcels["number"] == 0);
-        const Pointer<Parcel> parcel(parcels.next() ? parcels.value() : nullptr);
-        const auto end = Clock::now() + std::chrono::seconds(2);
-        while (Clock::now() < end) {
-            model.startTransaction();
-            parcel->text = (std::string("x") + static_cast<const char*>(parcel->text)).c_str();
-            parcel->change();
-            codeRaisedBy([&] { model.commit(); });
-        }
-        report(std::to_string(std::strlen(parcel->text)));
+        report(std::to_string(model.writeFor(std::chrono::seconds(2))));
         return true;
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
