@@ -96,11 +96,6 @@ void Replay::reverse(const CommittedSteps& commit) {
     for (const Step& step : steps)
         if (step.kind != Step::Removed)
             check(step);
-    for (const Step& step : steps)
-        if (step.kind == Step::Added) {
-            doomed.push_back(find(step.id, step.cls));
-            doomed.back()->setRemoved(true);
-        }
     const auto backwards = [&](auto wanted, auto reversal) {
         for (auto step = steps.rbegin(); step != steps.rend(); ++step)
             if (wanted(*step))
@@ -289,7 +284,9 @@ void Replay::relink(const Step& step) {
 }
 
 void Replay::remove(const Step& step) {
-    if (!Removal::runAlone(model->objects->get(step.id)))
+    doomed.push_back(find(step.id, step.cls));
+    doomed.back()->setRemoved(true);
+    if (!Removal::runAlone(doomed.back()))
         throw Abandoned{};
 }
 

@@ -457,6 +457,31 @@ TEST_F(UndoTest, EndsWithTheModel) {
     EXPECT_FALSE(model.isRedoable());
 }
 
+class LinkCounter : public Listener {
+public:
+    void associationAdded(const AssociationEvent&) override { ++made; }
+    void associationRemoved(const AssociationEvent&) override { ++dissolved; }
+
+    int made = 0;
+    int dissolved = 0;
+};
+
+TEST_F(UndoTest, TellsOfLinksBetweenObjectsThatItRemovesAndBringsBack) {
+    LinkCounter listener;
+    model.getAssociation("Leading")->addListener(&listener);
+
+    transaction([&] {
+        Node* gus = model.newNode("Gus");
+        gus->boss = model.newNode("Hal");
+    });
+    model.undo();
+    model.redo();
+
+    model.getAssociation("Leading")->removeListener(&listener);
+    EXPECT_EQ(2, listener.made);
+    EXPECT_EQ(1, listener.dissolved);
+}
+
 // Undoes the commit that it hears of, once.
 class Regretful : public Listener {
 public:
