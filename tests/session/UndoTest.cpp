@@ -468,16 +468,16 @@ public:
 
 TEST_F(UndoTest, TellsOfLinksBetweenObjectsThatItRemovesAndBringsBack) {
     LinkCounter listener;
-    model.getAssociation("Leading")->addListener(&listener);
+    model.getAssociation("Liking")->addListener(&listener);
 
     transaction([&] {
         Node* gus = model.newNode("Gus");
-        gus->boss = model.newNode("Hal");
+        gus->likes.add(model.newNode("Hal"));
     });
     model.undo();
     model.redo();
 
-    model.getAssociation("Leading")->removeListener(&listener);
+    model.getAssociation("Liking")->removeListener(&listener);
     EXPECT_EQ(2, listener.made);
     EXPECT_EQ(1, listener.dissolved);
 }
