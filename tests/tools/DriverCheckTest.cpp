@@ -85,7 +85,8 @@ const Defect AllDefects[] = {
       "order.int.up-over-classes"},
      {"order.ties"}},
     {"version-unchecked",
-     "--only 'conflicts.*'",
+     "--only conflicts.in-the-middle --only conflicts.update --only conflicts.remove "
+     "--only conflicts.different-objects",
      {"conflicts.in-the-middle", "conflicts.update-update", "conflicts.update-update-overlapping"},
      {"conflicts.different-objects", "conflicts.remove-removed", "conflicts.remove-updated",
       "conflicts.update-removed"}},
