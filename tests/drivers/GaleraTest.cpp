@@ -13,7 +13,6 @@
 #include <kes/Kes.h>
 
 #include "tests/drivers/Engine.h"
-#include "tests/drivers/ParcelModel.h"
 #include "tests/drivers/PlainMariadb.h"
 #include "tests/support/Child.h"
 #include "tests/support/Raises.h"
@@ -272,41 +271,6 @@ TEST_F(GaleraTest, ReadsWhatWasCommittedOnAnotherNode) {
 
         ASSERT_EQ(i, theirs->age);
     }
-}
-
-TEST_F(GaleraTest, LosesNothingWhenTwoNodesUpgradeWhileAThirdOneWrites) {
-    {
-        ParcelModel model(1);
-        open(model, {1});
-        model.fill(3000);
-    }
-    Child writer([&](const Child::Report& report) {
-        ParcelModel model(1);
-        open(model, {3});
-        report(std::to_string(model.writeFor(std::chrono::seconds(4))));
-        return true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    const auto upgradeOn = [&](int node) {
-        return [this, node](const Child::Report&) {
-            ParcelModel model(2);
-            return codeRaisedBy([&] { open(model, {node}); }).empty();
-        };
-    };
-    Child one(upgradeOn(1));
-    Child other(upgradeOn(2));
-
-    const bool oneIsDone = one.succeeds();
-    const bool otherIsDone = other.succeeds();
-    const std::string length = writer.says();
-    ASSERT_TRUE(writer.succeeds());
-
-    EXPECT_TRUE(oneIsDone || otherIsDone);
-    ParcelModel model(2);
-    EXPECT_EQ("", messageRaisedBy([&] { open(model, {3}); }));
-    EXPECT_EQ("4498500", ask(2, "SELECT sum(number) FROM Parcel WHERE weight = 7"));
-    EXPECT_EQ(length, ask(2, "SELECT length(text) FROM Parcel WHERE number = 0"));
-    EXPECT_LT(10, std::atoi(length.c_str()));
 }
 
 TEST_F(GaleraTest, KeepsWhatWasReportedWhenANodeIsKilled) {

@@ -56,8 +56,8 @@ public:
         const Pointer<Parcel> parcel(parcels.next() ? parcels.value() : nullptr);
         while (std::chrono::steady_clock::now() < end) {
             startTransaction();
+            parcel->change();  // first: the stored state may not be readable just now
             parcel->text = (std::string("x") + static_cast<const char*>(parcel->text)).c_str();
-            parcel->change();
             codeRaisedBy([&] { commit(); });
         }
         return std::strlen(parcel->text);

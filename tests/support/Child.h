@@ -6,10 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <stdexcept>
 #include <string>
+
+#include <kes/Exception.h>
 
 namespace Kes::testing {
 
@@ -35,6 +38,9 @@ public:
                 if (write(ends[1], text.data(), text.size()) < 0)
                     _exit(2);
             });
+        } catch (const Exception& raised) {
+            std::fprintf(stderr, "child: %s\n", static_cast<const char*>(raised.getMessage()));
+            _exit(3);
         } catch (...) {
             _exit(3);
         }
