@@ -181,7 +181,8 @@ public:
     /// Commit's errors as well. After each of them all is rolled back and the
     /// transaction stays in the history.
     ///
-    /// Reads each object once. Linear in the number of changes.
+    /// Reads each object once for its fields and once for each reference that
+    /// changed. Linear in the number of changes.
     void undo();
 
     /// Brings back the transaction that was undone last, in the same way. What
