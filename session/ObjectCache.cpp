@@ -10,8 +10,21 @@ namespace Kes {
 
 namespace {
 
-// Insertions above the threshold between two collections.
-constexpr int Patience = 25;
+// Insertions above the threshold that no collection answers.
+constexpr std::size_t Patience = 25;
+
+// From so many survivors on the collections keep a distance.
+constexpr std::size_t ManySurvivors = 1024;
+
+// The insertions before the next collection. One that found nearly everything
+// in use, as in the middle of a large transaction, would find the same 27
+// insertions later: the next waits for half as many insertions as there were
+// survivors, so that an insertion costs a constant number of visits.
+std::size_t patienceAfter(std::size_t freed, std::size_t survivors) {
+    if (survivors < ManySurvivors || freed >= survivors / 2)
+        return Patience;
+    return survivors / 2;
+}
 
 }  // namespace
 
@@ -65,7 +78,8 @@ void Marker::push(Instance* instance) {
 
 ObjectCache::ObjectCache(int cacheCapacity)
     : instances(static_cast<std::size_t>(std::max(cacheCapacity, 0))),
-      threshold(std::max(cacheCapacity, 0)) {}
+      threshold(std::max(cacheCapacity, 0)),
+      patience(Patience) {}
 
 ObjectCache::~ObjectCache() {
     empty();
@@ -82,7 +96,12 @@ void ObjectCache::file(Instance* instance) {
 }
 
 bool ObjectCache::isCollectionDue() {
-    return instances.size() > static_cast<std::size_t>(threshold) && pressure++ > Patience;
+    return instances.size() > static_cast<std::size_t>(threshold) && pressure++ > patience;
+}
+
+void ObjectCache::release(std::size_t count) {
+    if (count >= instances.size() / 2)
+        patience = Patience;
 }
 
 void ObjectCache::orphan(Instance* instance) {
@@ -97,11 +116,12 @@ void ObjectCache::collect(const TransactionManager& transactions) {
     for (PointerBase* p = pointers.first(); p != nullptr; p = pointers.after(p))
         marker.mark(p->getInstance());
     transactions.markInstances(marker);
-    sweep();
+    const std::size_t freed = sweep();
     pressure = 0;
+    patience = patienceAfter(freed, instances.size() + orphans.size());
 }
 
-void ObjectCache::sweep() {
+std::size_t ObjectCache::sweep() {
     std::vector<Instance*> dead;
     std::vector<unsigned long> ids;
     for (const ObjectTable::Entry& entry : instances.entries()) {
@@ -126,6 +146,7 @@ void ObjectCache::sweep() {
         }
     }
     destroy(dead);
+    return dead.size();
 }
 
 void ObjectCache::destroy(const std::vector<Instance*>& dead) {
@@ -145,6 +166,7 @@ void ObjectCache::empty() {
     instances.clear();
     orphans.clear();
     pressure = 0;
+    patience = Patience;
     destroy(dead);
 }
 

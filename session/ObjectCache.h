@@ -31,8 +31,14 @@ public:
     /// Files the instance, which the cache owns from now on.
     void file(Instance* instance);
 
-    /// Counts an insertion; true when a collection is due.
+    /// Counts an insertion; true when a collection is due: on the 27th above
+    /// the threshold, and then 27 later, or later still where a collection of
+    /// many instances frees few.
     bool isCollectionDue();
+
+    /// So many instances are no longer held by a transaction. When they are
+    /// most of all, the next collection waits no longer than usual.
+    void release(std::size_t count);
 
     /// Forgets the id of an instance that was never stored. The cache goes on
     /// to own it, until a collection finds that nothing reaches it.
@@ -47,13 +53,15 @@ public:
     PointerRegistry pointers;
 
 private:
-    void sweep();
+    /// The number of instances that it freed.
+    std::size_t sweep();
     void destroy(const std::vector<Instance*>& dead);
 
     ObjectTable instances;
     std::unordered_set<Instance*> orphans;
     int threshold;
-    int pressure = 0;
+    std::size_t pressure = 0;
+    std::size_t patience;
 };
 
 /// Marks an instance and whatever its references reach.

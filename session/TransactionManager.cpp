@@ -318,6 +318,7 @@ TransactionManager::Actions TransactionManager::finish() {
     for (const Remembered& entry : journal)
         if (entry.isFirst)
             static_cast<OneAssociatedInstance*>(entry.ref)->touched = false;
+    model->objects->release(pending.size());
     Actions done;
     done.swap(pending);
     images.clear();

@@ -27,7 +27,9 @@ namespace Kes {
 class KES_EXPORT Model {
 public:
     /// `cacheCapacity` is the number of instances, in entries, above which
-    /// unreachable ones are collected from time to time.
+    /// unreachable ones are collected: on every 27th that is loaded or made,
+    /// and less often where more than 1,024 are in use, so that the cost stays
+    /// constant per instance.
     Model(const String& modelName, int cacheCapacity);
     Model(const Model&) = delete;
     Model& operator=(const Model&) = delete;

@@ -12,6 +12,7 @@ public:
     explicit Counted(Class* c) : Instance(c) { ++alive; }
     ~Counted() override { --alive; }
     void handle(Handler* h) override {
+        ++walks;
         Instance::handle(h);
         h->handleInt("number", number);
         h->handleOneAssociated("Chain", "previous", &previous, Association::CascadeRemove);
@@ -22,6 +23,7 @@ public:
     One<Counted> previous{this};
     Many<Counted> following{this};
     static inline int alive = 0;
+    static inline long walks = 0;
 };
 
 class CountedModel : public Model {
@@ -322,6 +324,67 @@ TEST_P(CapacityTest, LosesNoPendingObject) {
         sum += static_cast<Counted*>(model.getInstance(id, model.cls))->number;
     EXPECT_EQ(500500, sum);
     EXPECT_LE(Counted::alive, GetParam() + 30);
+}
+
+// A collection is no cheaper for freeing nothing.
+TEST_P(CapacityTest, VisitsPendingObjectsAFewTimesEach) {
+    constexpr int count = 20000;
+    CountedModel model(GetParam());
+    Counted::walks = 0;
+
+    model.startTransaction();
+    for (int i = 1; i <= count; ++i)
+        model.make(i);
+
+    EXPECT_EQ(count, Counted::alive);
+    EXPECT_LT(Counted::walks, 20L * count);
+}
+
+TEST_P(CapacityTest, VisitsHeldObjectsAFewTimesEach) {
+    constexpr int count = 20000;
+    CountedModel model(GetParam());
+    model.store(count);
+    Counted::walks = 0;
+
+    std::vector<Pointer<Counted>> held;
+    Selection all(model.cls);
+    while (all.next())
+        held.emplace_back(static_cast<Counted*>(all.value()));
+
+    EXPECT_EQ(count, Counted::alive);
+    EXPECT_LT(Counted::walks, 20L * count);
+}
+
+TEST_P(CapacityTest, FreesWhatALargeTransactionHeldWithTheNextObjects) {
+    CountedModel model(GetParam());
+    model.startTransaction();
+    for (int i = 1; i <= 5000; ++i)
+        model.make(i);
+    model.commit();
+    EXPECT_EQ(5000, Counted::alive);
+
+    for (int i = 1; i <= 27; ++i)
+        model.make(i);
+
+    EXPECT_LE(Counted::alive, 54);
+}
+
+TEST_P(CapacityTest, FreesManyDroppedOnesBeforeHalfAsManyNewOnesAreThere) {
+    constexpr int count = 5000;
+    constexpr int more = count / 2 + 1;
+    CountedModel model(GetParam());
+    model.store(count);
+    std::vector<Pointer<Counted>> held;
+    Selection all(model.cls);
+    while (all.next())
+        held.emplace_back(static_cast<Counted*>(all.value()));
+    held.clear();
+    EXPECT_EQ(count, Counted::alive);
+
+    for (int i = 1; i <= more; ++i)
+        model.make(i);
+
+    EXPECT_LE(Counted::alive, more + 1);
 }
 
 TEST_P(CapacityTest, NavigatesAlongReclaimedObjects) {
