@@ -1,7 +1,6 @@
 #include "session/History.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace Kes {
 
@@ -32,20 +31,22 @@ void History::noteStep() {
     undoList.front().isUsed = true;
 }
 
-void History::dropNoted() {
+void History::dropNoted() noexcept {
     if (!undoList.empty())
         undoList.front().isUsed = !undoList.front().commits.empty();
 }
 
-void History::keep(CommittedSteps&& done) {
-    if (!done.steps.empty() && !undoList.empty())
-        undoList.front().commits.push_back(std::move(done));
+void History::keep(Draft& done) noexcept {
+    if (!undoList.empty() && !done.steps().steps.empty()) {
+        Record& newest = undoList.front();
+        newest.commits.splice(newest.commits.end(), done.commit);
+    }
     dropNoted();
 }
 
-void History::turn(Direction direction, CommittedSteps&& reversed) {
-    std::deque<Record>& from = direction == Undo ? undoList : redoList;
-    std::deque<Record>& to = direction == Undo ? redoList : undoList;
+void History::turn(Direction direction, Draft& reversed) noexcept {
+    std::list<Record>& from = direction == Undo ? undoList : redoList;
+    std::list<Record>& to = direction == Undo ? redoList : undoList;
     from.pop_front();
 
     // Changes that a redo committed with it stand in its record.
@@ -53,11 +54,11 @@ void History::turn(Direction direction, CommittedSteps&& reversed) {
     if (direction == Redo && !undoList.empty() && !undoList.front().isUsed &&
         !undoList.front().started)
         undoList.pop_front();
-    to.emplace_front();
+    to.splice(to.begin(), reversed.record);
     Record& record = to.front();
     record.isUsed = true;
-    if (!reversed.steps.empty())
-        record.commits.push_back(std::move(reversed));
+    if (!reversed.steps().steps.empty())
+        record.commits.splice(record.commits.end(), reversed.commit);
 }
 
 void History::setMaxUndoSize(int transactions) {

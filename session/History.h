@@ -8,7 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <vector>
 
 #include <kes/Forward.h>
@@ -53,9 +53,22 @@ public:
     /// One transaction; several commits where changes were made without a
     /// transaction after it. Newest last.
     struct Record {
-        std::deque<CommittedSteps> commits;
+        std::list<CommittedSteps> commits;
         bool isUsed = false;  // holds, or waits for, a step
         bool started = true;  // by startTransaction
+    };
+
+    /// What a commit is going to leave, with all the memory that takes. It is
+    /// made before the commit is asked for: one that stands must not fail.
+    class Draft {
+    public:
+        Draft() : commit(1), record(1) {}
+        CommittedSteps& steps() { return commit.front(); }
+
+    private:
+        friend class History;
+        std::list<CommittedSteps> commit;
+        std::list<Record> record;
     };
 
     /// Empties the redo list and opens a record, unless the newest is unused.
@@ -65,16 +78,16 @@ public:
     void noteStep();
 
     /// The changes that were noted are not going to be committed.
-    void dropNoted();
+    void dropNoted() noexcept;
 
-    void keep(CommittedSteps&& done);
+    void keep(Draft& done) noexcept;
 
     /// The newest record of that direction was worked off; `reversed` turns it
     /// round again.
-    void turn(Direction direction, CommittedSteps&& reversed);
+    void turn(Direction direction, Draft& reversed) noexcept;
 
     const Record* newest(Direction direction) const {
-        const std::deque<Record>& list = direction == Undo ? undoList : redoList;
+        const std::list<Record>& list = direction == Undo ? undoList : redoList;
         return list.empty() ? nullptr : &list.front();
     }
 
@@ -89,8 +102,8 @@ private:
     void open(bool started);
     void trim(int transactions);
 
-    std::deque<Record> undoList;  // newest first
-    std::deque<Record> redoList;  // newest first
+    std::list<Record> undoList;  // newest first
+    std::list<Record> redoList;  // newest first
     int maxUndoSize = 128;
 };
 

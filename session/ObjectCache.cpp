@@ -99,7 +99,7 @@ bool ObjectCache::isCollectionDue() {
     return instances.size() > static_cast<std::size_t>(threshold) && pressure++ > patience;
 }
 
-void ObjectCache::release(std::size_t count) {
+void ObjectCache::release(std::size_t count) noexcept {
     if (count >= instances.size() / 2)
         patience = Patience;
 }

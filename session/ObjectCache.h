@@ -38,7 +38,7 @@ public:
 
     /// So many instances are no longer held by a transaction. When they are
     /// most of all, the next collection waits no longer than usual.
-    void release(std::size_t count);
+    void release(std::size_t count) noexcept;
 
     /// Forgets the id of an instance that was never stored. The cache goes on
     /// to own it, until a collection finds that nothing reaches it.

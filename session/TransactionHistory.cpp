@@ -147,19 +147,23 @@ private:
     std::vector<Step> steps;
 };
 
+TransactionManager::Outcome TransactionManager::prepareOutcome() {
+    Outcome outcome;
+    if (turning || history.newest(History::Undo) != nullptr)
+        outcome.draft.steps().steps = StepWriter(*this).write();
+    announced.reserve(announced.size() + 1);
+    return outcome;
+}
+
 // Before the listeners hear of the commit: they may ask for the history, start
 // a transaction or undo this one.
-void TransactionManager::settleHistory() {
-    CommittedSteps done;
-    if (turning || history.newest(History::Undo) != nullptr) {
-        done.steps = StepWriter(*this).write();
-        done.images = std::move(images);
-        images.clear();
-    }
+void TransactionManager::settleHistory(History::Draft& draft) noexcept {
+    if (!draft.steps().steps.empty())
+        draft.steps().images = std::move(images);
     if (turning)
-        history.turn(*turning, std::move(done));
+        history.turn(*turning, draft);
     else
-        history.keep(std::move(done));
+        history.keep(draft);
     turning.reset();
     for (const Action& action : pending)
         if (action.kind == Action::Remove || action.kind == Action::Dropped)

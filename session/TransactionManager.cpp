@@ -190,14 +190,18 @@ bool TransactionManager::getChangedFields(const Instance* instance, FieldSet& fi
 
 void TransactionManager::commit() {
     String failure;
-    bool done = applyAll(failure);
-    if (done)
-        done = succeeds([&] { return model->driver->commit(); }, failure);
-    if (done) {
-        settleHistory();
-        Actions committed = finish();
-        announce(committed);
-        return;
+    if (applyAll(failure)) {
+        std::optional<Outcome> outcome;
+        const auto complete = [&] {
+            outcome = prepareOutcome();
+            return model->driver->commit();
+        };
+        if (succeeds(complete, failure)) {
+            settleHistory(outcome->draft);
+            finish(outcome->actions);
+            announce(outcome->actions);
+            return;
+        }
     }
     if (failure.size() == 0)
         failure = model->driver->getErrorMessage();
@@ -254,7 +258,7 @@ void TransactionManager::rollback() {
     if (!succeeds([&] { return model->driver->rollback(); }, failure)) {
         if (failure.size() == 0)
             failure = model->driver->getErrorMessage();
-        finish();
+        forget();
         Exception(Exception::FATAL, "ROLLFAIL", "Model::rollback", failure).handle();
 
         // Memory and database have parted, and nothing can bring them together.
@@ -262,7 +266,7 @@ void TransactionManager::rollback() {
     }
     revert();
     history.dropNoted();
-    finish();
+    forget();
 }
 
 void TransactionManager::revert() {
@@ -307,7 +311,17 @@ void TransactionManager::revertAction(const Action& action) {
     }
 }
 
-TransactionManager::Actions TransactionManager::finish() {
+void TransactionManager::forget() noexcept {
+    release();
+    pending.clear();
+}
+
+void TransactionManager::finish(Actions& done) noexcept {
+    release();
+    done.swap(pending);
+}
+
+void TransactionManager::release() noexcept {
     constexpr std::uint32_t Passing = Instance::InTransaction | Instance::Linked | Instance::Raised;
     for (const Action& action : pending) {
         action.first->pending = WithoutEntry;
@@ -319,15 +333,12 @@ TransactionManager::Actions TransactionManager::finish() {
         if (entry.isFirst)
             static_cast<OneAssociatedInstance*>(entry.ref)->touched = false;
     model->objects->release(pending.size());
-    Actions done;
-    done.swap(pending);
     images.clear();
     journal.clear();
     links.clear();
     pinned.clear();
     turning.reset();
     started = false;
-    return done;
 }
 
 // The pending instances are gone by now, so their entries are only forgotten.

@@ -133,6 +133,13 @@ private:
 
     using Actions = std::deque<Action>;
 
+    // What a commit leaves, with the memory for it: made before the driver
+    // commits, for nothing may fail behind that.
+    struct Outcome {
+        History::Draft draft;
+        Actions actions;
+    };
+
     void applyOwnLinks(Instance* owner, ManyAssociatedInstances& ref,
                        const Association* association, const String& role);
     void dropMovedMembers(Instance* owner, ManyAssociatedInstances& ref,
@@ -151,8 +158,11 @@ private:
     void revert();
     void revertReferences();
     void revertAction(const Action& action);
-    void settleHistory();
-    Actions finish();
+    Outcome prepareOutcome();
+    void settleHistory(History::Draft& draft) noexcept;
+    void finish(Actions& done) noexcept;
+    void forget() noexcept;
+    void release() noexcept;
     void announce(Actions& committed);
     void announceOne(const Action& action);
     bool replay(History::Direction direction, bool& conflict);
