@@ -8,6 +8,7 @@
 #include <set>
 
 #include "tests/crash/Child.h"
+#include "tests/crash/Journals.h"
 #include "tests/crash/LedgerModel.h"
 #include "tests/drivers/TemporaryFolder.h"
 
@@ -15,7 +16,7 @@ namespace Kes::testing {
 
 namespace {
 
-constexpr int Rounds = 50;
+constexpr int Rounds = 25;
 
 std::string idsOf(Batch* batch) {
     std::string ids = std::to_string(batch->getObjectID());
@@ -40,7 +41,7 @@ void commitForEver(const std::string& file, const std::string& openOptions,
 
 }  // namespace
 
-class CommitKillTest : public ::testing::TestWithParam<const char*> {
+class CommitKillTest : public ::testing::TestWithParam<Journal> {
 protected:
     // Somewhere in the opening, in a commit, or between two of them.
     void killSomewhere(Child& child) {
@@ -69,11 +70,12 @@ protected:
 };
 
 TEST_P(CommitKillTest, KeepsWhatWasReportedAndNothingByHalf) {
-    makeLedger(file, GetParam());
+    makeLedger(file, GetParam().options);
     long stored = 0;
     int midway = 0;
     for (int round = 0; round < Rounds && !HasFailure(); ++round) {
-        Child child([&](const Child::Report& report) { commitForEver(file, GetParam(), report); });
+        Child child(
+            [&](const Child::Report& report) { commitForEver(file, GetParam().options, report); });
         killSomewhere(child);
 
         const std::string begun = child.last("begin");
@@ -91,8 +93,6 @@ TEST_P(CommitKillTest, KeepsWhatWasReportedAndNothingByHalf) {
     RecordProperty("interrupted", midway);
 }
 
-INSTANTIATE_TEST_SUITE_P(Journals, CommitKillTest,
-                         ::testing::Values("journal_mode=wal", "journal_mode=delete"),
-                         [](const auto& each) { return std::string(each.param).substr(13); });
+INSTANTIATE_TEST_SUITE_P(Journals, CommitKillTest, allJournals(), nameOfJournal);
 
 }  // namespace Kes::testing

@@ -103,8 +103,8 @@ Batch* LedgerModel::addBatch(long number) {
 Batch* LedgerModel::prepareCommit() {
     startTransaction();
     Counter* count = counter();
-    Batch* fresh = addBatch(++count->last);
     count->change();
+    Batch* fresh = addBatch(++count->last);
     if (Batch* oldest = findBatch(count->last - BatchesKept))
         oldest->remove();
     return fresh;

@@ -42,7 +42,7 @@ public:
 
 class LedgerModel : public Model {
 public:
-    static constexpr int ItemsPerBatch = 20;
+    static constexpr int ItemsPerBatch = 100;
     static constexpr long BatchesKept = 5;
 
     LedgerModel() : Model("ledger", 10000) {}
