@@ -1,5 +1,6 @@
-// Every operation on the database's files fails once, from then on, finds the
-// disk full, or is the last one before the process is killed.
+// Operations on the database's files, each of the first ones and then ever fewer,
+// fail once, from then on, find the disk full, or are the last before the process
+// is killed.
 
 #include <gtest/gtest.h>
 
@@ -106,7 +107,7 @@ protected:
         };
         do {
             bring(empty);
-            if (!runWith(way, ++at, body, lines))
+            if (!runWith(way, at += 1 + at / 25, body, lines))
                 break;
             const long stored = lastBatchIn(file);
             EXPECT_GE(stored, lastDone(lines)) << "at operation " << at;
@@ -140,7 +141,7 @@ protected:
         };
         do {
             bring(old);
-            if (!runWith(way, ++at, body, lines))
+            if (!runWith(way, at += 1 + at / 25, body, lines))
                 break;
             const std::string schema =
                 PlainSqlite(file).ask("SELECT version FROM kes_versions WHERE kind = 'MODEL'");
