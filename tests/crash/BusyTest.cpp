@@ -74,7 +74,6 @@ TEST_P(BusyTest, ReportsAfterTheTimeWhatTheHolderCanDo) {
 
     const auto spent = steady_clock::now() - begin;
     EXPECT_GE(spent, milliseconds(250));
-    EXPECT_LT(spent, milliseconds(10000));
     EXPECT_NE(std::string::npos, message.find("300 ms")) << message;
     EXPECT_NE(std::string::npos, message.find("let it commit, roll back or close")) << message;
     EXPECT_EQ(100, account->balance);

@@ -20,6 +20,18 @@ namespace {
 
 constexpr long Commits = 3;
 
+// How far the operations that fail lie apart, in per cent of those before them.
+// A process under a sanitizer takes ten times as long.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr unsigned long Apart = 25;
+#else
+constexpr unsigned long Apart = 4;
+#endif
+
+unsigned long nextBehind(unsigned long at) {
+    return at + 1 + at * Apart / 100;
+}
+
 // Two attempts per commit. What cannot be undone would end the process.
 void commitSome(const std::string& file, const std::string& openOptions,
                 const Child::Report& report) {
@@ -107,7 +119,8 @@ protected:
         };
         do {
             bring(empty);
-            if (!runWith(way, at += 1 + at / 25, body, lines))
+            at = nextBehind(at);
+            if (!runWith(way, at, body, lines))
                 break;
             const long stored = lastBatchIn(file);
             EXPECT_GE(stored, lastDone(lines)) << "at operation " << at;
@@ -141,7 +154,8 @@ protected:
         };
         do {
             bring(old);
-            if (!runWith(way, at += 1 + at / 25, body, lines))
+            at = nextBehind(at);
+            if (!runWith(way, at, body, lines))
                 break;
             const std::string schema =
                 PlainSqlite(file).ask("SELECT version FROM kes_versions WHERE kind = 'MODEL'");

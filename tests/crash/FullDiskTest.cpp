@@ -37,6 +37,24 @@ void commitOne(LedgerModel& model, const Child::Report& report, unsigned long fu
     }
 }
 
+// A file system of two megabytes, for the life of the object.
+class SmallDisk {
+public:
+    explicit SmallDisk(const std::string& place) : folder(place) {
+        std::filesystem::create_directory(folder);
+        isMounted = mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=2m") == 0;
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    ~SmallDisk() {
+        if (isMounted)
+            umount2(folder.c_str(), MNT_DETACH);
+    }
+
+    std::string folder;
+    bool isMounted = false;
+};
+
 // Text that fits nowhere.
 void storeTooMuch(LedgerModel& model, const Child::Report& report) {
     try {
@@ -131,11 +149,10 @@ TEST_P(FullDiskTest, IsAlsoALimitOfTheFileSize) {
 }
 
 TEST_P(FullDiskTest, IsReportedByARealOne) {
-    const std::string disk = folder.path("disk");
-    std::filesystem::create_directory(disk);
-    if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=2m") != 0)
+    const SmallDisk disk(folder.path("disk"));
+    if (!disk.isMounted)
         GTEST_SKIP() << "this user cannot mount a small file system";
-    file = disk + "/ledger.db";
+    file = disk.folder + "/ledger.db";
     makeLedger(file, GetParam().options);
 
     const Child& full = run([](LedgerModel& model, const Child::Report& report) {
@@ -144,12 +161,10 @@ TEST_P(FullDiskTest, IsReportedByARealOne) {
     });
 
     const std::string refused = full.last("refused");
-    const std::string fault = findFault(file, 1);
-    umount(disk.c_str());
     EXPECT_EQ("COMFAIL", firstWordOf(refused));
     EXPECT_NE(std::string::npos, refused.find("full; make room and try again")) << refused;
     EXPECT_EQ("1", full.last("done"));
-    EXPECT_EQ("", fault);
+    EXPECT_EQ("", findFault(file, 1));
 }
 
 INSTANTIATE_TEST_SUITE_P(Journals, FullDiskTest, slowJournals(), nameOfJournal);
