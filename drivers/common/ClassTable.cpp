@@ -1,9 +1,12 @@
 #include "drivers/common/ClassTable.h"
 
+#include <algorithm>
+
 #include <kes/Handler.h>
 #include <kes/Instance.h>
 #include <kes/Model.h>
 
+#include "drivers/common/Names.h"
 #include "drivers/common/SqlFailure.h"
 
 namespace Kes::sql {
@@ -156,6 +159,19 @@ Statement& ClassTable::update(const ColumnSet& set) {
                                   column(IdColumn) + " = ? AND " + column(VersionColumn) + " = ?");
     }
     return *kept;
+}
+
+bool ClassTable::changesUnique(const ColumnSet& set) {
+    if (!knowsUnique)
+        for (const IndexPlan& index : Names::indexesOf(*this))
+            if (index.unique)
+                for (const std::string& each : index.columns)
+                    uniqueColumns.push_back(find(each));
+    knowsUnique = true;
+    return std::any_of(uniqueColumns.begin(), uniqueColumns.end(), [&](int at) {
+        const auto position = static_cast<std::size_t>(at);
+        return position / 64 < set.size() && (set[position / 64] >> position % 64 & 1) != 0;
+    });
 }
 
 StatementPool& ClassTable::pool(const std::string& tail) {

@@ -76,6 +76,9 @@ public:
     /// Sets the columns of the set; the id and the old version follow.
     Statement& update(const ColumnSet& set);
 
+    /// True when some of the columns are part of a unique index.
+    bool changesUnique(const ColumnSet& set);
+
     /// `tail` is what follows the select list and the table.
     StatementPool& pool(const std::string& tail);
     std::unique_ptr<Statement> take(StatementPool& from, const std::string& tail);
@@ -93,6 +96,8 @@ private:
     std::vector<Column> all;
     std::vector<int> plain;
     std::unordered_map<std::string, int> positions;
+    std::vector<int> uniqueColumns;
+    bool knowsUnique = false;
     std::string quotedTable;
     std::string columnList;
     std::unique_ptr<Statement> inserting;

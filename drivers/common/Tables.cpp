@@ -55,18 +55,18 @@ std::vector<Referrer> Tables::referrersOf(const Class* cls) const {
     return referrers;
 }
 
-std::vector<std::unique_ptr<Statement>>& Tables::dissolvers(Class* cls) {
+const std::vector<std::string>& Tables::dissolvers(const Class* cls) {
     const auto known = dissolving.find(cls);
     if (known != dissolving.end())
         return known->second;
-    std::vector<std::unique_ptr<Statement>> statements;
+    std::vector<std::string> texts;
     for (const Referrer& each : referrersOf(cls)) {
-        const std::string where = " WHERE " + each.column + " = ?";
-        statements.push_back(connection.prepare(
-            each.isLink ? "DELETE FROM " + each.table + where
-                        : "UPDATE " + each.table + " SET " + each.column + " = NULL" + where));
+        const std::string change = each.isLink
+                                       ? "DELETE FROM " + each.table
+                                       : "UPDATE " + each.table + " SET " + each.column + " = NULL";
+        texts.push_back(change + " WHERE " + each.column + " IN ");
     }
-    return dissolving.emplace(cls, std::move(statements)).first->second;
+    return dissolving.emplace(cls, std::move(texts)).first->second;
 }
 
 }  // namespace Kes::sql

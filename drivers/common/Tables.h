@@ -24,9 +24,9 @@ public:
 
     ClassTable& of(Class* cls);
 
-    /// Statements that dissolve whatever refers to an object of the class; the
-    /// object's id is their only parameter.
-    std::vector<std::unique_ptr<Statement>>& dissolvers(Class* cls);
+    /// Statements that dissolve whatever refers to objects of the class, up to
+    /// the list of the objects' ids.
+    const std::vector<std::string>& dissolvers(const Class* cls);
 
     static bool isManyToMany(const Association* association);
 
@@ -39,7 +39,7 @@ private:
     const Dialect& dialect;
     Connection& connection;
     std::unordered_map<const Class*, std::unique_ptr<ClassTable>> tables;
-    std::unordered_map<const Class*, std::vector<std::unique_ptr<Statement>>> dissolving;
+    std::unordered_map<const Class*, std::vector<std::string>> dissolving;
 };
 
 }  // namespace Kes::sql

@@ -6,6 +6,7 @@
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
 
+#include "drivers/common/IdList.h"
 #include "drivers/common/SqlFailure.h"
 #include "drivers/common/WriteQueue.h"
 
@@ -34,11 +35,18 @@ const Instance* unlessWritten(const Instance* instance) {
     return instance != nullptr && !instance->inTransaction() ? instance : nullptr;
 }
 
+// Removed by this very commit, with all that refers to it.
+bool isGoing(const Instance* instance) {
+    return instance->isRemoved() && instance->inTransaction();
+}
+
 }  // namespace
 
 void WriteQueue::link(bool made, Instance* first, const String& firstRole, Instance* second,
                       const String& secondRole, Association* association, bool linkFlag) {
     if (Tables::isManyToMany(association)) {
+        if (isGoing(first) || isGoing(second))
+            return;
         Operation& row = add(made ? Kind::Link : Kind::Unlink, first);
         row.association = association;
         row.role = firstRole == association->getOneRole() ? &association->getOneRole()
@@ -134,6 +142,14 @@ void WriteQueue::takeOver(Instance* owner, const String& role, Instance* partner
     holder = owner;
 }
 
+// They take away from all but one, so their order is free.
+void WriteQueue::postEmpties() {
+    std::vector<std::size_t> order = all(isEmpty);
+    if (connection.prefersRuns())
+        sortIntoRuns(order);
+    postInOrder(order);
+}
+
 void WriteQueue::postEmpty(std::size_t position) {
     const Operation& operation = operations[position];
     const std::string column = dialect.quote(static_cast<const char*>(*operation.role));
@@ -148,21 +164,56 @@ void WriteQueue::postEmpty(std::size_t position) {
     }
 }
 
-// The column named by a role holds the partner that the role leads to.
+void WriteQueue::postLinks() {
+    std::vector<std::size_t> order = all(isLink);
+    if (connection.prefersRuns()) {
+        keepLastOfPairs(order);
+        sortIntoRuns(order);
+    }
+    postInOrder(order);
+}
+
+// Of what befalls one pair the last counts, so the order of the others is free.
+void WriteQueue::keepLastOfPairs(std::vector<std::size_t>& order) const {
+    const auto pairAt = [&](std::size_t position) {
+        const Operation& row = operations[position];
+        return std::pair(row.association, endsOf(row));
+    };
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
+        return pairAt(left) < pairAt(right);
+    });
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < order.size(); ++i)
+        if (i + 1 == order.size() || pairAt(order[i]) != pairAt(order[i + 1]))
+            order[count++] = order[i];
+    order.resize(count);
+}
+
+// Whom the one role leads to and whom the other role leads to, as the columns
+// named by the roles hold them.
+std::pair<const Instance*, const Instance*> WriteQueue::endsOf(const Operation& row) {
+    return row.role == &row.association->getOneRole() ? std::pair(row.other, row.instance)
+                                                      : std::pair(row.instance, row.other);
+}
+
 void WriteQueue::postLink(std::size_t position) {
     const Operation& operation = operations[position];
     const Association* association = operation.association;
-    const std::string table = dialect.quote(static_cast<const char*>(association->getName()));
-    const std::string own = dialect.quote(static_cast<const char*>(*operation.role));
-    const std::string opposite =
-        dialect.quote(static_cast<const char*>(association->getAssociatedRole(*operation.role)));
-    Statement& statement =
-        kept(operation.kind == Kind::Link
-                 ? dialect.insertOrKeep(table + " (" + own + ", " + opposite + ") VALUES (?, ?)")
-                 : "DELETE FROM " + table + " WHERE " + own + " = ? AND " + opposite + " = ?");
-    statement.bind(0, static_cast<std::int64_t>(operation.other->getObjectID()));
-    statement.bind(1, static_cast<std::int64_t>(operation.instance->getObjectID()));
-    statement.post(position, 0);
+    std::unique_ptr<Statement>& statement = linking[{association, operation.kind}];
+    if (statement == nullptr) {
+        const std::string table = dialect.quote(static_cast<const char*>(association->getName()));
+        const std::string one = dialect.quote(static_cast<const char*>(association->getOneRole()));
+        const std::string other =
+            dialect.quote(static_cast<const char*>(association->getOtherRole()));
+        statement = connection.prepare(
+            operation.kind == Kind::Link
+                ? dialect.insertOrKeep(table + " (" + one + ", " + other + ") VALUES (?, ?)")
+                : "DELETE FROM " + table + " WHERE " + one + " = ? AND " + other + " = ?");
+    }
+    const auto [one, other] = endsOf(operation);
+    statement->bind(0, static_cast<std::int64_t>(one->getObjectID()));
+    statement->bind(1, static_cast<std::int64_t>(other->getObjectID()));
+    statement->post(position, 0);
 }
 
 // A link to an object that somebody else has removed would dangle.
@@ -192,37 +243,27 @@ void WriteQueue::checkPartners() {
     }
 }
 
-// Lists of few lengths, so that few statements serve them all.
 void WriteQueue::checkPartners(Class* cls, const std::vector<std::int64_t>& ids) {
-    constexpr std::size_t longest = 1024;
     const ClassTable& table = tables.of(cls);
     const std::string id = table.column(ClassTable::IdColumn);
-    for (std::size_t begin = 0; begin < ids.size(); begin += longest) {
-        const std::size_t end = std::min(begin + longest, ids.size());
-        std::string list = "?";
-        std::size_t length = 1;
-        for (; length < end - begin; length *= 2)
-            list += ", " + list;
-        const std::string where = " WHERE " + id + " IN (" + list + ")";
-        const auto bindTo = [&](Statement& statement) {
-            for (std::size_t i = 0; i < length; ++i)
-                statement.bind(static_cast<int>(i), ids[std::min(begin + i, end - 1)]);
-        };
+    for (std::size_t begin = 0; begin < ids.size(); begin += IdList::Longest) {
+        const IdList list(ids, begin, IdList::Longest);
+        const std::string where = " WHERE " + id + " IN " + list.text();
         const std::string change = dialect.touch(table.table());
         if (!change.empty()) {
             Statement& touching = kept(change + where);
-            bindTo(touching);
+            list.bindTo(touching);
             touching.run();
         }
         Statement& asking =
             kept("SELECT " + id + " FROM " + table.table() + where + dialect.sharedLock());
-        bindTo(asking);
+        list.bindTo(asking);
         std::vector<std::int64_t> stored;
         while (asking.step())
             stored.push_back(asking.integer(0));
         asking.reset();
         std::sort(stored.begin(), stored.end());
-        for (std::size_t i = begin; i < end; ++i)
+        for (std::size_t i = begin; i < list.end(); ++i)
             if (!std::binary_search(stored.begin(), stored.end(), ids[i]))
                 failOnPartner(ids[i]);
     }

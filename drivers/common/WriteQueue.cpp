@@ -6,6 +6,7 @@
 #include <kes/Class.h>
 #include <kes/Model.h>
 
+#include "drivers/common/IdList.h"
 #include "drivers/common/SqlFailure.h"
 
 namespace Kes::sql {
@@ -32,7 +33,9 @@ WriteQueue::Operation& WriteQueue::add(Kind kind, Instance* instance) {
     fresh.expected = 0;
     fresh.set.clear();
     fresh.links.clear();
-    if (kind == Kind::Insert || kind == Kind::Update || kind == Kind::Remove)
+    fresh.association = nullptr;
+    fresh.role = nullptr;
+    if (isRow(kind))
         positions[instance] = used - 1;
     return fresh;
 }
@@ -111,42 +114,57 @@ void WriteQueue::clear() {
 void WriteQueue::postAll() {
     checkPartners();
     if (hasEmpties)
-        for (std::size_t i = 0; i < used; ++i)
-            if (operations[i].kind == Kind::Empty)
-                post(i);
+        postEmpties();
     postRows();
-    for (std::size_t i = 0; i < used; ++i)
-        if (operations[i].kind == Kind::Link || operations[i].kind == Kind::Unlink)
-            post(i);
+    postDissolvers();
+    postLinks();
 }
 
-void WriteQueue::postRows() {
-    if (connection.prefersRuns()) {
-        for (const std::size_t position : inRuns())
-            post(position);
-        return;
-    }
-    for (std::size_t i = 0; i < used; ++i)
-        if (isRow(operations[i].kind))
-            post(i);
+void WriteQueue::postInOrder(const std::vector<std::size_t>& order) {
+    for (const std::size_t position : order)
+        post(position);
 }
 
-// Each row has one operation, so their order is free.
-std::vector<std::size_t> WriteQueue::inRuns() {
-    std::vector<std::size_t> order;
+std::vector<std::size_t> WriteQueue::all(bool (*isWanted)(Kind)) const {
+    std::vector<std::size_t> found;
     for (std::size_t i = 0; i < used; ++i)
-        if (isRow(operations[i].kind)) {
-            enterLinks(operations[i]);
-            order.push_back(i);
-        }
+        if (isWanted(operations[i].kind))
+            found.push_back(i);
+    return found;
+}
+
+// One row may take what another gives up in a unique index, so changes of these
+// keep their order.
+void WriteQueue::sortIntoRuns(std::vector<std::size_t>& order) {
+    static const ColumnSet inOrder;
     const auto keyOf = [&](std::size_t position) {
-        const Operation& operation = operations[position];
-        return std::tuple(operation.kind, operation.instance->getClass(), operation.set);
+        const Operation& each = operations[position];
+        Class* cls = each.instance->getClass();
+        const bool isFree = each.set.empty() || !tables.of(cls).changesUnique(each.set);
+        return std::tuple<Kind, const Association*, const String*, const Class*, const ColumnSet&>(
+            each.kind, each.association, each.role, cls, isFree ? each.set : inOrder);
     };
     std::stable_sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
         return keyOf(left) < keyOf(right);
     });
-    return order;
+}
+
+// Each row has one operation. Who goes makes room for who comes, in unique
+// indexes too.
+void WriteQueue::postRows() {
+    postRun(isRemoval);
+    postRun(isUpdate);
+    postRun(isInsertion);
+}
+
+void WriteQueue::postRun(bool (*isWanted)(Kind)) {
+    std::vector<std::size_t> order = all(isWanted);
+    if (connection.prefersRuns()) {
+        for (const std::size_t position : order)
+            enterLinks(operations[position]);
+        sortIntoRuns(order);
+    }
+    postInOrder(order);
 }
 
 void WriteQueue::post(std::size_t position) {
@@ -215,15 +233,41 @@ void WriteQueue::postUpdate(std::size_t position) {
 
 void WriteQueue::postRemove(std::size_t position) {
     const Operation& operation = operations[position];
-    Class* cls = operation.instance->getClass();
-    const auto id = static_cast<std::int64_t>(operation.instance->getObjectID());
-    Statement& statement = tables.of(cls).remove();
-    statement.bind(0, id);
+    Statement& statement = tables.of(operation.instance->getClass()).remove();
+    statement.bind(0, static_cast<std::int64_t>(operation.instance->getObjectID()));
     statement.bind(1, static_cast<std::int64_t>(operation.expected));
     statement.post(position, 1);
-    for (const auto& dissolver : tables.dissolvers(cls)) {
-        dissolver->bind(0, id);
-        dissolver->post(position, 0);
+}
+
+// Links to an object that others make meanwhile wait for the removal of its row,
+// or are found here.
+void WriteQueue::postDissolvers() {
+    std::unordered_map<const Class*, std::vector<std::size_t>> removed;
+    for (const std::size_t position : all(isRemoval))
+        removed[operations[position].instance->getClass()].push_back(position);
+
+    // Sub classes share their associations. In the order of the texts, so that
+    // sessions do not wait for each other crosswise.
+    std::map<std::string, std::vector<std::size_t>> concerned;
+    for (const auto& [cls, those] : removed)
+        for (const std::string& text : tables.dissolvers(cls)) {
+            std::vector<std::size_t>& known = concerned[text];
+            known.insert(known.end(), those.begin(), those.end());
+        }
+    for (const auto& [text, those] : concerned)
+        postDissolver(text, those);
+}
+
+void WriteQueue::postDissolver(const std::string& text, const std::vector<std::size_t>& removed) {
+    std::vector<std::int64_t> ids;
+    for (const std::size_t position : removed)
+        ids.push_back(static_cast<std::int64_t>(operations[position].instance->getObjectID()));
+    const std::size_t longest = connection.prefersRuns() ? 1 : IdList::Longest;
+    for (std::size_t begin = 0; begin < ids.size(); begin += longest) {
+        const IdList list(ids, begin, longest);
+        Statement& statement = kept(text + list.text());
+        list.bindTo(statement);
+        statement.post(removed[begin], 0);
     }
 }
 

@@ -7,8 +7,9 @@
 // connection need not wait for one before it sends the next.
 //
 // A flush first makes sure of the partners that others might have removed, then
-// empties the references that one-to-one links take away, writes the rows, and
-// links and unlinks in tables of their own in the end, in the order of the calls.
+// empties the references that one-to-one links take away, writes the rows,
+// dissolves what refers to removed ones, and links and unlinks in tables of their
+// own in the end.
 //
 // The version that a row must still have is the one before the first raise in
 // the queue. The library raises the version of a link's first instance; where
@@ -23,6 +24,7 @@
 #include <string>
 #include <tuple>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include <kes/FieldSet.h>
@@ -51,7 +53,10 @@ public:
               const String& secondRole, Association* association, bool linkFlag);
 
     bool isEmpty() const { return used == 0; }
-    bool isFull() const { return used >= 4096; }
+
+    /// A short queue stays in the processor's caches; where a flush costs round
+    /// trips by the kinds of its statements, a longer one is better.
+    bool isFull() const { return used >= (connection.prefersRuns() ? 32768U : 4096U); }
 
     /// Throws SqlFailure, with the object named, at the first write that fails.
     void flush();
@@ -93,14 +98,23 @@ private:
     static bool holds(Instance* owner, const String& role, const Instance* partner);
 
     void postAll();
+    void postEmpties();
     void postRows();
+    void postRun(bool (*isWanted)(Kind));
+    void postDissolvers();
+    void postDissolver(const std::string& text, const std::vector<std::size_t>& removed);
+    void postLinks();
     void post(std::size_t position);
     void postInsert(std::size_t position);
     void postUpdate(std::size_t position);
     void postRemove(std::size_t position);
     void postLink(std::size_t position);
     void postEmpty(std::size_t position);
-    std::vector<std::size_t> inRuns();
+    static std::pair<const Instance*, const Instance*> endsOf(const Operation& row);
+    void postInOrder(const std::vector<std::size_t>& order);
+    std::vector<std::size_t> all(bool (*isWanted)(Kind)) const;
+    void sortIntoRuns(std::vector<std::size_t>& order);
+    void keepLastOfPairs(std::vector<std::size_t>& order) const;
     void checkPartners();
     void checkPartners(Class* cls, const std::vector<std::int64_t>& ids);
     [[noreturn]] void failOnPartner(std::int64_t id);
@@ -109,6 +123,11 @@ private:
     static bool isRow(Kind kind) {
         return kind == Kind::Insert || kind == Kind::Update || kind == Kind::Remove;
     }
+    static bool isInsertion(Kind kind) { return kind == Kind::Insert; }
+    static bool isUpdate(Kind kind) { return kind == Kind::Update; }
+    static bool isRemoval(Kind kind) { return kind == Kind::Remove; }
+    static bool isEmpty(Kind kind) { return kind == Kind::Empty; }
+    static bool isLink(Kind kind) { return kind == Kind::Link || kind == Kind::Unlink; }
     static const char* attemptOf(Kind kind);
     Statement& kept(const std::string& text);
     static std::string nameOf(const Instance* instance);
@@ -128,6 +147,7 @@ private:
     std::map<Held, Instance*> holders;
     bool hasEmpties = false;
     std::unordered_map<std::string, std::unique_ptr<Statement>> statements;
+    std::map<std::pair<const Association*, Kind>, std::unique_ptr<Statement>> linking;
     FieldSet changed;
 };
 

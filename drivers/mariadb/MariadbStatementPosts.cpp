@@ -90,9 +90,12 @@ void MariadbStatement::sendPost(std::size_t position) {
 }
 
 // The server does not say which of many rows it refused, or did not find. They
-// are taken back then, and sent again one by one.
+// are taken back then, and sent again one by one. Where any number will do, only
+// what ends the transaction can fail, and the mark would cost a round trip.
 void MariadbStatement::sendAll() {
-    connection.mark();
+    const bool isMarked = posts.least() != 0;
+    if (isMarked)
+        connection.mark();
     std::string words;
     try {
         if (sendMany() >= posts.least())
@@ -100,7 +103,9 @@ void MariadbStatement::sendAll() {
     } catch (const SqlFailure& failure) {
         words = failure.what();
     }
-    if (!connection.backToMark())
+    if (!isMarked)
+        connection.noteFailure(words);
+    if (!isMarked || !connection.backToMark())
         throw PostFailure(posts.ticket(0), "this object, or one of the " +
                                                std::to_string(posts.count() - 1) +
                                                " written together with it: " + words);

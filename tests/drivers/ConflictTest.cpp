@@ -108,6 +108,22 @@ TEST_F(ConflictTest, FailsToRemoveWhatSomebodyHasChanged) {
     EXPECT_EQ("2", ask("SELECT count(*) FROM [Person]"));
 }
 
+TEST_F(ConflictTest, NamesTheOneOfManyRemovalsThatSomebodyHasChanged) {
+    changeTheirs();
+    mine.startTransaction();
+    firm->remove();
+    bob->remove();
+    ann->remove();
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    const std::string name = "Person object " + std::to_string(ann->getObjectID());
+    EXPECT_TRUE(says(message, "removing the " + name + ": somebody else has changed it"))
+        << message;
+    EXPECT_EQ("2", ask("SELECT count(*) FROM [Person]"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Company]"));
+}
+
 TEST_F(ConflictTest, FailsToLinkWhatSomebodyHasChanged) {
     changeTheirs();
     ann->employer = firm;

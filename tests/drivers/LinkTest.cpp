@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "tests/drivers/DriverTest.h"
 #include "tests/support/Raises.h"
@@ -194,6 +197,64 @@ TEST_F(LinkTest, GoesWithEitherEndOfAManyToManyPair) {
 
     EXPECT_EQ("0", ask("SELECT count(*) FROM [Friendship]"));
     EXPECT_EQ("2", ask("SELECT count(*) FROM [Person]"));
+}
+
+TEST_F(LinkTest, HoldsAfterACommitWhatCameLastOfAManyToManyPair) {
+    ann->friends.add(bob);
+    bob->friends.add(cid);
+    model.commit();
+    model.startTransaction();
+    ann->friends.remove(bob);
+    ann->friends.add(bob);
+    bob->friendOf.remove(ann);
+    bob->friendOf.add(ann);
+    bob->friends.remove(cid);
+    bob->friends.add(cid);
+    cid->friendOf.remove(bob);
+    cid->friends.add(ann);
+
+    model.commit();
+
+    EXPECT_EQ("2", ask("SELECT count(*) FROM [Friendship]"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Friendship] WHERE [friends] = " + idOf(bob) +
+                       " AND [friendOf] = " + idOf(ann)));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Friendship] WHERE [friends] = " + idOf(ann) +
+                       " AND [friendOf] = " + idOf(cid)));
+}
+
+TEST_F(LinkTest, IsNotMadeToAnObjectThatTheSameCommitRemoves) {
+    model.commit();
+    model.startTransaction();
+    ann->friends.add(bob);
+    ann->friends.add(cid);
+    bob->remove();
+
+    model.commit();
+
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Friendship]"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Friendship] WHERE [friends] = " + idOf(cid)));
+}
+
+TEST_F(LinkTest, GoesWithEveryOneOfManyRemovedObjects) {
+    std::vector<Pointer<Person>> staff;
+    for (int i = 0; i < 1100; ++i) {
+        staff.emplace_back(model.newPerson("Staff"));
+        staff.back()->friends.add(ann);
+        ann->friends.add(staff.back());
+        staff.back()->spouse = model.newPerson("Spouse");
+    }
+    model.commit();
+    model.startTransaction();
+    for (const Pointer<Person>& person : staff)
+        if (person != staff[500])
+            person->remove();
+
+    model.commit();
+
+    EXPECT_EQ("2", ask("SELECT count(*) FROM [Friendship]"));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Friendship] WHERE [friends] = " + idOf(staff[500])));
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Person] WHERE [name] = 'Spouse' AND [marriedTo] IS "
+                       "NOT NULL"));
 }
 
 TEST_F(LinkTest, CascadesToDependents) {

@@ -3,6 +3,8 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/drivers/DriverTest.h"
 #include "tests/support/Raises.h"
@@ -230,6 +232,59 @@ TEST_F(SchemaTest, MakesUniqueAndInheritedIndexes) {
 
     EXPECT_TRUE(says(said, "UNIQUE") || says(said, "unique")) << said;
     EXPECT_EQ("0", ask("SELECT count(*) FROM [Sub]"));
+}
+
+TEST_F(SchemaTest, LetsAnObjectTakeTheUniqueValueOfOneThatGoes) {
+    FreeModel model(
+        1, [](FreeModel& m) { m.declareClass("Thing", textField)->addIndex("text", true); });
+    open(model);
+    model.startTransaction();
+    const Pointer<Free> first(model.make("Thing"));
+    const Pointer<Free> second(model.make("Thing"));
+    first->text = "first";
+    second->text = "second";
+    model.commit();
+
+    model.startTransaction();
+    model.make("Thing")->text = "second";
+    second->change();
+    second->text = "first";
+    first->remove();
+    model.commit();
+
+    EXPECT_EQ("first", ask("SELECT [text] FROM [Thing] ORDER BY [KesObjectID] LIMIT 1"));
+    EXPECT_EQ("2", ask("SELECT count(*) FROM [Thing]"));
+}
+
+TEST_F(SchemaTest, LetsUpdatesOfDifferentFieldsPassAUniqueValueOn) {
+    FreeModel model(1, [](FreeModel& m) {
+        Class* thing = m.declareClass("Thing", [](Free& object, Handler* h) {
+            h->handleString("text", object.text, 20);
+            h->handleInt("number", object.number);
+        });
+        thing->addIndex("text", true);
+    });
+    open(model);
+    model.startTransaction();
+    std::vector<Pointer<Free>> things;
+    for (const char* text : {"a", "b", "c", "d"}) {
+        things.emplace_back(model.make("Thing"));
+        things.back()->text = text;
+    }
+    model.commit();
+
+    model.startTransaction();
+    String free = "e";
+    for (const Pointer<Free>& thing : things) {
+        thing->change();
+        thing->number = free == "a" || free == "c" ? 7 : 0;
+        std::swap(thing->text, free);
+    }
+    model.commit();
+
+    EXPECT_EQ("2", ask("SELECT count(*) FROM [Thing] WHERE [number] = 7"));
+    EXPECT_EQ("e", ask("SELECT [text] FROM [Thing] ORDER BY [KesObjectID] LIMIT 1"));
+    EXPECT_EQ("c", ask("SELECT [text] FROM [Thing] ORDER BY [KesObjectID] DESC LIMIT 1"));
 }
 
 TEST_F(SchemaTest, MakesAViewOfAHierarchy) {
