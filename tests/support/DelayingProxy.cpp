@@ -118,7 +118,8 @@ struct Pair {
     Socket server;
     Stream toServer;
     Stream toClient;
-    std::string tail;  // the end of what the client sent, to find texts in
+    std::string tail;       // the end of what the client sent, to find texts in
+    bool isAsking = false;  // the client has sent, and the server has not answered since
     bool hasServerGone = false;
     bool isLost = false;
 };
@@ -174,6 +175,7 @@ public:
     }
 
     std::atomic<bool> isEnding = false;
+    std::atomic<long> answers = 0;
     bool cutsNow = false;
     std::string textToCut;
     bool handsOnText = false;
@@ -229,6 +231,7 @@ private:
                 return lose(pair);
             if (!heard(pair, bytes, static_cast<std::size_t>(size)))
                 return;
+            pair.isAsking = true;
             pair.toServer.put(bytes, static_cast<std::size_t>(size), Clock::now() + delay);
         }
         for (ssize_t size; (size = ::recv(pair.server.get(), bytes, sizeof bytes, 0)) >= 0;) {
@@ -236,6 +239,8 @@ private:
                 pair.hasServerGone = true;
                 break;
             }
+            if (std::exchange(pair.isAsking, false))
+                ++answers;
             pair.toClient.put(bytes, static_cast<std::size_t>(size), Clock::now() + delay);
         }
         if (!pair.toServer.sendDue(pair.server.get()) || !pair.toClient.sendDue(pair.client.get()))
@@ -287,6 +292,10 @@ DelayingProxy::~DelayingProxy() {
 
 int DelayingProxy::port() const {
     return traffic->port();
+}
+
+long DelayingProxy::roundTrips() const {
+    return traffic->answers;
 }
 
 void DelayingProxy::cut() {

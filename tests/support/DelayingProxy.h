@@ -28,6 +28,10 @@ public:
 
     int port() const;
 
+    /// How often a server has begun to answer what its client had sent. Where a
+    /// client sends on while answers come, that depends on the moment.
+    long roundTrips() const;
+
     /// Loses all connections, and returns when they are lost.
     void cut();
 
