@@ -1,7 +1,9 @@
 #include "drivers/mariadb/MariadbStage.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 
 #include "drivers/common/SqlFailure.h"
 #include "drivers/mariadb/MariadbConnection.h"
@@ -10,7 +12,16 @@ namespace Kes::sql {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr const char* Turns = "kes_turn_";
+constexpr const char* Clearing = "_clearing";  // behind the name of a turn
+
+// Longer than a cluster stands still when it loses a node.
+constexpr std::chrono::seconds ClearingPatience(30);
+constexpr std::chrono::milliseconds ClearingPause(20);
+constexpr int MostTriesForTurn = 20;
+
 constexpr const char* Tables =
     "SELECT table_name FROM information_schema.tables WHERE table_schema = DATABASE() AND "
     "table_name LIKE ?";
@@ -23,6 +34,22 @@ std::string quoted(const std::string& name) {
     for (const char c : name)
         text.append(c == '"' ? 2 : 1, c);
     return text + "\"";
+}
+
+std::string turnName(long number) {
+    return Turns + std::to_string(number);
+}
+
+std::string clearingName(long number) {
+    return turnName(number) + Clearing;
+}
+
+long turnOf(const std::string& name) {
+    return std::strtol(name.c_str() + std::string(Turns).size(), nullptr, 10);
+}
+
+std::string renaming(const std::string& from, const std::string& to) {
+    return "RENAME TABLE " + quoted(from) + " TO " + quoted(to);
 }
 
 }  // namespace
@@ -39,10 +66,6 @@ std::vector<std::string> MariadbStage::namesLike(const std::string& query,
     return names;
 }
 
-std::string MariadbStage::turnName(long number) {
-    return quoted(Turns + std::to_string(number));
-}
-
 std::string MariadbStage::nameOf(const char* purpose, std::size_t position) const {
     return "kes_" + std::string(purpose) + "_" + std::to_string(turn) + "_" +
            std::to_string(position);
@@ -53,20 +76,65 @@ void MariadbStage::begin() {
     connection.commit();
     isOpen = true;
     isSwapped = false;
-    takeTurn();
+    isClearing = false;
+    turn = 0;
+    claim();
     sweep();
+    endClearing();
     connection.begin();
 }
 
-void MariadbStage::takeTurn() {
-    long last = 0;
+std::string MariadbStage::lastTurn() {
+    std::string last;
     for (const std::string& name : namesLike(Tables, "kes|_turn|_%"))
-        last = std::max(last, std::strtol(name.c_str() + std::string(Turns).size(), nullptr, 10));
-    if (last == 0)
-        connection.execute("CREATE TABLE " + turnName(1) + " (id INTEGER NOT NULL PRIMARY KEY)");
-    else
-        connection.execute("RENAME TABLE " + turnName(last) + " TO " + turnName(last + 1));
-    turn = last + 1;
+        if (last.empty() || turnOf(name) > turnOf(last))
+            last = name;
+    return last;
+}
+
+// Nobody clears away on this node, or the schema lock would not have been given.
+// A program on another node is given its time, unless it has died meanwhile.
+void MariadbStage::claim() {
+    std::string seen;
+    auto since = Clock::now();
+    for (int tries = 1;;) {
+        const std::string last = lastTurn();
+        if (last != seen) {
+            seen = last;
+            since = Clock::now();
+        }
+        if (!connection.isClustered() || !last.ends_with(Clearing) ||
+            Clock::now() - since > ClearingPatience) {
+            if (takeTurnAfter(last, tries == MostTriesForTurn))
+                return;
+            ++tries;
+        }
+        std::this_thread::sleep_for(ClearingPause);
+    }
+}
+
+// False when another node was faster.
+bool MariadbStage::takeTurnAfter(const std::string& last, bool isLastTry) {
+    const long next = last.empty() ? 1 : turnOf(last) + 1;
+    try {
+        if (last.empty())
+            connection.execute("CREATE TABLE " + quoted(clearingName(next)) +
+                               " (id INTEGER NOT NULL PRIMARY KEY)");
+        else
+            connection.execute(renaming(last, clearingName(next)));
+    } catch (const SqlFailure&) {
+        if (isLastTry)
+            throw;
+        return false;
+    }
+    turn = next;
+    isClearing = true;
+    return true;
+}
+
+void MariadbStage::endClearing() {
+    connection.execute(renaming(clearingName(turn), turnName(turn)));
+    isClearing = false;
 }
 
 // Tables first: an upgrade that still runs comes to no end without its own.
@@ -78,15 +146,20 @@ void MariadbStage::sweep() {
         connection.execute("DROP TRIGGER IF EXISTS " + quoted(name));
 }
 
+// An upgrade that has lost its turn may make a trigger yet; it stops nobody.
 void MariadbStage::freeze(const std::string& table) {
+    const std::string condition =
+        "EXISTS (SELECT 1 FROM information_schema.tables WHERE table_schema = DATABASE() AND "
+        "table_name = '" +
+        turnName(turn) + "')";
     int number = 0;
     for (const char* event : {"INSERT", "UPDATE", "DELETE"})
         connection.execute(
             "CREATE TRIGGER " +
             quoted(nameOf("stop", moves.size()) + "_" + std::to_string(++number)) + " BEFORE " +
-            event + " ON " + quoted(table) +
-            " FOR EACH ROW SIGNAL SQLSTATE '45000' SET MESSAGE_TEXT = 'a program upgrades the "
-            "schema, or was cut off while it did; let it open the database again'");
+            event + " ON " + quoted(table) + " FOR EACH ROW IF " + condition +
+            " THEN SIGNAL SQLSTATE '45000' SET MESSAGE_TEXT = 'a program upgrades the schema, or "
+            "was cut off while it did; let it open the database again'; END IF");
     moves.push_back({table, true});
 }
 
@@ -100,7 +173,7 @@ std::string MariadbStage::place(const std::string& table) {
 }
 
 void MariadbStage::swap() {
-    std::string text = "RENAME TABLE " + turnName(turn) + " TO " + turnName(turn + 1);
+    std::string text = renaming(turnName(turn), turnName(turn + 1));
     for (std::size_t i = 0; i < moves.size(); ++i) {
         const std::string table = quoted(moves[i].table);
         if (moves[i].isReplaced)
@@ -124,20 +197,39 @@ void MariadbStage::end() {
         return;
     isOpen = false;
     try {
-        for (std::size_t i = 0; i < moves.size(); ++i) {
-            if (moves[i].isReplaced && !isSwapped)
-                for (const char* number : {"_1", "_2", "_3"})
-                    connection.execute("DROP TRIGGER IF EXISTS " +
-                                       quoted(nameOf("stop", i) + number));
-            if (moves[i].isReplaced || !isSwapped)
-                connection.execute("DROP TABLE IF EXISTS " +
-                                   quoted(nameOf(isSwapped ? "old" : "new", i)));
-        }
-        connection.releaseSchemaLock();
+        if (isSwapped)
+            dropOldTables();
+        else
+            giveUp();
     } catch (const SqlFailure&) {
-        // The connection is lost; its lock went with it.
+        // Another program has taken the turn and clears away, or the connection
+        // is lost.
     }
     moves.clear();
+    try {
+        connection.releaseSchemaLock();
+    } catch (const SqlFailure&) {
+        // The lock went with the connection.
+    }
+}
+
+// Their triggers go with them.
+void MariadbStage::dropOldTables() {
+    for (std::size_t i = 0; i < moves.size(); ++i)
+        if (moves[i].isReplaced)
+            connection.execute("DROP TABLE IF EXISTS " + quoted(nameOf("old", i)));
+}
+
+void MariadbStage::giveUp() {
+    if (turn == 0)
+        return;
+    if (!isClearing) {
+        connection.execute(renaming(turnName(turn), clearingName(turn + 1)));
+        ++turn;
+        isClearing = true;
+        sweep();
+    }
+    endClearing();
 }
 
 }  // namespace Kes::sql

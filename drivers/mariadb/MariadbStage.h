@@ -6,6 +6,11 @@
 // whose turn it is: each upgrade renames it to the next number when it begins
 // and again together with its tables, so two that run at the same time, even on
 // two nodes, cannot both come to their end. On one node they wait for each other.
+//
+// Whoever drops leftovers says so in that name too, and the others wait: a server
+// that drops a trigger holds its name while it waits for its place in the
+// cluster's order, and when two nodes drop the same trigger at the same moment,
+// the whole cluster stands still for ever.
 
 #pragma once
 
@@ -34,17 +39,22 @@ private:
         bool isReplaced;
     };
 
-    void takeTurn();
+    void claim();
+    bool takeTurnAfter(const std::string& last, bool isLastTry);
+    std::string lastTurn();
     void sweep();
+    void endClearing();
+    void dropOldTables();
+    void giveUp();
     std::vector<std::string> namesLike(const std::string& query, const std::string& pattern);
     std::string nameOf(const char* purpose, std::size_t position) const;
-    static std::string turnName(long number);
 
     MariadbConnection& connection;
-    long turn = 0;
+    long turn = 0;  // 0 before it is known
     std::vector<Move> moves;
     bool isOpen = false;
     bool isSwapped = false;
+    bool isClearing = false;  // alone: the others wait
 };
 
 }  // namespace Kes::sql
