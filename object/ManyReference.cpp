@@ -5,7 +5,10 @@
 
 #include <kes/Many.h>
 
+#include <algorithm>
 #include <bit>
+
+#include <kes/Instance.h>
 
 namespace Kes {
 
@@ -60,6 +63,22 @@ void ManyReference::closeGaps() {
     std::erase(members, nullptr);
     cursor = 0;
     reindex();
+}
+
+// By their ids: databases deliver what no key orders as they please. Left alone
+// under an iteration.
+void ManyReference::sort() {
+    const auto precedes = [](const Instance* a, const Instance* b) {
+        return a->getObjectID() < b->getObjectID();
+    };
+    if (iterating != 0 || cursor != 0)
+        return;
+    std::erase(members, nullptr);
+    const bool isSorted = std::is_sorted(members.begin(), members.end(), precedes);
+    if (!isSorted)
+        std::sort(members.begin(), members.end(), precedes);
+    if (!isSorted || !index.empty())
+        reindex();
 }
 
 void ManyReference::add(Instance* instance) {

@@ -1,6 +1,8 @@
 #include <kes/Selection.h>
 
+#include <exception>
 #include <memory>
+#include <utility>
 
 #include <kes/Association.h>
 #include <kes/Class.h>
@@ -67,24 +69,65 @@ void Selection::orderBy(const Attribute& attribute, bool ascending) {
 }
 
 bool Selection::next() {
+    if (state != nullptr && !state->ahead.empty())
+        return deliverAhead();
+    if (state != nullptr && state->failure != nullptr)
+        std::rethrow_exception(std::exchange(state->failure, nullptr));
+    Instance* instance = read();
+    if (instance == nullptr)
+        return false;
+    currentValue = instance;
+    readAhead();
+    return true;
+}
+
+// The next row's instance; null at the end and when an error has been handled.
+Instance* Selection::read() {
     if (state == nullptr) {
         if (!start())
-            return false;
+            return nullptr;
     } else if (cursors.size() > 0 && !advanceCurrent()) {
-        return false;
+        return nullptr;
     }
     if (cursors.size() == 0)
-        return false;
+        return nullptr;
     if (state->merge != nullptr && cursors.size() > 1) {
         current = state->merge->choose(cursors);
-        if (current < 0)
-            return failOnDriver();
+        if (current < 0) {
+            failOnDriver();
+            return nullptr;
+        }
     }
-    currentValue = cursors[current]->getInstance();
-    if (currentValue == nullptr)
-        return failOnDriver();
-    SiblingLoader::delivered(cls->getModel(), state->siblingToken, currentValue);
-    return true;
+    Instance* instance = cursors[current]->getInstance();
+    if (instance == nullptr)
+        failOnDriver();
+    else
+        SiblingLoader::delivered(cls->getModel(), state->siblingToken, instance);
+    return instance;
+}
+
+// A failure is the application's when it gets there.
+void Selection::readAhead() try {
+    std::size_t count = SiblingLoader::wantedAhead(cls->getModel(), state->siblingToken);
+    for (; count > 0; --count) {
+        Instance* instance = read();
+        if (instance == nullptr)
+            return;
+        state->ahead.emplace_back(instance);
+    }
+} catch (...) {
+    state->failure = std::current_exception();
+}
+
+bool Selection::deliverAhead() {
+    currentValue = state->ahead.front();
+    state->ahead.pop_front();
+    if (currentValue != nullptr)
+        return true;
+
+    // The model was closed meanwhile.
+    state->ahead.clear();
+    return false;
 }
 
 bool Selection::start() {

@@ -3,7 +3,11 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
+#include <exception>
 #include <memory>
+
+#include <kes/Pointer.h>
 
 #include "query/MergeHeap.h"
 
@@ -13,6 +17,8 @@ class SelectionState {
 public:
     std::unique_ptr<MergeHeap> merge;  // null when nothing is merged
     std::uint64_t siblingToken = 0;
+    std::deque<Pointer<Instance>> ahead;  // read, and not delivered yet
+    std::exception_ptr failure;           // what ended the reading ahead
 };
 
 }  // namespace Kes

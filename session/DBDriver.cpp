@@ -1,10 +1,12 @@
 #include <kes/DBDriver.h>
+#include <kes/LinkReader.h>
 
 namespace Kes {
 
 SelectionDefinition::~SelectionDefinition() = default;
 DBDriverSelection::~DBDriverSelection() = default;
 DBDriver::~DBDriver() = default;
+LinkReader::~LinkReader() = default;
 
 void DBDriver::reserved() {}
 

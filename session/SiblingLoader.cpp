@@ -7,6 +7,7 @@
 #include <kes/Association.h>
 #include <kes/Class.h>
 #include <kes/Condition.h>
+#include <kes/LinkReader.h>
 #include <kes/Many.h>
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
@@ -23,7 +24,10 @@ namespace Kes {
 namespace {
 
 constexpr std::size_t GroupSize = 256;
+constexpr std::size_t FewAtOnce = 16;
+constexpr std::size_t AllAtOnce = 2;  // reads before all of a group are loaded for
 constexpr std::size_t MembersAtOnce = 4096;
+constexpr std::size_t LinksAtOnce = 4 * MembersAtOnce;
 constexpr std::uint32_t GroupIds = 1U << 24;
 
 // Joins conditions pairwise, so that the tree stays shallow.
@@ -40,6 +44,15 @@ std::unique_ptr<Condition> joinAny(std::vector<std::unique_ptr<Condition>> parts
         parts = std::move(joined);
     }
     return std::move(parts.front());
+}
+
+std::unique_ptr<Condition> anyOf(Class* cls, const std::vector<unsigned long>& ids) {
+    std::vector<std::unique_ptr<Condition>> parts;
+    parts.reserve(ids.size());
+    for (const unsigned long id : ids)
+        parts.push_back(std::make_unique<AttributeCondition<unsigned long>>(
+            new Attribute(cls, "KesObjectID"), Condition::EQUAL, id));
+    return joinAny(std::move(parts));
 }
 
 }  // namespace
@@ -62,13 +75,24 @@ void SiblingLoader::delivered(Model* model, std::uint64_t& token, Instance* inst
     model->siblings->deliver(token, instance);
 }
 
+std::size_t SiblingLoader::wantedAhead(Model* model, std::uint64_t token) {
+    return model->siblings->wantedAhead(token);
+}
+
 void SiblingLoader::deliver(std::uint64_t& token, Instance* instance) {
+    // Who is reached over a reference stays among those he was found with.
+    if (loading && groupOf(instance) != nullptr)
+        return;
     Group* group = &groups[token % groups.size()];
-    if (token == 0 || group->id != token || group->members.size() >= GroupSize) {
+    const bool isKnown = token != 0 && group->id == token;
+    if (!isKnown || group->members.size() >= GroupSize) {
+        // A selection goes on as it has begun.
+        const bool isRead = isKnown && group->faults > std::max(group->inherited, AllAtOnce - 1);
         lastGroup = lastGroup + 1 == GroupIds ? 1 : lastGroup + 1;
         group = &groups[lastGroup % groups.size()];
         group->id = lastGroup;
-        group->faults = 0;
+        group->faults = group->inherited = isRead ? AllAtOnce + 1 : 0;
+        group->answered = 0;
         group->members.clear();
         token = lastGroup;
     }
@@ -81,13 +105,26 @@ SiblingLoader::Group* SiblingLoader::groupOf(const Instance* owner) {
     return owner->siblings != 0 && group.id == owner->siblings ? &group : nullptr;
 }
 
+// As many as the next read of a reference would load for.
+std::size_t SiblingLoader::wantedAhead(std::uint64_t token) {
+    Group& group = groups[token % groups.size()];
+    if (group.id != token || group.faults < AllAtOnce || group.faults == group.answered)
+        return 0;
+    const std::size_t wish = group.faults == AllAtOnce ? FewAtOnce : GroupSize;
+    group.answered = group.faults;
+    return std::min({wish, GroupSize - group.members.size(), room()});
+}
+
 // One, then a few, then all: a program that reads one reference of one object
 // should not pay for its siblings.
 std::size_t SiblingLoader::nextBatch(Group& group) const {
     const std::size_t step = group.faults++;
-    const std::size_t wish = step == 0 ? 1 : step == 1 ? 16 : GroupSize;
-    const auto room = static_cast<std::size_t>(model->objects->capacity()) / 4;
-    return std::min(wish, room);
+    const std::size_t wish = step == 0 ? 1 : step < AllAtOnce ? FewAtOnce : GroupSize;
+    return std::min(wish, room());
+}
+
+std::size_t SiblingLoader::room() const {
+    return static_cast<std::size_t>(model->objects->capacity()) / 4;
 }
 
 std::vector<unsigned long> SiblingLoader::partnersOf(const Group& group, std::size_t most,
@@ -126,11 +163,7 @@ Instance* SiblingLoader::loadPartner(Instance* owner, unsigned long id,
         return model->getInstance(id, cls);
 
     Selection partners(cls);
-    std::vector<std::unique_ptr<Condition>> parts;
-    for (const unsigned long each : ids)
-        parts.push_back(std::make_unique<AttributeCondition<unsigned long>>(
-            new Attribute(cls, "KesObjectID"), Condition::EQUAL, each));
-    partners.setCondition(joinAny(std::move(parts)).release());
+    partners.setCondition(anyOf(cls, ids).release());
     Pointer<Instance> found;
     while (partners.next())
         if (partners.value()->getObjectID() == id)
@@ -140,20 +173,29 @@ Instance* SiblingLoader::loadPartner(Instance* owner, unsigned long id,
 
 void SiblingLoader::loadMembers(Instance* owner, Association* association, const String& role,
                                 ManyAssociatedInstances& ref) {
+    fill(owner, association, role, ref);
+    if (auto* known = dynamic_cast<ManyReference*>(&ref))
+        known->sort();
+}
+
+void SiblingLoader::fill(Instance* owner, Association* association, const String& role,
+                         ManyAssociatedInstances& ref) {
     if (model->transactions->hasPending())
         forget();
     if (takeKept(owner, association, role, ref))
         return;
     const LoadingScope scope(*this);
     Group* group = groupOf(owner);
-    const String& otherRole = association->getAssociatedRole(role);
-    const bool batches = group != nullptr && !model->transactions->hasPending() &&
-                         association->getPluralityFor(otherRole) == Association::One;
-    if (batches) {
+    if (group != nullptr && !model->transactions->hasPending() && kept.mayLoadTogether()) {
         std::size_t most = nextBatch(*group);
         if (ownersLoaded != 0 && membersLoaded != 0)
-            most = std::min(most, MembersAtOnce * ownersLoaded / membersLoaded);
-        if (most > 1 && loadBatch(owner, *group, most, association, role) &&
+            most = std::min(most, std::min(MembersAtOnce, room()) * ownersLoaded / membersLoaded);
+        const std::vector<Instance*> owners = unreadOwners(owner, *group, most, association, role);
+        const String& otherRole = association->getAssociatedRole(role);
+        const auto load = association->getPluralityFor(otherRole) == Association::One
+                              ? &SiblingLoader::loadBatch
+                              : &SiblingLoader::loadLinkedBatch;
+        if (owners.size() > 1 && (this->*load)(owners, association, role) &&
             takeKept(owner, association, role, ref))
             return;
     }
@@ -163,17 +205,14 @@ void SiblingLoader::loadMembers(Instance* owner, Association* association, const
 
 bool SiblingLoader::takeKept(const Instance* owner, const Association* association,
                              const String& role, ManyAssociatedInstances& ref) {
-    if (keptFor != association || keptRole != role)
+    std::vector<unsigned long> ids;
+    if (!kept.take(association, role, owner->getObjectID(), ids))
         return false;
-    const auto found = kept.find(owner->getObjectID());
-    if (found == kept.end())
-        return false;
-    const std::vector<unsigned long> ids = std::move(found->second);
-    kept.erase(found);
     for (const unsigned long id : ids) {
         Instance* member = model->objects->get(id);
         if (member == nullptr) {
             ref.clear();  // a collection has freed it: ask the database
+            kept.noteFreed();
             return false;
         }
         ref.add(member);
@@ -181,33 +220,39 @@ bool SiblingLoader::takeKept(const Instance* owner, const Association* associati
     return true;
 }
 
-// Loads the collections of the owner and of siblings that have not read theirs.
-// A member tells by its own reference whose it is. False, with nothing kept,
-// when some member cannot tell.
-bool SiblingLoader::loadBatch(Instance* owner, Group& group, std::size_t most,
-                              Association* association, const String& role) {
-    forget();
-    kept.clear();
-    const String& otherRole = association->getAssociatedRole(role);
-    Class* cls = association->getClassFor(otherRole);
-    const Role back(cls, otherRole, association);
-    std::vector<std::unique_ptr<Condition>> parts;
+// The owner and siblings that have not read their collections.
+std::vector<Instance*> SiblingLoader::unreadOwners(Instance* owner, const Group& group,
+                                                   std::size_t most,
+                                                   const Association* association,
+                                                   const String& role) {
+    std::vector<Instance*> owners{owner};
     RoleReader field(association->getName(), role);
-    const auto enter = [&](Instance* sibling) {
-        kept[sibling->getObjectID()];
-        parts.push_back(std::make_unique<OneAssociatedCondition>(
-            new Role(back), Condition::AssociationOperator::EQUAL, sibling));
-    };
-    enter(owner);
     for (const unsigned long id : group.members) {
-        if (parts.size() >= most)
+        if (owners.size() >= most)
             break;
         Instance* sibling = model->objects->get(id);
         if (sibling == nullptr || sibling == owner)
             continue;
         field.read(sibling);
         if (field.many != nullptr && !field.many->isFetched())
-            enter(sibling);
+            owners.push_back(sibling);
+    }
+    return owners;
+}
+
+// A member tells by its own reference whose it is. False, with nothing kept,
+// when some member cannot tell.
+bool SiblingLoader::loadBatch(const std::vector<Instance*>& owners, Association* association,
+                              const String& role) {
+    const String& otherRole = association->getAssociatedRole(role);
+    Class* cls = association->getClassFor(otherRole);
+    const Role back(cls, otherRole, association);
+    KeptCollections::Collections found;
+    std::vector<std::unique_ptr<Condition>> parts;
+    for (Instance* owner : owners) {
+        found[owner->getObjectID()];
+        parts.push_back(std::make_unique<OneAssociatedCondition>(
+            new Role(back), Condition::AssociationOperator::EQUAL, owner));
     }
     Selection members(cls);
     members.setCondition(joinAny(std::move(parts)).release());
@@ -220,17 +265,65 @@ bool SiblingLoader::loadBatch(Instance* owner, Group& group, std::size_t most,
             return false;
         const Instance* held = opposite.one->isFetched() ? opposite.one->getInstance() : nullptr;
         const auto place =
-            kept.find(held != nullptr ? held->getObjectID() : opposite.one->getObjectID());
-        if (place == kept.end())
+            found.find(held != nullptr ? held->getObjectID() : opposite.one->getObjectID());
+        if (place == found.end())
             return false;
         place->second.push_back(member->getObjectID());
         ++count;
     }
-    membersLoaded += count;
-    ownersLoaded += kept.size();
-    keptFor = association;
-    keptRole = role;
+    keep(association, role, std::move(found), count);
     return true;
+}
+
+// Members of many owners cannot tell: the driver has to. False, with nothing
+// kept, when it does not.
+bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners,
+                                    Association* association, const String& role) {
+    auto* reader = dynamic_cast<LinkReader*>(model->driver);
+    if (reader == nullptr)
+        return false;
+    KeptCollections::Collections found;
+    std::vector<unsigned long> ids;
+    ids.reserve(owners.size());
+    for (const Instance* owner : owners) {
+        found[owner->getObjectID()];
+        ids.push_back(owner->getObjectID());
+    }
+    std::vector<StoredLink> links;
+    if (!reader->readLinks(association, role, ids, LinksAtOnce, links))
+        return false;
+    const auto byMember = [](const StoredLink& a, const StoredLink& b) {
+        return a.member < b.member;
+    };
+    std::sort(links.begin(), links.end(), byMember);
+    ids.clear();
+    for (const StoredLink& link : links)
+        if (ids.empty() || ids.back() != link.member)
+            ids.push_back(link.member);
+
+    // Those in memory are read as well: somebody may have changed them.
+    if (!ids.empty()) {
+        Class* cls = association->getClassFor(association->getAssociatedRole(role));
+        Selection members(cls);
+        members.setCondition(anyOf(cls, ids).release());
+        while (members.next()) {
+            const unsigned long id = members.value()->getObjectID();
+            const auto [from, to] =
+                std::equal_range(links.begin(), links.end(), StoredLink{0, id}, byMember);
+            for (auto link = from; link != to; ++link)
+                if (const auto place = found.find(link->owner); place != found.end())
+                    place->second.push_back(id);
+        }
+    }
+    keep(association, role, std::move(found), links.size());
+    return true;
+}
+
+void SiblingLoader::keep(const Association* association, const String& role,
+                         KeptCollections::Collections&& collections, std::size_t members) {
+    membersLoaded += members;
+    ownersLoaded += collections.size();
+    kept.keep(association, role, std::move(collections));
 }
 
 // The members go straight into the reference, where a collection finds them.

@@ -4,7 +4,8 @@
 // reads a reference of the first will read it of the second. So objects are
 // grouped as they are delivered, and reading a reference of one member loads it
 // for more and more of the others with it: the first read loads one, the next
-// ones grow up to a full group.
+// ones grow up to a full group. A selection whose objects are worked on as they
+// come reads ahead, so that there are siblings to load for.
 //
 // Partners of one-references only enter the object cache, where the siblings
 // find them. Collections are kept aside until they are asked for, and forgotten
@@ -16,11 +17,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
 
 #include <kes/Forward.h>
 #include <kes/String.h>
+
+#include "session/KeptCollections.h"
 
 namespace Kes {
 
@@ -34,6 +36,10 @@ public:
     /// 0 at its beginning.
     static void delivered(Model* model, std::uint64_t& token, Instance* instance);
 
+    /// How many instances the selection should read ahead of the one that it
+    /// has just delivered. What it reads counts as delivered here.
+    static std::size_t wantedAhead(Model* model, std::uint64_t token);
+
     /// Loads the partner with that id, and partners of siblings beside it.
     /// Null when it is not stored.
     Instance* loadPartner(Instance* owner, unsigned long id, const Association* association,
@@ -44,7 +50,7 @@ public:
                      ManyAssociatedInstances& ref);
 
     /// Drops what was kept aside.
-    void forget() { keptFor = nullptr; }
+    void forget() { kept.forget(); }
 
     /// A query is about to start that no reference asked for.
     void noteQuery() {
@@ -56,20 +62,32 @@ private:
     struct Group {
         std::uint32_t id = 0;
         std::size_t faults = 0;
+        std::size_t inherited = 0;  // of these, taken over from the group before
+        std::size_t answered = 0;   // of these, followed by reading ahead
         std::vector<unsigned long> members;
     };
     class LoadingScope;
 
     void deliver(std::uint64_t& token, Instance* instance);
+    std::size_t wantedAhead(std::uint64_t token);
     Group* groupOf(const Instance* owner);
     std::size_t nextBatch(Group& group) const;
+    std::size_t room() const;
     std::vector<unsigned long> partnersOf(const Group& group, std::size_t most,
                                           unsigned long wanted, const Association* association,
                                           const String& role);
+    void fill(Instance* owner, Association* association, const String& role,
+              ManyAssociatedInstances& ref);
     bool takeKept(const Instance* owner, const Association* association, const String& role,
                   ManyAssociatedInstances& ref);
-    bool loadBatch(Instance* owner, Group& group, std::size_t most, Association* association,
+    std::vector<Instance*> unreadOwners(Instance* owner, const Group& group, std::size_t most,
+                                        const Association* association, const String& role);
+    bool loadBatch(const std::vector<Instance*>& owners, Association* association,
                    const String& role);
+    bool loadLinkedBatch(const std::vector<Instance*>& owners, Association* association,
+                         const String& role);
+    void keep(const Association* association, const String& role,
+              KeptCollections::Collections&& collections, std::size_t members);
     std::size_t loadAlone(Instance* owner, Association* association, const String& role,
                           ManyAssociatedInstances& ref);
 
@@ -78,10 +96,7 @@ private:
     std::uint32_t lastGroup = 0;
     bool loading = false;
 
-    // Collections that were loaded with a sibling's, by the owner's id.
-    const Association* keptFor = nullptr;
-    String keptRole;
-    std::unordered_map<unsigned long, std::vector<unsigned long>> kept;
+    KeptCollections kept;
     std::size_t membersLoaded = 0;  // to estimate how large a collection is
     std::size_t ownersLoaded = 0;
 };

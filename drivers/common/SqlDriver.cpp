@@ -19,7 +19,8 @@ SqlDriver::Session::Session(std::unique_ptr<Connection> itsConnection, const Dia
       tables(itsDialect, *connection),
       schema(tables, itsDialect, *connection),
       queue(tables, itsDialect, *connection),
-      ids(*connection) {}
+      ids(*connection),
+      links(itsDialect, *connection) {}
 
 SqlDriver::SqlDriver(std::unique_ptr<Dialect> itsDialect) : dialect(std::move(itsDialect)) {}
 
@@ -390,6 +391,20 @@ DBDriverSelection* SqlDriver::fetch(Class* cls, SelectionDefinition* definition)
                                           static_cast<SqlDefinition*>(definition)->plan);
             });
     return cursor;
+}
+
+bool SqlDriver::readLinks(Association* association, const String& role,
+                          const std::vector<unsigned long>& owners, std::size_t most,
+                          std::vector<StoredLink>& links) {
+    bool areAll = false;
+    const bool done = attempt("reading the links of " +
+                                  std::string(static_cast<const char*>(association->getName())),
+                              [&] {
+                                  beforeReading();
+                                  areAll = session->links.read(*association, role, owners, most,
+                                                               links);
+                              });
+    return done && areAll;
 }
 
 void SqlDriver::traceSQLTo(std::ostream& stream) {

@@ -8,10 +8,12 @@
 #include <unordered_set>
 
 #include <kes/DBDriver.h>
+#include <kes/LinkReader.h>
 
 #include "drivers/common/Connection.h"
 #include "drivers/common/Dialect.h"
 #include "drivers/common/IdSource.h"
+#include "drivers/common/LinkRows.h"
 #include "drivers/common/RowLoader.h"
 #include "drivers/common/SqlSchema.h"
 #include "drivers/common/Tables.h"
@@ -22,7 +24,7 @@ namespace Kes::sql {
 class SqlSelection;
 
 /// A concrete driver derives from it and says how to connect.
-class SqlDriver : public DBDriver {
+class SqlDriver : public DBDriver, public LinkReader {
 public:
     ~SqlDriver() override;
 
@@ -54,6 +56,9 @@ public:
     DBDriverSelection* fetch(Class* cls, SelectionDefinition* definition) final;
     void traceSQLTo(std::ostream& stream) final;
     void disableSQLTrace() final;
+    bool readLinks(Association* association, const String& role,
+                   const std::vector<unsigned long>& owners, std::size_t most,
+                   std::vector<StoredLink>& links) final;
 
     // --- for cursors ---
 
@@ -88,6 +93,7 @@ private:
         SqlSchema schema;
         WriteQueue queue;
         IdSource ids;
+        LinkRows links;
         bool writing = false;  // a transaction was begun and not ended by the library
         std::string loss;      // why the database has ended it
     };

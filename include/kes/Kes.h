@@ -19,6 +19,7 @@
 #include <kes/InitAssocHandler.h>
 #include <kes/InspectHandler.h>
 #include <kes/Instance.h>
+#include <kes/LinkReader.h>
 #include <kes/Listener.h>
 #include <kes/Many.h>
 #include <kes/ManyAssociatedInstances.h>

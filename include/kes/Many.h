@@ -17,7 +17,7 @@
 namespace Kes {
 
 /// Stores what Many<T> refers to, for every T alike: a set that remembers the
-/// order in which its members came.
+/// order in which its members came. Those that are loaded come by their ids.
 ///
 /// Adding, removing and looking a member up take constant time. A removed
 /// member leaves a gap that is closed while nobody iterates, so members may be
@@ -69,11 +69,13 @@ protected:
 
 private:
     friend class Cursor;
+    friend class SiblingLoader;
     friend class SweepAccess;
 
     std::size_t find(const Instance* instance) const;
     void reindex();
     void closeGaps();
+    void sort();
 
     Instance* owner;
     std::vector<Instance*> members;    // null marks a gap

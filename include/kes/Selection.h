@@ -43,6 +43,10 @@ private:
 /// its pending changes. Rows that a selection under way started with are
 /// delivered exactly once, whatever is committed or rolled back meanwhile.
 ///
+/// While references of the delivered objects are read, rows are read ahead, so
+/// that the references of many are loaded together: up to 256, and at most a
+/// quarter of the cache's capacity. A row that fails fails when it is reached.
+///
 /// Copies share every owned pointer: never let two copies be destroyed.
 class KES_EXPORT Selection {
 public:
@@ -91,10 +95,13 @@ public:
 private:
     friend class AssociatedClass;
 
+    Instance* read();
+    void readAhead();
+    bool deliverAhead();
     bool start();
     bool openCursors();
     bool advanceCurrent();
-    [[nodiscard]] bool failOnDriver();
+    bool failOnDriver();
 
     Class* cls;
     SelectionDefinition* definition = nullptr;     // owned
@@ -107,7 +114,7 @@ private:
     bool isOwnCopy = false;          // the condition was made by where
     String alias;
     AssociatedClass* frozen = nullptr;  // owned
-    SelectionState* state = nullptr;    // owned; merging and sibling groups
+    SelectionState* state = nullptr;    // owned; merging and reading ahead
 };
 
 /// The frozen description of a selection, for drivers and nested conditions.

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/support/Raises.h"
 #include "tests/support/Recording.h"
 #include "tests/support/StaffModel.h"
 
@@ -112,6 +113,62 @@ TEST_F(SiblingLoaderTest, AppliesPendingLinksToWhatItLoads) {
     model.rollback();
     EXPECT_EQ(3U, all[5]->staff.size());
     EXPECT_EQ(3U, all[7]->staff.size());
+}
+
+TEST_F(SiblingLoaderTest, ReadsAheadOfALoopThatFollowsReferences) {
+    SelectionOf<Company> firms(model.companyClass);
+    std::size_t members = 0;
+    for (const Company* firm : firms)
+        members += firm->staff.size();
+
+    EXPECT_EQ(300U, members);
+    EXPECT_LE(queries(), 8U);
+}
+
+TEST_F(SiblingLoaderTest, ReadsNothingAheadWhereNoReferenceIsRead) {
+    SelectionOf<Company> firms(model.companyClass);
+    for (int i = 0; i < 50; ++i)
+        EXPECT_TRUE(firms.next());
+
+    // The rows behind the current one have not been asked for.
+    recording.failAt(1, "cursor.next");
+    EXPECT_FALSE(firms.next());
+}
+
+// Whatever the first rows behind the current one are, these are delivered.
+TEST_F(SiblingLoaderTest, FailsWhereTheRowFailsThoughItWasReadAhead) {
+    SelectionOf<Company> firms(model.companyClass);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(3U, firms.nextValue()->staff.size());
+    recording.failAt(10, "cursor.getInstance");
+
+    int delivered = 0;
+    EXPECT_RAISES("SELERR", while (firms.next()) ++delivered);
+
+    EXPECT_EQ(9, delivered);
+    EXPECT_FALSE(firms.next());
+}
+
+TEST_F(SiblingLoaderTest, LoadsLinksOneByOneWithADriverThatCannotListThem) {
+    const std::vector<Pointer<Person>> all = [&] {
+        SelectionOf<Person> people(model.personClass);
+        std::vector<Pointer<Person>> found;
+        for (int i = 0; i < 20; ++i)
+            found.emplace_back(people.nextValue());
+        return found;
+    }();
+    model.startTransaction();
+    for (const auto& person : all)
+        person->friends.add(all[0]);
+    model.commit();
+    for (const auto& person : all)
+        person->friends.setFetched(false);
+    recording.reset();
+
+    for (const auto& person : all)
+        EXPECT_EQ(1U, person->friends.size());
+
+    EXPECT_EQ(20U, queries());
 }
 
 }  // namespace Kes::testing
