@@ -78,17 +78,18 @@ endfunction()
 # kes_add_server(NAME FOLDER)
 #
 # Has ctest start the server NAME in the folder before the first test that needs
-# it, and remove it after the last one. Sets KES_SERVER_name to false where the
-# server's programs are not installed; its tests have to be left out then.
+# it, and remove it after the last one. Sets KES_SERVER_name, for all folders, to
+# false where the server's programs are not installed; its tests have to be left
+# out then.
 function(kes_add_server name folder)
     set(script "${PROJECT_SOURCE_DIR}/tests/engines/${name}.sh")
     execute_process(COMMAND "${script}" programs RESULT_VARIABLE missing ERROR_QUIET)
     if(missing)
         message(STATUS "The server ${name} is not installed: its tests are left out")
-        set(KES_SERVER_${name} NO PARENT_SCOPE)
+        set(KES_SERVER_${name} NO CACHE INTERNAL "Its programs are installed")
         return()
     endif()
-    set(KES_SERVER_${name} YES PARENT_SCOPE)
+    set(KES_SERVER_${name} YES CACHE INTERNAL "Its programs are installed")
     add_test(NAME ${name}.start COMMAND "${script}" start "${folder}")
     add_test(NAME ${name}.stop COMMAND "${script}" remove "${folder}")
     set_tests_properties(${name}.start PROPERTIES FIXTURES_SETUP ${name} TIMEOUT 120)

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <stdexcept>
 
 #include "tools/fault-check/KnownProblems.h"
 #include "tools/fault-check/Run.h"
@@ -34,6 +35,8 @@ one database, and the names of their classes keep them apart.
   --handler WHAT    only with an exception handler that "throws" or "returns"
   --at N            only the run with the fault at call N
   --step N          every N-th call only
+  --clear COMMAND   a command of the shell that empties the database. It is run
+                    before the first run and each 20 runs, for tables that stay
   --known FILE      problems that are known: lines FAULT SLOT: WORDS. They do not
                     count, but a line fails the check that is not needed any more
   --help            show this text
@@ -49,6 +52,7 @@ struct Wishes {
     std::string handler;
     unsigned long at = 0;
     unsigned long step = 1;
+    std::string clear;
     KnownProblems known;
 
     // Whether every run is made that this fault has.
@@ -96,8 +100,18 @@ public:
     }
 
 private:
+    // A client that is started for each run would take longer than the run.
+    void clearNowAndThen() const {
+        constexpr unsigned long runsBetween = 20;
+        if (wishes.clear.empty() || number % runsBetween != 0)
+            return;
+        if (std::system(wishes.clear.c_str()) != 0)
+            throw std::runtime_error("\"" + wishes.clear + "\" failed");
+    }
+
     // The names of all runs of this process differ from those of others.
     Target targetOf(const std::string& folder) {
+        clearNowAndThen();
         Target target = wishes.target;
         ++number;
         target.source = replace(wishes.target.source, number, folder);
@@ -227,6 +241,8 @@ bool takeOption(Wishes& wishes, const std::string& name, const char* value) {
         wishes.repeat = value;
     else if (name == "--handler")
         wishes.handler = value;
+    else if (name == "--clear")
+        wishes.clear = value;
     else if (name == "--known")
         wishes.known.read(value);
     else if (name == "--at")
