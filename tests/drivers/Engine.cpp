@@ -34,8 +34,12 @@ std::unique_ptr<Engine> Engine::make() {
     throw std::runtime_error("the driver suite was not built for the driver " + wanted);
 }
 
+std::string Engine::serverFolder() {
+    return environment("KES_TEST_SERVERS", KES_TEST_SERVERS);
+}
+
 std::string Engine::serverFile(const std::string& server, const std::string& name) {
-    return environment("KES_TEST_SERVERS", KES_TEST_SERVERS) + "/" + server + "/" + name;
+    return serverFolder() + "/" + server + "/" + name;
 }
 
 std::string Engine::serverSays(const std::string& server, const std::string& name) {

@@ -27,6 +27,9 @@ public:
     /// the file `name` in the server's folder. Throws when there is none.
     static std::string serverSays(const std::string& server, const std::string& name);
 
+    /// The folder that the scripts were told to start servers in.
+    static std::string serverFolder();
+
     /// Where that file is.
     static std::string serverFile(const std::string& server, const std::string& name);
 

@@ -1,90 +1,17 @@
-#include <gtest/gtest.h>
-#include <unistd.h>
+#include "tests/drivers/GaleraTest.h"
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include <kes/Kes.h>
-
-#include "tests/drivers/Engine.h"
-#include "tests/drivers/ParcelModel.h"
-#include "tests/drivers/PlainMariadb.h"
 #include "tests/support/Child.h"
-#include "tests/support/Raises.h"
-#include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
 
-class GaleraTest : public ::testing::Test {
+class GaleraConflictTest : public GaleraTest {
 protected:
-    static constexpr int Nodes = 3;
-
-    GaleraTest() {
-        static int made = 0;
-        database = "test_" + std::to_string(getpid()) + "_" + std::to_string(++made);
-        PlainMariadb(sourceOf(1), user, password).run("CREATE DATABASE " + database);
-    }
-    ~GaleraTest() override {
-        try {
-            PlainMariadb(sourceOf(1), user, password).run("DROP DATABASE " + database);
-        } catch (const std::exception&) {
-            // The cluster goes soon, with everything in it.
-        }
-    }
-
-    static bool says(const std::string& message, const std::string& words) {
-        return message.find(words) != std::string::npos;
-    }
-
-    static std::string sourceOf(int node) {
-        return Engine::serverSays("galera", "node" + std::to_string(node) + "/source");
-    }
-    static std::string hostOf(int node) {
-        return sourceOf(node).substr(0, sourceOf(node).find('/'));
-    }
-
-    /// Opens on the first of the nodes that answers.
-    void open(Model& model, const std::vector<int>& nodes, const std::string& options = "") const {
-        std::string source;
-        for (const int node : nodes)
-            source += (source.empty() ? "" : ",") + hostOf(node);
-        source += "/" + database;
-        model.open("mariadb", source.c_str(), password.c_str(), user.c_str(), options.c_str());
-    }
-
-    std::string ask(int node, const std::string& text) const {
-        PlainMariadb plain(hostOf(node) + "/" + database, user, password);
-        plain.run("SET SESSION wsrep_sync_wait = 7");
-        return plain.ask(text);
-    }
-
-    void make(int people) const {
-        StaffModel model;
-        open(model, {1});
-        model.startTransaction();
-        for (int i = 0; i < people; ++i)
-            model.newPerson(std::to_string(i).c_str());
-        model.commit();
-    }
-
-    void fillParcels(int parcels = 100) const {
-        ParcelModel model(1);
-        open(model, {1});
-        model.fill(parcels);
-    }
-
-    // "" when the upgrade comes to its end.
-    std::string upgradeSays(int version, int node) const {
-        ParcelModel model(version);
-        return messageRaisedBy([&] { open(model, {node}); });
-    }
-
     // Adds one to the ages of people until that many are added; counts the
     // commits that somebody else came before.
     long addTo(StaffModel& model, int people, int additions, unsigned seed) const {
@@ -110,50 +37,9 @@ protected:
         }
         return conflicts;
     }
-
-    // Does the same on the first of the nodes that answers, until time is over;
-    // tells how many additions were reported as stored, and of how many it is not
-    // known.
-    bool addUntilTheEnd(const std::vector<int>& nodes, const Child::Report& report) const {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(12);
-        long done = 0;
-        long unknown = 0;
-        StaffModel model;
-        Pointer<Person> person;
-        while (std::chrono::steady_clock::now() < end) {
-            const std::string said = messageRaisedBy([&] {
-                if (!model.isOpen())
-                    open(model, nodes);
-                if (person == nullptr)
-                    person = model.findPerson("0");
-                person->refresh();
-                model.startTransaction();
-                ++person->age;
-                person->change();
-                model.commit();
-                ++done;
-            });
-            if (says(said, "it is not known whether"))
-                ++unknown;
-            if (!says(said, "open again"))
-                continue;
-            person = nullptr;
-            model.close();
-        }
-        report(std::to_string(done) + " " + std::to_string(unknown));
-        return true;
-    }
-
-    static std::string script(const std::string& verb) {
-        return std::string(KES_TEST_GALERA) + " " + verb + " " + KES_TEST_SERVERS;
-    }
-
-    const std::string user = Engine::serverSays("galera", "user");
-    const std::string password = Engine::serverSays("galera", "password");
-    std::string database;
 };
 
-TEST_F(GaleraTest, CountsExactlyFromManyProcessesOnAllNodes) {
+TEST_F(GaleraConflictTest, CountsExactlyFromManyProcessesOnAllNodes) {
     constexpr int people = 5;
     constexpr int processes = 6;
     constexpr int additions = 100;
@@ -284,105 +170,6 @@ TEST_F(GaleraTest, ReadsWhatWasCommittedOnAnotherNode) {
 
         ASSERT_EQ(i, theirs->age);
     }
-}
-
-TEST_F(GaleraTest, StaysAliveWhenTwoNodesGiveUpgradesUp) {
-    fillParcels();
-    PlainMariadb(hostOf(1) + "/" + database, user, password)
-        .run("UPDATE Parcel SET text = 'no number' WHERE number = 70");
-    std::vector<std::unique_ptr<Child>> children;
-    for (const int node : {1, 2})
-        children.push_back(std::make_unique<Child>([this, node](const Child::Report&) {
-            for (int round = 0; round < 20; ++round) {
-                ParcelModel model(3);
-                if (codeRaisedBy([&] { open(model, {node}); }).empty())
-                    return false;
-            }
-            return true;
-        }));
-
-    for (const auto& child : children)
-        EXPECT_TRUE(child->succeeds());
-
-    EXPECT_EQ("", upgradeSays(2, 3));
-    EXPECT_EQ("100", ask(1, "SELECT count(*) FROM Parcel WHERE weight = 7"));
-    EXPECT_EQ("0", ask(2,
-                       "SELECT count(*) FROM information_schema.triggers WHERE trigger_schema = "
-                       "DATABASE()"));
-}
-
-TEST_F(GaleraTest, WaitsForAnUpgradeThatClearsAwayOnAnotherNode) {
-    fillParcels();
-    PlainMariadb other(hostOf(1) + "/" + database, user, password);
-    const std::string turn = other.ask("SHOW TABLES LIKE 'kes_turn_%'");
-    other.run("RENAME TABLE " + turn + " TO kes_turn_5_clearing");
-    Child upgrading([&](const Child::Report&) { return upgradeSays(2, 2).empty(); });
-    std::this_thread::sleep_for(std::chrono::seconds(1));
-
-    const std::string kept = other.ask("SHOW TABLES LIKE 'kes_turn_%'");
-    other.run("RENAME TABLE kes_turn_5_clearing TO kes_turn_5");
-
-    EXPECT_EQ("kes_turn_5_clearing", kept);
-    EXPECT_TRUE(upgrading.succeeds());
-    EXPECT_EQ("100", ask(1, "SELECT count(*) FROM Parcel WHERE weight = 7"));
-}
-
-TEST_F(GaleraTest, LosesNothingWhenTwoNodesUpgradeWhileAThirdOneWrites) {
-    fillParcels(3000);
-    Child writer([&](const Child::Report& report) {
-        ParcelModel model(1);
-        open(model, {3});
-        report(std::to_string(model.writeFor(std::chrono::seconds(4))));
-        return true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    const auto upgradeOn = [&](int node) {
-        return [this, node](const Child::Report&) { return upgradeSays(2, node).empty(); };
-    };
-    Child one(upgradeOn(1));
-    Child other(upgradeOn(2));
-
-    const bool oneIsDone = one.succeeds();
-    const bool otherIsDone = other.succeeds();
-    const std::string length = writer.says();
-    ASSERT_TRUE(writer.succeeds());
-
-    EXPECT_TRUE(oneIsDone || otherIsDone);
-    EXPECT_EQ("", upgradeSays(2, 3));
-    EXPECT_EQ("4498500", ask(2, "SELECT sum(number) FROM Parcel WHERE weight = 7"));
-    EXPECT_EQ(length, ask(2, "SELECT length(text) FROM Parcel WHERE number = 0"));
-    EXPECT_LT(10, std::atoi(length.c_str()));
-}
-
-TEST_F(GaleraTest, KeepsWhatWasReportedWhenANodeIsKilled) {
-    constexpr int people = 5;
-    make(people);
-    std::vector<std::unique_ptr<Child>> children;
-    for (int i = 0; i < Nodes; ++i)
-        children.push_back(std::make_unique<Child>([&, i](const Child::Report& report) {
-            return addUntilTheEnd({i + 1, (i + 1) % Nodes + 1, (i + 2) % Nodes + 1}, report);
-        }));
-    std::this_thread::sleep_for(std::chrono::seconds(2));
-    ASSERT_EQ(0, std::system((script("kill") + " 3").c_str()));
-
-    long least = 0;
-    long most = 0;
-    for (const auto& child : children) {
-        const std::string said = child->says();
-        EXPECT_TRUE(child->succeeds()) << said;
-        long done = 0;
-        long unknown = 0;
-        ASSERT_EQ(2, std::sscanf(said.c_str(), "%ld %ld", &done, &unknown)) << said;
-        EXPECT_LT(5, done);
-        least += done;
-        most += done + unknown;
-    }
-    const long stored = std::atol(ask(1, "SELECT sum(age) FROM Person").c_str());
-    ASSERT_EQ(0, std::system(script("start").c_str()));
-
-    EXPECT_LE(least, stored);
-    EXPECT_GE(most, stored);
-    EXPECT_EQ(std::to_string(stored), ask(3, "SELECT sum(age) FROM Person"));
 }
 
 }  // namespace Kes::testing

@@ -1,0 +1,78 @@
+// What the tests on a cluster have in common.
+
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include <kes/Kes.h>
+
+#include "tests/drivers/Engine.h"
+#include "tests/drivers/PlainMariadb.h"
+#include "tests/support/Raises.h"
+#include "tests/support/StaffModel.h"
+
+namespace Kes::testing {
+
+/// A database of the test's own on the cluster that ctest starts.
+class GaleraTest : public ::testing::Test {
+protected:
+    static constexpr int Nodes = 3;
+
+    GaleraTest() {
+        static int made = 0;
+        database = "test_" + std::to_string(getpid()) + "_" + std::to_string(++made);
+        PlainMariadb(sourceOf(1), user, password).run("CREATE DATABASE " + database);
+    }
+    ~GaleraTest() override {
+        try {
+            PlainMariadb(sourceOf(1), user, password).run("DROP DATABASE " + database);
+        } catch (const std::exception&) {
+            // The cluster goes soon, with everything in it.
+        }
+    }
+
+    static bool says(const std::string& message, const std::string& words) {
+        return message.find(words) != std::string::npos;
+    }
+
+    static std::string sourceOf(int node) {
+        return Engine::serverSays("galera", "node" + std::to_string(node) + "/source");
+    }
+    static std::string hostOf(int node) {
+        return sourceOf(node).substr(0, sourceOf(node).find('/'));
+    }
+
+    /// Opens on the first of the nodes that answers.
+    void open(Model& model, const std::vector<int>& nodes, const std::string& options = "") const {
+        std::string source;
+        for (const int node : nodes)
+            source += (source.empty() ? "" : ",") + hostOf(node);
+        source += "/" + database;
+        model.open("mariadb", source.c_str(), password.c_str(), user.c_str(), options.c_str());
+    }
+
+    std::string ask(int node, const std::string& text) const {
+        PlainMariadb plain(hostOf(node) + "/" + database, user, password);
+        plain.run("SET SESSION wsrep_sync_wait = 7");
+        return plain.ask(text);
+    }
+
+    void make(int people) const {
+        StaffModel model;
+        open(model, {1});
+        model.startTransaction();
+        for (int i = 0; i < people; ++i)
+            model.newPerson(std::to_string(i).c_str());
+        model.commit();
+    }
+
+    const std::string user = Engine::serverSays("galera", "user");
+    const std::string password = Engine::serverSays("galera", "password");
+    std::string database;
+};
+
+}  // namespace Kes::testing
