@@ -26,7 +26,7 @@ public:
 
 private:
     std::string query(const Association& association, const String& role,
-                      std::size_t owners) const;
+                      const std::string& owners) const;
 
     const Dialect& dialect;
     Connection& connection;
