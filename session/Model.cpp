@@ -164,7 +164,8 @@ bool Model::openFreshDriver(const String& password) {
               String("Driver with name: ") + driverName + " does not exist.");
         return false;
     }
-    if (!fresh->open(source, password, user, options)) {
+    // A driver may keep them, and a parked one goes to a model of another thread.
+    if (!fresh->open(source.unshared(), password.unshared(), user.unshared(), options.unshared())) {
         const String reason = fresh->getErrorMessage();
         fresh.reset();  // gone before the handler runs: no half-open driver survives a throw
         raise("DBOPENERR", "Model::open", reason);
@@ -219,9 +220,14 @@ void Model::close() {
     siblings->forget();
     objects->empty();
     transactions->close();
-    DBDriver* closed = driver;
+    std::unique_ptr<DBDriver> closed(driver);
     driver = nullptr;
-    cacheDriver(closed);
+
+    // Others would wait for ever for what a parked driver has locked.
+    const bool isLocked = transactions->releaseLocks() && myDriverCacheSize > 0;
+    if (isLocked && !closed->rollback())
+        return;
+    cacheDriver(closed.release());
 }
 
 void Model::startTransaction() {

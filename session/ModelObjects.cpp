@@ -214,6 +214,7 @@ void Model::lock(Instance* instance) {
     if (!isUsable(instance, "Model::lock", "locked"))
         return;
     siblings->forget();
+    transactions->noteLock();  // also where the driver throws behind its work
     if (driver->lock(instance))
         return;
     const String reason = driver->getErrorMessage();

@@ -339,6 +339,7 @@ void TransactionManager::release() noexcept {
     pinned.clear();
     turning.reset();
     started = false;
+    locked = false;
 }
 
 // The pending instances are gone by now, so their entries are only forgotten.

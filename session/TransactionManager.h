@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include <kes/FieldSet.h>
@@ -97,6 +98,11 @@ public:
     void commit();
     void rollback();
 
+    /// The driver keeps others from changing an object, until the end of the
+    /// transaction; whether it did.
+    void noteLock() { locked = true; }
+    bool releaseLocks() { return std::exchange(locked, false); }
+
     /// Take the newest transaction of the history back, or bring it back.
     void turn(History::Direction direction);
 
@@ -169,6 +175,7 @@ private:
 
     Model* model;
     bool started = false;
+    bool locked = false;
     Actions pending;
     ImageStore images;
     std::vector<Remembered> journal;

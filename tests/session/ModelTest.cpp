@@ -173,6 +173,66 @@ TEST_F(ModelTest, ParksTheDriverAndTakesItBack) {
     EXPECT_EQ(0U, count("close"));
 }
 
+// A driver that is parked with a lock would keep all others out.
+TEST_F(ModelTest, ParksNoLock) {
+    Model::setDriverCacheSize(1);
+    StaffModel model;
+    model.openWith("recording");
+    model.startTransaction();
+    Person* person = model.newPerson("Ada");
+    model.commit();
+    person->lock();
+
+    model.close();
+
+    EXPECT_EQ("rollback", recording.log.back());
+    EXPECT_EQ(0U, count("close"));
+}
+
+TEST_F(ModelTest, RollsNothingBackWhenItParksADriverWhoseLocksAreGone) {
+    Model::setDriverCacheSize(1);
+    StaffModel model;
+    model.openWith("recording");
+    model.startTransaction();
+    Person* person = model.newPerson("Ada");
+    model.commit();
+    person->lock();
+    model.commit();
+
+    model.close();
+
+    EXPECT_EQ(0U, count("rollback"));
+}
+
+TEST_F(ModelTest, ParksNoDriverThatKeepsItsLock) {
+    Model::setDriverCacheSize(1);
+    StaffModel model;
+    model.openWith("recording");
+    model.startTransaction();
+    Person* person = model.newPerson("Ada");
+    model.commit();
+    person->lock();
+    recording.failAt(1, "rollback");
+
+    model.close();
+
+    EXPECT_EQ("destroy", recording.log.back());
+    model.openWith("recording");
+    EXPECT_EQ(2U, count("open"));
+}
+
+// A driver that keeps a text shares it with nobody: texts of two threads must
+// not share their bytes.
+TEST_F(ModelTest, SharesNoTextWithTheDriver) {
+    StaffModel model;
+    const String password("secret");
+
+    model.open("recording", ":memory:", password, "user", "");
+
+    EXPECT_STREQ("secret", recording.password);
+    EXPECT_NE(static_cast<const char*>(password), static_cast<const char*>(recording.password));
+}
+
 TEST_F(ModelTest, TakesNoParkedDriverOfAnotherUser) {
     Model::setDriverCacheSize(1);
     StaffModel model;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <kes/Export.h>
+#include <kes/String.h>
 
 namespace Kes::testing {
 
@@ -35,6 +36,9 @@ public:
     /// The noted calls of the slots, or of all, as "slot details".
     std::vector<std::string> log;
     std::vector<std::string> only(const std::string& slot) const;
+
+    /// As the driver was given it with the last open.
+    String password;
 
 private:
     bool isWished();

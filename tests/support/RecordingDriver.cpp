@@ -48,6 +48,7 @@ public:
 
     bool open(const String& source, const String& password, const String& user,
               const String& options) override {
+        Recording::get().password = password;
         return call(
             "open",
             textOf(source) + "|" + textOf(password) + "|" + textOf(user) + "|" + textOf(options),
