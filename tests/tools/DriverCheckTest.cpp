@@ -76,9 +76,10 @@ const Defect AllDefects[] = {
      {"refresh.changed", "refresh.in-a-transaction", "refresh.pending", "refresh.removed",
       "refresh.unchanged", "values.bool.true"}},
     {"update-lost",
-     "--only 'values.bool.*'",
-     {"values.bool.changed-again-and-again", "values.bool.refreshed", "values.bool.true"},
-     {"values.bool.false"}},
+     "--only 'values.bool.*' --only structure.every-kind --only undo",
+     {"structure.every-kind", "undo.and-redo", "undo.conflict",
+      "values.bool.changed-again-and-again", "values.bool.refreshed", "values.bool.true"},
+     {"undo.links", "values.bool.false"}},
     {"order-swapped",
      "--only 'order.int.*' --only order.ties --only order.by-id",
      {"order.by-id", "order.int.down", "order.int.down-over-classes", "order.int.up",
@@ -91,8 +92,9 @@ const Defect AllDefects[] = {
      {"conflicts.different-objects", "conflicts.remove-removed", "conflicts.remove-updated",
       "conflicts.update-removed"}},
     {"removal-lost",
-     "--only transactions.removed --only transactions.empty --only refresh.removed",
-     {"refresh.removed", "transactions.removed"},
+     "--only transactions.removed --only transactions.empty --only refresh.removed "
+     "--only undo.links",
+     {"refresh.removed", "transactions.removed", "undo.links"},
      {"transactions.empty", "transactions.removed-and-rolled-back"}},
     {"text-cut",
      "--only 'values.text.*-declared' --only values.text.umlauts",
@@ -112,8 +114,8 @@ const Defect AllDefects[] = {
       "lock.of-removed"},
      {"lock.and-change"}},
     {"ids-again",
-     "--only slots.object-ids --only slots.versions",
-     {"slots.object-ids"},
+     "--only slots.object-ids --only slots.versions --only transactions.ids-never-again",
+     {"slots.object-ids", "transactions.ids-never-again"},
      {"slots.versions", "slots.versions-of-odd-names", "slots.versions-rolled-back"}},
     {"condition-ignored",
      "--only 'conditions.int.*equal' --only order.by-id",
@@ -143,6 +145,108 @@ const Defect AllDefects[] = {
      "--only conflicts.update-update --only conflicts.different-objects",
      {"conflicts.update-update", "conflicts.update-update-overlapping"},
      {"conflicts.different-objects"}},
+    {"commits-early",
+     "--only values.double.nan --only values.double.tenth --only conflicts.in-the-middle",
+     {"conflicts.in-the-middle", "values.double.nan", "values.double.nan-with-payload"},
+     {"values.double.tenth"}},
+    {"rollback-commits",
+     "--only slots.versions-rolled-back --only transactions.empty",
+     {"slots.versions-rolled-back"},
+     {"transactions.empty"}},
+    {"end-commits",
+     "--only slots.ended-without-close --only slots.closed-in-the-middle",
+     {"slots.ended-without-close"},
+     {"slots.closed-in-the-middle"}},
+    {"failures-ignored",
+     "--only conflicts.update --only conflicts.remove --only conflicts.different-objects "
+     "--only conflicts.links.one-to-one --only conflicts.links.many-to-many",
+     {"conflicts.links.many-to-many.with-removed-owner",
+      "conflicts.links.many-to-many.with-removed-thing",
+      "conflicts.links.one-to-one.of-removed-owner", "conflicts.links.one-to-one.of-removed-thing",
+      "conflicts.links.one-to-one.rivals", "conflicts.links.one-to-one.with-removed-owner",
+      "conflicts.links.one-to-one.with-removed-thing", "conflicts.remove-updated",
+      "conflicts.update-removed", "conflicts.update-update", "conflicts.update-update-overlapping"},
+     {"conflicts.different-objects", "conflicts.links.many-to-many.made-twice",
+      "conflicts.links.many-to-many.of-removed-owner",
+      "conflicts.links.many-to-many.of-removed-thing", "conflicts.links.many-to-many.others",
+      "conflicts.links.many-to-many.rivals", "conflicts.links.one-to-one.made-twice",
+      "conflicts.links.one-to-one.others", "conflicts.remove-removed"}},
+    {"kinds-alike",
+     "--only slots.versions --only values.bool.true",
+     {"slots.versions"},
+     {"slots.versions-of-odd-names", "slots.versions-rolled-back", "values.bool.true"}},
+    {"removed-is-changed",
+     "--only 'refresh.*' --only slots.refresh-status",
+     {"refresh.removed", "slots.refresh-status"},
+     {"refresh.changed", "refresh.in-a-transaction", "refresh.pending", "refresh.unchanged"}},
+    {"trace-goes-on",
+     "--only slots.trace --only slots.nothing-to-end",
+     {"slots.trace"},
+     {"slots.nothing-to-end"}},
+    {"models-mixed",
+     "--only models.interleaved --only transactions.added-and-rolled-back",
+     {"models.interleaved"},
+     {"transactions.added-and-rolled-back"}},
+    {"unlink-lost",
+     "--only 'associations.one-to-many.*dissolved*' --only associations.cascade",
+     {"associations.one-to-many.dissolved",
+      "associations.one-to-many.dissolved-from-the-other-side",
+      "associations.one-to-many.made-and-dissolved-at-once"},
+     {"associations.cascade", "associations.one-to-many.dissolved-and-made-at-once"}},
+    {"rows-hoarded",
+     "--only cursors.large.all-rows --only cursors.large.given-up --only cursors.end "
+     "--rows 200000",
+     {"cursors.large.all-rows", "cursors.large.given-up"},
+     {"cursors.end"}},
+    {"cursor-ends-at-commit",
+     "--only 'cursors.*s-inside' --only cursors.changes-from-outside --only cursors.nested",
+     {"cursors.additions-inside", "cursors.changes-from-outside", "cursors.commits-inside",
+      "cursors.removals-inside"},
+     {"cursors.nested", "cursors.references-inside", "cursors.rollbacks-inside"}},
+    {"cursor-goes-on",
+     "--only cursors.end --only slots.cursor-after-close --only slots.definition",
+     {"cursors.end", "slots.cursor-after-close", "slots.definition-deleted-first"},
+     {"slots.definition-refused"}},
+    {"leaf-classes-lost",
+     "--only inheritance --only structure.no-fields --only order.own-field --only order.by-id",
+     {"inheritance.200-wide", "inheritance.20-deep", "inheritance.4-deep", "inheritance.class-kept",
+      "inheritance.conditions", "inheritance.each-level-selected", "inheritance.every-level-stored",
+      "inheritance.links", "order.by-id", "order.own-field", "structure.no-fields"},
+     {}},
+    {"or-is-and",
+     "--only 'conditions.trees.*-3-from-left' --only 'conditions.trees.*-10-from-right' "
+     "--only conditions.trees.depth-3 --only '*.alternating-10'",
+     {"conditions.trees.alternating-10", "conditions.trees.depth-3",
+      "conditions.trees.or-10-from-right", "conditions.trees.or-3-from-left"},
+     {"conditions.trees.and-10-from-right", "conditions.trees.and-3-from-left"}},
+    {"no-partner-is-any",
+     "--only conditions.roles --only conditions.trees.nested-4 --only conditions.text.equal",
+     {"conditions.roles.Broader-broader", "conditions.roles.Broader-narrower",
+      "conditions.roles.Sequel-after", "conditions.roles.Sequel-before",
+      "conditions.roles.Tagged-tagged", "conditions.roles.Tagged-tags",
+      "conditions.roles.Wrote-works", "conditions.roles.Wrote-writer", "conditions.trees.nested-4"},
+     {"conditions.roles.moved-condition", "conditions.roles.unknown", "conditions.text.equal"}},
+    {"like-is-equal",
+     "--only conditions.text.like --only conditions.text.equal",
+     {"conditions.text.like"},
+     {"conditions.text.equal"}},
+    {"misfit-ignored",
+     "--only 'upgrades.refused.*-int' --only upgrades.refused.whole "
+     "--only upgrades.converted.long-to-int",
+     {"upgrades.refused.blank-as-int", "upgrades.refused.blob-as-int",
+      "upgrades.refused.empty-text-as-int", "upgrades.refused.half-as-int",
+      "upgrades.refused.long-above-int", "upgrades.refused.long-below-int",
+      "upgrades.refused.time-as-int", "upgrades.refused.whole", "upgrades.refused.word-as-int"},
+     {"upgrades.converted.long-to-int"}},
+    {"odd-names-lost",
+     "--only 'names.*.blank' --only 'names.*.select' --only names.association.join",
+     {"names.association.blank", "names.class.blank", "names.field.blank"},
+     {"names.association.join", "names.association.select", "names.class.select",
+      "names.field.select"}},
+    {"half-made",
+     "--only 'names.field.emoji' --only names.field.select",
+     {"names.field.emoji"},
+     {"names.field.select"}},
     {"lock-crashes", "--only lock.and-change --only lock.of-changed", {"lock.and-change"}, {}},
 };
 
@@ -191,6 +295,19 @@ TEST_F(DriverCheckTest, RefusesADatabaseThatWasUsedUnlessForced) {
     EXPECT_EQ(0, runSuite("sqlite " + source + " --only values.bool.true --force").status);
 }
 
+// A file of somebody else is not even opened.
+TEST_F(DriverCheckTest, LeavesAFileAloneThatHoldsSomething) {
+    const std::string words = "dear diary";
+    std::ofstream(folder.path("check.db")) << words;
+
+    const Outcome run = runSuite("sqlite " + source + " --only values.bool.true");
+
+    EXPECT_EQ(2, run.status) << run.output;
+    std::string left;
+    std::getline(std::ifstream(folder.path("check.db")), left);
+    EXPECT_EQ(words, left);
+}
+
 TEST_F(DriverCheckTest, FailsWhatIsDeclaredAsRefusedAndKept) {
     const Outcome run =
         runSuite("sqlite " + source + " --refuses negative-zero --only negative-zero");
@@ -224,6 +341,47 @@ TEST_F(DriverCheckTest, WritesAReport) {
     EXPECT_EQ(nlohmann::json({"nan"}), report["refuses"]);
     EXPECT_EQ("values.bool.true", report["checks"][0]["name"]);
     EXPECT_EQ(true, report["checks"][1]["refused"]);
+}
+
+TEST_F(DriverCheckTest, CannotRunWhenTheReportCannotBeWritten) {
+    const Outcome run = runSuite("sqlite " + source + " --only values.bool.true --json '" +
+                                 folder.path("no/such/folder.json") + "'");
+
+    EXPECT_EQ(2, run.status);
+    EXPECT_EQ(std::set<std::string>(), run.checks("ok"));
+}
+
+// Whatever ends it: a crash, a check that takes for ever, the driver.
+TEST_F(DriverCheckTest, WritesAReportAlsoWhenACheckEndsTheRun) {
+    const std::string file = folder.path("report.json");
+    const char* ends[] = {"lock-crashes", "lock-exits", "commit-hangs"};
+    for (const char* defect : ends) {
+        const Outcome run = runSuite(
+            "broken " + source + " '' 'broken.driver=sqlite;broken.defect=" + defect +
+            "' --only slots.object-ids --only conflicts.update-update --only lock.and-change "
+            "--only cursors.end --timeout 2 --force --json '" +
+            file + "'");
+
+        EXPECT_EQ(1, run.status) << defect;
+        const nlohmann::json report = nlohmann::json::parse(std::ifstream(file));
+        EXPECT_EQ(1, report["failed"]) << defect;
+        EXPECT_GE(report["passed"], 1) << defect;
+        EXPECT_GE(report["notRun"], 1) << defect;
+        EXPECT_EQ(false, report["checks"].back()["ok"]) << defect;
+    }
+}
+
+TEST_F(DriverCheckTest, EndsBehindTheCheckUnderWayWhenItIsInterrupted) {
+    const std::string file = folder.path("report.json");
+    const Outcome run =
+        runSuite("sqlite " + source + " --only slots.object-ids --only conditions --json '" + file +
+                 "' & sleep 1; kill -INT $!; wait $!");
+
+    EXPECT_EQ(130, run.status) << run.output;
+    EXPECT_EQ(std::set<std::string>(), run.checks("FAILED"));
+    const nlohmann::json report = nlohmann::json::parse(std::ifstream(file));
+    EXPECT_GE(report["passed"], 1);
+    EXPECT_GE(report["notRun"], 1);
 }
 
 TEST_F(DriverCheckTest, ListsTheChecksThatMatch) {

@@ -79,13 +79,18 @@ public:
     /// Notes whether something with the property was refused; see Refusals.
     void noteProperty(const std::string& property, bool wasRefused);
 
+    /// Adds a figure to the check's line and to the report.
+    void note(const std::string& text) { noted = text; }
+
     bool wasRefused() const { return refused; }
+    const std::string& notes() const { return noted; }
     const std::vector<std::string>& failures() const { return failed; }
 
 private:
     const Settings& settings;
     Refusals& refusals;
     std::vector<std::string> failed;
+    std::string noted;
     bool refused = false;
 };
 

@@ -257,7 +257,7 @@ void lockAgainstOthers(Check& check, bool isCommitted) {
                 check, sessions.name,
                 {Shape(sessions.name).field("value", Kind::Int).field("word", Kind::Text)});
             third.open();
-            transact(third, [&] { Sessions::change(*third.find(sessions.name, id), 22); });
+            transact(third, [&] { Sessions::change(*third.get(sessions.name, id), 22); });
         });
         isDone = true;
     });

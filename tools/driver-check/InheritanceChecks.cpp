@@ -1,6 +1,7 @@
 // Classes below classes, and what of them a database finds hard.
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "Shape.h"
@@ -99,7 +100,7 @@ void storeEveryLevel(Check& check) {
     Tree tree(check, "fields");
     const unsigned long id = tree.ids[3];
     transact(tree.model, [&] {
-        Object& object = *tree.model.find(tree.name("Lowest"), id);
+        Object& object = *tree.model.get(tree.name("Lowest"), id);
         object.change();
         object["number"] = -2147483647 - 1;
         object["text"] = String("it's");
@@ -214,9 +215,44 @@ void haveNoFields(Check& check) {
     check.expect(model.find("Bare", id) != nullptr, "an object without fields is not stored");
     Selection selection(model["Bare"]);
     check.expectEqual<std::size_t>(2, idsOf(selection).size(), "objects without fields");
-    transact(model, [&] { model.find("Bare", id)->remove(); });
+    transact(model, [&] { model.get("Bare", id)->remove(); });
     Selection left(model["Bare"]);
     check.expectEqual<std::size_t>(1, idsOf(left).size(), "objects without fields that are left");
+}
+
+// Two of each kind in one row. Each change leaves all other fields alone.
+void haveEveryKind(Check& check) {
+    const std::string name = "EveryKind";
+    Shape shape(name);
+    for (const char* half : {"one", "two"})
+        for (const Kind kind : AllKinds)
+            shape.field(half + nameOf(kind), kind);
+    CheckModel model(check, name, {shape});
+    model.open();
+    Pointer<Object> object;
+    transact(model, [&] { object = model.make(name); });
+    const unsigned long id = object->getObjectID();
+    std::map<std::string, Value> wanted;
+    for (const Member& member : shape.own)
+        wanted[static_cast<const char*>(member.name)] = member.initial;
+    for (const Member& member : shape.own) {
+        const std::string field = static_cast<const char*>(member.name);
+        for (const ValueCase& each : valueCases(member.kind))
+            if (each.property == nullptr && !isExactly(each.value, member.initial))
+                wanted[field] = each.value;
+        transact(model, [&] {
+            object->change();
+            (*object)[field] = wanted[field];
+        });
+        CheckModel reader(check, name, {shape});
+        reader.open();
+        Object* read = reader.find(name, id);
+        check.require(read != nullptr, "the object is not stored");
+        for (const auto& [other, value] : wanted)
+            check.expect(isExactly(value, (*read)[other]),
+                         "after a change of " + field + ", " + other + " is " +
+                             describe((*read)[other]) + " instead of " + describe(value));
+    }
 }
 
 void haveManyFields(Check& check, int count, bool mayRefuse) {
@@ -263,6 +299,7 @@ void addInheritanceChecks(Suite& suite) {
     suite.add("inheritance.20-deep", [](Check& c) { nestDeeply(c, 20); });
     suite.add("inheritance.200-wide", branchWidely);
     suite.add("structure.no-fields", haveNoFields);
+    suite.add("structure.every-kind", haveEveryKind);
     suite.add("structure.100-fields", [](Check& c) { haveManyFields(c, 100, false); });
     for (const int count : {300, 1000, 2100})
         suite.add("structure." + std::to_string(count) + "-fields",

@@ -1,6 +1,7 @@
 // kes-driver-check: whether a driver keeps its contract.
 
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <sstream>
 
@@ -85,6 +86,7 @@ Suite allChecks() {
     addNameChecks(suite);
     addTransactionChecks(suite);
     addConflictChecks(suite);
+    addModelChecks(suite);
     addLinkConflictChecks(suite);
     addCursorChecks(suite);
     return suite;
@@ -132,6 +134,9 @@ int check(Arguments& given, const std::vector<Suite::Entry>& entries, bool decla
     }
     if (const char* password = std::getenv("KES_PASSWORD"))
         settings.password = password;
+    // Better now than behind a run that took minutes.
+    if (!given.json.empty() && !std::ofstream(given.json, std::ios::app))
+        return refuseToRun("the file " + given.json + " cannot be written");
     std::string fault;
     {
         const Watchdog watchdog(
@@ -140,13 +145,7 @@ int check(Arguments& given, const std::vector<Suite::Entry>& entries, bool decla
     }
     if (!fault.empty())
         return refuseToRun(fault);
-    Runner runner(settings, refusals, given.timeout);
-    for (const Suite::Entry& entry : entries)
-        runner.run(entry);
-    runner.printSummary();
-    if (!given.json.empty() && !runner.writeJson(given.json))
-        return refuseToRun("the file " + given.json + " cannot be written");
-    return runner.failed() == 0 ? 0 : 1;
+    return Runner(settings, refusals, given.timeout, given.json).run(entries);
 }
 
 int run(int argc, char** argv) {

@@ -80,33 +80,47 @@ void useField(Check& check, CheckModel& model, const std::string& cls, const std
         }
     });
     transact(model, [&] {
-        Object& object = *model.find(cls, ids[1]);
+        Object& object = *model.get(cls, ids[1]);
         object.change();
         object[field] = 10;
     });
     model.close();
     model.open();
     check.require(model.find(cls, ids[1]) != nullptr, "the object is not stored");
-    check.expect(std::get<int>((*model.find(cls, ids[1]))[field]) == 10,
-                 "the change is not stored");
+    check.expect(std::get<int>((*model.get(cls, ids[1]))[field]) == 10, "the change is not stored");
     Selection above(model[cls]);
     above.where(above[field.c_str()] > 0);
     above.orderBy(above[field.c_str()], false);
     check.expect(idsOf(above) == std::vector<unsigned long>{ids[1], ids[2]},
                  "a sorted condition finds other objects");
-    transact(model, [&] { model.find(cls, ids[2])->remove(); });
+    transact(model, [&] { model.get(cls, ids[2])->remove(); });
     Selection left(model[cls]);
     check.expectEqual<std::size_t>(2, idsOf(left).size(), "objects that are left");
 }
 
-void nameClass(Check& check, const Name& name) {
+// A refusal leaves nothing behind that the next declaration stumbles over.
+void openInstead(Check& check, const std::string& modelName, const std::string& cls) {
+    CheckModel plain(check, modelName,
+                     {Shape(cls).field("value", Kind::Int), Shape(cls + "S", cls)});
+    const Raised raised = raisedBy([&] { plain.open(); });
+    check.require(!raised, "after the refusal, a declaration without the name is refused too: " +
+                               raised.message);
+    useField(check, plain, cls, "value");
+}
+
+void nameClass(Check& check, const Name& name, std::size_t number) {
     const std::string text = name.text;
-    CheckModel model(check, "name class " + text,
+    const std::string modelName = "name class " + std::to_string(number);
+    const std::string beside = "NamedBeside" + std::to_string(number);
+    CheckModel model(check, modelName,
                      {Shape(text).field("value", Kind::Int).index("value"),
-                      Shape(text + "S", text).field("more", Kind::Int)},
+                      Shape(text + "S", text).field("more", Kind::Int),
+                      Shape(beside).field("value", Kind::Int), Shape(beside + "S", beside)},
                      1, check.config().tag.empty() ? CheckModel::Exact : CheckModel::Tagged);
     if (openOrRefuse(check, model, name, "class"))
         useField(check, model, text, "value");
+    else
+        openInstead(check, modelName, beside);
 }
 
 void nameField(Check& check, const Name& name, std::size_t number) {
@@ -114,18 +128,23 @@ void nameField(Check& check, const Name& name, std::size_t number) {
     CheckModel model(check, cls, {Shape(cls).field(name.text, Kind::Int), Shape(cls + "S", cls)});
     if (openOrRefuse(check, model, name, "field"))
         useField(check, model, cls, name.text);
+    else
+        openInstead(check, cls, cls);
 }
 
 // The name for an association, its link table and one of its roles.
-void nameAssociation(Check& check, const Name& name, std::size_t number) {
+//
+// A link table is called like its association, so no association can be called
+// like a class; other words have to do for those that are reserved.
+void nameAssociation(Check& check, const Name& name, std::size_t number, bool isReserved) {
     const std::string cls = "NamedLink" + std::to_string(number);
-    const std::string association = "A" + name.text;
+    const std::string association = isReserved ? name.text : "A" + name.text;
     CheckModel model(
         check, cls,
         {Shape(cls).many(association, name.text).one("One" + association, "next"),
          Shape(cls + "S").many(association, "owners").many("One" + association, "last")});
     if (!openOrRefuse(check, model, name, "association"))
-        return;
+        return openInstead(check, cls, cls);
     Pointer<Object> one;
     Pointer<Object> other;
     transact(model, [&] {
@@ -244,22 +263,30 @@ void addNameChecks(Suite& suite) {
     std::size_t number = 0;
     for (const Name& name : names()) {
         ++number;
-        suite.add("names.class." + name.label, [name](Check& c) { nameClass(c, name); });
+        suite.add("names.class." + name.label,
+                  [name, number](Check& c) { nameClass(c, name, number); });
         suite.add("names.field." + name.label,
                   [name, number](Check& c) { nameField(c, name, number); });
         suite.add("names.association." + name.label,
-                  [name, number](Check& c) { nameAssociation(c, name, number); });
+                  [name, number](Check& c) { nameAssociation(c, name, number, false); });
     }
+    for (const char* word : {"join", "having", "create", "check", "foreign", "exists", "between",
+                             "natural", "trigger", "grant", "all", "into"})
+        suite.add(std::string("names.association.") + word, [word, which = ++number](Check& c) {
+            nameAssociation(c, {word, word}, which, true);
+        });
     suite.add("names.never-run", keepWitness);
     for (const auto& [label, text] :
          {std::pair{"empty", ""}, {"one-blank", " "}, {"ends-in-blank", "a "}}) {
-        suite.add(std::string("names.refused.class-") + label, [which = label, name = text](Check& c) {
+        suite.add(std::string("names.refused.class-") + label, [which = label,
+                                                                name = text](Check& c) {
             refuseEmpty(c, std::string("class ") + which, Shape(name).field("value", Kind::Int));
         });
-        suite.add(std::string("names.refused.field-") + label, [which = label, name = text](Check& c) {
-            refuseEmpty(c, std::string("field ") + which,
-                        Shape(std::string("Refused") + which).field(name, Kind::Int));
-        });
+        suite.add(std::string("names.refused.field-") + label,
+                  [which = label, name = text](Check& c) {
+                      refuseEmpty(c, std::string("field ") + which,
+                                  Shape(std::string("Refused") + which).field(name, Kind::Int));
+                  });
     }
     const std::string same(70, 's');
     suite.add("names.alike.classes-case",
@@ -292,6 +319,12 @@ void addNameChecks(Suite& suite) {
                 {Shape("Joined").many("JoinedLink", "to").many("JoinedLink", "from"),
                  Shape("JoinedLink").field("b", Kind::Int)},
                 "class-like-association", "JoinedLink");
+    });
+    suite.add("names.collision.role-like-field", [](Check& c) {
+        collide(c, "role",
+                {Shape("Doubled").field("partner", Kind::Int).one("Doubling", "partner"),
+                 Shape("DoubledOther").many("Doubling", "doubled")},
+                "role-like-field", "partner");
     });
     for (const char* own : {"KesObjectID", "KesVersion"})
         suite.add(std::string("names.collision.field-") + own, [own](Check& c) {

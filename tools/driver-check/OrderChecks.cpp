@@ -68,17 +68,21 @@ void checkKind(Check& check, Kind kind, bool ascending, bool overClasses) {
         {Shape(base).field("key", kind), Shape(other, base).field("extra", Kind::Int)});
     model.open();
     std::vector<Value> values = valuesFor(kind);
-    const std::size_t single = values.size();
     Selection known(model[base]);
-    if (!known.next())
-        transact(model, [&] {
-            std::mt19937 random(check.config().seed);
-            for (const std::string& name : {base, other}) {
-                std::shuffle(values.begin(), values.end(), random);
+    if (!known.next()) {
+        std::mt19937 random(check.config().seed);
+        for (const std::string& name : {base, other}) {
+            storeOddCases(model, name, "key", kind);
+            std::shuffle(values.begin(), values.end(), random);
+            transact(model, [&] {
                 for (const Value& value : values)
                     (*model.make(name))["key"] = value;
-            }
-        });
+            });
+        }
+    }
+    Selection unsorted(model[other]);
+    const std::size_t single = idsOf(unsorted).size();
+    check.expect(single >= values.size(), "values are missing");
     checkSorted(check, model, overClasses ? base : other, {{"key", ascending}},
                 overClasses ? 2 * single : single);
 }

@@ -37,6 +37,7 @@ constexpr Property Properties[] = {
     {"accent-fields", "two fields whose names differ in an accent only"},
     {"class-like-association", "a class and an association of one name"},
     {"class-like-view", "a class called like another one with \"_all\" behind it"},
+    {"role-like-field", "a field and a one-reference of one name in a class"},
     {"deep-conditions", "operators that alternate 100 deep, or 12 nested selections"},
 };
 

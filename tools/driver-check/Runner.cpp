@@ -19,28 +19,45 @@ namespace Kes::check {
 
 namespace {
 
-// The check under way, for the two ways in which a run ends in the middle.
+// The check under way, and who runs it, for the ways in which a run ends in the
+// middle.
 std::string myCurrent;
+Runner* myRunner = nullptr;
+volatile std::sig_atomic_t myInterruption = 0;
 
-void reportEnd() {
-    if (!myCurrent.empty())
-        std::cout << "FAILED " << myCurrent << ": the process ended in this check" << std::endl;
+void reportExit() {
+    if (myCurrent.empty())
+        return;
+    myRunner->reportEnd("the process ended in this check");
+    std::_Exit(1);  // whatever status it would have ended with
 }
 
 // Little is allowed here; a name is found and written without memory being asked
-// for.
+// for. The counts and the report may be lost: a process that crashed while it
+// asked for memory waits for itself, and the alarm ends it.
 void reportCrash(int) {
     for (const char* text : {"FAILED ", myCurrent.c_str(), ": the process crashed in this check\n"})
         if (write(STDOUT_FILENO, text, std::strlen(text)) < 0)
             break;
+    for (const int crash : {SIGSEGV, SIGABRT, SIGFPE, SIGBUS, SIGILL, SIGALRM})
+        std::signal(crash, [](int) { std::_Exit(1); });
+    alarm(5);
+    myRunner->reportEnd("");
     std::_Exit(1);
 }
 
+// Ends the run behind the check under way; the second time at once.
+void reportInterruption(int signal) {
+    myInterruption = signal;
+    std::signal(signal, SIG_DFL);
+}
+
 void watchForTheEnd() {
-    static const int registered = std::atexit(reportEnd);
-    static_cast<void>(registered);
+    std::atexit(reportExit);
     for (const int crash : {SIGSEGV, SIGABRT, SIGFPE, SIGBUS, SIGILL})
         std::signal(crash, reportCrash);
+    for (const int interruption : {SIGINT, SIGTERM, SIGHUP})
+        std::signal(interruption, reportInterruption);
 }
 
 std::string joined(const std::vector<std::string>& texts, const char* separator) {
@@ -81,8 +98,22 @@ bool isSelected(const std::string& name, const std::string& pattern) {
     return true;
 }
 
-void Runner::run(const Suite::Entry& entry) {
+int Runner::run(const std::vector<Suite::Entry>& entries) {
+    myRunner = this;
+    wanted = entries.size();
     watchForTheEnd();
+    for (const Suite::Entry& entry : entries)
+        if (myInterruption == 0)
+            runOne(entry);
+    printSummary();
+    if (!writeJson())
+        return 2;
+    if (myInterruption != 0)
+        return 128 + myInterruption;
+    return failed() == 0 ? 0 : 1;
+}
+
+void Runner::runOne(const Suite::Entry& entry) {
     Check check(settings, refusals);
     const auto start = std::chrono::steady_clock::now();
     myCurrent = entry.name;
@@ -90,18 +121,30 @@ void Runner::run(const Suite::Entry& entry) {
     myCurrent.clear();
     const std::chrono::duration<double, std::milli> spent =
         std::chrono::steady_clock::now() - start;
-    results.push_back({entry.name, check.failures(), check.wasRefused(), spent.count()});
-    if (check.failures().empty())
-        std::cout << "ok     " << entry.name << (check.wasRefused() ? " (refused)" : "")
-                  << std::endl;
-    else
+    results.push_back(
+        {entry.name, check.failures(), check.notes(), check.wasRefused(), spent.count()});
+    if (!check.failures().empty()) {
         std::cout << "FAILED " << entry.name << ": " << firstOf(check.failures()) << std::endl;
+        return;
+    }
+    std::cout << "ok     " << entry.name << (check.wasRefused() ? " (refused)" : "")
+              << (check.notes().empty() ? "" : " (" + check.notes() + ")") << std::endl;
+}
+
+void Runner::reportEnd(const std::string& how) {
+    if (!how.empty())
+        std::cout << "FAILED " << myCurrent << ": " << how << std::endl;
+    results.push_back(
+        {myCurrent, {how.empty() ? "the process crashed in this check" : how}, "", false, 0});
+    myCurrent.clear();
+    printSummary();
+    static_cast<void>(writeJson());
 }
 
 void Runner::runInTime(const Suite::Entry& entry, Check& check) {
     const Watchdog watchdog(secondsLimit, [&] {
-        std::cout << "FAILED " << entry.name << ": it takes more than " << secondsLimit
-                  << " seconds; the run ends here" << std::endl;
+        reportEnd("it takes more than " + std::to_string(secondsLimit) +
+                  " seconds; the run ends here");
         std::_Exit(1);
     });
     try {
@@ -126,27 +169,39 @@ void Runner::printSummary() const {
     std::cout << "refuses: " << (refused.empty() ? "nothing" : joined(refused, ",")) << '\n'
               << "leaves behind: the tables of " << classesLeft().size()
               << " classes, their version records and used object ids\n"
-              << passed() << " ok, " << failed() << " FAILED" << std::endl;
+              << static_cast<int>(results.size()) - failed() << " ok, " << failed() << " FAILED";
+    if (results.size() < wanted)
+        std::cout << ", " << wanted - results.size() << " not run";
+    std::cout << std::endl;
 }
 
-bool Runner::writeJson(const std::string& file) const {
+bool Runner::writeJson() const {
+    if (json.empty())
+        return true;
     nlohmann::ordered_json report;
     report["driver"] = settings.driver;
-    report["passed"] = passed();
+    report["passed"] = static_cast<int>(results.size()) - failed();
     report["failed"] = failed();
+    report["notRun"] = wanted - results.size();
     report["refuses"] = refusals.seen();
     report["classesLeft"] = classesLeft();
     report["checks"] = nlohmann::ordered_json::array();
-    for (const Result& each : results)
+    for (const Result& each : results) {
         report["checks"].push_back({{"name", each.name},
                                     {"ok", each.failures.empty()},
                                     {"refused", each.wasRefused},
                                     {"failures", each.failures},
                                     {"milliseconds", each.milliseconds}});
-    std::ofstream out(file);
+        if (!each.notes.empty())
+            report["checks"].back()["note"] = each.notes;
+    }
+    std::ofstream out(json);
     // Messages may quote bytes that are no UTF-8.
     out << report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-    return static_cast<bool>(out.flush());
+    if (out.flush())
+        return true;
+    std::cerr << "kes-driver-check: the file " << json << " cannot be written\n";
+    return false;
 }
 
 }  // namespace Kes::check

@@ -12,36 +12,42 @@ namespace Kes::check {
 struct Result {
     std::string name;
     std::vector<std::string> failures;
+    std::string notes;
     bool wasRefused = false;
     double milliseconds = 0;
 };
 
+/// Reports on what has run in any case: also when a check does not come to an
+/// end, ends the process or crashes, or when somebody interrupts the run.
 class Runner {
 public:
-    /// A check that takes longer than `limit` seconds ends the run.
-    Runner(const Settings& given, Refusals& known, int limit)
+    /// A check that takes longer than `limit` seconds ends the run. The report
+    /// is written to the file `jsonFile`, unless that is "".
+    Runner(const Settings& given, Refusals& known, int limit, std::string jsonFile)
         : settings(given),
           refusals(known),
-          secondsLimit(limit) {}
+          secondsLimit(limit),
+          json(std::move(jsonFile)) {}
 
-    /// Runs the check and prints its line.
-    void run(const Suite::Entry& entry);
+    /// Runs the checks, prints a line for each and the counts in the end.
+    /// Returns the status to end with.
+    int run(const std::vector<Suite::Entry>& entries);
 
-    int passed() const { return static_cast<int>(results.size()) - failed(); }
-    int failed() const;
-
-    /// The counts, and what was seen as refused.
-    void printSummary() const;
-
-    /// False when the file cannot be written.
-    bool writeJson(const std::string& file) const;
+    /// For a run that ends in the check under way: `how` completes its line.
+    void reportEnd(const std::string& how);
 
 private:
+    void runOne(const Suite::Entry& entry);
     void runInTime(const Suite::Entry& entry, Check& check);
+    int failed() const;
+    void printSummary() const;
+    bool writeJson() const;
 
     const Settings& settings;
     Refusals& refusals;
     int secondsLimit;
+    std::string json;
+    std::size_t wanted = 0;
     std::vector<Result> results;
 };
 

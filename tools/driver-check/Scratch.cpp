@@ -1,5 +1,6 @@
 #include "Scratch.h"
 
+#include <filesystem>
 #include <memory>
 
 #include <kes/DBDriver.h>
@@ -49,6 +50,11 @@ std::string checkSecondSession(const Settings& settings, int run) {
 }  // namespace
 
 std::string prepareScratch(Settings& settings, bool force) {
+    std::error_code ignored;
+    if (!force && std::filesystem::is_regular_file(settings.source, ignored) &&
+        std::filesystem::file_size(settings.source, ignored) > 0)
+        return "the file " + settings.source +
+               " holds something already; name a new one, or give --force to use this one";
     std::string fault;
     const std::unique_ptr<DBDriver> driver = openDriver(settings, fault);
     if (driver == nullptr)

@@ -241,6 +241,14 @@ Object* CheckModel::find(const std::string& className, unsigned long id) {
     return static_cast<Object*>(getInstance(id, (*this)[className]));
 }
 
+Object* CheckModel::get(const std::string& className, unsigned long id) {
+    Object* object = find(className, id);
+    if (object == nullptr)
+        throw Abandoned("the object " + std::to_string(id) + " of the class " + className +
+                        " is not to be found");
+    return object;
+}
+
 std::vector<Pointer<Object>> allOf(Selection& selection) {
     std::vector<Pointer<Object>> found;
     while (selection.next())

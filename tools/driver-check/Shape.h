@@ -105,6 +105,10 @@ public:
 
     /// The stored or cached object; null when there is none.
     Object* find(const std::string& className, unsigned long id);
+
+    /// As find; ends the check when there is none.
+    Object* get(const std::string& className, unsigned long id);
+    using Model::get;
     std::string tagged(const std::string& text) const;
 
     const Shape& shapeOf(const Class* cls) const;

@@ -25,7 +25,10 @@ public:
             throw Abandoned(std::string("open: ") +
                             static_cast<const char*>(driver->getErrorMessage()));
     }
-    ~Bare() { driver->close(); }
+    ~Bare() {
+        if (driver != nullptr)
+            driver->close();
+    }
     Bare(const Bare&) = delete;
     Bare& operator=(const Bare&) = delete;
 
@@ -37,6 +40,9 @@ public:
     }
 
     DBDriver* operator->() { return driver.get(); }
+
+    /// Destroys the driver as the library does with a model that is open.
+    void drop() { driver.reset(); }
 
     Check& check;
 
@@ -153,8 +159,12 @@ void traceStatements(Check& check) {
     std::ostringstream trace;
     sessions.one.traceSQLTo(trace);
     sessions.store(1);
+    transact(sessions.one,
+             [&] { (*sessions.one.make(sessions.name))["word"] = String("a word in the trace"); });
     const std::size_t written = trace.str().size();
     check.expect(written != 0, "nothing is traced");
+    check.expect(trace.str().find("a word in the trace") != std::string::npos,
+                 "a value that was stored does not stand in the trace");
     sessions.one.disableSQLTrace();
     sessions.store(1);
     check.expectEqual(written, trace.str().size(), "bytes traced after the trace was ended");
@@ -196,16 +206,51 @@ void outliveDefinition(Check& check) {
     check.require(one != nullptr && two != nullptr, "no cursor");
     check.expect(one->getInstance() == nullptr, "a cursor has an instance before its first row");
     check.expect(one->next() && one->getInstance() != nullptr, "a cursor has no row");
+    check.expect(one->getInstance() == one->getInstance(), "a row has two instances");
     definition.reset();
     int count = 1;
     while (one->next())
         ++count;
     check.expectEqual(5, count, "rows of a cursor that has outlived its definition");
     check.expect(!one->next(), "a cursor goes on after its end");
+    check.expect(one->getInstance() == nullptr, "a cursor has an instance after its end");
     count = 0;
     while (two->next())
         ++count;
     check.expectEqual(5, count, "rows of the second cursor of one definition");
+}
+
+// Selections may live longer than the session that they ask.
+void outliveSession(Check& check) {
+    Sessions sessions(check, "outlived");
+    sessions.store(10);
+    Class* cls = sessions.one[sessions.name];
+    Selection selection(cls);
+    AssociatedClass asked(selection);
+    std::unique_ptr<SelectionDefinition> definition(sessions.one.defineSelection(&asked));
+    check.require(definition != nullptr, "no definition");
+    const std::unique_ptr<DBDriverSelection> cursor(sessions.one.fetch(cls, definition.get()));
+    check.require(cursor != nullptr, "no cursor");
+    check.expect(cursor->next(), "a cursor has no row");
+    sessions.one.close();
+    check.expect(!cursor->next(), "a cursor goes on after its session was closed");
+}
+
+// A model that is destroyed while it is open does not close its driver.
+void endWithoutClose(Check& check) {
+    const std::string name = named(check, "versions dropped");
+    {
+        Bare driver(check);
+        driver->setVersion(name.c_str(), 1, "MODEL");
+        check.expect(driver->commit(), "commit fails");
+        driver->setVersion(name.c_str(), 2, "MODEL");
+        driver.drop();
+    }
+    Bare driver(check);
+    check.expectEqual(1, driver->getVersion(name.c_str(), "MODEL"),
+                      "the version after a session that ended without a commit");
+    driver->setVersion(name.c_str(), 3, "MODEL");
+    check.expect(driver->commit(), "a session that just ended keeps others from writing");
 }
 
 void refuseDefinition(Check& check) {
@@ -235,9 +280,10 @@ void nameDriver(Check& check) {
     const Raised raised = raisedBy([&] { sessions.two.commit(); });
     check.expect(raised.names(sessions.name), "the class is not named: " + raised.message);
     check.expect(raised.names(std::to_string(id)), "the object is not named: " + raised.message);
-    check.expect(
-        raised.message.find(':') != std::string::npos,
-        "the message does not begin with the driver's name and a colon: " + raised.message);
+    const std::size_t first = raised.message.find(": ");
+    check.expect(first != std::string::npos && first < raised.message.find(' ') &&
+                     raised.message.find(": ", first + 2) != std::string::npos,
+                 "the message does not read \"driver: what was tried: why\": " + raised.message);
 }
 
 // Without a commit nothing stays, also when the session just ends.
@@ -269,6 +315,8 @@ void addSlotChecks(Suite& suite) {
     suite.add("slots.trace", traceStatements);
     suite.add("slots.refresh-status", askDriverItself);
     suite.add("slots.definition-deleted-first", outliveDefinition);
+    suite.add("slots.cursor-after-close", outliveSession);
+    suite.add("slots.ended-without-close", endWithoutClose);
     suite.add("slots.definition-refused", refuseDefinition);
     suite.add("slots.error-text", nameDriver);
     suite.add("slots.closed-in-the-middle", closeInTheMiddle);

@@ -43,7 +43,7 @@ void refuseIndex(Check& check) {
     upgrade.refuse(2, {Shape(plain).index("value", true)}, {name});
     upgrade.open(1, {plain});
     upgrade.verify(name, "value", ids, values);
-    transact(upgrade.model(), [&] { upgrade.model().find(name, ids[2])->remove(); });
+    transact(upgrade.model(), [&] { upgrade.model().get(name, ids[2])->remove(); });
     upgrade.open(2, {Shape(plain).index("value", true)});
     upgrade.verifyCount(name, 2);
 }
@@ -165,7 +165,7 @@ std::vector<Shape> pair(const std::string& name, const std::string& link, bool o
 std::size_t linksOf(Upgrade& upgrade, const std::vector<unsigned long>& ids) {
     std::size_t count = 0;
     for (const unsigned long id : ids)
-        count += upgrade.model().find(upgrade.className(), id)->partners("things").size();
+        count += upgrade.model().get(upgrade.className(), id)->partners("things").size();
     return count;
 }
 
@@ -175,8 +175,8 @@ void linkAll(Upgrade& upgrade, const std::vector<unsigned long>& ids,
     transact(upgrade.model(), [&] {
         for (std::size_t i = 0; i < ids.size(); ++i)
             upgrade.model()
-                .find(upgrade.className(), ids[i])
-                ->link("things", upgrade.model().find(thingClass, things[i]));
+                .get(upgrade.className(), ids[i])
+                ->link("things", upgrade.model().get(thingClass, things[i]));
     });
 }
 

@@ -16,6 +16,7 @@ void addAssociationChecks(Suite& suite);
 void addUpgradeChecks(Suite& suite);
 void addStructureUpgradeChecks(Suite& suite);
 void addNameChecks(Suite& suite);
+void addModelChecks(Suite& suite);
 void addTransactionChecks(Suite& suite);
 void addConflictChecks(Suite& suite);
 void addLinkConflictChecks(Suite& suite);

@@ -107,7 +107,7 @@ void countVersions(Check& check) {
             {Shape(sessions.name).field("value", Kind::Int).field("word", Kind::Text)});
         reader.open();
         check.expectEqual(static_cast<unsigned long>(i),
-                          reader.find(sessions.name, id)->getVersion(), "the stored version");
+                          reader.get(sessions.name, id)->getVersion(), "the stored version");
     }
 }
 

@@ -38,7 +38,7 @@ void addField(Check& check, Kind kind) {
     upgrade.verify(name, "kept", ids, Numbers);
     upgrade.verify(name, "fresh", ids, std::vector<Value>(3, initialFor(kind)));
     transact(upgrade.model(), [&] {
-        Object& object = *upgrade.model().find(name, ids[1]);
+        Object& object = *upgrade.model().get(name, ids[1]);
         object.change();
         object["fresh"] = plainValue(kind);
     });
@@ -54,7 +54,7 @@ void dropField(Check& check) {
     upgrade.open(1, {whole});
     const std::vector<unsigned long> ids = upgrade.store(name, "kept", Numbers);
     transact(upgrade.model(), [&] {
-        Object& object = *upgrade.model().find(name, ids[0]);
+        Object& object = *upgrade.model().get(name, ids[0]);
         object.change();
         object["gone"] = String("old text");
     });
@@ -204,7 +204,7 @@ void refuseMisfit(Check& check, const Misfit& misfit) {
     if (!canMend)
         return;
     transact(upgrade.model(), [&] {
-        Object& object = *upgrade.model().find(name, ids.back());
+        Object& object = *upgrade.model().get(name, ids.back());
         object.change();
         object["value"] = misfit.good;
     });
@@ -241,13 +241,13 @@ void keepIdsAndVersions(Check& check) {
     const std::vector<unsigned long> ids = upgrade.store(name, "value", Numbers);
     for (int i = 0; i < 3; ++i)
         transact(upgrade.model(), [&] {
-            Object& object = *upgrade.model().find(name, ids[0]);
+            Object& object = *upgrade.model().get(name, ids[0]);
             object.change();
             object["value"] = 10 + i;
         });
     upgrade.open(2, {Shape(name).field("value", Kind::Int).field("more", Kind::Int)});
-    check.expectEqual(3UL, upgrade.model().find(name, ids[0])->getVersion(), "a changed version");
-    check.expectEqual(0UL, upgrade.model().find(name, ids[1])->getVersion(), "a first version");
+    check.expectEqual(3UL, upgrade.model().get(name, ids[0])->getVersion(), "a changed version");
+    check.expectEqual(0UL, upgrade.model().get(name, ids[1])->getVersion(), "a first version");
     const std::vector<unsigned long> later = upgrade.store(name, "value", {4});
     for (const unsigned long id : ids)
         check.expect(id != later[0], "an object id is given out again after an upgrade");
@@ -300,7 +300,7 @@ void leaveNewerAlone(Check& check) {
     upgrade.open(1, {Shape(name).field("value", Kind::Int)});
     upgrade.verify(name, "value", ids, Numbers);
     transact(upgrade.model(), [&] {
-        Object& object = *upgrade.model().find(name, ids[2]);
+        Object& object = *upgrade.model().get(name, ids[2]);
         object.change();
         object["value"] = 30;
     });

@@ -207,6 +207,25 @@ std::vector<ValueCase> valueCases(Kind kind) {
     return blobs();
 }
 
+std::vector<Pointer<Object>> storeOddCases(CheckModel& model, const std::string& className,
+                                           const std::string& field, Kind kind) {
+    std::vector<Pointer<Object>> objects;
+    for (const ValueCase& each : valueCases(kind)) {
+        if (each.property == nullptr || each.bytes != 0 || isNan(each.value))
+            continue;
+        Pointer<Object> object;
+        const Raised raised = raisedBy([&] {
+            transact(model, [&] {
+                object = model.make(className);
+                (*object)[field] = each.value;
+            });
+        });
+        if (!raised)
+            objects.push_back(object);
+    }
+    return objects;
+}
+
 bool isNan(const Value& value) {
     if (const auto* single = std::get_if<float>(&value))
         return std::isnan(*single);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Shape.h"
 #include "Value.h"
 
 namespace Kes::check {
@@ -20,6 +21,11 @@ struct ValueCase {
 };
 
 std::vector<ValueCase> valueCases(Kind kind);
+
+/// Stores an object for each value that the driver may refuse and does not.
+/// Not-a-numbers, which no comparison orders, and long values are left out.
+std::vector<Pointer<Object>> storeOddCases(CheckModel& model, const std::string& className,
+                                           const std::string& field, Kind kind);
 
 bool isNan(const Value& value);
 

@@ -118,11 +118,13 @@ void checkValue(Check& check, Kind kind, const Value& value, const char* propert
     Sessions sessions(check, kind);
     Pointer<Object> companion;
     Pointer<Object> inserted;
+    std::vector<unsigned long> ids;  // which a rollback takes away
     const Raised raised = raisedBy([&] {
         transact(sessions.writing, [&] {
             companion = sessions.writing.make(sessions.className);
             inserted = sessions.writing.make(sessions.className);
             (*inserted)[FieldName] = value;
+            ids = {companion->getObjectID(), inserted->getObjectID()};
         });
     });
     if (property != nullptr)
@@ -130,8 +132,7 @@ void checkValue(Check& check, Kind kind, const Value& value, const char* propert
     else
         check.require(!raised, "refused: " + raised.message);
     if (raised) {
-        checkRefusedInsert(check, sessions, raised,
-                           {companion->getObjectID(), inserted->getObjectID()});
+        checkRefusedInsert(check, sessions, raised, ids);
         checkRefusedUpdate(check, sessions, kind, value);
         return;
     }
