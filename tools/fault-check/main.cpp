@@ -7,7 +7,10 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <set>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "tools/fault-check/KnownProblems.h"
 #include "tools/fault-check/Run.h"
@@ -29,7 +32,8 @@ In SOURCE and OPTIONS {folder} stands for an empty folder that is made for each
 run and removed, {run} for the number of the run. With neither, all runs share
 one database, and the names of their classes keep them apart.
 
-  --password TEXT   what Model::open takes
+  --password TEXT   what Model::open takes; without it the environment variable
+                    KES_PASSWORD, which nobody reads in a list of processes
   --fault NAME      only fail, throw, delay or kill
   --repeat WHEN     only "once" or from then "on"
   --handler WHAT    only with an exception handler that "throws" or "returns"
@@ -42,7 +46,8 @@ one database, and the names of their classes keep them apart.
   --help            show this text
 
 Each series of runs prints a line; what went wrong stands above it. Ends with
-status 0 when nothing did.
+status 0 when nothing did, 1 when something did, and 2 when the faults could not
+be tried: the driver or the database is not there, or an argument is wrong.
 )";
 
 struct Wishes {
@@ -86,9 +91,10 @@ public:
         : wishes(itsWishes),
           begin(std::chrono::system_clock::now()) {}
 
-    bool run() {
+    // The status to end with.
+    int run() {
         if (!prepare())
-            return false;
+            return 2;
         for (const char* fault : {"fail", "throw", "delay", "kill"})
             if (wishes.fault.empty() || wishes.fault == fault)
                 runFault(fault);
@@ -96,7 +102,11 @@ public:
         if (known != 0)
             std::cout << ", " << known << " for known reasons only";
         std::cout << '\n';
-        return bad == 0;
+        if (runs == 0)
+            throw std::invalid_argument(
+                "no fault comes like that: delays and kills have a series "
+                "each, whose handler throws");
+        return bad == 0 ? 0 : 1;
     }
 
 private:
@@ -232,56 +242,84 @@ private:
     int known = 0;
 };
 
-bool takeOption(Wishes& wishes, const std::string& name, const char* value) {
+unsigned long numberOf(const std::string& option, const std::string& text) {
+    const bool isNumber = text.find_first_not_of("0123456789") == std::string::npos &&
+                          !text.empty() && text.size() < 19;
+    const unsigned long number = isNumber ? std::stoul(text) : 0;
+    if (number == 0)
+        throw std::invalid_argument(option + " takes a number from 1, not \"" + text + "\"");
+    return number;
+}
+
+std::string oneOf(const std::string& option, const std::string& word,
+                  const std::set<std::string>& words) {
+    if (words.contains(word))
+        return word;
+    std::string list;
+    for (const std::string& each : words)
+        list += (list.empty() ? "" : ", ") + each;
+    throw std::invalid_argument(option + " takes one of " + list + ", not \"" + word + "\"");
+}
+
+void takeOption(Wishes& wishes, const std::string& name, const char* value) {
     if (name == "--password")
         wishes.target.password = value;
     else if (name == "--fault")
-        wishes.fault = value;
+        wishes.fault = oneOf(name, value, {"fail", "throw", "delay", "kill"});
     else if (name == "--repeat")
-        wishes.repeat = value;
+        wishes.repeat = oneOf(name, value, {"once", "on"});
     else if (name == "--handler")
-        wishes.handler = value;
+        wishes.handler = oneOf(name, value, {"throws", "returns"});
     else if (name == "--clear")
         wishes.clear = value;
     else if (name == "--known")
         wishes.known.read(value);
     else if (name == "--at")
-        wishes.at = std::strtoul(value, nullptr, 10);
+        wishes.at = numberOf(name, value);
     else if (name == "--step")
-        wishes.step = std::max(1UL, std::strtoul(value, nullptr, 10));
+        wishes.step = numberOf(name, value);
     else
-        return false;
-    return true;
+        throw std::invalid_argument("there is no option " + name);
 }
 
-bool takeArguments(Wishes& wishes, int count, char** values) {
-    int at = 1;
-    for (; at < count && std::strncmp(values[at], "--", 2) == 0; at += 2)
-        if (at + 1 == count || !takeOption(wishes, values[at], values[at + 1]))
-            return false;
-    if (count - at < 2 || count - at > 4)
-        return false;
-    wishes.target.driver = values[at];
-    wishes.target.source = values[at + 1];
-    wishes.target.user = count - at > 2 ? values[at + 2] : "";
-    wishes.target.options = count - at > 3 ? values[at + 3] : "";
-    return true;
+// Options may stand before, between and behind the others.
+void takeArguments(Wishes& wishes, int count, char** values) {
+    std::vector<std::string> others;
+    for (int at = 1; at < count;) {
+        const std::string word = values[at++];
+        if (!word.starts_with("--"))
+            others.push_back(word);
+        else if (at == count)
+            throw std::invalid_argument(word + " needs a value");
+        else
+            takeOption(wishes, word, values[at++]);
+    }
+    if (others.size() < 2 || others.size() > 4)
+        throw std::invalid_argument("name a driver and a source, and perhaps a user and options");
+    others.resize(4);
+    wishes.target.driver = others[0];
+    wishes.target.source = others[1];
+    wishes.target.user = others[2];
+    wishes.target.options = others[3];
 }
 
 }  // namespace
 
 int main(int count, char** values) {
     Wishes wishes;
-    if (count == 2 && std::strcmp(values[1], "--help") == 0) {
-        std::cout << Usage;
-        return 0;
-    }
-    try {
-        if (!takeArguments(wishes, count, values)) {
-            std::cerr << Usage;
-            return 2;
+    for (int at = 1; at < count; ++at)
+        if (std::strcmp(values[at], "--help") == 0 || std::strcmp(values[at], "-h") == 0) {
+            std::cout << Usage;
+            return 0;
         }
-        return Checker(wishes).run() ? 0 : 1;
+    try {
+        if (const char* password = std::getenv("KES_PASSWORD"))
+            wishes.target.password = password;
+        takeArguments(wishes, count, values);
+        return Checker(wishes).run();
+    } catch (const std::invalid_argument& wrong) {
+        std::cerr << "kes-fault-check: " << wrong.what() << "; --help tells more\n";
+        return 2;
     } catch (const Kes::Exception& raised) {
         std::cerr << "kes-fault-check: " << raised.getMessage() << '\n';
         return 2;
