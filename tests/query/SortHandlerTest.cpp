@@ -237,6 +237,40 @@ TEST_F(SortHandlerTest, StandsInACopyWhereItStood) {
     EXPECT_FALSE(handler.isBetter());
 }
 
+// A copy tells better from worse by values of its own, of whatever kind.
+TEST_F(SortHandlerTest, CopiesAValueOfEveryKind) {
+    const auto copies = [](auto best, auto better, auto report) {
+        SortHandler original;
+        PtrList<SortOrder> single;
+        single.add(new SortOrder(Attribute(nullptr, "k"), true));
+        original.init(single);
+        single.clearAndDelete();
+        report(original, best);
+        EXPECT_TRUE(original.isBetter());
+
+        SortHandler copy(original);
+        original.reinit();
+        report(copy, best);
+        EXPECT_FALSE(copy.isBetter());
+        report(copy, better);
+        EXPECT_TRUE(copy.isBetter());
+    };
+    const auto by = [](auto slot) {
+        return [slot](SortHandler& to, auto& value) { (to.*slot)("k", value); };
+    };
+
+    copies(2UL, 1UL, by(&SortHandler::handleULong));
+    copies(2L, -1L, by(&SortHandler::handleLong));
+    copies(2, -1, by(&SortHandler::handleInt));
+    copies(2U, 1U, by(&SortHandler::handleUInt));
+    copies(2.0F, 1.0F, by(&SortHandler::handleFloat));
+    copies(2.0, 1.0, by(&SortHandler::handleDouble));
+    copies(Timestamp(2000, 1, 2, 0, 0, 0), Timestamp(2000, 1, 1, 0, 0, 0),
+           by(&SortHandler::handleTimestamp));
+    copies(String("b"), String("a"),
+           [](SortHandler& to, String& value) { to.handleString("k", value, 0); });
+}
+
 TEST_F(SortHandlerTest, LeavesABooleanKeyOutWhenTheHandlerReturns) {
     key("k");
     handler.init(orders);
