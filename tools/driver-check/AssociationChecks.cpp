@@ -322,7 +322,7 @@ void linkSubClasses(Check& check) {
     check.expectEqual<std::size_t>(2, read->partners("everything").size(),
                                    "partners of two sub classes");
     Selection owners(second["MixedOwner"]);
-    owners.where(owners("MixedAll") == static_cast<Instance*>(favourite));
+    owners.where(owners(second.tagged("MixedAll").c_str()) == static_cast<Instance*>(favourite));
     check.expectEqual<std::size_t>(1, idsOf(owners).size(), "owners of an object of a sub class");
 }
 
