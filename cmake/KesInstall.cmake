@@ -11,6 +11,11 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/kes"
     DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
     FILES_MATCHING PATTERN "*.h"
 )
+# What one has to know to write a driver, beside the tools that check it.
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs/"
+    DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+    FILES_MATCHING PATTERN "*.md"
+)
 install(EXPORT KesTargets NAMESPACE Kes:: DESTINATION "${package}")
 
 configure_package_config_file(cmake/KesConfig.cmake.in
