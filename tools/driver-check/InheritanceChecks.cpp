@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <sstream>
 
 #include "Shape.h"
 #include "Topics.h"
@@ -229,6 +230,8 @@ void haveEveryKind(Check& check) {
             shape.field(half + nameOf(kind), kind);
     CheckModel model(check, name, {shape});
     model.open();
+    std::ostringstream trace;
+    model.traceSQLTo(trace);
     Pointer<Object> object;
     transact(model, [&] { object = model.make(name); });
     const unsigned long id = object->getObjectID();
@@ -253,6 +256,7 @@ void haveEveryKind(Check& check) {
                          "after a change of " + field + ", " + other + " is " +
                              describe((*read)[other]) + " instead of " + describe(value));
     }
+    check.expect(!trace.str().empty(), "nothing is traced");
 }
 
 void haveManyFields(Check& check, int count, bool mayRefuse) {
