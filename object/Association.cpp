@@ -11,6 +11,16 @@
 
 namespace Kes {
 
+namespace {
+
+// Roles are mostly handed about as the association's own texts, and these are
+// asked for so often that comparing the letters shows.
+bool isRole(const String& role, const String& own, const String& opposite) {
+    return &role == &own || (&role != &opposite && role == own);
+}
+
+}  // namespace
+
 Association::Association(const String& associationName, Class* one, const String& roleOfOne,
                          Plurality pluralityOfOne, Class* other, const String& roleOfOther,
                          Plurality pluralityOfOther, ConsistencyRule rule)
@@ -48,25 +58,25 @@ void Association::initializeOtherClass(Class* cls, const String& role, Plurality
 }
 
 Class* Association::getClassFor(const String& role) const {
-    if (role == otherRole)
+    if (isRole(role, otherRole, oneRole))
         return otherClass;
-    if (role == oneRole)
+    if (isRole(role, oneRole, otherRole))
         return oneClass;
     failOnRole("Association::getClassFor", role);
 }
 
 const String& Association::getAssociatedRole(const String& role) const {
-    if (role == oneRole)
+    if (isRole(role, oneRole, otherRole))
         return otherRole;
-    if (role == otherRole)
+    if (isRole(role, otherRole, oneRole))
         return oneRole;
     failOnRole("Association::getAssociatedRole", role);
 }
 
 Association::Plurality Association::getPluralityFor(const String& role) const {
-    if (role == oneRole)
+    if (isRole(role, oneRole, otherRole))
         return onePlurality;
-    if (role == otherRole)
+    if (isRole(role, otherRole, oneRole))
         return otherPlurality;
     failOnRole("Association::getPluralityFor", role);
 }

@@ -92,15 +92,18 @@ std::string ClassTable::column(int position) const {
     return dialect.quote(all[static_cast<std::size_t>(position)].name);
 }
 
-Statement& ClassTable::insert() {
-    if (inserting == nullptr) {
+Statement& ClassTable::insert(std::unique_ptr<Statement>& kept, std::size_t rows) {
+    if (kept == nullptr) {
         std::string names;
         for (std::size_t i = 0; i < all.size(); ++i)
             names += (i == 0 ? "" : ", ") + dialect.quote(all[i].name);
-        inserting = connection.prepare("INSERT INTO " + quotedTable + " (" + names +
-                                       ") VALUES (" + placeholders(all.size()) + ")");
+        const std::string row = "(" + placeholders(all.size()) + ")";
+        std::string text = dialect.insertRows() + quotedTable + " (" + names + ") VALUES " + row;
+        for (std::size_t i = 1; i < rows; ++i)
+            text += ", " + row;
+        kept = connection.prepare(text);
     }
-    return *inserting;
+    return *kept;
 }
 
 Statement& ClassTable::remove() {

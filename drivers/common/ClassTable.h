@@ -63,7 +63,11 @@ public:
     /// All columns of the alias "t", separated by commas.
     const std::string& selectList() const { return columnList; }
 
-    Statement& insert();
+    Statement& insert() { return insert(inserting, 1); }
+
+    /// The same for insertedRows() rows, one after the other.
+    Statement& insertMany() { return insert(insertingMany, insertedRows()); }
+    std::size_t insertedRows() const { return dialect.insertedRows(all.size()); }
     Statement& remove();     // parameters: id, version
     Statement& versionOf();  // parameter: id
     Statement& lockRow();    // the same, and nobody else may change the row from then on
@@ -88,6 +92,7 @@ public:
 private:
     class Learner;
 
+    Statement& insert(std::unique_ptr<Statement>& kept, std::size_t rows);
     std::string versionQuery() const;
 
     Class* cls;
@@ -101,6 +106,7 @@ private:
     std::string quotedTable;
     std::string columnList;
     std::unique_ptr<Statement> inserting;
+    std::unique_ptr<Statement> insertingMany;
     std::unique_ptr<Statement> removing;
     std::unique_ptr<Statement> asking;
     std::unique_ptr<Statement> locking;

@@ -53,6 +53,13 @@ public:
     /// columns and the values.
     virtual std::string insertOrKeep(const std::string& rest) const;
 
+    /// Inserts rows; what follows is the table, the columns and the values. Of
+    /// several rows those before one that is refused may stay.
+    virtual std::string insertRows() const { return "INSERT INTO "; }
+
+    /// How many rows of so many columns one statement inserts at best.
+    virtual std::size_t insertedRows(std::size_t) const { return 1; }
+
     /// The statements that make the place where object ids come from, in a
     /// database that has it or has it not.
     virtual std::vector<std::string> idStore() const;

@@ -22,27 +22,35 @@ std::string faultOf(double value) {
 }
 
 void FieldBinder::start(Statement& target, const ClassTable& itsTable, Instance* instance,
-                        const std::vector<LinkValue>& itsLinks) {
+                        const std::vector<LinkValue>& itsLinks, int first) {
     statement = &target;
     table = &itsTable;
     bound = instance;
     links = &itsLinks;
     column = 0;
-    parameter = 0;
-    formattedUsed = 0;
+    parameter = first;
+    if (first == 0)
+        formattedUsed = 0;
     instance->handle(this);
 }
 
 void FieldBinder::bindAll(Statement& target, const ClassTable& itsTable, Instance* instance,
-                          const std::vector<LinkValue>& itsLinks) {
+                          const std::vector<LinkValue>& itsLinks, int first) {
     set = nullptr;
-    start(target, itsTable, instance, itsLinks);
+    start(target, itsTable, instance, itsLinks, first);
+
+    // The values would be taken for those of other fields, or of another row.
+    if (static_cast<std::size_t>(column) != table->columns().size())
+        throw SqlFailure("it reports " + std::to_string(column) + " fields and references, and " +
+                         std::to_string(table->columns().size()) +
+                         " when the class was declared; let its handle operation report the "
+                         "same ones each time");
 }
 
 int FieldBinder::bindSome(Statement& target, const ClassTable& itsTable, Instance* instance,
                           const std::vector<LinkValue>& itsLinks, const ColumnSet& itsSet) {
     set = &itsSet;
-    start(target, itsTable, instance, itsLinks);
+    start(target, itsTable, instance, itsLinks, 0);
     return parameter;
 }
 

@@ -28,10 +28,11 @@ class FieldBinder final : public Handler {
 public:
     explicit FieldBinder(const Dialect& itsDialect) : dialect(itsDialect) {}
 
-    /// All columns, in order. References come from the links, else from what
-    /// the instance holds in memory.
+    /// All columns, in order, to the parameters from `first` on; the values are
+    /// good until a row is bound to parameter 0. References come from the links,
+    /// else from what the instance holds in memory.
     void bindAll(Statement& target, const ClassTable& itsTable, Instance* instance,
-                 const std::vector<LinkValue>& itsLinks);
+                 const std::vector<LinkValue>& itsLinks, int first = 0);
 
     /// The columns of the set, in order, one parameter each. Returns the number
     /// of parameters.
@@ -56,7 +57,7 @@ public:
 
 private:
     void start(Statement& target, const ClassTable& itsTable, Instance* instance,
-               const std::vector<LinkValue>& itsLinks);
+               const std::vector<LinkValue>& itsLinks, int first);
 
     // The parameter for the next column, or -1 when it is not wanted.
     int nextParameter();
@@ -73,7 +74,7 @@ private:
     int column = 0;
     int parameter = 0;
 
-    // Formatted values of the row that is being bound.
+    // Formatted values of the rows that are being bound.
     struct Formatted {
         char text[TimestampSize + 1];
     };

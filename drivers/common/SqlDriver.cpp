@@ -47,7 +47,7 @@ std::string SqlDriver::nameOf(const Instance* instance) {
 
 // Runs the work of a slot; whatever it throws becomes the message.
 template <class Work>
-bool SqlDriver::attempt(const std::string& what, Work work) {
+bool SqlDriver::attempt(std::string_view what, Work work) {
     std::string words;
     try {
         if (session != nullptr) {
@@ -61,7 +61,7 @@ bool SqlDriver::attempt(const std::string& what, Work work) {
         words = failure.what();
     }
     noteLoss(words);
-    message = describe(what, words).c_str();
+    message = describe(std::string(what), words).c_str();
     return false;
 }
 

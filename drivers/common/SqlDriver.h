@@ -5,6 +5,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 
 #include <kes/DBDriver.h>
@@ -99,7 +100,7 @@ private:
     };
 
     template <class Work>
-    bool attempt(const std::string& what, Work work);
+    bool attempt(std::string_view what, Work work);
     void prepareToWrite();
     void prepareSchema();
     void requireVersions() const;

@@ -18,9 +18,10 @@ public:
 /// Tells which posted write failed.
 class PostFailure : public SqlFailure {
 public:
-    PostFailure(std::size_t itsTicket, const std::string& words)
+    PostFailure(std::size_t itsTicket, const std::string& words, std::size_t before = 0)
         : SqlFailure(words),
-          ticket(itsTicket) {}
+          ticket(itsTicket),
+          rowsBefore(before) {}
 
     /// The write touched fewer rows than it had to.
     explicit PostFailure(std::size_t itsTicket)
@@ -29,6 +30,7 @@ public:
           isStale(true) {}
 
     const std::size_t ticket;
+    const std::size_t rowsBefore = 0;  // of its own, which were not refused
     const bool isStale = false;
 };
 

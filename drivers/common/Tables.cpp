@@ -6,10 +6,14 @@
 
 namespace Kes::sql {
 
+// Rows of one class mostly come together.
 ClassTable& Tables::of(Class* cls) {
+    if (last != nullptr && last->getClass() == cls)
+        return *last;
     std::unique_ptr<ClassTable>& table = tables[cls];
     if (table == nullptr)
         table = std::make_unique<ClassTable>(cls, dialect, connection);
+    last = table.get();
     return *table;
 }
 

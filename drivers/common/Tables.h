@@ -39,6 +39,7 @@ private:
     const Dialect& dialect;
     Connection& connection;
     std::unordered_map<const Class*, std::unique_ptr<ClassTable>> tables;
+    ClassTable* last = nullptr;
     std::unordered_map<const Class*, std::vector<std::string>> dissolving;
 };
 

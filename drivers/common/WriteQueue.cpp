@@ -1,6 +1,7 @@
 #include "drivers/common/WriteQueue.h"
 
 #include <algorithm>
+#include <functional>
 #include <tuple>
 
 #include <kes/Class.h>
@@ -36,13 +37,13 @@ WriteQueue::Operation& WriteQueue::add(Kind kind, Instance* instance) {
     fresh.association = nullptr;
     fresh.role = nullptr;
     if (isRow(kind))
-        positions[instance] = used - 1;
+        positions.set(instance, used - 1);
     return fresh;
 }
 
 WriteQueue::Operation* WriteQueue::find(const Instance* instance) {
-    const auto found = positions.find(instance);
-    return found != positions.end() ? &operations[found->second] : nullptr;
+    const std::uint32_t position = positions.find(instance);
+    return position != InstanceMap::None ? &operations[position] : nullptr;
 }
 
 void WriteQueue::insert(Instance* instance) {
@@ -154,7 +155,7 @@ void WriteQueue::sortIntoRuns(std::vector<std::size_t>& order) {
 void WriteQueue::postRows() {
     postRun(isRemoval);
     postRun(isUpdate);
-    postRun(isInsertion);
+    postInserts();
 }
 
 void WriteQueue::postRun(bool (*isWanted)(Kind)) {
@@ -165,6 +166,56 @@ void WriteQueue::postRun(bool (*isWanted)(Kind)) {
         sortIntoRuns(order);
     }
     postInOrder(order);
+}
+
+void WriteQueue::postInserts() {
+    std::vector<std::size_t> order = all(isInsertion);
+    const auto classAt = [&](std::size_t position) {
+        return operations[position].instance->getClass();
+    };
+    const auto isBefore = [&](std::size_t left, std::size_t right) {
+        return std::less<>()(classAt(left), classAt(right));
+    };
+    if (!std::is_sorted(order.begin(), order.end(), isBefore))
+        std::stable_sort(order.begin(), order.end(), isBefore);
+    for (std::size_t begin = 0; begin < order.size();) {
+        Class* cls = classAt(order[begin]);
+        const std::size_t most = tables.of(cls).insertedRows();
+        const bool isMany = most > 1 && most <= order.size() - begin &&
+                            classAt(order[begin + most - 1]) == cls;
+        if (isMany)
+            postMany(&order[begin], most);
+        else
+            post(order[begin]);
+        begin += isMany ? most : 1;
+    }
+}
+
+void WriteQueue::postMany(const std::size_t* run, std::size_t count) {
+    ClassTable& table = tables.of(operations[*run].instance->getClass());
+    Statement& statement = table.insertMany();
+    std::size_t at = 0;
+    try {
+        for (; at < count; ++at) {
+            const Operation& row = operations[run[at]];
+            binder.bindAll(statement, table, row.instance, row.links,
+                           static_cast<int>(at * table.columns().size()));
+        }
+        at = 0;
+        statement.post(run[0], static_cast<long>(count));
+    } catch (const PostFailure& failure) {
+        throw PostFailure(run[std::min(failure.rowsBefore, count - 1)], failure.what());
+    } catch (const SqlFailure& failure) {
+        throw PostFailure(run[at], failure.what());
+    }
+    for (std::size_t i = 0; i < count; ++i)
+        noteInserted(operations[run[i]].instance);
+}
+
+void WriteQueue::noteInserted(const Instance* instance) {
+    const unsigned long id = instance->getObjectID();
+    insertedIsSorted = insertedIsSorted && (inserted.empty() || inserted.back() < id);
+    inserted.push_back(id);
 }
 
 void WriteQueue::post(std::size_t position) {
@@ -208,9 +259,7 @@ void WriteQueue::postInsert(std::size_t position) {
     Statement& statement = table.insert();
     binder.bindAll(statement, table, operation.instance, operation.links);
     statement.post(position, 1);
-    const unsigned long id = operation.instance->getObjectID();
-    insertedIsSorted = insertedIsSorted && (inserted.empty() || inserted.back() < id);
-    inserted.push_back(id);
+    noteInserted(operation.instance);
 }
 
 ColumnSet& WriteQueue::enterLinks(Operation& operation) {
@@ -243,8 +292,11 @@ void WriteQueue::postRemove(std::size_t position) {
 // or are found here.
 void WriteQueue::postDissolvers() {
     std::unordered_map<const Class*, std::vector<std::size_t>> removed;
-    for (const std::size_t position : all(isRemoval))
-        removed[operations[position].instance->getClass()].push_back(position);
+    for (const std::size_t position : all(isRemoval)) {
+        const Class* cls = operations[position].instance->getClass();
+        if (!tables.dissolvers(cls).empty())
+            removed[cls].push_back(position);
+    }
 
     // Sub classes share their associations. In the order of the texts, so that
     // sessions do not wait for each other crosswise.

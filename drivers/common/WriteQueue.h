@@ -31,6 +31,7 @@
 #include <kes/Instance.h>
 
 #include "drivers/common/FieldBinder.h"
+#include "drivers/common/InstanceMap.h"
 #include "drivers/common/SqlFailure.h"
 #include "drivers/common/Tables.h"
 
@@ -101,6 +102,9 @@ private:
     void postEmpties();
     void postRows();
     void postRun(bool (*isWanted)(Kind));
+    void postInserts();
+    void postMany(const std::size_t* run, std::size_t count);
+    void noteInserted(const Instance* instance);
     void postDissolvers();
     void postDissolver(const std::string& text, const std::vector<std::size_t>& removed);
     void postLinks();
@@ -138,8 +142,8 @@ private:
     FieldBinder binder;
     std::vector<Operation> operations;
     std::size_t used = 0;
-    std::unordered_map<const Instance*, std::size_t> positions;  // of row operations
-    std::vector<unsigned long> inserted;                         // flushed in this transaction
+    InstanceMap positions;                // of row operations
+    std::vector<unsigned long> inserted;  // flushed in this transaction
     bool insertedIsSorted = true;
 
     // Of one-to-one links in the queue: who refers to the partner by the role.

@@ -108,6 +108,19 @@ public:
         return written;
     }
 
+    // A row that breaks a rule leaves those before it written.
+    void post(std::size_t ticket, long least) override {
+        try {
+            if (run() >= least)
+                return;
+        } catch (const SqlFailure& failure) {
+            const bool isRule = (failed & 0xFF) == SQLITE_CONSTRAINT;
+            throw PostFailure(ticket, failure.what(),
+                              isRule ? static_cast<std::size_t>(sqlite3_changes(database)) : 0);
+        }
+        throw PostFailure(ticket);
+    }
+
 private:
     void check(int code) {
         if (code != SQLITE_OK)
@@ -115,6 +128,7 @@ private:
     }
 
     [[noreturn]] void fail(int code) {
+        failed = code;
         const std::string words = explain(database, code, settings);
         sqlite3_reset(statement);
         throw SqlFailure(words);
@@ -123,6 +137,7 @@ private:
     sqlite3* database;
     sqlite3_stmt* statement;
     const SqliteSettings& settings;
+    int failed = SQLITE_OK;
 };
 
 // With its values filled in; long ones are shortened.

@@ -1,5 +1,7 @@
 #include "drivers/sqlite/SqliteDialect.h"
 
+#include <algorithm>
+
 namespace Kes::sql {
 
 // A declared type decides what SQLite makes of a value: a REAL column loses the
@@ -15,6 +17,11 @@ std::string SqliteDialect::typeOf(FieldKind kind) const {
     case FieldKind::Reference: return "INTEGER";
     default: return "INTEGER NOT NULL";
     }
+}
+
+// More rows gain little more, and not every library takes 1000 parameters.
+std::size_t SqliteDialect::insertedRows(std::size_t columns) const {
+    return std::clamp<std::size_t>(999 / columns, 1, 16);
 }
 
 std::string SqliteDialect::columnsOf() const {

@@ -12,6 +12,11 @@ public:
     std::string typeOf(FieldKind kind) const override;
     std::string idType() const override { return "INTEGER PRIMARY KEY"; }
     std::string linkTableOptions() const override { return " WITHOUT ROWID"; }
+
+    // Without OR FAIL each page would be copied aside before it changes. Whoever
+    // is refused a row rolls back the whole transaction.
+    std::string insertRows() const override { return "INSERT OR FAIL INTO "; }
+    std::size_t insertedRows(std::size_t columns) const override;
     std::string columnsOf() const override;
     std::string nameFault(const std::string& identifier) const override;
     std::string fold(const std::string& identifier) const override;

@@ -30,6 +30,7 @@ public:
     long wide = 0;
     double real = 0;
     bool flag = true;
+    Timestamp moment;
     One<Free> one{this};
     Many<Free> many{this};
     Many<Free> many2{this};
@@ -232,6 +233,68 @@ TEST_F(SchemaTest, MakesUniqueAndInheritedIndexes) {
 
     EXPECT_TRUE(says(said, "UNIQUE") || says(said, "unique")) << said;
     EXPECT_EQ("0", ask("SELECT count(*) FROM [Sub]"));
+}
+
+TEST_F(SchemaTest, NamesTheOneOfManyThatBreaksAUniqueIndex) {
+    FreeModel model(
+        1, [](FreeModel& m) { m.declareClass("Thing", textField)->addIndex("text", true); });
+    open(model);
+    model.startTransaction();
+    std::vector<Pointer<Free>> things;
+    for (int i = 0; i < 50; ++i) {
+        things.emplace_back(model.make("Thing"));
+        things.back()->text = String(i);
+    }
+    things[27]->text = "3";
+    const std::string name = "Thing object " + std::to_string(things[27]->getObjectID());
+
+    const std::string said = messageRaisedBy([&] { model.commit(); });
+
+    EXPECT_TRUE(says(said, "inserting the " + name + ": ")) << said;
+    EXPECT_EQ("0", ask("SELECT count(*) FROM [Thing]"));
+}
+
+TEST_F(SchemaTest, RefusesAnObjectThatReportsFewerFieldsThanItsClass) {
+    FreeModel model(1, [](FreeModel& m) {
+        m.declareClass("Thing", [](Free& object, Handler* h) {
+            h->handleInt("number", object.number);
+            if (object.number != 27)
+                h->handleString("text", object.text, 20);
+        });
+    });
+    open(model);
+    model.startTransaction();
+    for (int i = 0; i < 50; ++i)
+        model.make("Thing")->number = i;
+
+    const std::string said = messageRaisedBy([&] { model.commit(); });
+
+    EXPECT_TRUE(says(said, "handle operation")) << said;
+    EXPECT_EQ("0", ask("SELECT count(*) FROM [Thing]"));
+}
+
+TEST_F(SchemaTest, WritesObjectsOfSeveralClassesThatComeInTurn) {
+    FreeModel model(1, [](FreeModel& m) {
+        m.declareClass("Even", textField);
+        m.declareClass("Odd", [](Free& object, Handler* h) {
+            h->handleInt("number", object.number);
+            h->handleTimestamp("moment", object.moment);
+        });
+    });
+    open(model);
+    model.startTransaction();
+    for (int i = 0; i < 40; i += 2) {
+        model.make("Even")->text = String(i);
+        Free* odd = model.make("Odd");
+        odd->number = i + 1;
+        odd->moment.setSecond(i + 1);
+    }
+    model.commit();
+
+    EXPECT_EQ("20", ask("SELECT count(*) FROM [Even]"));
+    EXPECT_EQ("20", ask("SELECT count(DISTINCT [text]) FROM [Even]"));
+    EXPECT_EQ("400", ask("SELECT sum([number]) FROM [Odd]"));
+    EXPECT_EQ("20", ask("SELECT count(DISTINCT [moment]) FROM [Odd]"));
 }
 
 TEST_F(SchemaTest, LetsAnObjectTakeTheUniqueValueOfOneThatGoes) {
