@@ -40,18 +40,30 @@ function(kes_add_suite name)
     endif()
 endfunction()
 
-# kes_run_suite(NAME DRIVER [SERVER name])
+# kes_run_suite(NAME DRIVER [SERVER name [ALONE]] [TESTS filter])
 #
-# Hands the tests of the program test_NAME to ctest once more, for a driver. The
-# names of its tests begin with the driver's.
+# Hands the tests of the program test_NAME to ctest once more, for a driver, or
+# those of them that the filter names. The names of its tests begin with the
+# driver's.
 function(kes_run_suite name driver)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "" "SERVER" "")
-    kes_discover_tests(${name} ${driver} ${arg_SERVER})
+    cmake_parse_arguments(PARSE_ARGV 2 arg "ALONE" "SERVER;TESTS" "")
+    set(lock)
+    if(arg_ALONE)
+        set(lock RESOURCE_LOCK ${arg_SERVER})
+    endif()
+    set(filter "${arg_TESTS}")
+    kes_discover_tests(${name} ${driver} ${arg_SERVER} ${lock})
 endfunction()
 
 # kes_discover_tests(NAME DRIVER [server [property value]...])
+#
+# Of the tests it takes those that the variable filter names, all when it is empty.
 function(kes_discover_tests name driver)
     set(prefix)
+    set(chosen)
+    if(filter)
+        set(chosen TEST_FILTER "${filter}")
+    endif()
     # Counting makes every line several times as slow.
     set(limit 120)
     if(KES_COVERAGE)
@@ -67,6 +79,7 @@ function(kes_discover_tests name driver)
     endif()
     gtest_discover_tests(test_${name}
         TEST_PREFIX "${prefix}"
+        ${chosen}
         DISCOVERY_MODE PRE_TEST
         DISCOVERY_TIMEOUT 60
         # A parameter's printed value may be an address, different in each run.

@@ -322,10 +322,12 @@ void MariadbConnection::failCommit() {
         fail();
     inside = false;
     lost =
+        "the connection to the server is lost, and it is not known whether an earlier transaction "
+        "is stored; close, open again and look";
+    throw SqlFailure(
         "it is not known whether the transaction is stored, because the connection broke while "
         "the server committed it: " +
-        explain(code, mysql_error(handle)) + "; close, open again and look";
-    throw SqlFailure(lost);
+        explain(code, mysql_error(handle)) + "; close, open again and look");
 }
 
 void MariadbConnection::rollback() {

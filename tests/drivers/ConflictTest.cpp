@@ -320,4 +320,34 @@ TEST_F(ConflictTest, GivesAOneToOnePartnerToOne) {
               ask("SELECT [marriedTo] FROM [Person] WHERE [name] = 'Bob'"));
 }
 
+// --- two sessions that each write what the other one has read ---
+
+TEST_F(ConflictTest, ChecksWhatWasReadAndIsDeclaredChanged) {
+    mine.startTransaction();
+    ann->change();
+    ann->age = bob->age;
+    bob->change();
+    theirs.startTransaction();
+    theirBob->change();
+    theirBob->age = theirAnn->age;
+    theirAnn->change();
+    mine.commit();
+
+    EXPECT_RAISES("COMFAIL", theirs.commit());
+
+    EXPECT_EQ("40", ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
+    EXPECT_EQ("40", ask("SELECT [age] FROM [Person] WHERE [name] = 'Bob'"));
+}
+
+TEST_F(ConflictTest, ChecksWhatWasReadAndIsLocked) {
+    mine.startTransaction();
+    bob->lock();
+    ann->change();
+    ann->age = bob->age;
+    mine.commit();
+    theirs.startTransaction();
+
+    EXPECT_RAISES("LOCKFAIL", theirAnn->lock());
+}
+
 }  // namespace Kes::testing

@@ -30,6 +30,8 @@ std::unique_ptr<Engine> Engine::make() {
 #ifdef KES_TEST_MARIADB
     if (wanted == "mariadb")
         return makeMariadbEngine();
+    if (wanted == "galera")
+        return makeGaleraEngine();
 #endif
     throw std::runtime_error("the driver suite was not built for the driver " + wanted);
 }

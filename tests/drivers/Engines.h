@@ -10,4 +10,7 @@ std::unique_ptr<Engine> makeSqliteEngine();
 std::unique_ptr<Engine> makePostgresEngine();
 std::unique_ptr<Engine> makeMariadbEngine();
 
+/// The nodes of the cluster in turn: each model that is opened is on another one.
+std::unique_ptr<Engine> makeGaleraEngine();
+
 }  // namespace Kes::testing

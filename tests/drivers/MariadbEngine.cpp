@@ -7,15 +7,17 @@ namespace Kes::testing {
 
 namespace {
 
-// A database of its own on the server that all tests share.
+// A database of its own on the server or the cluster that all tests share.
 class MariadbEngine final : public Engine {
 public:
-    MariadbEngine() {
+    explicit MariadbEngine(const std::string& itsServer) : server(itsServer) {
         static int made = 0;
         database = "test_" + std::to_string(getpid()) + "_" + std::to_string(++made);
         plain.run("DROP DATABASE IF EXISTS " + database);
         plain.run("CREATE DATABASE " + database);
         plain.run("USE " + database);
+        if (isCluster())
+            plain.run("SET SESSION wsrep_sync_wait = 7");
     }
     ~MariadbEngine() override {
         try {
@@ -27,10 +29,16 @@ public:
 
     std::string driver() const override { return "mariadb"; }
     std::string source() const override {
-        return server.substr(0, server.find('/') + 1) + database;
+        const std::string all = serverSays(server, "source");
+        std::string hosts = all.substr(0, all.find('/'));
+        for (int turns = isCluster() ? opened++ % Nodes : 0; turns > 0; --turns) {
+            const std::size_t comma = hosts.find(',');
+            hosts = hosts.substr(comma + 1) + "," + hosts.substr(0, comma);
+        }
+        return hosts + "/" + database;
     }
-    std::string user() const override { return serverSays("mariadb", "user"); }
-    std::string password() const override { return serverSays("mariadb", "password"); }
+    std::string user() const override { return serverSays(server, "user"); }
+    std::string password() const override { return serverSays(server, "password"); }
 
     std::vector<std::string> tables() override {
         return plain.askAll(
@@ -61,15 +69,24 @@ protected:
     std::string query(const std::string& text) override { return plain.ask(text); }
 
 private:
-    std::string server = serverSays("mariadb", "source");
-    PlainMariadb plain{server, user(), password()};
+    static constexpr int Nodes = 3;
+
+    bool isCluster() const { return server == "galera"; }
+
+    const std::string server;
+    PlainMariadb plain{serverSays(server, "node1/source"), user(), password()};
     std::string database;
+    mutable int opened = 0;
 };
 
 }  // namespace
 
 std::unique_ptr<Engine> makeMariadbEngine() {
-    return std::make_unique<MariadbEngine>();
+    return std::make_unique<MariadbEngine>("mariadb");
+}
+
+std::unique_ptr<Engine> makeGaleraEngine() {
+    return std::make_unique<MariadbEngine>("galera");
 }
 
 }  // namespace Kes::testing

@@ -1,15 +1,10 @@
-#include <gtest/gtest.h>
+#include "tests/drivers/MariadbTest.h"
 
-#include <future>
 #include <memory>
 #include <sstream>
 #include <string>
 
-#include "tests/drivers/Engines.h"
 #include "tests/drivers/FakeMariadb.h"
-#include "tests/drivers/PlainMariadb.h"
-#include "tests/support/Raises.h"
-#include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
 
@@ -40,43 +35,40 @@ protected:
     }
 };
 
-class MariadbTest : public ::testing::Test {
+// Its fields differ in the case of a letter only.
+class Twin : public Instance {
+public:
+    explicit Twin(Class* c) : Instance(c) {}
+    void handle(Handler* h) override {
+        Instance::handle(h);
+        h->handleInt("h\xC3\xB6he", small);
+        h->handleInt("H\xC3\x96HE", large);
+    }
+
+    int small = 0;
+    int large = 0;
+};
+
+class TwinModel : public Model {
+public:
+    TwinModel() : Model("twins", 1000) {}
+
 protected:
-    static bool says(const std::string& message, const std::string& words) {
-        return message.find(words) != std::string::npos;
+    void declareModel() override {
+        setVersion(1);
+        addClass("Twin", 1, [](Class* c) -> Instance* { return new Twin(c); });
     }
-
-    // What an open says; "" when it works.
-    std::string refusal(const std::string& source, const std::string& password,
-                        const std::string& user, const std::string& options = "") {
-        StaffModel model;
-        const std::string said = messageRaisedBy([&] {
-            model.open("mariadb", source.c_str(), password.c_str(), user.c_str(), options.c_str());
-        });
-        EXPECT_FALSE(says(said, engine->password())) << said;
-        EXPECT_FALSE(says(said, "secret")) << said;
-        return said;
-    }
-    std::string refusal(const std::string& source) {
-        return refusal(source, engine->password(), engine->user());
-    }
-
-    std::string address() const { return engine->source().substr(0, engine->source().find('/')); }
-    std::string database() const { return engine->source().substr(address().size() + 1); }
-
-    // Ends all connections to the test's database but the test's own.
-    void cutConnections() {
-        for (const std::string& id :
-             admin.askAll("SELECT id FROM information_schema.processlist WHERE db = '" +
-                          database() + "' AND id <> connection_id()"))
-            admin.run("KILL " + id);
-    }
-
-    const std::unique_ptr<Engine> engine = makeMariadbEngine();
-    PlainMariadb admin{Engine::serverSays("mariadb", "source"), engine->user(), engine->password()};
 };
 
 using MariadbOpenTest = MariadbTest;
+
+TEST_F(MariadbOpenTest, NamesBothFieldsThatDifferInTheCaseOfAnUmlaut) {
+    TwinModel model;
+
+    const std::string said = messageRaisedBy([&] { engine->open(model); });
+
+    EXPECT_TRUE(says(said, "\"h\xC3\xB6he\" and \"H\xC3\x96HE\" of the class Twin")) << said;
+}
 
 TEST_F(MariadbOpenTest, NamesAHostThatIsUnknown) {
     const std::string said = refusal("no-such-host.invalid:3306/kes");
@@ -194,118 +186,6 @@ TEST_F(MariadbOpenTest, RefusesAServerOfAnotherMake) {
     EXPECT_TRUE(says(said, "needs MariaDB 10.6 or later")) << said;
 }
 
-// --- a connection that breaks ---
-
-class MariadbLossTest : public MariadbTest {
-protected:
-    MariadbLossTest() {
-        engine->open(model);
-        model.startTransaction();
-        ann = model.newPerson("Ann", 30);
-        for (int i = 0; i < 2000; ++i)
-            model.newPerson("somebody", i);
-        model.commit();
-    }
-
-    // The model works again once it is opened again.
-    void expectRecovery() {
-        ann = nullptr;
-        model.close();
-        engine->open(model);
-        ann = model.findPerson("Ann");
-        ASSERT_NE(nullptr, static_cast<Person*>(ann));
-        EXPECT_EQ(30, ann->age);
-        model.startTransaction();
-        ann->age = 31;
-        ann->change();
-        model.commit();
-        EXPECT_EQ(31, ann->age);
-    }
-
-    StaffModel model;
-    Pointer<Person> ann;
-};
-
-TEST_F(MariadbLossTest, ShowsInAQuery) {
-    cutConnections();
-    SelectionOf<Person> people(model.personClass);
-
-    const std::string said = messageRaisedBy([&] { people.next(); });
-
-    EXPECT_TRUE(says(said, "the connection to the server is lost")) << said;
-    EXPECT_TRUE(says(said, "close and open again")) << said;
-    expectRecovery();
-}
-
-TEST_F(MariadbLossTest, ShowsWhereACommitBegins) {
-    model.startTransaction();
-    ann->age = 99;
-    ann->change();
-    cutConnections();
-
-    const std::string said = messageRaisedBy([&] { model.commit(); });
-
-    EXPECT_TRUE(says(said, "the connection to the server is lost")) << said;
-    EXPECT_EQ(30, ann->age);
-    expectRecovery();
-}
-
-TEST_F(MariadbLossTest, UndoesWhatATransactionHasSent) {
-    model.startTransaction();
-    ann->age = 99;
-    ann->change();
-    ann->lock();
-    cutConnections();
-
-    const std::string said = messageRaisedBy([&] { model.commit(); });
-
-    EXPECT_TRUE(says(said, "the transaction was not committed")) << said;
-    expectRecovery();
-}
-
-TEST_F(MariadbLossTest, ShowsInALock) {
-    model.startTransaction();
-    cutConnections();
-
-    EXPECT_RAISES("LOCKFAIL", ann->lock());
-    expectRecovery();
-}
-
-TEST_F(MariadbLossTest, ShowsInARefresh) {
-    cutConnections();
-
-    EXPECT_RAISES("REFFAIL", ann->refresh());
-    expectRecovery();
-}
-
-TEST_F(MariadbLossTest, LeavesRowsThatWereReadAlready) {
-    SelectionOf<Person> people(model.personClass);
-    ASSERT_TRUE(people.next());
-    ann->refresh();
-    cutConnections();
-    int count = 1;
-
-    while (people.next())
-        ++count;
-
-    EXPECT_EQ(2001, count);
-}
-
-TEST_F(MariadbLossTest, IsMendedWhenAParkedConnectionIsTakenOut) {
-    ann = nullptr;
-    Model::setDriverCacheSize(1);
-    model.close();
-    cutConnections();
-
-    engine->open(model);
-    ann = model.findPerson("Ann");
-    Model::setDriverCacheSize(0);
-
-    EXPECT_EQ(30, ann->age);
-    ann = nullptr;
-    model.close();
-}
-
 // --- sizes ---
 
 class MariadbSizeTest : public MariadbTest {
@@ -376,151 +256,6 @@ TEST_F(MariadbSizeTest, WritesMoreRowsThanOneStatementTakes) {
     model.commit();
 
     EXPECT_EQ("120000", engine->ask("SELECT count(*) FROM [Card]"));
-}
-
-// --- conflicts ---
-
-class MariadbConflictTest : public MariadbTest {
-protected:
-    MariadbConflictTest() {
-        engine->open(mine, "lock_timeout=5000");
-        mine.startTransaction();
-        ann = mine.newPerson("Ann", 30);
-        bob = mine.newPerson("Bob", 40);
-        mine.commit();
-    }
-
-    void change(const Pointer<Person>& person, int age) {
-        person->age = age;
-        person->change();
-    }
-
-    StaffModel mine;
-    Pointer<Person> ann;
-    Pointer<Person> bob;
-};
-
-TEST_F(MariadbConflictTest, EndsADeadlockForOneAndLeavesNothingOfIt) {
-    mine.startTransaction();
-    change(ann, 31);
-    ann->lock();
-    std::promise<void> bobIsLocked;
-    auto theirs = std::async(std::launch::async, [&] {
-        StaffModel model;
-        engine->open(model, "lock_timeout=5000");
-        model.startTransaction();
-        const Pointer<Person> other(model.findPerson("Bob"));
-        const Pointer<Person> wanted(model.findPerson("Ann"));
-        other->lock();
-        bobIsLocked.set_value();
-        const std::string code = codeRaisedBy([&] { wanted->lock(); });
-        model.rollback();
-        return code;
-    });
-    bobIsLocked.get_future().wait();
-
-    const std::string said = messageRaisedBy([&] {
-        bob->lock();
-        change(bob, 41);
-        mine.commit();
-    });
-    const std::string theirCode = theirs.get();
-
-    EXPECT_NE(said.empty(), theirCode.empty()) << said;
-    if (!said.empty()) {
-        EXPECT_TRUE(says(said, "somebody else came first")) << said;
-        EXPECT_EQ("70", engine->ask("SELECT sum([age]) FROM [Person]"));
-        mine.startTransaction();
-        change(ann, 31);
-        change(bob, 41);
-        mine.commit();
-    }
-    EXPECT_EQ("72", engine->ask("SELECT sum([age]) FROM [Person]"));
-}
-
-TEST_F(MariadbConflictTest, LeavesNothingOfATransactionThatWaitedTooLong) {
-    StaffModel other;
-    engine->open(other, "lock_timeout=1000");
-    const Pointer<Person> theirs(other.findPerson("Ann"));
-    mine.startTransaction();
-    ann->lock();
-    other.startTransaction();
-    other.newPerson("Cid");
-    change(theirs, 99);
-
-    const std::string said = messageRaisedBy([&] { other.commit(); });
-    mine.rollback();
-
-    EXPECT_TRUE(says(said, "larger lock_timeout")) << said;
-    EXPECT_EQ("2", engine->ask("SELECT count(*) FROM [Person]"));
-    EXPECT_EQ("30", engine->ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
-}
-
-TEST_F(MariadbConflictTest, NamesTheOneOfManyRowsThatWasRefused) {
-    mine.startTransaction();
-    const unsigned long taken = mine.newPerson("Cid")->getObjectID() + 5;
-    engine->run(
-        "INSERT INTO [Person] ([KesObjectID], [KesVersion], [name], [age], [salary]) "
-        "VALUES (" +
-        std::to_string(taken) + ", 0, 'Eve', 1, 1)");
-    for (int i = 0; i < 20; ++i)
-        mine.newPerson("somebody");
-
-    const std::string said = messageRaisedBy([&] { mine.commit(); });
-
-    EXPECT_TRUE(says(said, "inserting the Person object " + std::to_string(taken) + ":")) << said;
-    EXPECT_TRUE(says(said, "Duplicate entry")) << said;
-    EXPECT_EQ("3", engine->ask("SELECT count(*) FROM [Person]"));
-}
-
-TEST_F(MariadbConflictTest, NamesTheOneOfManyRowsThatWasStaleBehindOthers) {
-    mine.startTransaction();
-    mine.newCompany("Firm");
-    std::vector<Pointer<Person>> people{ann, bob};
-    for (const Pointer<Person>& person : people)
-        change(person, 50);
-    engine->run("UPDATE [Person] SET [KesVersion] = 7 WHERE [name] = 'Bob'");
-
-    const std::string said = messageRaisedBy([&] { mine.commit(); });
-
-    EXPECT_TRUE(says(said, "updating the Person object " + std::to_string(bob->getObjectID())))
-        << said;
-    EXPECT_TRUE(says(said, "version 7 is stored and version 0 was read")) << said;
-    EXPECT_EQ("0", engine->ask("SELECT count(*) FROM [Company]"));
-}
-
-TEST_F(MariadbConflictTest, ShowsAtEveryIsolation) {
-    for (const char* level : {"read committed", "repeatable read", "serializable"}) {
-        StaffModel other;
-        engine->open(other, std::string("isolation=") + level);
-        const Pointer<Person> theirs(other.findPerson("Ann"));
-        mine.startTransaction();
-        change(ann, ann->age + 1);
-        mine.commit();
-        other.startTransaction();
-        change(theirs, 99);
-
-        EXPECT_RAISES("COMFAIL", other.commit()) << level;
-
-        theirs->refresh();
-        EXPECT_EQ(ann->age, theirs->age) << level;
-        other.startTransaction();
-        change(theirs, theirs->age + 1);
-        other.commit();
-        ann->refresh();
-    }
-    EXPECT_EQ("36", engine->ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
-}
-
-TEST_F(MariadbConflictTest, CountsRowsThatAreFoundAndNotChanged) {
-    engine->run("UPDATE [Person] SET [KesVersion] = 0");
-    mine.startTransaction();
-    for (const Pointer<Person>& person : {ann, bob})
-        person->change();
-
-    mine.commit();
-
-    EXPECT_EQ("2", engine->ask("SELECT sum([KesVersion]) FROM [Person]"));
 }
 
 }  // namespace Kes::testing

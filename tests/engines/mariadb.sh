@@ -373,12 +373,12 @@ start_nodes() {
     done
 }
 
-stop_nodes() {
+stop_nodes() {  # [signal]
     local node pid try
     for ((node = nodes; node >= 1; --node)); do
         pid=$(pid_of $node)
         is_ours "$pid" $node || continue
-        kill -TERM "$pid" 2> /dev/null
+        kill -s "${1-TERM}" "$pid" 2> /dev/null
         for try in {1..300}; do
             is_ours "$pid" $node || break
             ((try != 200)) || kill -KILL "$pid" 2> /dev/null
@@ -423,9 +423,9 @@ start() {
     watch
 }
 
-stop() {
+stop() {  # [signal]
     end_watch
-    stop_nodes
+    stop_nodes "$@"
 }
 
 [[ $verb == start || -d $home ]] || exit 0
@@ -439,7 +439,7 @@ case $verb in
         ! is_ours "$pid" "$3" || kill -KILL "$pid"
         ;;
     remove)
-        stop
+        stop KILL  # a node of a cluster may take its time to say good-bye
         other=$(place)
         [[ -z $other || $other == "$home" ]] || rm -rf "$other"
         rm -rf "$home" "$(dirname "$home")/$name.lock"
