@@ -227,8 +227,15 @@ void Model::refresh(Instance* instance) {
         return;
     siblings->forget();
     const Pointer<Instance> keep(instance);
+    const unsigned long before = instance->getVersion();
     if (driver->refresh(instance))
         return;
+
+    // A driver that cannot tell any more has brought it up to date all the same.
+    if (instance->getVersion() != before) {
+        instance->getClass()->fireInstanceChanged(instance);
+        return;
+    }
     const DBDriverStatus* status = driver->getStatus();
     if (status == nullptr)
         raise("REFFAIL", "Instance::refresh", driver->getErrorMessage());

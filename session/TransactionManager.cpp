@@ -2,8 +2,6 @@
 
 #include <cstdlib>
 #include <exception>
-#include <limits>
-#include <memory>
 #include <utility>
 
 #include <kes/Association.h>
@@ -63,7 +61,7 @@ void TransactionManager::recordUpdate(Instance* instance) {
     if (instance->pending != WithoutEntry)
         return;
     FieldImage image = nullptr;
-    if (takeStoredFields(instance, "Model::update", image))
+    if (takeForUpdate(instance, "Model::update", image))
         recordUpdate(instance, image);
 }
 
@@ -91,7 +89,7 @@ void TransactionManager::recordRemove(Instance* instance) {
     }
     // Without an image it can be removed, though not brought back.
     if (image == nullptr && history.isKept())
-        takeStoredFields(instance, "Model::remove", image);
+        takeForRemoval(instance, image);
     record(Action::Remove, instance).image = image;
     instance->pending = static_cast<std::uint32_t>(pending.size());
     instance->setInTransaction(true);
@@ -116,60 +114,12 @@ bool TransactionManager::recordRevival(Instance* instance) {
     if (entry.kind != Action::Remove)
         return false;
     FieldImage image = std::exchange(entry.image, nullptr);
-    if (image == nullptr && !takeStoredFields(instance, "Model::add", image))
+    if (image == nullptr && !takeForUpdate(instance, "Model::add", image))
         return true;
     entry.kind = Action::Superseded;
     instance->setRemoved(false);
     recordUpdate(instance, image);
     return true;
-}
-
-// False when what is stored cannot be told, which was raised. The image stays
-// null when it is not the state that the instance was read with: the driver is
-// going to refuse the change.
-bool TransactionManager::takeStoredFields(Instance* instance, const char* operation,
-                                          FieldImage& image) {
-    if (digestFields(instance) == instance->fingerprint) {
-        image = images.take(instance);
-        return true;
-    }
-    const std::unique_ptr<Instance> reading(instance->getClass()->getDummy());
-    reading->setObjectID(instance->getObjectID());
-    const Stored stored = readStored(reading.get(), operation);
-    if (stored == Stored::Found && reading->getVersion() == instance->getVersion())
-        image = images.take(reading.get());
-    return stored != Stored::Unknown;
-}
-
-// The driver fills an object that the model does not know with what is stored
-// under its id.
-TransactionManager::Stored TransactionManager::readStored(Instance* reading,
-                                                          const char* operation) {
-    struct Scratch {
-        explicit Scratch(Model* of, const Instance* object) : model(of), outer(of->scratch) {
-            model->scratch = object;
-        }
-        ~Scratch() { model->scratch = outer; }
-        Model* model;
-        const Instance* outer;
-    };
-    const Scratch scratch(model, reading);
-    reading->version = std::numeric_limits<unsigned long>::max();
-    String failure;
-    try {
-        if (model->driver->refresh(reading))
-            return Stored::Unknown;  // nothing stored has that version: it was raised
-        const DBDriverStatus* status = model->driver->getStatus();
-        if (status != nullptr && status->code == DBDriverStatus::Changed)
-            return Stored::Found;
-        if (status != nullptr && status->code == DBDriverStatus::Removed)
-            return Stored::Absent;
-        failure = model->driver->getErrorMessage();
-    } catch (const std::exception& thrown) {
-        failure = thrown.what();
-    }
-    Exception(Exception::ERROR, "REFFAIL", operation, failure).handle();
-    return Stored::Unknown;
 }
 
 bool TransactionManager::isPending(const Instance* instance) {
@@ -210,6 +160,8 @@ void TransactionManager::commit() {
 }
 
 bool TransactionManager::applyAll(String& failure) {
+    if (hasRefused(failure))
+        return false;
     for (Action& action : pending)
         if (!succeeds([&] { return apply(action); }, failure))
             return false;
@@ -258,6 +210,7 @@ void TransactionManager::rollback() {
     if (!succeeds([&] { return model->driver->rollback(); }, failure)) {
         if (failure.size() == 0)
             failure = model->driver->getErrorMessage();
+        refused.clear();
         forget();
         Exception(Exception::FATAL, "ROLLFAIL", "Model::rollback", failure).handle();
 
@@ -267,6 +220,7 @@ void TransactionManager::rollback() {
     revert();
     history.dropNoted();
     forget();
+    rereadRefused();
 }
 
 void TransactionManager::revert() {
@@ -318,6 +272,7 @@ void TransactionManager::forget() noexcept {
 
 void TransactionManager::finish(Actions& done) noexcept {
     release();
+    refused.clear();
     done.swap(pending);
 }
 
@@ -348,6 +303,7 @@ void TransactionManager::close() {
     images.clear();
     journal.clear();
     links.clear();
+    refused.clear();
     history.clear();
 }
 
@@ -420,6 +376,8 @@ void TransactionManager::markInstances(Marker& marker) const {
         markActions(*told);
     for (Instance* instance : pinned)
         marker.mark(instance);
+    for (const Refused& entry : refused)
+        marker.mark(entry.instance);
     for (const Remembered& entry : journal) {
         marker.mark(entry.owner);
         if (entry.instance != nullptr)

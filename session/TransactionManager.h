@@ -9,6 +9,11 @@
 // change() after it has assigned members, so the digest of the stored fields,
 // kept by each instance, tells whether memory still shows them; when it does
 // not, the driver reads them once more.
+//
+// Where it cannot, the change is refused, though what was assigned is in memory.
+// Such an instance gets a version that nothing stored has: no driver writes it,
+// and any refresh reads it. The transaction does not commit, and its rollback
+// reads the instance again.
 
 #pragma once
 
@@ -154,8 +159,12 @@ private:
     void recordUpdate(Instance* instance, FieldImage image);
     enum class Stored { Found, Absent, Unknown };
 
-    bool takeStoredFields(Instance* instance, const char* operation, FieldImage& image);
+    bool takeUnassigned(Instance* instance, FieldImage& image);
+    bool takeForUpdate(Instance* instance, const char* operation, FieldImage& image);
+    void takeForRemoval(Instance* instance, FieldImage& image);
     Stored readStored(Instance* reading, const char* operation);
+    bool hasRefused(String& failure) const;
+    void rereadRefused();
     bool applyAll(String& failure);
     bool apply(Action& action);
     bool applyUpdate(Action& action);
@@ -185,6 +194,13 @@ private:
     // During an undo or redo: its direction, and the objects that it works on.
     std::optional<History::Direction> turning;
     std::vector<Instance*> pinned;
+
+    // Their change was refused at least once in this transaction.
+    struct Refused {
+        Instance* instance;
+        unsigned long version;  // that it was read with
+    };
+    std::vector<Refused> refused;
 
     // During the driver's update.
     const Instance* updating = nullptr;

@@ -42,9 +42,10 @@ public:
 
     /// Tells the model that fields were or will be assigned before the commit;
     /// calling it before or after the assignment makes no difference, but that
-    /// after it the driver is asked for the stored state; REFFAIL (ERROR) and
-    /// nothing recorded where that fails. Several calls in one transaction cost
-    /// no more than one.
+    /// after it the driver is asked for the stored state. Where that fails it
+    /// raises REFFAIL (ERROR) and records nothing. The commit fails then unless
+    /// a later call succeeded, and the rollback takes what was assigned back.
+    /// Several calls in one transaction cost no more than one.
     virtual void change();
 
     /// Removes the object, and the partners that its associations cascade to,
@@ -68,7 +69,8 @@ public:
     unsigned long getObjectID() const { return objectID; }
     void setObjectID(unsigned long id) { objectID = id; }
 
-    /// The count of stored changes.
+    /// The count of stored changes; 2^63 - 2 while a change was refused and the
+    /// object has not been read again.
     unsigned long getVersion() const { return version; }
     void nextVersion() { ++version; }
     void previousVersion() { --version; }

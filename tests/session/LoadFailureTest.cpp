@@ -5,6 +5,17 @@
 
 namespace Kes::testing {
 
+namespace {
+
+class CountingListener final : public Listener {
+public:
+    void instanceChanged(const InstanceEvent&) override { ++changed; }
+
+    int changed = 0;
+};
+
+}  // namespace
+
 class LoadFailureTest : public UndoTest {
 protected:
     // Frees all objects, so that bob comes back with references that are not
@@ -16,6 +27,17 @@ protected:
         model.garbageCollect();
         bob = model.node(number);
         recording.reset();
+    }
+
+    // Of bob, with an exception handler that throws or one that returns.
+    void refuseChange(bool returns) {
+        if (!returns) {
+            EXPECT_RAISES("REFFAIL", bob->change());
+            return;
+        }
+        const ReturningHandler handler;
+        bob->change();
+        EXPECT_EQ((std::vector<std::string>{"REFFAIL"}), handler.codes());
     }
 };
 
@@ -89,6 +111,142 @@ TEST_F(LoadFailureTest, RefusesAChangeWhoseStateBeforeCannotBeRead) {
     model.commit();
     EXPECT_EQ("1", column("rank", bob));
     model.undo();
+    EXPECT_EQ(0, bob->rank);
+}
+
+TEST_F(LoadFailureTest, TakesBackWhatWasAssignedBeforeARefusedChange) {
+    for (const bool returns : {false, true}) {
+        model.startTransaction();
+        bob->rank = 1;
+        recording.failAt(1, "refresh");
+        refuseChange(returns);
+        recording.reset();
+
+        model.rollback();
+
+        EXPECT_EQ(0, bob->rank);
+        rank(bob, 5);
+        EXPECT_EQ("5", column("rank", bob));
+        model.undo();
+        EXPECT_EQ(0, bob->rank);
+    }
+}
+
+TEST_F(LoadFailureTest, CommitsNothingOfATransactionWhoseChangeWasRefused) {
+    for (const bool returns : {false, true}) {
+        model.startTransaction();
+        model.newNode()->label = "Gil";
+        bob->rank = 1;
+        recording.failAt(1, "refresh");
+        refuseChange(returns);
+        recording.reset();
+
+        const std::string message = messageRaisedBy([&] { model.commit(); });
+
+        EXPECT_NE(std::string::npos, message.find("Node object with id " + id(bob))) << message;
+        EXPECT_EQ(0, bob->rank);
+        EXPECT_EQ("0", ask("SELECT count(*) FROM Node WHERE label = 'Gil' OR rank = 1"));
+    }
+}
+
+TEST_F(LoadFailureTest, StoresAChangeThatWasRefusedAtFirst) {
+    model.startTransaction();
+    bob->rank = 1;
+    recording.failAt(1, "refresh", true);
+    refuseChange(false);
+    refuseChange(false);
+    recording.reset();
+
+    bob->change();
+    model.commit();
+
+    EXPECT_EQ("1", column("rank", bob));
+    model.undo();
+    EXPECT_EQ(0, bob->rank);
+}
+
+TEST_F(LoadFailureTest, WritesNothingOfWhatItCannotReadUntilARefresh) {
+    model.startTransaction();
+    bob->rank = 1;
+    recording.failAt(1, "refresh", true);
+    refuseChange(false);
+    model.rollback();
+    recording.reset();
+    ASSERT_EQ(1, bob->rank);
+    model.startTransaction();
+    bob->remove();
+    EXPECT_RAISES("COMFAIL", model.commit());
+
+    bob->refresh();
+
+    EXPECT_EQ(0, bob->rank);
+    rank(bob, 5);
+    EXPECT_EQ("5", column("rank", bob));
+}
+
+TEST_F(LoadFailureTest, StoresAChangeThatWasRefusedInAnEarlierTransaction) {
+    model.startTransaction();
+    bob->rank = 1;
+    recording.failAt(1, "refresh", true);
+    refuseChange(false);
+    model.rollback();
+    recording.reset();
+
+    transaction([&] { bob->change(); });
+
+    EXPECT_EQ("1", column("rank", bob));
+}
+
+TEST_F(LoadFailureTest, TellsWhatSomebodyElseChangedMeanwhile) {
+    CountingListener listener;
+    bob->addListener(&listener);
+    model.startTransaction();
+    bob->rank = 1;
+    recording.failAt(1, "refresh");
+    refuseChange(false);
+    recording.reset();
+    PlainSqlite(file).run(
+        "UPDATE Node SET rank = 7, KesVersion = KesVersion + 1 WHERE "
+        "KesObjectID = " +
+        id(bob));
+
+    model.rollback();
+
+    EXPECT_EQ(7, bob->rank);
+    EXPECT_EQ(1, listener.changed);
+    bob->removeListener(&listener);
+}
+
+TEST_F(LoadFailureTest, TellsOfAChangeAlsoWhenTheDriverCannot) {
+    CountingListener listener;
+    bob->addListener(&listener);
+    PlainSqlite(file).run(
+        "UPDATE Node SET rank = 7, KesVersion = KesVersion + 1 WHERE "
+        "KesObjectID = " +
+        id(bob));
+    recording.failAt(1, "getStatus", true);
+
+    bob->refresh();
+
+    EXPECT_EQ(7, bob->rank);
+    EXPECT_EQ(1, listener.changed);
+    bob->removeListener(&listener);
+}
+
+TEST_F(LoadFailureTest, KeepsARefusedObjectFromTheCollection) {
+    model.startTransaction();
+    bob->rank = 1;
+    recording.failAt(1, "refresh");
+    refuseChange(false);
+    const unsigned long number = bob->getObjectID();
+    recording.reset();
+    bob = nullptr;
+
+    model.garbageCollect();
+    model.rollback();
+
+    bob = static_cast<Node*>(model.get(number));
+    ASSERT_NE(nullptr, bob);
     EXPECT_EQ(0, bob->rank);
 }
 

@@ -199,7 +199,8 @@ void Script::expectRefusal(const std::function<void()>& body) {
     } catch (const Exception&) {
         // The same.
     }
-    if (fatal || !slotIn(lastMessage).empty())
+    // What is refused before the commit leaves the transaction to roll back.
+    if (fatal || !slotIn(lastMessage).empty() || model->transactionStarted())
         throw Failed();
     errors = 0;
 }

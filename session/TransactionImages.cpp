@@ -1,0 +1,145 @@
+// What is stored of the objects that a transaction changes, and what becomes of
+// those of which it cannot be told.
+
+#include <cstdint>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <kes/Class.h>
+#include <kes/DBDriver.h>
+#include <kes/Exception.h>
+#include <kes/Instance.h>
+#include <kes/Model.h>
+#include <kes/Pointer.h>
+
+#include "session/TransactionManager.h"
+
+namespace Kes {
+
+namespace {
+
+// Of an instance whose change was refused, until it is read again. Databases
+// hold the number and the one behind it.
+constexpr unsigned long UnknownVersion = std::numeric_limits<std::int64_t>::max() - 1;
+
+bool isUnknown(const Instance* instance) {
+    return instance->getVersion() == UnknownVersion;
+}
+
+}  // namespace
+
+// Takes the image of an instance that shows what is stored.
+bool TransactionManager::takeUnassigned(Instance* instance, FieldImage& image) {
+    if (isUnknown(instance) || digestFields(instance) != instance->fingerprint)
+        return false;
+    image = images.take(instance);
+    return true;
+}
+
+// False when what is stored cannot be told, which was raised. The image stays
+// null when it is not the state that the instance was read with: the driver is
+// going to refuse the change.
+bool TransactionManager::takeForUpdate(Instance* instance, const char* operation,
+                                       FieldImage& image) {
+    if (takeUnassigned(instance, image))
+        return true;
+
+    // Refused until the contrary is certain: what is raised may throw.
+    refused.push_back({instance, instance->version});
+    unsigned long version = std::exchange(instance->version, UnknownVersion);
+    const std::unique_ptr<Instance> reading(instance->getClass()->getDummy());
+    reading->setObjectID(instance->getObjectID());
+    const Stored stored = readStored(reading.get(), operation);
+    if (stored == Stored::Unknown)
+        return false;
+    if (stored == Stored::Found) {
+        if (version == UnknownVersion && digestFields(reading.get()) == instance->fingerprint)
+            version = reading->getVersion();
+        if (version == reading->getVersion())
+            image = images.take(reading.get());
+    }
+    instance->version = version;
+    refused.pop_back();
+    return true;
+}
+
+void TransactionManager::takeForRemoval(Instance* instance, FieldImage& image) {
+    if (takeUnassigned(instance, image))
+        return;
+    const std::unique_ptr<Instance> reading(instance->getClass()->getDummy());
+    reading->setObjectID(instance->getObjectID());
+    if (readStored(reading.get(), "Model::remove") == Stored::Found &&
+        reading->getVersion() == instance->getVersion())
+        image = images.take(reading.get());
+}
+
+// The driver fills an object that the model does not know with what is stored
+// under its id.
+TransactionManager::Stored TransactionManager::readStored(Instance* reading,
+                                                          const char* operation) {
+    struct Scratch {
+        explicit Scratch(Model* of, const Instance* object) : model(of), outer(of->scratch) {
+            model->scratch = object;
+        }
+        ~Scratch() { model->scratch = outer; }
+        Model* model;
+        const Instance* outer;
+    };
+    const Scratch scratch(model, reading);
+    reading->version = std::numeric_limits<unsigned long>::max();
+    String failure;
+    try {
+        if (model->driver->refresh(reading))
+            return Stored::Unknown;  // nothing stored has that version: it was raised
+        const DBDriverStatus* status = model->driver->getStatus();
+        if (status != nullptr && status->code == DBDriverStatus::Changed)
+            return Stored::Found;
+        if (status != nullptr && status->code == DBDriverStatus::Removed)
+            return Stored::Absent;
+        failure = model->driver->getErrorMessage();
+    } catch (const std::exception& thrown) {
+        failure = thrown.what();
+    }
+    Exception(Exception::ERROR, "REFFAIL", operation, failure).handle();
+    return Stored::Unknown;
+}
+
+bool TransactionManager::hasRefused(String& failure) const {
+    for (const Refused& entry : refused)
+        if (isUnknown(entry.instance)) {
+            failure = String("the change of the ") + entry.instance->getClass()->getName() +
+                      " object with id " + String(entry.instance->getObjectID()) +
+                      " was refused, for what is stored of it could not be read; record the "
+                      "changes again";
+            return true;
+        }
+    return false;
+}
+
+// What was assigned to them goes too. One that cannot be read now either stays
+// as it is, with the version that keeps it from being written.
+void TransactionManager::rereadRefused() {
+    std::vector<Pointer<Instance>> news;
+    for (const auto& [instance, version] : refused) {
+        if (!isUnknown(instance) && digestFields(instance) == instance->fingerprint)
+            continue;
+        instance->version = UnknownVersion;
+        try {
+            model->driver->refresh(instance);
+        } catch (const Exception&) {
+            // It stays unknown, like below.
+        } catch (const std::exception&) {}
+        if (!isUnknown(instance) && instance->version != version)
+            news.emplace_back(instance);
+    }
+    refused.clear();
+
+    // Somebody else has changed them meanwhile.
+    for (const Pointer<Instance>& changedOne : news)
+        changedOne->getClass()->fireInstanceChanged(changedOne);
+}
+
+}  // namespace Kes
