@@ -111,7 +111,7 @@ const Defect AllDefects[] = {
     {"lock-ignored",
      "--only 'lock.*'",
      {"lock.against-others-committed", "lock.against-others-rolled-back", "lock.of-changed",
-      "lock.of-removed"},
+      "lock.of-locked", "lock.of-removed"},
      {"lock.and-change"}},
     {"ids-again",
      "--only slots.object-ids --only slots.versions --only transactions.ids-never-again",

@@ -273,6 +273,37 @@ void lockAgainstOthers(Check& check, bool isCommitted) {
     check.expectEqual(isCommitted ? 11 : raised ? 0 : 22, sessions.stored(id), "the stored value");
 }
 
+// A second lock waits or fails; here it fails in any case, since the first
+// session changes the object before it lets go.
+void lockLocked(Check& check) {
+    Sessions sessions(check, "locklock");
+    const unsigned long id = sessions.store(1)[0];
+    Object* mine = sessions.get(sessions.one, id);
+    sessions.one.startTransaction();
+    mine->lock();
+    std::atomic<bool> isLocked{false};
+    Raised raised;
+    std::jthread other([&] {
+        raised = raisedBy([&] {
+            CheckModel third(
+                check, sessions.name,
+                {Shape(sessions.name).field("value", Kind::Int).field("word", Kind::Text)});
+            third.open();
+            third.startTransaction();
+            third.get(sessions.name, id)->lock();
+            isLocked = true;
+            third.rollback();
+        });
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    check.expect(!isLocked, "two sessions lock one object");
+    Sessions::change(*mine, 11);
+    sessions.one.commit();
+    other.join();
+    check.expectEqual<std::string>("LOCKFAIL", raised.code, "the code of the second lock");
+    check.expectEqual(11, sessions.stored(id), "the stored value");
+}
+
 }  // namespace
 
 void addConflictChecks(Suite& suite) {
@@ -291,6 +322,7 @@ void addConflictChecks(Suite& suite) {
     suite.add("lock.and-change", lockAndChange);
     suite.add("lock.of-changed", [](Check& c) { lockChanged(c, false); });
     suite.add("lock.of-removed", [](Check& c) { lockChanged(c, true); });
+    suite.add("lock.of-locked", lockLocked);
     suite.add("lock.against-others-committed", [](Check& c) { lockAgainstOthers(c, true); });
     suite.add("lock.against-others-rolled-back", [](Check& c) { lockAgainstOthers(c, false); });
 }
