@@ -208,11 +208,15 @@ private:
         const int badBefore = bad;
         unsigned long at = wishes.at != 0 ? wishes.at : 1;
         const auto start = std::chrono::steady_clock::now();
-        while (runOne(series, at) && wishes.at == 0 && series.fault != "delay")
+        bool isReached = runOne(series, at);
+        for (; isReached && wishes.at == 0 && series.fault != "delay";
+             isReached = runOne(series, at))
             at += wishes.step;
+        const bool isBeyond = wishes.at != 0 && !isReached;
         const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start;
         std::cout << (bad == badBefore ? "ok      " : "FAILED  ") << series.describe()
-                  << ": up to call " << at << ", " << spent.count() << " s" << std::endl;
+                  << (isBeyond ? ": the script ends before call " : ": up to call ") << at << ", "
+                  << spent.count() << " s" << std::endl;
     }
 
     // False when the script ended without reaching the fault.

@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+namespace Kes::testing {
+
+struct FaultRun {
+    int status = -1;
+    std::string output;
+
+    bool says(const std::string& words) const { return output.find(words) != std::string::npos; }
+};
+
+// The program's own arguments are quoted by the caller.
+FaultRun runFaults(const std::string& arguments) {
+    FaultRun run;
+    FILE* pipe = popen((std::string(KES_FAULT_CHECK) + " " + arguments + " 2>&1").c_str(), "r");
+    char buffer[4096];
+    for (std::size_t size; (size = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        run.output.append(buffer, size);
+    const int status = pclose(pipe);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+TEST(FaultCheckTest, TakesOptionsAlsoBehindTheSource) {
+    const FaultRun run = runFaults("sqlite '{folder}/faults.db' --fault delay");
+
+    EXPECT_EQ(0, run.status) << run.output;
+    EXPECT_TRUE(run.says("1 runs, 0 failed")) << run.output;
+}
+
+TEST(FaultCheckTest, NamesWhatIsWrongWithAnArgument) {
+    const std::pair<const char*, const char*> wrong[] = {
+        {"", "name a driver"},
+        {"sqlite", "name a driver"},
+        {"sqlite a b c d", "name a driver"},
+        {"sqlite a --nothing 1", "no option --nothing"},
+        {"sqlite a --at", "--at needs a value"},
+        {"sqlite a --at first", "not \"first\""},
+        {"sqlite a --step 0", "not \"0\""},
+        {"sqlite a --step 99999999999999999999", "--step takes a number"},
+        {"sqlite a --fault crash", "delay, fail, kill, throw"},
+        {"sqlite a --repeat never", "on, once"},
+        {"sqlite a --handler none", "returns, throws"},
+        {"sqlite a --known /no/such/file", "/no/such/file"}};
+    for (const auto& [arguments, words] : wrong) {
+        const FaultRun run = runFaults(arguments);
+        EXPECT_EQ(2, run.status) << arguments;
+        EXPECT_TRUE(run.says(words)) << arguments << ": " << run.output;
+    }
+}
+
+TEST(FaultCheckTest, CannotRunWithoutTheDriverOrTheDatabase) {
+    EXPECT_EQ(2, runFaults("nosuchdriver a").status);
+    EXPECT_EQ(2, runFaults("sqlite /no/such/folder/faults.db").status);
+}
+
+// Nothing that was tried is no success.
+TEST(FaultCheckTest, CannotRunWhenNoFaultComesLikeThat) {
+    EXPECT_EQ(2, runFaults("--fault delay --repeat once sqlite '{folder}/faults.db'").status);
+}
+
+TEST(FaultCheckTest, ShowsItsHelp) {
+    const FaultRun run = runFaults("--help");
+
+    EXPECT_EQ(0, run.status);
+    EXPECT_TRUE(run.says("Usage: kes-fault-check"));
+}
+
+}  // namespace Kes::testing
