@@ -110,6 +110,19 @@ Batch* LedgerModel::prepareCommit() {
     return fresh;
 }
 
+std::string LedgerModel::findFault(long last) {
+    if (counter()->last != last)
+        return numbered("the counter is at", counter()->last);
+    for (long number = std::max(1L, last - BatchesKept + 1); number <= last; ++number) {
+        Batch* batch = findBatch(number);
+        const std::string fault =
+            batch == nullptr ? numbered("there is no batch", number) : faultOf(batch);
+        if (!fault.empty())
+            return fault;
+    }
+    return "";
+}
+
 std::string findFault(const std::string& file, long last) {
     {
         PlainSqlite plain(file);
@@ -128,18 +141,9 @@ std::string findFault(const std::string& file, long last) {
     }
     LedgerModel model;
     model.openFile(file);
-    if (model.counter()->last != last)
-        return numbered("the counter is at", model.counter()->last);
-    for (long number = std::max(1L, last - LedgerModel::BatchesKept + 1); number <= last;
-         ++number) {
-        Batch* batch = model.findBatch(number);
-        const std::string fault =
-            batch == nullptr ? numbered("there is no batch", number) : faultOf(batch);
-        if (!fault.empty())
-            return fault;
-    }
+    const std::string fault = model.findFault(last);
     model.close();
-    return "";
+    return fault;
 }
 
 long lastBatchIn(const std::string& file) {

@@ -60,6 +60,10 @@ public:
     /// The next batch in, the oldest out, and the counter raised.
     Batch* prepareCommit();
 
+    /// What is wrong if the last commit was that of the batch `last`, "" when
+    /// all is right.
+    std::string findFault(long last);
+
     Class* batchClass = nullptr;
     Class* itemClass = nullptr;
     Class* counterClass = nullptr;
