@@ -58,7 +58,30 @@ int SqlSchema::getVersion(const std::string& name, const std::string& kind) {
     return version;
 }
 
+// Nobody prepares the tables of abstract classes. The objects of one that has
+// become abstract could not be seen any more.
+void SqlSchema::checkAbstractClasses(const Model& model) {
+    for (const Class* cls : model.getDeclaredClasses()) {
+        const std::string name = textOf(cls->getName());
+        if (cls->isAbstract() && getVersion(name, "CLASS") < cls->getVersion())
+            checkAbstract(name);
+    }
+}
+
+void SqlSchema::checkAbstract(const std::string& name) {
+    if (!hasColumn(name, "KesObjectID") || !hasColumn(name, "KesVersion"))
+        return;
+    const std::unique_ptr<Statement> asking = connection.prepareCursor(
+        "SELECT " + dialect.quote("KesObjectID") + " FROM " + dialect.quote(name));
+    if (asking->step())
+        throw SqlFailure("the class " + name + " has become abstract and its object " +
+                         std::to_string(asking->integer(0)) +
+                         " is still stored; remove the objects of the class, or leave it concrete");
+}
+
 void SqlSchema::setVersion(const std::string& name, int version, const std::string& kind) {
+    if (kind == "CLASS" && !begun.contains(name))
+        checkAbstract(name);
     if (connection.schemaStage() != nullptr)
         versions.push_back({name, version, kind});
     else
@@ -157,6 +180,9 @@ void SqlSchema::beginClassUpdate(Class* cls) {
         namesChecked = true;
     }
     beginStage();
+    if (begun.empty())
+        checkAbstractClasses(*cls->getModel());
+    begun.insert(textOf(cls->getName()));
     // The version was asked before this transaction held the database.
     if (getVersion(textOf(cls->getName()), "CLASS") >= cls->getVersion()) {
         finished.insert(cls);
@@ -287,6 +313,7 @@ void SqlSchema::commit() {
 void SqlSchema::forget() {
     replaced.clear();
     finished.clear();
+    begun.clear();
     waiting.clear();
     versions.clear();
     if (isStaging) {

@@ -59,6 +59,8 @@ private:
 
     bool exists(const std::string& table);
     bool hasColumn(const std::string& table, const std::string& column);
+    void checkAbstract(const std::string& name);
+    void checkAbstractClasses(const Model& model);
     void checkLinks(const Class* cls);
     void checkLinks(const Class* cls, const Association& association, const String& role);
     void refuseLinks(const Association& association, const std::string& column,
@@ -75,6 +77,7 @@ private:
     const Dialect& dialect;
     Connection& connection;
     std::unique_ptr<Statement> reading;  // a version; null until there is a table
+    std::set<std::string> begun;         // the names of the concrete classes
     std::set<const Class*> replaced;  // whose old table is still there
     std::set<const Class*> finished;  // that another process has upgraded
     bool namesChecked = false;
