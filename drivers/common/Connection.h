@@ -110,6 +110,10 @@ public:
     virtual void rollback() = 0;
     virtual bool inTransaction() = 0;
 
+    /// True when what is read in a transaction has to be part of it, because it
+    /// is isolated from what others commit meanwhile.
+    virtual bool isolatesReads() const { return false; }
+
     /// False when the end of a transaction ends the queries that are under way.
     virtual bool keepsCursors() const { return true; }
 

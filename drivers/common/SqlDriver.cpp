@@ -230,8 +230,10 @@ void SqlDriver::flush() {
     session->queue.flush();
 }
 
-void SqlDriver::beforeReading() {
+void SqlDriver::beforeReading(const Class* cls) {
     flush();
+    if (session->connection->isolatesReads() && cls->getModel()->transactionStarted())
+        prepareToWrite();
 }
 
 bool SqlDriver::commit() {
@@ -311,7 +313,7 @@ bool SqlDriver::removeLink(Instance* first, const String& firstRole, Instance* s
 bool SqlDriver::refresh(Instance* instance) {
     bool unchanged = true;
     const bool done = attempt("refreshing the " + nameOf(instance), [&] {
-        beforeReading();
+        beforeReading(instance->getClass());
         if (!session->connection->inTransaction())
             settleCursors();
         unchanged = refreshFrom(instance);
@@ -349,7 +351,7 @@ bool SqlDriver::refreshFrom(Instance* instance) {
 
 bool SqlDriver::lock(Instance* instance) {
     return attempt("locking the " + nameOf(instance), [&] {
-        beforeReading();
+        beforeReading(instance->getClass());
         prepareToWrite();
         Statement& asking = session->tables.of(instance->getClass()).lockRow();
         asking.bind(0, static_cast<std::int64_t>(instance->getObjectID()));
@@ -386,7 +388,7 @@ DBDriverSelection* SqlDriver::fetch(Class* cls, SelectionDefinition* definition)
     DBDriverSelection* cursor = nullptr;
     attempt("selecting " + std::string(static_cast<const char*>(cls->getName())) + " objects",
             [&] {
-                beforeReading();
+                beforeReading(cls);
                 cursor = new SqlSelection(this, session->tables.of(cls),
                                           static_cast<SqlDefinition*>(definition)->plan);
             });
@@ -400,7 +402,7 @@ bool SqlDriver::readLinks(Association* association, const String& role,
     const bool done = attempt("reading the links of " +
                                   std::string(static_cast<const char*>(association->getName())),
                               [&] {
-                                  beforeReading();
+                                  beforeReading(association->getOneClass());
                                   areAll = session->links.read(*association, role, owners, most,
                                                                links);
                               });

@@ -109,7 +109,7 @@ private:
     void settleCursors();
     void abandonCursors();
     void flush();
-    void beforeReading();
+    void beforeReading(const Class* cls);
     bool link(bool made, Instance* first, const String& firstRole, Instance* second,
               const String& secondRole, Association* association, bool linkFlag);
     bool schemaStep(const std::string& what, void (SqlSchema::*step)(Class*), Class* cls);

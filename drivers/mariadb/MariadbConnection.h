@@ -50,6 +50,7 @@ public:
     void beginSchema() override;
     void commit() override;
     void rollback() override;
+    bool isolatesReads() const override { return settings.isolation != "read committed"; }
     bool inTransaction() override { return inside; }
     void renew() override;
     void traceTo(std::ostream* stream) override { trace = stream; }

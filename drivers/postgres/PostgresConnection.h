@@ -37,6 +37,7 @@ public:
     void commit() override;
     void rollback() override;
     bool inTransaction() override { return transaction == Transaction::Writing; }
+    bool isolatesReads() const override { return isolation != "read committed"; }
     bool keepsCursors() const override { return false; }
     bool takesIdsAside() const override { return true; }
     void renew() override;
