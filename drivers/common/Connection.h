@@ -68,6 +68,14 @@ struct IdBlock {
     bool isUncommitted;  // taken within the open transaction
 };
 
+/// How many bytes the texts and blobs of one object may have together.
+struct SizeLimit {
+    std::size_t bytes = 1000000000;
+    const char* called = "the limit";  // in messages
+    const char* remedy = "make them smaller";
+    bool isOfStatement = false;  // of what one statement writes, not of the whole row
+};
+
 class Connection {
 public:
     virtual ~Connection() = default;
@@ -79,6 +87,9 @@ public:
         return prepare(text);
     }
     virtual void execute(const std::string& text) = 0;
+
+    /// What is beyond is refused before it is sent.
+    virtual SizeLimit sizeLimit() const { return {}; }
 
     /// Waits for all posted writes. Throws the PostFailure of the first that
     /// failed; nothing is posted any more then.

@@ -113,9 +113,6 @@ public:
 
     /// Why the database does not keep the finite number; empty when it does.
     virtual std::string faultOf(double) const { return ""; }
-
-    /// The largest text or blob, in bytes.
-    virtual std::size_t largestValue() const { return 1000000000; }
 };
 
 }  // namespace Kes::sql

@@ -31,7 +31,11 @@ void FieldBinder::start(Statement& target, const ClassTable& itsTable, Instance*
     parameter = first;
     if (first == 0)
         formattedUsed = 0;
+    limit = connection.sizeLimit();
+    bytes = 0;
+    largest = 0;
     instance->handle(this);
+    checkBytes();
 }
 
 void FieldBinder::bindAll(Statement& target, const ClassTable& itsTable, Instance* instance,
@@ -80,10 +84,35 @@ void FieldBinder::bindReal(const String& name, double value) {
     statement->bind(at, value);
 }
 
+std::string FieldBinder::boundName() const {
+    return "the " + table->name() + " object " + std::to_string(bound->getObjectID());
+}
+
 void FieldBinder::refuse(const String& name, const std::string& why) const {
-    throw SqlFailure("the field " + std::string(static_cast<const char*>(name)) + " of the " +
-                     table->name() + " object " + std::to_string(bound->getObjectID()) + " " +
-                     why + "; give it another value");
+    throw SqlFailure("the field " + std::string(static_cast<const char*>(name)) + " of " +
+                     boundName() + " " + why + "; give it another value");
+}
+
+void FieldBinder::countBytes(const String& name, std::size_t size, bool isSent) {
+    if (!isSent && limit.isOfStatement)
+        return;
+    bytes += size;
+    if (size <= largest)
+        return;
+    largest = size;
+    largestField = name;
+}
+
+// A database that gets a row beyond its limit may end the connection.
+void FieldBinder::checkBytes() const {
+    // What a database puts before a row and before each of its values.
+    const std::size_t overhead = 1024 + 9 * static_cast<std::size_t>(column);
+    if (bytes + overhead <= limit.bytes)
+        return;
+    throw SqlFailure("the values of " + boundName() + " have " + std::to_string(bytes) +
+                     " bytes together, " + std::to_string(largest) + " of them in the field " +
+                     std::string(static_cast<const char*>(largestField)) + ", too much for " +
+                     limit.called + " of " + std::to_string(limit.bytes) + "; " + limit.remedy);
 }
 
 void FieldBinder::handleULong(const String& name, unsigned long& value) {
@@ -119,15 +148,13 @@ void FieldBinder::handleDouble(const String& name, double& value) {
 
 void FieldBinder::handleString(const String& name, String& value, int) {
     const int at = nextParameter();
-    if (at < 0)
-        return;
     const char* text = value;
     const std::size_t size = std::strlen(text);
+    countBytes(name, size, at >= 0);
+    if (at < 0)
+        return;
     if (!isValidUtf8(text, size))
         refuse(name, "is not valid UTF-8");
-    if (size > dialect.largestValue())
-        refuse(name, "has " + std::to_string(size) + " bytes, more than the limit of " +
-                         std::to_string(dialect.largestValue()));
     statement->bindText(at, text, size);
 }
 
@@ -147,16 +174,14 @@ void FieldBinder::handleTimestamp(const String& name, Timestamp& value) {
 
 void FieldBinder::handleBlob(const String& name, Blob& value) {
     const int at = nextParameter();
+    const auto size = static_cast<std::size_t>(value.size());
+    countBytes(name, size, at >= 0);
     if (at < 0)
         return;
     if (value.isEmpty()) {
         statement->bindNull(at);
         return;
     }
-    const auto size = static_cast<std::size_t>(value.size());
-    if (size > dialect.largestValue())
-        refuse(name, "has " + std::to_string(size) + " bytes, more than the limit of " +
-                         std::to_string(dialect.largestValue()));
     statement->bindBytes(at, value.data(), size);
 }
 

@@ -26,7 +26,8 @@ struct LinkValue {
 /// databases do not all keep exactly.
 class FieldBinder final : public Handler {
 public:
-    explicit FieldBinder(const Dialect& itsDialect) : dialect(itsDialect) {}
+    FieldBinder(const Dialect& itsDialect, const Connection& itsConnection)
+        : dialect(itsDialect), connection(itsConnection) {}
 
     /// All columns, in order, to the parameters from `first` on; the values are
     /// good until a row is bound to parameter 0. References come from the links,
@@ -63,9 +64,13 @@ private:
     int nextParameter();
     void bindInteger(std::int64_t value);
     void bindReal(const String& name, double value);
+    void countBytes(const String& name, std::size_t size, bool isSent);
+    void checkBytes() const;
+    std::string boundName() const;
     [[noreturn]] void refuse(const String& name, const std::string& why) const;
 
     const Dialect& dialect;
+    const Connection& connection;
     Statement* statement = nullptr;
     const ClassTable* table = nullptr;
     const Instance* bound = nullptr;
@@ -73,6 +78,12 @@ private:
     const ColumnSet* set = nullptr;  // null for all columns
     int column = 0;
     int parameter = 0;
+
+    // The texts and blobs of the row that is being bound.
+    SizeLimit limit;
+    std::size_t bytes = 0;    // that the limit counts
+    std::size_t largest = 0;  // of them, in one field
+    String largestField;
 
     // Formatted values of the rows that are being bound.
     struct Formatted {

@@ -93,7 +93,7 @@ void SqlUpgrade::moveRows(const std::string& quotedTarget, bool inSteps) {
 
     // New columns keep the dummy's values from row to row.
     const std::unique_ptr<Instance> dummy(table.getClass()->getDummy());
-    FieldBinder binder(dialect);
+    FieldBinder binder(dialect, connection);
     binder.bindAll(*writing, table, dummy.get(), {});
     std::size_t moved = 0;
     for (; reading->step(); ++moved) {

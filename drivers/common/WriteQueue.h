@@ -43,7 +43,7 @@ public:
         : tables(itsTables),
           dialect(itsDialect),
           connection(itsConnection),
-          binder(itsDialect) {}
+          binder(itsDialect, itsConnection) {}
     WriteQueue(const WriteQueue&) = delete;
     WriteQueue& operator=(const WriteQueue&) = delete;
 

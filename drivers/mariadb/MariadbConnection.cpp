@@ -167,6 +167,15 @@ bool MariadbConnection::configure() {
                                        (settings.causalReads ? "1" : "0"));
 }
 
+// The server takes no larger statement; it sends larger rows.
+SizeLimit MariadbConnection::sizeLimit() const {
+    SizeLimit limit;
+    if (packetLimit != 0)
+        limit = {packetLimit, "the server's max_allowed_packet",
+                 "raise that and open again, or make them smaller", true};
+    return limit;
+}
+
 std::unique_ptr<Statement> MariadbConnection::prepare(const std::string& text) {
     return std::make_unique<MariadbStatement>(*this, text);
 }

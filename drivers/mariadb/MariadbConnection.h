@@ -42,6 +42,7 @@ public:
     std::unique_ptr<Statement> prepare(const std::string& text) override;
     void execute(const std::string& text) override;
     void settle() override;
+    SizeLimit sizeLimit() const override;
     bool prefersRuns() const override { return bulk; }
     IdBlock takeIds(unsigned long least, unsigned long count) override;
     bool takesIdsAside() const override { return true; }

@@ -6,6 +6,8 @@ namespace Kes::sql {
 
 namespace {
 
+constexpr std::size_t LargestKept = std::size_t{8} << 20;  // bytes, for the next rows
+
 enum_field_types typeOf(Row::Kind kind) {
     switch (kind) {
     case Row::Real: return MYSQL_TYPE_DOUBLE;
@@ -53,6 +55,8 @@ void MariadbPosts::clear() {
         column.integers.clear();
         column.reals.clear();
         column.bytes.clear();
+        if (column.bytes.capacity() > LargestKept)
+            column.bytes.shrink_to_fit();
         column.offsets.clear();
         column.sizes.clear();
     }

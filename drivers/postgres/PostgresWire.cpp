@@ -279,6 +279,9 @@ std::string PostgresWire::explain(const pg_result* result) const {
                milliseconds(*limits.statement);
     if (state == "25P02")
         return "an earlier statement of the transaction has failed; roll it back and try again";
+    if (state == "54000" && says(words, "index row"))
+        return words + "; an index holds texts of some 2700 bytes, more where they can be "
+                       "compressed: shorten the text, or drop the index";
     if (state == "53100")
         return words + "; make room and try again";
     return words;

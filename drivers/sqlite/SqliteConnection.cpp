@@ -255,8 +255,11 @@ void SqliteConnection::traceTo(std::ostream* stream) {
     sqlite3_trace_v2(database, stream != nullptr ? SQLITE_TRACE_PROFILE : 0U, writeTrace, stream);
 }
 
-std::int64_t SqliteConnection::largestValue() const {
-    return sqlite3_limit(database, SQLITE_LIMIT_LENGTH, -1);
+// It holds for a row as a whole, too.
+SizeLimit SqliteConnection::sizeLimit() const {
+    SizeLimit limit;
+    limit.bytes = static_cast<std::size_t>(sqlite3_limit(database, SQLITE_LIMIT_LENGTH, -1));
+    return limit;
 }
 
 void SqliteConnection::fail(int code) const {

@@ -41,10 +41,8 @@ public:
     void commit() override;
     void rollback() override;
     bool inTransaction() override;
+    SizeLimit sizeLimit() const override;
     void traceTo(std::ostream* stream) override;
-
-    /// The largest text or blob, in bytes.
-    std::int64_t largestValue() const;
 
 private:
     void configure();

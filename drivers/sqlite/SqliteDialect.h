@@ -21,11 +21,6 @@ public:
     std::string nameFault(const std::string& identifier) const override;
     std::string fold(const std::string& identifier) const override;
     std::size_t mostColumns() const override { return 2000; }
-    std::size_t largestValue() const override { return largest; }
-    void setLargestValue(std::size_t bytes) { largest = bytes; }
-
-private:
-    std::size_t largest = 1000000000;
 };
 
 }  // namespace Kes::sql

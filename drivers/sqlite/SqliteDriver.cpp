@@ -29,10 +29,7 @@ std::unique_ptr<Connection> SqliteDriver::connect(const String& source, const St
     settings.mmapSize = options.getNumber("mmap_size", 0, 1L << 30, settings.mmapSize);
     settings.maxPageCount = options.getNumber("max_page_count", 0, 1L << 32, 0);
     readOnly = settings.readOnly;
-    auto connection = std::make_unique<SqliteConnection>(settings);
-    static_cast<SqliteDialect&>(getDialect())
-        .setLargestValue(static_cast<std::size_t>(connection->largestValue()));
-    return connection;
+    return std::make_unique<SqliteConnection>(settings);
 }
 
 }  // namespace Kes::sql

@@ -77,6 +77,15 @@ public:
     /// Whether a zero keeps its sign; it is refused otherwise.
     virtual bool keepsNegativeZeros() const { return true; }
 
+    /// How many bytes the values of an object may have together, and what a
+    /// refusal calls the limit.
+    virtual std::size_t mostBytes() const { return 1000000000; }
+    virtual std::string sizeLimit() const { return std::to_string(mostBytes()); }
+
+    /// Whether an indexed field takes texts of any length; the index refuses
+    /// long ones otherwise.
+    virtual bool indexesLongTexts() const { return true; }
+
     /// How many columns the driver gives a table at most.
     virtual std::size_t mostColumns() const = 0;
 

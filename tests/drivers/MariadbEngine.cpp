@@ -61,6 +61,8 @@ public:
     bool foldsTableNames() const override { return false; }
     bool foldsColumnNames() const override { return true; }
     bool keepsNegativeZeros() const override { return false; }
+    std::size_t mostBytes() const override { return 16777216; }
+    std::string sizeLimit() const override { return "max_allowed_packet of 16777216"; }
     std::size_t mostColumns() const override { return 1016; }
     std::vector<std::string> tableNamesOfItsOwn() const override { return {"kes_new_thing"}; }
 

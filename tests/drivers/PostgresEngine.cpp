@@ -46,6 +46,7 @@ public:
     }
     bool foldsTableNames() const override { return false; }
     bool foldsColumnNames() const override { return false; }
+    bool indexesLongTexts() const override { return false; }
     std::size_t mostColumns() const override { return 1000; }
     std::vector<std::string> tableNamesOfItsOwn() const override { return {"pg_thing"}; }
 
