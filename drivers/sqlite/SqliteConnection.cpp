@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <ostream>
 #include <system_error>
@@ -12,9 +13,13 @@ namespace Kes::sql {
 
 namespace {
 
-// What the operating system has said, where it was asked.
+// What the operating system has said, where it was asked. SQLite opens a file
+// that it may not make once more for reading, and then it is not there.
 std::string reasonOf(sqlite3* database) {
     const int number = sqlite3_system_errno(database);
+    if (number == ENOENT)
+        return ": it, or a journal beside it, cannot be made in the folder; the folder has to be "
+               "writable";
     return number == 0 ? "" : " (" + std::generic_category().message(number) + ")";
 }
 
@@ -29,7 +34,10 @@ std::string explain(sqlite3* database, int code, const SqliteSettings& settings)
                " ms: let it commit, roll back or close, then try again, or open this one with a "
                "larger busy_timeout";
     case SQLITE_FULL: return words + "; make room and try again";
-    case SQLITE_READONLY: return words + "; the file or its folder cannot be written";
+    case SQLITE_READONLY:
+        if (code == SQLITE_READONLY_DIRECTORY)
+            return words + ": no journal can be made beside it; the folder has to be writable";
+        return words + "; the file or its folder cannot be written";
     case SQLITE_CANTOPEN:
     case SQLITE_IOERR: return words + reasonOf(database);
     case SQLITE_NOTADB: return words + " (\"" + settings.file + "\")";
@@ -171,7 +179,9 @@ SqliteConnection::SqliteConnection(const SqliteSettings& wanted) : settings(want
     try {
         if (code != SQLITE_OK)
             fail(code);
+        checkWritable();
         configure();
+        checkJournal();
     } catch (...) {
         sqlite3_close_v2(database);
         throw;
@@ -199,6 +209,29 @@ void SqliteConnection::checkFile() const {
     if (!fs::exists(path, ignored) && (!settings.create || settings.readOnly))
         throw SqlFailure("the file \"" + settings.file +
                          "\" does not exist; open it with create=true to make it");
+}
+
+// SQLite opens a file that it may not write for reading, without a word.
+void SqliteConnection::checkWritable() const {
+    if (!settings.readOnly && sqlite3_db_readonly(database, "main") == 1)
+        throw SqlFailure("the file \"" + settings.file +
+                         "\" cannot be written; get the right to, or open it with readonly=true");
+}
+
+// A journal is made by the first write of a transaction only. Somebody else's
+// lock is no reason to doubt that it can be.
+void SqliteConnection::checkJournal() {
+    const bool isMade = settings.journalMode == "delete" || settings.journalMode == "truncate" ||
+                        settings.journalMode == "persist";
+    if (settings.readOnly || settings.file == ":memory:" || !isMade)
+        return;
+    sqlite3_busy_timeout(database, 0);
+    const int code = sqlite3_exec(database, "BEGIN IMMEDIATE; PRAGMA user_version=0", nullptr,
+                                  nullptr, nullptr);
+    if (code != SQLITE_OK && (code & 0xFF) != SQLITE_BUSY)
+        fail(code);
+    rollback();
+    sqlite3_busy_timeout(database, static_cast<int>(settings.busyTimeout));
 }
 
 void SqliteConnection::configure() {

@@ -47,6 +47,8 @@ public:
 private:
     void configure();
     void checkFile() const;
+    void checkWritable() const;
+    void checkJournal();
     [[noreturn]] void fail(int code) const;
 
     SqliteSettings settings;

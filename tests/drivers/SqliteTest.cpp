@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/drivers/PlainSqlite.h"
+#include "tests/drivers/ReadOnly.h"
 #include "tests/drivers/TemporaryFolder.h"
 #include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"
@@ -111,6 +112,106 @@ TEST_F(SqliteTest, ReadsButDoesNotWriteWithReadonly) {
 
     EXPECT_TRUE(says(message, "readonly")) << message;
     EXPECT_EQ(30, ann->age);
+}
+
+// What the sources of a test's own models cannot write.
+class SqliteReadOnlyTest : public SqliteTest {
+protected:
+    SqliteReadOnlyTest() {
+        if (!readOnly.isPossible())
+            return;
+        std::filesystem::create_directory(folder.path("place"));
+        make(file);
+    }
+
+    void SetUp() override {
+        if (!readOnly.isPossible())
+            GTEST_SKIP() << "this root may make nothing read-only";
+    }
+
+    void make(const std::string& source, const char* openOptions = "journal_mode=delete") {
+        StaffModel model;
+        model.openWith("sqlite", source.c_str(), openOptions);
+        model.startTransaction();
+        model.newPerson("Ann", 30);
+        model.commit();
+    }
+
+    void expectToRead(const std::string& source) {
+        StaffModel model;
+        model.openWith("sqlite", source.c_str(), "readonly=true");
+        EXPECT_NE(nullptr, model.findPerson("Ann"));
+    }
+
+    ReadOnly readOnly;
+    std::string file = folder.path("place/staff.db");
+};
+
+TEST_F(SqliteReadOnlyTest, RefusesAFileUnlessItIsOpenedForReading) {
+    readOnly.make(file);
+    ASSERT_TRUE(readOnly.isPossible());
+
+    for (const char* openOptions : {"", "journal_mode=delete"}) {
+        const std::string message = refusal(file, openOptions);
+        EXPECT_TRUE(says(message, "staff.db\" cannot be written")) << message;
+        EXPECT_TRUE(says(message, "readonly=true")) << message;
+    }
+
+    expectToRead(file);
+}
+
+TEST_F(SqliteReadOnlyTest, RefusesAFolderUnlessItsFilesAreOpenedForReading) {
+    readOnly.make(folder.path("place"));
+    ASSERT_TRUE(readOnly.isPossible());
+
+    const std::string message = refusal(file);
+
+    EXPECT_TRUE(says(message, "staff.db\" cannot be written")) << message;
+    expectToRead(file);
+}
+
+TEST_F(SqliteReadOnlyTest, RefusesANewFileInAFolder) {
+    readOnly.make(folder.path("place"));
+    ASSERT_TRUE(readOnly.isPossible());
+
+    const std::string message = refusal(folder.path("place/new.db"));
+
+    EXPECT_TRUE(says(message, "cannot be made in the folder")) << message;
+}
+
+TEST_F(SqliteReadOnlyTest, RefusesAFolderThatTakesNoJournal) {
+    readOnly.make(folder.path("place"), "staff.db");
+    ASSERT_TRUE(readOnly.isPossible());
+
+    for (const char* openOptions :
+         {"", "journal_mode=delete", "journal_mode=truncate", "journal_mode=persist"}) {
+        const std::string message = refusal(file, openOptions);
+        EXPECT_TRUE(says(message, "journal")) << message;
+        EXPECT_TRUE(says(message, "the folder has to be writable")) << message;
+    }
+
+    expectToRead(file);
+}
+
+TEST_F(SqliteReadOnlyTest, SaysThatAWriteAheadLogCannotBeMade) {
+    make(folder.path("place/log.db"), "journal_mode=wal");
+    readOnly.make(folder.path("place"));
+    ASSERT_TRUE(readOnly.isPossible());
+
+    const std::string message = refusal(folder.path("place/log.db"), "readonly=true");
+
+    EXPECT_TRUE(says(message, "journal")) << message;
+    EXPECT_TRUE(says(message, "the folder has to be writable")) << message;
+}
+
+TEST_F(SqliteReadOnlyTest, FindsAJournalsPlaceWhileSomebodyElseWrites) {
+    PlainSqlite holder(file);
+    holder.run("BEGIN IMMEDIATE");
+
+    EXPECT_EQ("", refusal(file, "journal_mode=delete"));
+
+    holder.run("ROLLBACK");
+    EXPECT_EQ("0", holder.ask("PRAGMA user_version"));
 }
 
 TEST_F(SqliteTest, NamesTheFileAndTheDriver) {
