@@ -114,6 +114,70 @@ TEST_F(MariadbOpenTest, TellsOfRightsThatAreMissing) {
     EXPECT_TRUE(says(said, "CREATE command denied")) << said;
 }
 
+// A user who may read the tables of another one.
+class MariadbGuestTest : public MariadbTest {
+protected:
+    MariadbGuestTest() {
+        StaffModel model;
+        engine->open(model);
+        model.startTransaction();
+        model.newPerson("Ann", 30);
+        model.commit();
+        admin.run("CREATE OR REPLACE USER " + user + "@'%' IDENTIFIED BY 'guest'");
+    }
+    ~MariadbGuestTest() override {
+        guest.close();
+        admin.run("DROP USER " + user + "@'%'");
+    }
+
+    void allowToRead(const char* table) {
+        admin.run("GRANT SELECT ON " + database() + "." + table + " TO " + user + "@'%'");
+    }
+
+    void openAsGuest() {
+        guest.open("mariadb", engine->source().c_str(), "guest", user.c_str(), "");
+    }
+
+    std::string user = database() + "_guest";
+    StaffModel guest;
+};
+
+TEST_F(MariadbGuestTest, ReadsAndIsToldThatWritingIsForbidden) {
+    allowToRead("*");
+    openAsGuest();
+    const Pointer<Person> ann(guest.findPerson("Ann"));
+    ASSERT_NE(nullptr, ann.getInstance());
+    guest.startTransaction();
+    ann->change();
+    ann->age = 31;
+
+    const std::string said = messageRaisedBy([&] { guest.commit(); });
+
+    EXPECT_TRUE(says(said, "updating the Person object")) << said;
+    EXPECT_TRUE(says(said, "UPDATE command denied to user '" + user)) << said;
+    EXPECT_EQ(30, ann->age);
+    EXPECT_EQ("30", engine->ask("SELECT [age] FROM [Person]"));
+    const std::string added = messageRaisedBy([&] {
+        guest.startTransaction();
+        guest.newPerson("Bob");
+    });
+    EXPECT_TRUE(says(added, "command denied to user '" + user)) << added;
+    EXPECT_NE(nullptr, guest.findPerson("Ann"));
+}
+
+TEST_F(MariadbGuestTest, IsToldWhichTableIsForbidden) {
+    for (const char* table : {"kes_versions", "kes_ids", "Company"})
+        allowToRead(table);
+    openAsGuest();
+
+    const std::string said = messageRaisedBy([&] { guest.findPerson("Ann"); });
+
+    EXPECT_TRUE(says(said, "Person objects")) << said;
+    EXPECT_TRUE(says(said, "SELECT command denied to user '" + user)) << said;
+    EXPECT_TRUE(says(said, "Person`")) << said;
+    EXPECT_EQ(nullptr, guest.findCompany("Firm"));
+}
+
 TEST_F(MariadbOpenTest, RefusesAPasswordInTheSource) {
     const std::string said = refusal("mariadb://kes:secret@" + engine->source());
 

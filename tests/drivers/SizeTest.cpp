@@ -195,7 +195,8 @@ TEST_P(IndexedTextTest, IsKeptWhenTheIndexIsMadeLaterOrTheUpgradeIsRefused) {
     EXPECT_EQ(engine->indexesLongTexts(), said.empty()) << said;
     EXPECT_TRUE(said.empty() || says(said, "Paper")) << said;
     EXPECT_TRUE(said.empty() || says(said, "index")) << said;
-    EXPECT_EQ(said.empty() ? "2" : "1", ask("SELECT version FROM kes_versions WHERE kind = 'MODEL'"));
+    EXPECT_EQ(said.empty() ? "2" : "1",
+              ask("SELECT version FROM kes_versions WHERE kind = 'MODEL'"));
     PaperModel reader(said.empty() ? 2 : 1, said.empty());
     open(reader);
     Selection all(reader.paperClass);
