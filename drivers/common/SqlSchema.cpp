@@ -21,18 +21,35 @@ bool SqlSchema::exists(const std::string& table) {
     return asking->step();
 }
 
+void SqlSchema::makeOwnTables() {
+    connection.beginSchema();
+    connection.execute("CREATE TABLE IF NOT EXISTS kes_versions (kind VARCHAR(10) NOT NULL, name " +
+                       dialect.keyTextType() +
+                       ", version INTEGER NOT NULL, PRIMARY KEY (kind, name))");
+    for (const std::string& text : dialect.idStore())
+        connection.execute(text);
+    writeVersion({"kes", Format, "FORMAT"});
+    connection.commit();
+}
+
 void SqlSchema::prepare(bool mayWrite) {
     if (!exists("kes_versions")) {
         if (!mayWrite)
             return;
-        connection.beginSchema();
-        connection.execute(
-            "CREATE TABLE IF NOT EXISTS kes_versions (kind VARCHAR(10) NOT NULL, name " +
-            dialect.keyTextType() + ", version INTEGER NOT NULL, PRIMARY KEY (kind, name))");
-        for (const std::string& text : dialect.idStore())
-            connection.execute(text);
-        writeVersion({"kes", Format, "FORMAT"});
-        connection.commit();
+        // On a cluster a program on another node may do the same at the moment.
+        constexpr int mostTries = 10;
+        for (int tries = 1;; ++tries) {
+            try {
+                makeOwnTables();
+                break;
+            } catch (const SqlFailure&) {
+                if (connection.schemaStage() == nullptr || tries == mostTries)
+                    throw;
+                connection.rollback();
+                if (!exists("kes_versions"))
+                    throw;
+            }
+        }
     }
     const int format = getVersion("kes", "FORMAT");
     if (format > Format)
@@ -263,8 +280,8 @@ void SqlSchema::createView(Class* cls) {
     }
     if (parts.empty()) {
         for (const Column& column : table.columns())
-            parts += (parts.empty() ? "SELECT NULL AS " : ", NULL AS ") +
-                     dialect.quote(column.name);
+            parts +=
+                (parts.empty() ? "SELECT NULL AS " : ", NULL AS ") + dialect.quote(column.name);
         parts += ", NULL AS " + dialect.quote("KesClass") + " WHERE 1 = 0";
     }
     const std::string view = dialect.quote(ClassTable::viewName(cls));
@@ -281,8 +298,7 @@ void SqlSchema::createView(Class* cls) {
 void SqlSchema::createAssociation(const Association* association) {
     const std::string name = textOf(association->getName());
     // Without a transaction around both, the index may be what is missing.
-    if (!Tables::isManyToMany(association) ||
-        (connection.schemaStage() == nullptr && exists(name)))
+    if (!Tables::isManyToMany(association) || (connection.schemaStage() == nullptr && exists(name)))
         return;
     const std::string one = dialect.quote(textOf(association->getOneRole()));
     const std::string other = dialect.quote(textOf(association->getOtherRole()));

@@ -57,6 +57,7 @@ private:
         std::string kind;
     };
 
+    void makeOwnTables();
     bool exists(const std::string& table);
     bool hasColumn(const std::string& table, const std::string& column);
     void checkAbstract(const std::string& name);

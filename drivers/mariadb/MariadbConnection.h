@@ -57,6 +57,9 @@ public:
     void traceTo(std::ostream* stream) override { trace = stream; }
 
     bool isClustered() const { return clustered; }
+    std::chrono::milliseconds lockTimeout() const {
+        return std::chrono::milliseconds(settings.lockTimeout);
+    }
     bool foldsTableNames() const { return foldsTables; }
 
     // --- for statements ---

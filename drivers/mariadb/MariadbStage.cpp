@@ -15,11 +15,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* Turns = "kes_turn_";
-constexpr const char* Clearing = "_clearing";  // behind the name of a turn
+
+// Behind the name of a turn, while somebody has it.
+constexpr const char* Clearing = "_clearing";
+constexpr const char* Running = "_running";
 
 // Longer than a cluster stands still when it loses a node.
 constexpr std::chrono::seconds ClearingPatience(30);
-constexpr std::chrono::milliseconds ClearingPause(20);
+constexpr std::chrono::milliseconds Pause(20);
 constexpr int MostTriesForTurn = 20;
 
 constexpr const char* Tables =
@@ -42,6 +45,10 @@ std::string turnName(long number) {
 
 std::string clearingName(long number) {
     return turnName(number) + Clearing;
+}
+
+std::string runningName(long number) {
+    return turnName(number) + Running;
 }
 
 long turnOf(const std::string& name) {
@@ -80,7 +87,7 @@ void MariadbStage::begin() {
     turn = 0;
     claim();
     sweep();
-    endClearing();
+    endClearing(runningName(turn));
     connection.begin();
 }
 
@@ -92,8 +99,8 @@ std::string MariadbStage::lastTurn() {
     return last;
 }
 
-// Nobody clears away on this node, or the schema lock would not have been given.
-// A program on another node is given its time, unless it has died meanwhile.
+// Whoever has the turn on this node is dead, or the schema lock would not have
+// been given. A program on another node is given its time.
 void MariadbStage::claim() {
     std::string seen;
     auto since = Clock::now();
@@ -103,14 +110,21 @@ void MariadbStage::claim() {
             seen = last;
             since = Clock::now();
         }
-        if (!connection.isClustered() || !last.ends_with(Clearing) ||
-            Clock::now() - since > ClearingPatience) {
+        if (Clock::now() - since >= patienceFor(last)) {
             if (takeTurnAfter(last, tries == MostTriesForTurn))
                 return;
             ++tries;
         }
-        std::this_thread::sleep_for(ClearingPause);
+        std::this_thread::sleep_for(Pause);
     }
+}
+
+std::chrono::milliseconds MariadbStage::patienceFor(const std::string& last) const {
+    if (connection.isClustered() && last.ends_with(Clearing))
+        return ClearingPatience;
+    if (connection.isClustered() && last.ends_with(Running))
+        return connection.lockTimeout();
+    return std::chrono::milliseconds(0);
 }
 
 // False when another node was faster.
@@ -122,6 +136,10 @@ bool MariadbStage::takeTurnAfter(const std::string& last, bool isLastTry) {
                                " (id INTEGER NOT NULL PRIMARY KEY)");
         else
             connection.execute(renaming(last, clearingName(next)));
+        if (last.empty() && lastTurn() != clearingName(next)) {
+            connection.execute("DROP TABLE " + quoted(clearingName(next)));
+            return false;
+        }
     } catch (const SqlFailure&) {
         if (isLastTry)
             throw;
@@ -132,8 +150,8 @@ bool MariadbStage::takeTurnAfter(const std::string& last, bool isLastTry) {
     return true;
 }
 
-void MariadbStage::endClearing() {
-    connection.execute(renaming(clearingName(turn), turnName(turn)));
+void MariadbStage::endClearing(const std::string& next) {
+    connection.execute(renaming(clearingName(turn), next));
     isClearing = false;
 }
 
@@ -151,7 +169,7 @@ void MariadbStage::freeze(const std::string& table) {
     const std::string condition =
         "EXISTS (SELECT 1 FROM information_schema.tables WHERE table_schema = DATABASE() AND "
         "table_name = '" +
-        turnName(turn) + "')";
+        runningName(turn) + "')";
     int number = 0;
     for (const char* event : {"INSERT", "UPDATE", "DELETE"})
         connection.execute(
@@ -173,7 +191,7 @@ std::string MariadbStage::place(const std::string& table) {
 }
 
 void MariadbStage::swap() {
-    std::string text = renaming(turnName(turn), turnName(turn + 1));
+    std::string text = renaming(runningName(turn), runningName(turn + 1));
     for (std::size_t i = 0; i < moves.size(); ++i) {
         const std::string table = quoted(moves[i].table);
         if (moves[i].isReplaced)
@@ -198,7 +216,7 @@ void MariadbStage::end() {
     isOpen = false;
     try {
         if (isSwapped)
-            dropOldTables();
+            finish();
         else
             giveUp();
     } catch (const SqlFailure&) {
@@ -213,23 +231,24 @@ void MariadbStage::end() {
     }
 }
 
-// Their triggers go with them.
-void MariadbStage::dropOldTables() {
+// The triggers of the old tables go with them.
+void MariadbStage::finish() {
     for (std::size_t i = 0; i < moves.size(); ++i)
         if (moves[i].isReplaced)
             connection.execute("DROP TABLE IF EXISTS " + quoted(nameOf("old", i)));
+    connection.execute(renaming(runningName(turn + 1), turnName(turn + 1)));
 }
 
 void MariadbStage::giveUp() {
     if (turn == 0)
         return;
     if (!isClearing) {
-        connection.execute(renaming(turnName(turn), clearingName(turn + 1)));
+        connection.execute(renaming(runningName(turn), clearingName(turn + 1)));
         ++turn;
         isClearing = true;
         sweep();
     }
-    endClearing();
+    endClearing(turnName(turn));
 }
 
 }  // namespace Kes::sql

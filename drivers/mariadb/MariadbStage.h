@@ -6,6 +6,8 @@
 // whose turn it is: each upgrade renames it to the next number when it begins
 // and again together with its tables, so two that run at the same time, even on
 // two nodes, cannot both come to their end. On one node they wait for each other.
+// On other nodes they wait as long as for a lock while the name says that an
+// upgrade runs, which may be one that has died.
 //
 // Whoever drops leftovers says so in that name too, and the others wait: a server
 // that drops a trigger holds its name while it waits for its place in the
@@ -14,6 +16,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -40,11 +43,12 @@ private:
     };
 
     void claim();
+    std::chrono::milliseconds patienceFor(const std::string& last) const;
     bool takeTurnAfter(const std::string& last, bool isLastTry);
     std::string lastTurn();
     void sweep();
-    void endClearing();
-    void dropOldTables();
+    void endClearing(const std::string& next);
+    void finish();
     void giveUp();
     std::vector<std::string> namesLike(const std::string& query, const std::string& pattern);
     std::string nameOf(const char* purpose, std::size_t position) const;

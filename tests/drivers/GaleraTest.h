@@ -26,6 +26,8 @@ protected:
         static int made = 0;
         database = "test_" + std::to_string(getpid()) + "_" + std::to_string(++made);
         PlainMariadb(sourceOf(1), user, password).run("CREATE DATABASE " + database);
+        for (int node = 1; node <= Nodes; ++node)
+            PlainMariadb(sourceOf(node), user, password).catchUp();
     }
     ~GaleraTest() override {
         try {
@@ -57,7 +59,7 @@ protected:
 
     std::string ask(int node, const std::string& text) const {
         PlainMariadb plain(hostOf(node) + "/" + database, user, password);
-        plain.run("SET SESSION wsrep_sync_wait = 7");
+        plain.catchUp();
         return plain.ask(text);
     }
 

@@ -31,7 +31,7 @@ TEST_F(GaleraUpgradeTest, StaysAliveWhenTwoNodesGiveUpgradesUp) {
     std::vector<std::unique_ptr<Child>> children;
     for (const int node : {1, 2})
         children.push_back(std::make_unique<Child>([this, node](const Child::Report&) {
-            for (int round = 0; round < 20; ++round) {
+            for (int round = 0; round < 10; ++round) {
                 ParcelModel model(3);
                 if (codeRaisedBy([&] { open(model, {node}); }).empty())
                     return false;
@@ -63,6 +63,19 @@ TEST_F(GaleraUpgradeTest, WaitsForAnUpgradeThatClearsAwayOnAnotherNode) {
     EXPECT_EQ("kes_turn_5_clearing", kept);
     EXPECT_TRUE(upgrading.succeeds());
     EXPECT_EQ("100", ask(1, "SELECT count(*) FROM Parcel WHERE weight = 7"));
+}
+
+TEST_F(GaleraUpgradeTest, TakesTheTurnOfAnUpgradeThatHasDiedOnAnotherNode) {
+    fillParcels();
+    PlainMariadb other(hostOf(1) + "/" + database, user, password);
+    const std::string turn = other.ask("SHOW TABLES LIKE 'kes_turn_%'");
+    other.run("RENAME TABLE " + turn + " TO kes_turn_5_running");
+    ParcelModel model(2);
+
+    EXPECT_EQ("", messageRaisedBy([&] { open(model, {2}, "lock_timeout=500"); }));
+
+    EXPECT_EQ("100", ask(1, "SELECT count(*) FROM Parcel WHERE weight = 7"));
+    EXPECT_EQ("kes_turn_7", ask(1, "SHOW TABLES LIKE 'kes_turn_%'"));
 }
 
 TEST_F(GaleraUpgradeTest, LosesNothingWhenTwoNodesUpgradeWhileAThirdOneWrites) {

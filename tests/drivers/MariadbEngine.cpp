@@ -17,7 +17,7 @@ public:
         plain.run("CREATE DATABASE " + database);
         plain.run("USE " + database);
         if (isCluster())
-            plain.run("SET SESSION wsrep_sync_wait = 7");
+            waitForNodes();
     }
     ~MariadbEngine() override {
         try {
@@ -74,6 +74,15 @@ private:
     static constexpr int Nodes = 3;
 
     bool isCluster() const { return server == "galera"; }
+
+    // The database is there on all of them.
+    void waitForNodes() {
+        for (int node = 1; node <= Nodes; ++node) {
+            const std::string file = "node" + std::to_string(node) + "/source";
+            PlainMariadb(serverSays(server, file), user(), password()).catchUp();
+        }
+        plain.catchUp();
+    }
 
     const std::string server;
     PlainMariadb plain{serverSays(server, "node1/source"), user(), password()};
