@@ -50,7 +50,9 @@ class Growth {
 public:
     void look() { most = std::max(most, memoryInUse()); }
     std::size_t bytes() const { return most - start; }
-    std::string describe() const { return std::to_string(bytes() >> 20) + " MiB"; }
+    std::string describe() const {
+        return start == 0 ? "memory not measured" : std::to_string(bytes() >> 20) + " MiB";
+    }
 
 private:
     const std::size_t start = memoryAtStart();
