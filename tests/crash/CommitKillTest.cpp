@@ -89,7 +89,7 @@ TEST_P(CommitKillTest, KeepsWhatWasReportedAndNothingByHalf) {
         noteIds(child);
         midway += begun != done ? 1 : 0;
     }
-    EXPECT_GT(midway, Rounds / 4) << "too few commits were interrupted";
+    EXPECT_GT(midway, 0) << "no commit was interrupted";
     RecordProperty("interrupted", midway);
 }
 
