@@ -106,7 +106,8 @@ Instance* Selection::read() {
     return instance;
 }
 
-// A failure is the application's when it gets there.
+// What the error handler throws is the application's when it gets there. One that
+// returns has heard of it already: the rows end where they fail.
 void Selection::readAhead() try {
     std::size_t count = SiblingLoader::wantedAhead(cls->getModel(), state->siblingToken);
     for (; count > 0; --count) {
@@ -127,6 +128,7 @@ bool Selection::deliverAhead() {
 
     // The model was closed meanwhile.
     state->ahead.clear();
+    state->failure = nullptr;
     return false;
 }
 

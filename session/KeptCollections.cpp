@@ -1,14 +1,13 @@
 #include "session/KeptCollections.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace Kes {
 
 namespace {
 
-// Waste after waste the pause doubles, up to 2^10 loadings.
-constexpr unsigned MostWastes = 10;
+// What somebody else commits is seen after that time at the latest.
+constexpr std::chrono::seconds Lifetime(1);
 
 }  // namespace
 
@@ -27,15 +26,16 @@ void KeptCollections::keep(const Association* association, const String& role,
         judge(*entry);
         entry->collections = std::move(collections);
         entry->loaded = loaded;
+        entry->when = Clock::now();
         return;
     }
-    entries.push_back({association, role, std::move(collections), loaded});
+    entries.push_back({association, role, std::move(collections), loaded, Clock::now()});
 }
 
 bool KeptCollections::take(const Association* association, const String& role,
-                           unsigned long owner, std::vector<unsigned long>& members) {
+                           unsigned long owner, std::vector<KeptMember>& members) {
     Entry* entry = find(association, role);
-    if (entry == nullptr)
+    if (entry == nullptr || Clock::now() - entry->when > Lifetime)
         return false;
     const auto found = entry->collections.find(owner);
     if (found == entry->collections.end())
@@ -51,28 +51,16 @@ void KeptCollections::forget() {
     entries.clear();
 }
 
-void KeptCollections::noteFreed() {
-    entries.clear();
-    noteWaste();
-}
-
-bool KeptCollections::mayLoadTogether() {
-    if (pause == 0)
-        return true;
-    --pause;
-    return false;
-}
-
 void KeptCollections::judge(const Entry& entry) {
     if (entry.collections.size() * 2 > entry.loaded)
-        noteWaste();
+        pause.noteFailure();
     else
-        wastes = 0;
+        pause.noteSuccess();
 }
 
 void KeptCollections::noteWaste() {
-    wastes = std::min(wastes + 1, MostWastes);
-    pause = std::size_t{1} << wastes;
+    entries.clear();
+    pause.noteFailure();
 }
 
 }  // namespace Kes

@@ -2,12 +2,13 @@
 // for.
 //
 // They are forgotten as soon as the application talks to the database in any
-// other way. A program that does so for every object would have most of what is
+// other way, and not used any more when they are a second old. A program that does so for every object would have most of what is
 // loaded for siblings thrown away: it is noticed, and loading together pauses,
 // the longer the more often.
 
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <unordered_map>
 #include <vector>
@@ -15,41 +16,49 @@
 #include <kes/Forward.h>
 #include <kes/String.h>
 
+#include "session/Pause.h"
+
 namespace Kes {
+
+/// A member as it was when the collection was read.
+struct KeptMember {
+    unsigned long id;
+    unsigned long version;
+};
 
 class KeptCollections {
 public:
-    /// The ids of the members by the id of their owner.
-    using Collections = std::unordered_map<unsigned long, std::vector<unsigned long>>;
+    /// By the ids of their owners.
+    using Collections = std::unordered_map<unsigned long, std::vector<KeptMember>>;
 
     void keep(const Association* association, const String& role, Collections&& collections);
 
     /// False when the owner's collection is not kept.
     bool take(const Association* association, const String& role, unsigned long owner,
-              std::vector<unsigned long>& members);
+              std::vector<KeptMember>& members);
     void forget();
 
-    /// A member was freed before its collection was asked for.
-    void noteFreed();
+    /// What was loaded for siblings is of no use.
+    void noteWaste();
 
     /// Asked before each loading: whether it may load for siblings too.
-    bool mayLoadTogether();
+    bool mayLoadTogether() { return pause.isOver(); }
 
 private:
+    using Clock = std::chrono::steady_clock;
     struct Entry {
         const Association* association;
         String role;
         Collections collections;
         std::size_t loaded;
+        Clock::time_point when;
     };
 
     Entry* find(const Association* association, const String& role);
     void judge(const Entry& entry);
-    void noteWaste();
 
     std::vector<Entry> entries;
-    unsigned wastes = 0;    // in a row
-    std::size_t pause = 0;  // loadings that are for one owner only
+    Pause pause;
 };
 
 }  // namespace Kes

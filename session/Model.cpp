@@ -217,6 +217,13 @@ void Model::close() {
     threadCheck.doit();
     if (driver == nullptr)
         return;
+    if (transactions->isTelling()) {
+        raise("EVENTERR", "Model::close",
+              String("Listeners of the model ") + name +
+                  " are hearing of objects that would be freed; close it when commit or refresh "
+                  "has returned");
+        return;
+    }
     siblings->forget();
     objects->empty();
     transactions->close();

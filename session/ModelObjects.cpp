@@ -230,6 +230,7 @@ void Model::refresh(Instance* instance) {
     const unsigned long before = instance->getVersion();
     if (driver->refresh(instance))
         return;
+    const TransactionManager::Telling telling(*transactions);
 
     // A driver that cannot tell any more has brought it up to date all the same.
     if (instance->getVersion() != before) {
@@ -284,13 +285,13 @@ void Model::loadPartner(Instance* owner, OneAssociatedInstance& ref, Association
     const unsigned long id = ref.getObjectID();
     if (id != 0) {
         Instance* partner = objects->get(id);
-        const ErrorWatch loading;
-        if (partner == nullptr && driver != nullptr)
-            partner = siblings->loadPartner(owner, id, association, role);
+        if (partner == nullptr && driver != nullptr) {
+            const Pointer<Instance> keep(owner);
 
-        // The next read tries again.
-        if (loading.hasFailed())
-            return;
+            // The next read tries again.
+            if (!siblings->loadPartner(owner, id, association, role, partner))
+                return;
+        }
 
         // A partner that is removed for good is kept in memory by pointers only.
         if (partner != nullptr && partner->flag(Instance::Gone))
@@ -304,10 +305,8 @@ void Model::loadPartners(Instance* owner, ManyAssociatedInstances& ref, Associat
                          const String& role) {
     const Pointer<Instance> keep(owner);
     ref.setFetched(false);
-    const ErrorWatch loading;
-    if (owner->getObjectID() != 0 && driver != nullptr)
-        siblings->loadMembers(owner, association, role, ref);
-    if (loading.hasFailed()) {
+    const bool isStored = owner->getObjectID() != 0 && driver != nullptr;
+    if (isStored && !siblings->loadMembers(owner, association, role, ref)) {
         ref.clear();
         return;
     }

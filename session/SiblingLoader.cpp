@@ -15,6 +15,7 @@
 #include <kes/Role.h>
 #include <kes/Selection.h>
 
+#include "core/RaisedErrors.h"
 #include "object/Links.h"
 #include "session/ObjectCache.h"
 #include "session/TransactionManager.h"
@@ -150,69 +151,109 @@ std::vector<unsigned long> SiblingLoader::partnersOf(const Group& group, std::si
     return ids;
 }
 
-Instance* SiblingLoader::loadPartner(Instance* owner, unsigned long id,
-                                     const Association* association, const String& role) {
+bool SiblingLoader::loadPartner(Instance* owner, unsigned long id,
+                                const Association* association, const String& role,
+                                Instance*& partner) {
     Class* cls = association->getClassFor(association->getAssociatedRole(role));
     const LoadingScope scope(*this);
     Group* group = groupOf(owner);
-    const std::size_t most = group != nullptr ? nextBatch(*group) : 1;
-    if (most < 2)
-        return model->getInstance(id, cls);
-    const std::vector<unsigned long> ids = partnersOf(*group, most, id, association, role);
-    if (ids.size() < 2)
-        return model->getInstance(id, cls);
+    const std::size_t most = group != nullptr && partnersPause.isOver() ? nextBatch(*group) : 1;
+    if (most > 1) {
+        const std::vector<unsigned long> ids = partnersOf(*group, most, id, association, role);
+        if (ids.size() > 1) {
+            if (succeedsForAll([&] { partner = loadPartners(ids, cls); })) {
+                partnersPause.noteSuccess();
+                return true;
+            }
+            partnersPause.noteFailure();
+        }
+    }
+    const ErrorWatch watch;
+    partner = model->getInstance(id, cls);
+    return !watch.hasFailed();
+}
 
+// The one with the first id.
+Instance* SiblingLoader::loadPartners(const std::vector<unsigned long>& ids, Class* cls) {
     Selection partners(cls);
     partners.setCondition(anyOf(cls, ids).release());
     Pointer<Instance> found;
     while (partners.next())
-        if (partners.value()->getObjectID() == id)
+        if (partners.value()->getObjectID() == ids.front())
             found = partners.value();
     return found;
 }
 
-void SiblingLoader::loadMembers(Instance* owner, Association* association, const String& role,
-                                ManyAssociatedInstances& ref) {
-    fill(owner, association, role, ref);
-    if (auto* known = dynamic_cast<ManyReference*>(&ref))
-        known->sort();
+// False when what is read for siblings too cannot be read.
+template <class Work>
+bool SiblingLoader::succeedsForAll(Work work) {
+    const ErrorWatch watch;
+    try {
+        work();
+        if (!watch.hasFailed())
+            return true;
+    } catch (...) {
+        // Whatever the error handler has thrown: it is not the owner's.
+    }
+    return false;
 }
 
-void SiblingLoader::fill(Instance* owner, Association* association, const String& role,
+bool SiblingLoader::loadMembers(Instance* owner, Association* association, const String& role,
+                                ManyAssociatedInstances& ref) {
+    if (!fill(owner, association, role, ref))
+        return false;
+    if (auto* known = dynamic_cast<ManyReference*>(&ref))
+        known->sort();
+    return true;
+}
+
+bool SiblingLoader::fill(Instance* owner, Association* association, const String& role,
                          ManyAssociatedInstances& ref) {
     if (model->transactions->hasPending())
         forget();
     if (takeKept(owner, association, role, ref))
-        return;
+        return true;
     const LoadingScope scope(*this);
     Group* group = groupOf(owner);
-    if (group != nullptr && !model->transactions->hasPending() && kept.mayLoadTogether()) {
-        std::size_t most = nextBatch(*group);
-        if (ownersLoaded != 0 && membersLoaded != 0)
-            most = std::min(most, std::min(MembersAtOnce, room()) * ownersLoaded / membersLoaded);
-        const std::vector<Instance*> owners = unreadOwners(owner, *group, most, association, role);
-        const String& otherRole = association->getAssociatedRole(role);
-        const auto load = association->getPluralityFor(otherRole) == Association::One
-                              ? &SiblingLoader::loadBatch
-                              : &SiblingLoader::loadLinkedBatch;
-        if (owners.size() > 1 && (this->*load)(owners, association, role) &&
-            takeKept(owner, association, role, ref))
-            return;
-    }
+    if (group != nullptr && !model->transactions->hasPending() && kept.mayLoadTogether() &&
+        loadTogether(owner, *group, association, role) &&
+        takeKept(owner, association, role, ref))
+        return true;
+    const ErrorWatch watch;
     membersLoaded += loadAlone(owner, association, role, ref);
     ++ownersLoaded;
+    return !watch.hasFailed();
+}
+
+bool SiblingLoader::loadTogether(Instance* owner, Group& group, Association* association,
+                                 const String& role) {
+    std::size_t most = nextBatch(group);
+    if (ownersLoaded != 0 && membersLoaded != 0)
+        most = std::min(most, std::min(MembersAtOnce, room()) * ownersLoaded / membersLoaded);
+    const std::vector<Instance*> owners = unreadOwners(owner, group, most, association, role);
+    if (owners.size() < 2)
+        return false;
+    const String& otherRole = association->getAssociatedRole(role);
+    const auto load = association->getPluralityFor(otherRole) == Association::One
+                          ? &SiblingLoader::loadBatch
+                          : &SiblingLoader::loadLinkedBatch;
+    bool isKept = false;
+    if (succeedsForAll([&] { isKept = (this->*load)(owners, association, role); }))
+        return isKept;
+    return refuse();
 }
 
 bool SiblingLoader::takeKept(const Instance* owner, const Association* association,
                              const String& role, ManyAssociatedInstances& ref) {
-    std::vector<unsigned long> ids;
-    if (!kept.take(association, role, owner->getObjectID(), ids))
+    std::vector<KeptMember> members;
+    if (!kept.take(association, role, owner->getObjectID(), members))
         return false;
-    for (const unsigned long id : ids) {
-        Instance* member = model->objects->get(id);
-        if (member == nullptr) {
-            ref.clear();  // a collection has freed it: ask the database
-            kept.noteFreed();
+    for (const KeptMember& each : members) {
+        Instance* member = model->objects->get(each.id);
+        if (member == nullptr || member->getVersion() != each.version) {
+            // It was freed, or read anew and may be linked to somebody else.
+            ref.clear();
+            kept.noteWaste();
             return false;
         }
         ref.add(member);
@@ -262,14 +303,13 @@ bool SiblingLoader::loadBatch(const std::vector<Instance*>& owners, Association*
         Instance* member = members.value();
         opposite.read(member);
         if (opposite.one == nullptr)
-            return false;
+            return refuse();
         const Instance* held = opposite.one->isFetched() ? opposite.one->getInstance() : nullptr;
         const auto place =
             found.find(held != nullptr ? held->getObjectID() : opposite.one->getObjectID());
-        if (place == found.end())
-            return false;
-        place->second.push_back(member->getObjectID());
-        ++count;
+        if (place == found.end() || ++count > LinksAtOnce)
+            return refuse();
+        place->second.push_back({member->getObjectID(), member->getVersion()});
     }
     keep(association, role, std::move(found), count);
     return true;
@@ -291,7 +331,7 @@ bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners,
     }
     std::vector<StoredLink> links;
     if (!reader->readLinks(association, role, ids, LinksAtOnce, links))
-        return false;
+        return refuse();
     const auto byMember = [](const StoredLink& a, const StoredLink& b) {
         return a.member < b.member;
     };
@@ -307,16 +347,23 @@ bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners,
         Selection members(cls);
         members.setCondition(anyOf(cls, ids).release());
         while (members.next()) {
-            const unsigned long id = members.value()->getObjectID();
+            const KeptMember member{members.value()->getObjectID(),
+                                    members.value()->getVersion()};
             const auto [from, to] =
-                std::equal_range(links.begin(), links.end(), StoredLink{0, id}, byMember);
+                std::equal_range(links.begin(), links.end(), StoredLink{0, member.id}, byMember);
             for (auto link = from; link != to; ++link)
                 if (const auto place = found.find(link->owner); place != found.end())
-                    place->second.push_back(id);
+                    place->second.push_back(member);
         }
     }
     keep(association, role, std::move(found), links.size());
     return true;
+}
+
+// To load together was in vain: not to be tried again at once.
+bool SiblingLoader::refuse() {
+    kept.noteWaste();
+    return false;
 }
 
 void SiblingLoader::keep(const Association* association, const String& role,

@@ -8,9 +8,12 @@
 // come reads ahead, so that there are siblings to load for.
 //
 // Partners of one-references only enter the object cache, where the siblings
-// find them. Collections are kept aside until they are asked for, and forgotten
-// as soon as the application talks to the database in any other way, so that it
-// never sees an older state than loading one by one would have shown it.
+// find them. Collections are kept aside until they are asked for, for a second at
+// most, and forgotten as soon as the application talks to the database in any
+// other way: what it has seen of somebody else's changes shows in them.
+//
+// A sibling whose rows cannot be read is no reason to fail for the one that was
+// asked for: that is loaded alone then.
 
 #pragma once
 
@@ -41,12 +44,14 @@ public:
     static std::size_t wantedAhead(Model* model, std::uint64_t token);
 
     /// Loads the partner with that id, and partners of siblings beside it.
-    /// Null when it is not stored.
-    Instance* loadPartner(Instance* owner, unsigned long id, const Association* association,
-                          const String& role);
+    /// Null when it is not stored. False when that could not be read, which was
+    /// raised.
+    bool loadPartner(Instance* owner, unsigned long id, const Association* association,
+                     const String& role, Instance*& partner);
 
-    /// Adds the stored members to the owner's empty collection.
-    void loadMembers(Instance* owner, Association* association, const String& role,
+    /// Adds the stored members to the owner's empty collection; false when they
+    /// could not be read, which was raised.
+    bool loadMembers(Instance* owner, Association* association, const String& role,
                      ManyAssociatedInstances& ref);
 
     /// Drops what was kept aside.
@@ -76,16 +81,22 @@ private:
     std::vector<unsigned long> partnersOf(const Group& group, std::size_t most,
                                           unsigned long wanted, const Association* association,
                                           const String& role);
-    void fill(Instance* owner, Association* association, const String& role,
+    Instance* loadPartners(const std::vector<unsigned long>& ids, Class* cls);
+    bool fill(Instance* owner, Association* association, const String& role,
               ManyAssociatedInstances& ref);
     bool takeKept(const Instance* owner, const Association* association, const String& role,
                   ManyAssociatedInstances& ref);
     std::vector<Instance*> unreadOwners(Instance* owner, const Group& group, std::size_t most,
                                         const Association* association, const String& role);
+    bool loadTogether(Instance* owner, Group& group, Association* association,
+                      const String& role);
     bool loadBatch(const std::vector<Instance*>& owners, Association* association,
                    const String& role);
     bool loadLinkedBatch(const std::vector<Instance*>& owners, Association* association,
                          const String& role);
+    template <class Work>
+    static bool succeedsForAll(Work work);
+    bool refuse();
     void keep(const Association* association, const String& role,
               KeptCollections::Collections&& collections, std::size_t members);
     std::size_t loadAlone(Instance* owner, Association* association, const String& role,
@@ -97,6 +108,7 @@ private:
     bool loading = false;
 
     KeptCollections kept;
+    Pause partnersPause;
     std::size_t membersLoaded = 0;  // to estimate how large a collection is
     std::size_t ownersLoaded = 0;
 };

@@ -44,9 +44,9 @@ Action& TransactionManager::record(Action::Kind kind, Instance* first) {
     Action action{};
     action.kind = kind;
     action.first = first;
-    pending.push_back(action);
     if (!turning)
         history.noteStep();
+    pending.push_back(action);
     return pending.back();
 }
 
@@ -325,6 +325,7 @@ private:
 }  // namespace
 
 void TransactionManager::announce(Actions& committed) {
+    const Telling now(*this);
     const Entered keep(announced, static_cast<const Actions*>(&committed));
     std::exception_ptr firstFailure;
     for (const Action& action : committed) {

@@ -72,6 +72,23 @@ public:
     bool isStarted() const { return started; }
     bool hasPending() const { return !pending.empty(); }
 
+    /// Listeners are hearing of a commit or a refresh: its objects must stay.
+    bool isTelling() const { return telling > 0; }
+
+    /// While it lives, listeners are told.
+    class Telling {
+    public:
+        explicit Telling(TransactionManager& itsManager) : manager(itsManager) {
+            ++manager.telling;
+        }
+        Telling(const Telling&) = delete;
+        Telling& operator=(const Telling&) = delete;
+        ~Telling() { --manager.telling; }
+
+    private:
+        TransactionManager& manager;
+    };
+
     void recordAdd(Instance* instance);
     void recordUpdate(Instance* instance);
     void recordRemove(Instance* instance);
@@ -190,6 +207,7 @@ private:
     std::vector<Remembered> journal;
     LinkIndex links;
     std::vector<const Actions*> announced;  // being told to listeners
+    int telling = 0;
 
     // During an undo or redo: its direction, and the objects that it works on.
     std::optional<History::Direction> turning;

@@ -50,7 +50,9 @@ public:
 
     /// Empties all pointers and the object cache and closes or parks the
     /// driver. What was not committed is lost, and a transaction that was
-    /// started stays started. Does nothing while closed. DBCLSERR (FATAL) ends the process.
+    /// started stays started. Does nothing while closed. Within a listener's
+    /// call EVENTERR (ERROR) is raised, and the model stays open. DBCLSERR
+    /// (FATAL) ends the process.
     void close();
 
     bool isOpen() const { return driver != nullptr; }

@@ -89,4 +89,32 @@ TEST_F(EventTest, OfARefreshPassesOnWhatAListenerThrew) {
     EXPECT_EQ((Log{"Ann: removed Person" + id(ann), "removed Person" + id(ann)}), log);
 }
 
+namespace {
+
+// Closes the model as soon as it hears of something.
+class ClosingListener final : public Listener {
+public:
+    explicit ClosingListener(Model& itsModel) : model(itsModel) {}
+    void instanceAdded(const InstanceEvent&) override { model.close(); }
+
+private:
+    Model& model;
+};
+
+}  // namespace
+
+TEST_F(EventTest, IsNotCutShortByAListenerThatClosesTheModel) {
+    ClosingListener closing(model);
+    model.personClass->addListener(&closing);
+    model.startTransaction();
+    for (const char* each : {"Cid", "Dan"})
+        model.newPerson(each);
+
+    EXPECT_RAISES("EVENTERR", model.commit());
+
+    EXPECT_TRUE(model.isOpen());
+    EXPECT_EQ(2U, log.size());
+    model.personClass->removeListener(&closing);
+}
+
 }  // namespace Kes::testing

@@ -6,6 +6,7 @@
 
 #include "tests/drivers/TemporaryFolder.h"
 #include "tests/object/NotingListener.h"
+#include "tests/support/Raises.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
@@ -104,6 +105,32 @@ TEST_F(RefreshEventTest, NeitherStartsNorEndsATransaction) {
     EXPECT_FALSE(started);
     EXPECT_FALSE(model.transactionStarted());
     EXPECT_FALSE(model.isPending(ann));
+}
+
+namespace {
+
+class ClosingListener final : public Listener {
+public:
+    explicit ClosingListener(Model& itsModel) : model(itsModel) {}
+    void instanceChanged(const InstanceEvent&) override { model.close(); }
+
+private:
+    Model& model;
+};
+
+}  // namespace
+
+TEST_F(RefreshEventTest, IsNotCutShortByAListenerThatClosesTheModel) {
+    ClosingListener closing(model);
+    ann->addListener(&closing);
+    letOthers(makeOlder);
+
+    EXPECT_RAISES("EVENTERR", ann->refresh());
+
+    ann->removeListener(&closing);
+    EXPECT_TRUE(model.isOpen());
+    EXPECT_EQ(31, ann->age);
+    EXPECT_EQ(2U, log.size());
 }
 
 }  // namespace Kes::testing

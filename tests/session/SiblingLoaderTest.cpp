@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
+#include "tests/drivers/TemporaryFolder.h"
 #include "tests/support/Raises.h"
 #include "tests/support/Recording.h"
 #include "tests/support/StaffModel.h"
@@ -169,6 +173,169 @@ TEST_F(SiblingLoaderTest, LoadsLinksOneByOneWithADriverThatCannotListThem) {
         EXPECT_EQ(1U, person->friends.size());
 
     EXPECT_EQ(20U, queries());
+}
+
+// All firms, in memory, the collection of the first one read: the next read
+// loads for 16.
+class FailingSiblingTest : public SiblingLoaderTest {
+protected:
+    FailingSiblingTest() {
+        SelectionOf<Company> firms(model.companyClass);
+        for (Company* firm : firms)
+            all.emplace_back(firm);
+        EXPECT_EQ(3U, all[0]->staff.size());
+    }
+
+    std::vector<Pointer<Company>> all;
+};
+
+TEST_F(FailingSiblingTest, KeepsNoPartOfACollection) {
+    const ReturningHandler handler;
+    recording.failAt(10, "cursor.getInstance");
+
+    EXPECT_EQ(3U, all[1]->staff.size());
+
+    EXPECT_EQ((std::vector<std::string>{"SELERR"}), handler.codes());
+    for (const auto& firm : all)
+        EXPECT_EQ(3U, firm->staff.size());
+}
+
+TEST_F(FailingSiblingTest, StandsInNobodysWay) {
+    recording.failAt(10, "cursor.getInstance");
+
+    EXPECT_EQ(3U, all[1]->staff.size());
+
+    for (const auto& firm : all)
+        EXPECT_EQ(3U, firm->staff.size());
+}
+
+TEST_F(FailingSiblingTest, StandsInNoPartnersWay) {
+    std::vector<Pointer<Person>> people;
+    for (const auto& firm : all)
+        for (Person* person : firm->staff)
+            people.emplace_back(person);
+    std::vector<unsigned long> ids;
+    for (const auto& person : people)
+        ids.push_back(person->getObjectID());
+    all.clear();
+    people.clear();
+    model.garbageCollect();
+    SelectionOf<Person> persons(model.personClass);
+    for (Person* person : persons)
+        people.emplace_back(person);
+    EXPECT_NE(nullptr, people[0]->employer.get());
+    recording.failAt(3, "cursor.getInstance");
+
+    for (const auto& person : people)
+        EXPECT_EQ(person->name.after("P"), person->employer->name.after("F"));
+
+    EXPECT_TRUE(recording.hasFailed());
+}
+
+TEST_F(FailingSiblingTest, FailsWhereTheOwnCollectionFails) {
+    recording.failAt(1, "cursor.getInstance", true);
+
+    EXPECT_RAISES("SELERR", all[1]->staff.size());
+
+    recording.reset();
+    EXPECT_EQ(3U, all[1]->staff.size());
+}
+
+// What a loading brings up to date may have moved to somebody else.
+TEST(FreshSiblingTest, LetsNoMemberStandWithTwoOwners) {
+    const TemporaryFolder folder;
+    const std::string file = folder.path("staff.db");
+    StaffModel model;
+    model.openWith("sqlite", file.c_str());
+    model.startTransaction();
+    for (int i = 0; i < 5; ++i) {
+        Company* firm = model.newCompany(String("F") + String(i));
+        model.newPerson(String("P") + String(i), i)->employer = firm;
+    }
+    const Pointer<Person> boss(model.newPerson("Boss"));
+    model.commit();
+    boss->children.add(model.findPerson("P4"));
+    model.commit();
+    boss->children.setFetched(false);
+    model.garbageCollect();
+    SelectionOf<Company> firms(model.companyClass);
+    std::vector<Pointer<Company>> all;
+    for (Company* firm : firms)
+        all.emplace_back(firm);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(1U, all[static_cast<std::size_t>(i)]->staff.size());
+    {
+        StaffModel other;
+        other.openWith("sqlite", file.c_str());
+        other.startTransaction();
+        const Pointer<Person> moved(other.findPerson("P4"));
+        moved->employer = other.findCompany("F0");
+        other.commit();
+    }
+
+    // Reads the person anew, and is no query of the application's.
+    ASSERT_EQ(1U, boss->children.size());
+    const Pointer<Person> moved(*boss->children.begin());
+    EXPECT_EQ(all[0], moved->employer.get());
+
+    EXPECT_EQ(0U, all[4]->staff.size());
+}
+
+TEST(FreshSiblingTest, SeesWhatOthersCommittedASecondAgo) {
+    const TemporaryFolder folder;
+    const std::string file = folder.path("staff.db");
+    StaffModel model;
+    model.openWith("sqlite", file.c_str());
+    model.startTransaction();
+    for (int i = 0; i < 5; ++i)
+        model.newCompany(String("F") + String(i));
+    model.commit();
+    model.garbageCollect();
+    SelectionOf<Company> firms(model.companyClass);
+    std::vector<Pointer<Company>> all;
+    for (Company* firm : firms)
+        all.emplace_back(firm);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(all[static_cast<std::size_t>(i)]->staff.empty());
+    {
+        StaffModel other;
+        other.openWith("sqlite", file.c_str());
+        other.startTransaction();
+        other.newPerson("New")->employer = other.findCompany("F4");
+        other.commit();
+    }
+
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+
+    EXPECT_EQ(1U, all[4]->staff.size());
+}
+
+// One firm of thousands among small ones: what is loaded for siblings is bounded.
+TEST(FreshSiblingTest, LoadsNoMoreThanItMayKeep) {
+    StaffModel model;
+    model.openWith();
+    model.startTransaction();
+    for (int i = 0; i < 20; ++i)
+        model.newCompany(String("F") + String(i));
+    Company* const large = model.newCompany("Large");
+    unsigned long last = 0;
+    for (int i = 0; i < 20000; ++i) {
+        Person* person = model.newPerson("P", i);
+        person->employer = large;
+        last = person->getObjectID();
+    }
+    model.commit();
+    model.garbageCollect();
+    SelectionOf<Company> firms(model.companyClass);
+    std::vector<Pointer<Company>> all;
+    for (Company* firm : firms)
+        all.emplace_back(firm);
+
+    for (std::size_t i = 0; i < 20; ++i)
+        EXPECT_TRUE(all[i]->staff.empty());
+
+    EXPECT_EQ(nullptr, model.get(last));
+    EXPECT_EQ(20000U, all[20]->staff.size());
 }
 
 }  // namespace Kes::testing

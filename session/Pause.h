@@ -1,0 +1,33 @@
+// When to stop trying for a while what was in vain.
+
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+
+namespace Kes {
+
+/// Each failure in a row doubles the number of attempts that are left out.
+class Pause {
+public:
+    /// Asked before each attempt.
+    bool isOver() {
+        if (left == 0)
+            return true;
+        --left;
+        return false;
+    }
+    void noteSuccess() { failures = 0; }
+    void noteFailure() {
+        failures = std::min(failures + 1, MostFailures);
+        left = std::size_t{1} << failures;
+    }
+
+private:
+    static constexpr unsigned MostFailures = 10;
+
+    unsigned failures = 0;  // in a row
+    std::size_t left = 0;
+};
+
+}  // namespace Kes
