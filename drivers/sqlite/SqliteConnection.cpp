@@ -3,9 +3,11 @@
 #include <sqlite3.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <ostream>
 #include <system_error>
+#include <thread>
 
 #include "drivers/common/SqlFailure.h"
 
@@ -240,7 +242,7 @@ void SqliteConnection::configure() {
     // A file of garbage is noticed at the first read only.
     execute("SELECT count(*) FROM sqlite_schema");
     if (!settings.readOnly && settings.file != ":memory:")
-        execute("PRAGMA journal_mode=" + settings.journalMode);
+        setJournalMode();
     execute("PRAGMA synchronous=" + settings.synchronous);
     execute("PRAGMA secure_delete=" + settings.secureDelete);
     execute("PRAGMA cache_size=-" + std::to_string(settings.cacheSize));
@@ -249,6 +251,21 @@ void SqliteConnection::configure() {
     execute("PRAGMA legacy_alter_table=ON");
     if (settings.maxPageCount != 0)
         execute("PRAGMA max_page_count=" + std::to_string(settings.maxPageCount));
+}
+
+// Of several connections that change the mode of a new file at once SQLite makes
+// all but one give way, without the wait that busy_timeout asks for.
+void SqliteConnection::setJournalMode() {
+    using namespace std::chrono;
+    const std::string text = "PRAGMA journal_mode=" + settings.journalMode;
+    const auto end = steady_clock::now() + milliseconds(settings.busyTimeout);
+    int code = SQLITE_OK;
+    while (((code = sqlite3_exec(database, text.c_str(), nullptr, nullptr, nullptr)) & 0xFF) ==
+               SQLITE_BUSY &&
+           steady_clock::now() < end)
+        std::this_thread::sleep_for(milliseconds(1));
+    if (code != SQLITE_OK)
+        fail(code);
 }
 
 std::unique_ptr<Statement> SqliteConnection::prepare(const std::string& text) {

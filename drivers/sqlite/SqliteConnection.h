@@ -46,6 +46,7 @@ public:
 
 private:
     void configure();
+    void setJournalMode();
     void checkFile() const;
     void checkWritable() const;
     void checkJournal();
