@@ -29,7 +29,8 @@ void KeptCollections::keep(const Association* association, const String& role,
         entry->when = Clock::now();
         return;
     }
-    entries.push_back({association, role, std::move(collections), loaded, Clock::now()});
+    entries.push_back(
+        {association, role.unshared(), std::move(collections), loaded, Clock::now()});
 }
 
 bool KeptCollections::take(const Association* association, const String& role,

@@ -100,7 +100,7 @@ void FieldBinder::countBytes(const String& name, std::size_t size, bool isSent) 
     if (size <= largest)
         return;
     largest = size;
-    largestField = name;
+    largestField = static_cast<const char*>(name);
 }
 
 // A database that gets a row beyond its limit may end the connection.
@@ -111,7 +111,7 @@ void FieldBinder::checkBytes() const {
         return;
     throw SqlFailure("the values of " + boundName() + " have " + std::to_string(bytes) +
                      " bytes together, " + std::to_string(largest) + " of them in the field " +
-                     std::string(static_cast<const char*>(largestField)) + ", too much for " +
+                     largestField + ", too much for " +
                      limit.called + " of " + std::to_string(limit.bytes) + "; " + limit.remedy);
 }
 

@@ -83,7 +83,7 @@ private:
     SizeLimit limit;
     std::size_t bytes = 0;    // that the limit counts
     std::size_t largest = 0;  // of them, in one field
-    String largestField;
+    std::string largestField;  // no String: threads may share the name's text
 
     // Formatted values of the rows that are being bound.
     struct Formatted {
