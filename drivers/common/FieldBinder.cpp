@@ -111,8 +111,8 @@ void FieldBinder::checkBytes() const {
         return;
     throw SqlFailure("the values of " + boundName() + " have " + std::to_string(bytes) +
                      " bytes together, " + std::to_string(largest) + " of them in the field " +
-                     largestField + ", too much for " +
-                     limit.called + " of " + std::to_string(limit.bytes) + "; " + limit.remedy);
+                     largestField + ", too much for " + limit.called + " of " +
+                     std::to_string(limit.bytes) + "; " + limit.remedy);
 }
 
 void FieldBinder::handleULong(const String& name, unsigned long& value) {
