@@ -67,9 +67,6 @@ public:
     /// The option that has a lock waited for no longer than that, in ms.
     virtual std::string waitingAtMost(int limit) const = 0;
 
-    /// The option for the strongest isolation, "" when there is none to choose.
-    virtual std::string strongestIsolation() const { return "isolation=serializable"; }
-
     /// Whether names that differ in case only are one name.
     virtual bool foldsTableNames() const = 0;
     virtual bool foldsColumnNames() const = 0;

@@ -24,7 +24,6 @@ public:
     std::string waitingAtMost(int limit) const override {
         return "busy_timeout=" + std::to_string(limit);
     }
-    std::string strongestIsolation() const override { return ""; }
     bool foldsTableNames() const override { return true; }
     bool foldsColumnNames() const override { return true; }
     std::size_t mostColumns() const override { return 2000; }

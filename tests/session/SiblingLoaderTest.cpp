@@ -241,12 +241,36 @@ TEST_F(FailingSiblingTest, FailsWhereTheOwnCollectionFails) {
     EXPECT_EQ(3U, all[1]->staff.size());
 }
 
-// What a loading brings up to date may have moved to somebody else.
-TEST(FreshSiblingTest, LetsNoMemberStandWithTwoOwners) {
+// A model beside which another one writes.
+class FreshSiblingTest : public ::testing::Test {
+protected:
+    FreshSiblingTest() { model.openWith("sqlite", file.c_str()); }
+
+    // All firms, delivered by one selection.
+    std::vector<Pointer<Company>> readFirms() {
+        SelectionOf<Company> firms(model.companyClass);
+        std::vector<Pointer<Company>> all;
+        for (Company* firm : firms)
+            all.emplace_back(firm);
+        return all;
+    }
+
+    template <class Change>
+    void letOthers(Change change) {
+        StaffModel other;
+        other.openWith("sqlite", file.c_str());
+        other.startTransaction();
+        change(other);
+        other.commit();
+    }
+
     const TemporaryFolder folder;
     const std::string file = folder.path("staff.db");
     StaffModel model;
-    model.openWith("sqlite", file.c_str());
+};
+
+// What a loading brings up to date may have moved to somebody else.
+TEST_F(FreshSiblingTest, LetsNoMemberStandWithTwoOwners) {
     model.startTransaction();
     for (int i = 0; i < 5; ++i) {
         Company* firm = model.newCompany(String("F") + String(i));
@@ -258,20 +282,13 @@ TEST(FreshSiblingTest, LetsNoMemberStandWithTwoOwners) {
     model.commit();
     boss->children.setFetched(false);
     model.garbageCollect();
-    SelectionOf<Company> firms(model.companyClass);
-    std::vector<Pointer<Company>> all;
-    for (Company* firm : firms)
-        all.emplace_back(firm);
+    const std::vector<Pointer<Company>> all = readFirms();
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(1U, all[static_cast<std::size_t>(i)]->staff.size());
-    {
-        StaffModel other;
-        other.openWith("sqlite", file.c_str());
-        other.startTransaction();
+    letOthers([](StaffModel& other) {
         const Pointer<Person> moved(other.findPerson("P4"));
         moved->employer = other.findCompany("F0");
-        other.commit();
-    }
+    });
 
     // Reads the person anew, and is no query of the application's.
     ASSERT_EQ(1U, boss->children.size());
@@ -281,29 +298,18 @@ TEST(FreshSiblingTest, LetsNoMemberStandWithTwoOwners) {
     EXPECT_EQ(0U, all[4]->staff.size());
 }
 
-TEST(FreshSiblingTest, SeesWhatOthersCommittedASecondAgo) {
-    const TemporaryFolder folder;
-    const std::string file = folder.path("staff.db");
-    StaffModel model;
-    model.openWith("sqlite", file.c_str());
+TEST_F(FreshSiblingTest, SeesWhatOthersCommittedASecondAgo) {
     model.startTransaction();
     for (int i = 0; i < 5; ++i)
         model.newCompany(String("F") + String(i));
     model.commit();
     model.garbageCollect();
-    SelectionOf<Company> firms(model.companyClass);
-    std::vector<Pointer<Company>> all;
-    for (Company* firm : firms)
-        all.emplace_back(firm);
+    const std::vector<Pointer<Company>> all = readFirms();
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(all[static_cast<std::size_t>(i)]->staff.empty());
-    {
-        StaffModel other;
-        other.openWith("sqlite", file.c_str());
-        other.startTransaction();
+    letOthers([](StaffModel& other) {
         other.newPerson("New")->employer = other.findCompany("F4");
-        other.commit();
-    }
+    });
 
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
 
@@ -311,9 +317,7 @@ TEST(FreshSiblingTest, SeesWhatOthersCommittedASecondAgo) {
 }
 
 // One firm of thousands among small ones: what is loaded for siblings is bounded.
-TEST(FreshSiblingTest, LoadsNoMoreThanItMayKeep) {
-    StaffModel model;
-    model.openWith();
+TEST_F(FreshSiblingTest, LoadsNoMoreThanItMayKeep) {
     model.startTransaction();
     for (int i = 0; i < 20; ++i)
         model.newCompany(String("F") + String(i));
@@ -326,10 +330,7 @@ TEST(FreshSiblingTest, LoadsNoMoreThanItMayKeep) {
     }
     model.commit();
     model.garbageCollect();
-    SelectionOf<Company> firms(model.companyClass);
-    std::vector<Pointer<Company>> all;
-    for (Company* firm : firms)
-        all.emplace_back(firm);
+    const std::vector<Pointer<Company>> all = readFirms();
 
     for (std::size_t i = 0; i < 20; ++i)
         EXPECT_TRUE(all[i]->staff.empty());
