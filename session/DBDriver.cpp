@@ -1,4 +1,5 @@
 #include <kes/DBDriver.h>
+#include <kes/Failure.h>
 #include <kes/LinkReader.h>
 
 namespace Kes {
@@ -7,6 +8,7 @@ SelectionDefinition::~SelectionDefinition() = default;
 DBDriverSelection::~DBDriverSelection() = default;
 DBDriver::~DBDriver() = default;
 LinkReader::~LinkReader() = default;
+FailureReporter::~FailureReporter() = default;
 
 void DBDriver::reserved() {}
 

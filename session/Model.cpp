@@ -8,6 +8,7 @@
 #include <kes/Exception.h>
 #include <kes/Instance.h>
 
+#include "core/RaisedErrors.h"
 #include "object/DeclarationHandler.h"
 #include "object/FieldWalk.h"
 #include "session/DriverCache.h"
@@ -31,7 +32,8 @@ Model::Model(const String& modelName, int cacheCapacity)
       associations(String::hash, 25, 25),
       transactions(new TransactionManager(this)),
       objects(new ObjectCache(cacheCapacity)),
-      siblings(new SiblingLoader(this)) {}
+      siblings(new SiblingLoader(this)),
+      errorsBefore(errorsRaised()) {}
 
 Model::~Model() {
     transactions->close();
@@ -121,7 +123,8 @@ void Model::open(const String& openDriverName, const String& openSource, const S
     settleAssociations();
     if (!declaresSoundly())
         return;
-    driver = getCachedDriver();
+    forgetFailure();
+    useDriver(getCachedDriver());
     if (driver == nullptr && !openFreshDriver(password))
         return;
     if (trace != nullptr)
@@ -167,17 +170,49 @@ bool Model::openFreshDriver(const String& password) {
     // A driver may keep them, and a parked one goes to a model of another thread.
     if (!fresh->open(source.unshared(), password.unshared(), user.unshared(), options.unshared())) {
         const String reason = fresh->getErrorMessage();
+        keepFailure(dynamic_cast<FailureReporter*>(fresh.get()));
         fresh.reset();  // gone before the handler runs: no half-open driver survives a throw
         raise("DBOPENERR", "Model::open", reason);
         return false;
     }
-    driver = fresh.release();
+    useDriver(fresh.release());
     return true;
 }
 
+void Model::useDriver(DBDriver* opened) {
+    driver = opened;
+    failures = dynamic_cast<FailureReporter*>(opened);
+    if (failures != nullptr)
+        failures->forgetFailure();
+}
+
 void Model::dropDriver() {
+    keepFailure(failures);
     delete driver;
     driver = nullptr;
+    failures = nullptr;
+}
+
+void Model::keepFailure(FailureReporter* reporter) {
+    if (reporter != nullptr && reporter->getFailureKind() != FailureKind::None)
+        keptFailure = reporter->getFailureKind();
+}
+
+void Model::forgetFailure() {
+    keptFailure = FailureKind::None;
+    errorsBefore = errorsRaised();
+    if (failures != nullptr)
+        failures->forgetFailure();
+}
+
+// A cursor raises by itself, so the driver is asked first; that an error was
+// raised at all is known of every driver.
+FailureKind Model::getFailureKind() const {
+    if (failures != nullptr && failures->getFailureKind() != FailureKind::None)
+        return failures->getFailureKind();
+    if (keptFailure == FailureKind::None && errorsRaised() != errorsBefore)
+        return FailureKind::Unclassified;
+    return keptFailure;
 }
 
 void Model::synchronise() try {
@@ -227,8 +262,10 @@ void Model::close() {
     siblings->forget();
     objects->empty();
     transactions->close();
+    keepFailure(failures);
     std::unique_ptr<DBDriver> closed(driver);
     driver = nullptr;
+    failures = nullptr;
 
     // Others would wait for ever for what a parked driver has locked.
     const bool isLocked = transactions->releaseLocks() && myDriverCacheSize > 0;
@@ -240,6 +277,7 @@ void Model::close() {
 void Model::startTransaction() {
     threadCheck.doit();
     siblings->forget();
+    forgetFailure();
     transactions->start();
 }
 
@@ -264,6 +302,7 @@ void Model::undo() {
         return;
     }
     siblings->forget();
+    forgetFailure();
     if (transactions->isStarted())
         transactions->rollback();
     else
@@ -277,6 +316,7 @@ void Model::redo() {
         return;
     }
     siblings->forget();
+    forgetFailure();
     transactions->turn(History::Redo);
 }
 

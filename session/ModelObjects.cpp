@@ -193,6 +193,7 @@ void Model::commit() {
     if (!requireOpen("Model::commit"))
         return;
     siblings->forget();
+    forgetFailure();
     transactions->commit();
 }
 

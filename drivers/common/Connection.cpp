@@ -9,7 +9,7 @@ void Statement::post(std::size_t ticket, long least) {
     try {
         written = run();
     } catch (const SqlFailure& failure) {
-        throw PostFailure(ticket, failure.what());
+        throw PostFailure(ticket, failure);
     }
     if (written < least)
         throw PostFailure(ticket);

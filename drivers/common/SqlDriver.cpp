@@ -49,6 +49,7 @@ std::string SqlDriver::nameOf(const Instance* instance) {
 template <class Work>
 bool SqlDriver::attempt(std::string_view what, Work work) {
     std::string words;
+    FailureKind kind = FailureKind::Unclassified;
     try {
         if (session != nullptr) {
             work();
@@ -57,18 +58,24 @@ bool SqlDriver::attempt(std::string_view what, Work work) {
         words = "the driver is not open";
     } catch (const Exception& raised) {
         words = raised.getMessage();
+    } catch (const SqlFailure& failure) {
+        words = failure.what();
+        kind = failure.kind;
     } catch (const std::exception& failure) {
         words = failure.what();
     }
-    noteLoss(words);
+    noteLoss(words, kind);
+    failureKind = kind;
     message = describe(std::string(what), words).c_str();
     return false;
 }
 
-void SqlDriver::noteLoss(const std::string& words) {
-    if (session != nullptr && session->writing && session->loss.empty() &&
-        !session->connection->inTransaction())
-        session->loss = words;
+void SqlDriver::noteLoss(const std::string& words, FailureKind kind) {
+    if (session == nullptr || !session->writing || !session->loss.empty() ||
+        session->connection->inTransaction())
+        return;
+    session->loss = words;
+    session->lossKind = kind;
 }
 
 bool SqlDriver::open(const String& source, const String& password, const String& user,
@@ -80,8 +87,12 @@ bool SqlDriver::open(const String& source, const String& password, const String&
             session->connection->traceTo(trace);
         session->schema.prepare(mayWrite());
         return true;
+    } catch (const SqlFailure& failure) {
+        message = describe(what, failure.what()).c_str();
+        failureKind = failure.kind;
     } catch (const std::exception& failure) {
         message = describe(what, failure.what()).c_str();
+        failureKind = FailureKind::Unclassified;
     }
     session.reset();
     return false;
@@ -107,7 +118,7 @@ int SqlDriver::getVersion(const String& name, const String& kind) {
                                              static_cast<const char*>(kind));
     });
     if (!done)
-        versionFailure = message;
+        noteVersionFailure();
     return version;
 }
 
@@ -123,12 +134,17 @@ void SqlDriver::setVersion(const String& name, int version, const String& kind) 
                                                              static_cast<const char*>(kind));
                               });
     if (!done)
-        versionFailure = message;
+        noteVersionFailure();
+}
+
+void SqlDriver::noteVersionFailure() {
+    versionFailure = message;
+    versionKind = failureKind;
 }
 
 void SqlDriver::requireVersions() const {
     if (versionFailure.size() != 0)
-        throw SqlFailure(static_cast<const char*>(versionFailure));
+        throw SqlFailure(static_cast<const char*>(versionFailure), versionKind);
 }
 
 bool SqlDriver::schemaStep(const std::string& what, void (SqlSchema::*step)(Class*), Class* cls) {
@@ -200,9 +216,10 @@ void SqlDriver::prepareToWrite() {
 void SqlDriver::requireTransaction() const {
     if (session->writing && !session->connection->inTransaction())
         throw SqlFailure("the database has rolled the transaction back: " +
-                         (session->loss.empty() ? "an earlier statement has failed; roll back "
-                                                  "and try again"
-                                                : session->loss));
+                             (session->loss.empty() ? "an earlier statement has failed; roll back "
+                                                      "and try again"
+                                                    : session->loss),
+                         session->lossKind);
 }
 
 void SqlDriver::prepareSchema() {
@@ -259,6 +276,7 @@ bool SqlDriver::rollback() {
         versionFailure = "";
         session->writing = false;
         session->loss.clear();
+        session->lossKind = FailureKind::Unclassified;
         session->queue.clear();
         session->ids.noteRollback();
         settleCursors();
@@ -360,11 +378,13 @@ bool SqlDriver::lock(Instance* instance) {
         asking.reset();
         if (!isStored)
             throw SqlFailure("it is not stored: somebody else has removed it, or it was never "
-                             "committed");
+                             "committed",
+                             FailureKind::Conflict);
         if (stored != instance->getVersion())
             throw SqlFailure("somebody else has changed it: version " + std::to_string(stored) +
                              " is stored and version " + std::to_string(instance->getVersion()) +
-                             " was read; refresh it and try again");
+                                 " was read; refresh it and try again",
+                             FailureKind::Conflict);
         if (Statement* touching = session->tables.of(instance->getClass()).touchRow()) {
             touching->bind(0, static_cast<std::int64_t>(instance->getObjectID()));
             touching->run();
@@ -399,6 +419,7 @@ bool SqlDriver::readLinks(Association* association, const String& role,
                           const std::vector<unsigned long>& owners, std::size_t most,
                           std::vector<StoredLink>& links) {
     bool areAll = false;
+    const FailureKind before = failureKind;
     const bool done = attempt("reading the links of " +
                                   std::string(static_cast<const char*>(association->getName())),
                               [&] {
@@ -406,6 +427,7 @@ bool SqlDriver::readLinks(Association* association, const String& role,
                                   areAll = session->links.read(*association, role, owners, most,
                                                                links);
                               });
+    failureKind = before;  // what fails here is told by the queries that follow
     return done && areAll;
 }
 

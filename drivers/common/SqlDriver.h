@@ -9,6 +9,7 @@
 #include <unordered_set>
 
 #include <kes/DBDriver.h>
+#include <kes/Failure.h>
 #include <kes/LinkReader.h>
 
 #include "drivers/common/Connection.h"
@@ -25,7 +26,7 @@ namespace Kes::sql {
 class SqlSelection;
 
 /// A concrete driver derives from it and says how to connect.
-class SqlDriver : public DBDriver, public LinkReader {
+class SqlDriver : public DBDriver, public LinkReader, public FailureReporter {
 public:
     ~SqlDriver() override;
 
@@ -60,12 +61,17 @@ public:
     bool readLinks(Association* association, const String& role,
                    const std::vector<unsigned long>& owners, std::size_t most,
                    std::vector<StoredLink>& links) final;
+    FailureKind getFailureKind() const final { return failureKind; }
+    void forgetFailure() final { failureKind = FailureKind::None; }
 
     // --- for cursors ---
 
     void enter(SqlSelection* cursor) { cursors.insert(cursor); }
     void leave(SqlSelection* cursor) { cursors.erase(cursor); }
     RowLoader& loader() { return rowLoader; }
+
+    /// A cursor is about to raise.
+    void noteKind(FailureKind kind) { failureKind = kind; }
     std::string describe(const std::string& attempt, const std::string& words) const;
 
 protected:
@@ -97,15 +103,17 @@ private:
         LinkRows links;
         bool writing = false;  // a transaction was begun and not ended by the library
         std::string loss;      // why the database has ended it
+        FailureKind lossKind = FailureKind::Unclassified;
     };
 
     template <class Work>
     bool attempt(std::string_view what, Work work);
     void prepareToWrite();
     void prepareSchema();
+    void noteVersionFailure();
     void requireVersions() const;
     void requireTransaction() const;
-    void noteLoss(const std::string& words);
+    void noteLoss(const std::string& words, FailureKind kind);
     void settleCursors();
     void abandonCursors();
     void flush();
@@ -121,9 +129,11 @@ private:
     std::unordered_set<SqlSelection*> cursors;
     RowLoader rowLoader;
     String message;
+    FailureKind failureKind = FailureKind::None;  // of the failure that message tells
     DBDriverStatus status;
     bool settling = false;
     String versionFailure;  // of getVersion or setVersion, "" for none
+    FailureKind versionKind = FailureKind::Unclassified;
     std::ostream* trace = nullptr;  // borrowed
 };
 

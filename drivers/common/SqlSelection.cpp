@@ -62,7 +62,7 @@ bool SqlSelection::next() {
     try {
         onRow = advance();
     } catch (const SqlFailure& failure) {
-        raise(failure.what());
+        raise(failure);
     }
     if (!onRow)
         finish();
@@ -90,7 +90,7 @@ Instance* SqlSelection::getInstance() {
                 std::rethrow_exception(broken);
             materialise();
         } catch (const SqlFailure& failure) {
-            raise(failure.what());
+            raise(failure);
         }
     }
     return current;
@@ -137,8 +137,10 @@ void SqlSelection::keepRows() {
     buffer = std::move(kept);
 }
 
-void SqlSelection::raise(const std::string& words) {
-    const std::string message = driver->describe("reading " + table.name() + " objects", words);
+void SqlSelection::raise(const SqlFailure& failure) {
+    const std::string message =
+        driver->describe("reading " + table.name() + " objects", failure.what());
+    driver->noteKind(failure.kind);
     current = nullptr;
     finish();
     Exception error(Exception::ERROR, "SELERR", "Selection::next", message.c_str());

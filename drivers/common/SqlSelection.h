@@ -12,6 +12,7 @@
 #include "drivers/common/ClassTable.h"
 #include "drivers/common/QueryPlan.h"
 #include "drivers/common/RowBuffer.h"
+#include "drivers/common/SqlFailure.h"
 
 namespace Kes::sql {
 
@@ -44,7 +45,7 @@ private:
     void finish();
     void giveBack() noexcept;
     Row& row();
-    [[noreturn]] void raise(const std::string& words);
+    [[noreturn]] void raise(const SqlFailure& failure);
 
     SqlDriver* driver;  // null when finished
     ClassTable& table;

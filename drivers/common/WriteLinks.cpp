@@ -284,10 +284,12 @@ void WriteQueue::failOnPartner(std::int64_t id) {
                 if (isMissing(end))
                     missing = end;
         if (missing != nullptr)
-            throw PostFailure(i, "its partner, the " + nameOf(missing) +
-                                     ", is not stored: somebody else has removed it");
+            throw PostFailure(i,
+                              "its partner, the " + nameOf(missing) +
+                                  ", is not stored: somebody else has removed it",
+                              0, FailureKind::Conflict);
     }
-    throw SqlFailure("object " + std::to_string(id) + " is not stored");
+    throw SqlFailure("object " + std::to_string(id) + " is not stored", FailureKind::Conflict);
 }
 
 }  // namespace Kes::sql

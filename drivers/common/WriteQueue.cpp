@@ -204,9 +204,9 @@ void WriteQueue::postMany(const std::size_t* run, std::size_t count) {
         at = 0;
         statement.post(run[0], static_cast<long>(count));
     } catch (const PostFailure& failure) {
-        throw PostFailure(run[std::min(failure.rowsBefore, count - 1)], failure.what());
+        throw PostFailure(run[std::min(failure.rowsBefore, count - 1)], failure);
     } catch (const SqlFailure& failure) {
-        throw PostFailure(run[at], failure.what());
+        throw PostFailure(run[at], failure);
     }
     for (std::size_t i = 0; i < count; ++i)
         noteInserted(operations[run[i]].instance);
@@ -233,7 +233,7 @@ void WriteQueue::post(std::size_t position) {
     } catch (const PostFailure&) {
         throw;
     } catch (const SqlFailure& failure) {
-        throw PostFailure(position, failure.what());
+        throw PostFailure(position, failure);
     }
 }
 
@@ -250,7 +250,8 @@ void WriteQueue::fail(const PostFailure& failure) {
     const Operation& operation = operations[failure.ticket];
     const std::string words = failure.isStale ? faultOfVersion(operation) : failure.what();
     throw SqlFailure(std::string(attemptOf(operation.kind)) + " the " + nameOf(operation.instance) +
-                     ": " + words);
+                         ": " + words,
+                     failure.kind);
 }
 
 void WriteQueue::postInsert(std::size_t position) {

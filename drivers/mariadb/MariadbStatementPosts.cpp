@@ -39,7 +39,7 @@ void MariadbStatement::post(std::size_t ticket, long least) {
         checkSize(parameters);
     } catch (const SqlFailure& failure) {
         connection.noteFailure(failure.what());
-        throw PostFailure(ticket, failure.what());
+        throw PostFailure(ticket, failure);
     }
     std::size_t size = PacketOverhead;
     for (const MariadbValue& value : parameters)
@@ -81,7 +81,7 @@ void MariadbStatement::sendPost(std::size_t position) {
     try {
         written = sendOne(posts.row(position));
     } catch (const SqlFailure& failure) {
-        throw PostFailure(ticket, failure.what());
+        throw PostFailure(ticket, failure);
     }
     if (written >= posts.least(position))
         return;

@@ -47,6 +47,12 @@ std::string explain(sqlite3* database, int code, const SqliteSettings& settings)
     }
 }
 
+// Waiting never helps where the snapshot is old. A lock that others hold too long
+// is no proof that they have changed what was read.
+FailureKind kindOf(int code) {
+    return code == SQLITE_BUSY_SNAPSHOT ? FailureKind::Conflict : FailureKind::Unclassified;
+}
+
 class SqliteStatement final : public Statement {
 public:
     SqliteStatement(sqlite3* itsDatabase, sqlite3_stmt* itsStatement,
@@ -125,7 +131,7 @@ public:
                 return;
         } catch (const SqlFailure& failure) {
             const bool isRule = (failed & 0xFF) == SQLITE_CONSTRAINT;
-            throw PostFailure(ticket, failure.what(),
+            throw PostFailure(ticket, failure,
                               isRule ? static_cast<std::size_t>(sqlite3_changes(database)) : 0);
         }
         throw PostFailure(ticket);
@@ -141,7 +147,7 @@ private:
         failed = code;
         const std::string words = explain(database, code, settings);
         sqlite3_reset(statement);
-        throw SqlFailure(words);
+        throw SqlFailure(words, kindOf(code));
     }
 
     sqlite3* database;
@@ -313,7 +319,7 @@ SizeLimit SqliteConnection::sizeLimit() const {
 }
 
 void SqliteConnection::fail(int code) const {
-    throw SqlFailure(explain(database, code, settings));
+    throw SqlFailure(explain(database, code, settings), kindOf(code));
 }
 
 }  // namespace Kes::sql

@@ -21,6 +21,7 @@ class DriverCache;
 class DummyAssociatedMany;
 class EmptyHandler;
 class Exception;
+class FailureReporter;
 class FieldSet;
 class Handler;
 class Index;

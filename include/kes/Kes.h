@@ -12,6 +12,7 @@
 #include <kes/DBDriverManager.h>
 #include <kes/Exception.h>
 #include <kes/Export.h>
+#include <kes/Failure.h>
 #include <kes/FieldSet.h>
 #include <kes/Forward.h>
 #include <kes/Handler.h>

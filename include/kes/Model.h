@@ -2,12 +2,14 @@
 
 #pragma once
 
+#include <cstdint>
 #include <ostream>
 #include <vector>
 
 #include <kes/Association.h>
 #include <kes/Class.h>
 #include <kes/Export.h>
+#include <kes/Failure.h>
 #include <kes/FieldSet.h>
 #include <kes/Forward.h>
 #include <kes/Mutex.h>
@@ -91,6 +93,19 @@ public:
     /// The number of closed drivers that the process keeps for a later open
     /// with the same texts; 0 by default. Not while a model opens or closes.
     static void setDriverCacheSize(int size);
+
+    // --- failures ---
+
+    /// The kind of this model's last failure: of an open, a schema
+    /// synchronisation, a query, a refresh, a lock, a commit. Within the
+    /// exception handler it is that of the error being handled, and behind it,
+    /// where the error is caught, too; a rollback does not change it.
+    ///
+    /// None again from the next open, startTransaction, undo, redo or commit
+    /// on, until something fails. Errors without a part of the database are
+    /// Unclassified, and so are all of a driver that reports no kinds. Constant
+    /// time.
+    FailureKind getFailureKind() const;
 
     // --- objects ---
 
@@ -236,7 +251,10 @@ private:
 
     bool openFreshDriver(const String& password);
     void synchronise();
+    void useDriver(DBDriver* opened);
     void dropDriver();
+    void forgetFailure();
+    void keepFailure(FailureReporter* reporter);
     void settleAssociations();
     bool declaresSoundly() const;
     bool requireOpen(const char* operation) const;
@@ -267,6 +285,7 @@ private:
     ValPtrHashtable<String, Association> associations;  // owns its associations
     int version = 0;
     DBDriver* driver = nullptr;          // owned; null while closed
+    FailureReporter* failures = nullptr; // the driver, where it reports kinds; else null
     TransactionManager* transactions;    // owned
     ObjectCache* objects;                // owned
     SiblingLoader* siblings;             // owned
@@ -279,6 +298,11 @@ private:
 
     // Set by a synchronisation whose error handler returned.
     bool schemaFailed = false;
+
+    // Of a driver that is gone, and the errors of this thread when the model
+    // forgot what had failed before.
+    FailureKind keptFailure = FailureKind::None;
+    std::uint64_t errorsBefore = 0;
 
     // An object that a driver fills with the stored state of another one; set
     // does not file it. Null outside of that.

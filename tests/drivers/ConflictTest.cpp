@@ -68,6 +68,8 @@ TEST_F(ConflictTest, LetsARetrySucceedAfterARefresh) {
     ann->change();
     EXPECT_RAISES("COMFAIL", mine.commit());
 
+    EXPECT_EQ(FailureKind::Conflict, mine.getFailureKind());
+
     ann->refresh();
     EXPECT_EQ(77, ann->age);
     ann->age += 1;
