@@ -122,6 +122,17 @@ struct Pair {
     bool isAsking = false;  // the client has sent, and the server has not answered since
     bool hasServerGone = false;
     bool isLost = false;
+    bool isMute = false;                // what the server says is not handed on
+    std::optional<std::size_t> left{};  // bytes of answers to hand on before it is lost
+};
+
+/// What happens to the connection whose client sends a text.
+struct Fate {
+    enum Kind { CutBefore, CutAfter, CutWithin, Swallow };
+
+    std::string text;  // empty: nothing happens
+    Kind kind = CutBefore;
+    std::size_t bytes = 0;  // of the answer, that are handed on first
 };
 
 }  // namespace
@@ -177,8 +188,8 @@ public:
     std::atomic<bool> isEnding = false;
     std::atomic<long> answers = 0;
     bool cutsNow = false;
-    std::string textToCut;
-    bool handsOnText = false;
+    Fate fate;
+    Rewriter rewrite;
 
 private:
     std::vector<pollfd> wait() {
@@ -241,7 +252,8 @@ private:
             }
             if (std::exchange(pair.isAsking, false))
                 ++answers;
-            pair.toClient.put(bytes, static_cast<std::size_t>(size), Clock::now() + delay);
+            if (!answered(pair, std::string(bytes, static_cast<std::size_t>(size))))
+                return;
         }
         if (!pair.toServer.sendDue(pair.server.get()) || !pair.toClient.sendDue(pair.client.get()))
             lose(pair);
@@ -252,22 +264,49 @@ private:
     static void lose(Pair& pair) { pair.isLost = true; }
 
     // False when the connection is lost over it.
+    bool answered(Pair& pair, std::string bytes) {
+        if (pair.isMute)
+            return true;
+        if (rewrite)
+            rewrite(bytes);
+        const bool isLast = pair.left.has_value() && *pair.left <= bytes.size();
+        if (isLast)
+            bytes.resize(*pair.left);
+        if (pair.left.has_value())
+            *pair.left -= bytes.size();
+        pair.toClient.put(bytes.data(), bytes.size(), Clock::now() + (isLast ? Delay(0) : delay));
+        if (!isLast)
+            return true;
+        pair.toClient.sendDue(pair.client.get());
+        lose(pair);
+        return false;
+    }
+
+    // False when the connection is lost over it.
     bool heard(Pair& pair, const char* bytes, std::size_t size) {
         if (watch)
             watch(bytes, size);
-        if (textToCut.empty())
+        if (fate.text.empty())
             return true;
         pair.tail.append(bytes, size);
-        if (pair.tail.find(textToCut) == std::string::npos) {
-            if (pair.tail.size() > textToCut.size())
-                pair.tail.erase(0, pair.tail.size() - textToCut.size());
+        if (pair.tail.find(fate.text) == std::string::npos) {
+            if (pair.tail.size() > fate.text.size())
+                pair.tail.erase(0, pair.tail.size() - fate.text.size());
             return true;
         }
-        if (handsOnText) {
+        return meets(pair, std::exchange(fate, Fate()), bytes, size);
+    }
+
+    bool meets(Pair& pair, const Fate& met, const char* bytes, std::size_t size) {
+        switch (met.kind) {
+        case Fate::Swallow: pair.isMute = true; return true;
+        case Fate::CutWithin: pair.left = met.bytes; return true;
+        case Fate::CutAfter:
             pair.toServer.put(bytes, size, Clock::now());
             pair.toServer.sendDue(pair.server.get());
+            break;
+        case Fate::CutBefore: break;
         }
-        textToCut.clear();
         lose(pair);
         return false;
     }
@@ -305,17 +344,23 @@ void DelayingProxy::cut() {
 }
 
 void DelayingProxy::cutBefore(const std::string& text) {
-    traffic->command([&] {
-        traffic->textToCut = text;
-        traffic->handsOnText = false;
-    });
+    traffic->command([&] { traffic->fate = {text, Fate::CutBefore}; });
 }
 
 void DelayingProxy::cutAfter(const std::string& text) {
-    traffic->command([&] {
-        traffic->textToCut = text;
-        traffic->handsOnText = true;
-    });
+    traffic->command([&] { traffic->fate = {text, Fate::CutAfter}; });
+}
+
+void DelayingProxy::cutWithinAnswer(const std::string& text, std::size_t bytes) {
+    traffic->command([&] { traffic->fate = {text, Fate::CutWithin, bytes}; });
+}
+
+void DelayingProxy::swallowAnswer(const std::string& text) {
+    traffic->command([&] { traffic->fate = {text, Fate::Swallow}; });
+}
+
+void DelayingProxy::rewriteAnswers(Rewriter rewrite) {
+    traffic->command([&] { traffic->rewrite = std::move(rewrite); });
 }
 
 }  // namespace Kes::testing

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -13,11 +14,15 @@ namespace Kes::testing {
 
 /// Listens on a free port of 127.0.0.1 and hands on what it hears, both ways,
 /// each piece a fixed time later than it came. It can lose connections at a
-/// chosen moment. One thread of its own does the work.
+/// chosen moment, keep answers back and change them, and knows no protocol. One
+/// thread of its own does the work.
 class DelayingProxy {
 public:
     using Delay = std::chrono::microseconds;
     using Watcher = std::function<void(const char* bytes, std::size_t size)>;
+
+    /// Changes a piece of what a server says, which may end anywhere.
+    using Rewriter = std::function<void(std::string& bytes)>;
 
     /// `port` is the server's, on 127.0.0.1. `watch` hears all that clients send,
     /// in the proxy's thread.
@@ -41,6 +46,18 @@ public:
 
     /// The same, but the server hears the text; its answer is lost.
     void cutAfter(const std::string& text);
+
+    /// The same, when so many bytes of what the server sends from then on have
+    /// been handed on.
+    void cutWithinAnswer(const std::string& text, std::size_t bytes);
+
+    /// Hands on nothing more of what the server says from the moment at which the
+    /// client next sends the text. The connection stays up.
+    void swallowAnswer(const std::string& text);
+
+    /// Each piece that a server sends goes through `rewrite`, in the proxy's
+    /// thread; null ends that.
+    void rewriteAnswers(Rewriter rewrite);
 
 private:
     class Traffic;
