@@ -128,9 +128,10 @@ public:
     /// False when the end of a transaction ends the queries that are under way.
     virtual bool keepsCursors() const { return true; }
 
-    /// Connects again when the connection has broken. Called when nothing
-    /// depends on it: a model begins to use it.
-    virtual void renew() {}
+    /// Connects again when the connection has broken, and returns whether it
+    /// did: what was taken for the old session is not the new one's. Called when
+    /// nothing depends on it: a model begins to use it.
+    virtual bool renew() { return false; }
 
     /// Null disables.
     virtual void traceTo(std::ostream* stream) = 0;

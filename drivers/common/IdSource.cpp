@@ -25,6 +25,13 @@ void IdSource::takeBlock() {
     isUncommitted = block.isUncommitted;
 }
 
+// Nor is the new server asked for more than the old one gave; it may have lost
+// the objects with the highest ids together with the ids.
+void IdSource::forget() {
+    next = end = highest = 0;
+    isUncommitted = false;
+}
+
 void IdSource::noteRollback() {
     if (!isUncommitted)
         return;

@@ -19,6 +19,9 @@ public:
     bool needsBlock() const { return next == end; }
     unsigned long take();
 
+    /// Gives up what is left of the block: the server that is met now may know
+    /// nothing of it and give the same ids to somebody else.
+    void forget();
     void noteRollback();
     void noteCommit() { isUncommitted = false; }
 

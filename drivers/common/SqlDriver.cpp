@@ -112,8 +112,9 @@ bool SqlDriver::close() {
 int SqlDriver::getVersion(const String& name, const String& kind) {
     int version = 0;
     const bool done = attempt("reading a version", [&] {
-        if (kind == "MODEL" && !session->connection->inTransaction())
-            session->connection->renew();
+        if (kind == "MODEL" && !session->connection->inTransaction() &&
+            session->connection->renew())
+            session->ids.forget();
         version = session->schema.getVersion(static_cast<const char*>(name),
                                              static_cast<const char*>(kind));
     });

@@ -355,17 +355,18 @@ void MariadbConnection::rollback() {
 }
 
 // A parked connection may have broken while nobody used it.
-void MariadbConnection::renew() {
+bool MariadbConnection::renew() {
     if (isFresh || (lost.empty() && streaming == nullptr && mysql_ping(handle) == 0))
-        return;
+        return false;
     if (lost.empty() && streaming != nullptr)
-        return;
+        return false;
     mysql_close(handle);
     handle = nullptr;
     second.reset();
     ++generation;
     connect();
     lost.clear();
+    return true;
 }
 
 // Ids are taken by a statement that commits by itself: while a transaction

@@ -53,7 +53,7 @@ public:
     void rollback() override;
     bool isolatesReads() const override { return settings.isolation != "read committed"; }
     bool inTransaction() override { return inside; }
-    void renew() override;
+    bool renew() override;
     void traceTo(std::ostream* stream) override { trace = stream; }
 
     bool isClustered() const { return clustered; }

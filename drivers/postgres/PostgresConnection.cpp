@@ -275,14 +275,15 @@ IdBlock PostgresConnection::takeIds(unsigned long least, unsigned long count) {
 }
 
 // A parked connection may have broken while nobody used it.
-void PostgresConnection::renew() {
-    if (transaction != Transaction::None || link.isAlive())
-        return;
+bool PostgresConnection::renew() {
+    if (std::exchange(isFresh, false) || transaction != Transaction::None || link.isAlive())
+        return false;
     endTransaction("the connection broke");
     dropped.clear();
     blocks.clear();
     link.renew();
     setUp();
+    return true;
 }
 
 }  // namespace Kes::sql

@@ -40,7 +40,7 @@ public:
     bool isolatesReads() const override { return isolation != "read committed"; }
     bool keepsCursors() const override { return false; }
     bool takesIdsAside() const override { return true; }
-    void renew() override;
+    bool renew() override;
     void traceTo(std::ostream* stream) override { link.traceTo(stream); }
 
     // --- for statements ---
@@ -77,6 +77,7 @@ private:
     std::string schema;
     std::string isolation;
     Transaction transaction = Transaction::None;
+    bool isFresh = true;  // connected for the model that begins to use it
     int openCursors = 0;
     unsigned long generation = 0;
     std::string ended;  // why the cursors of the last generation are lost

@@ -11,7 +11,8 @@ public:
     std::string name() const override { return "postgres"; }
     std::string typeOf(FieldKind kind) const override;
     std::vector<std::string> idStore() const override;
-    std::string rowLock() const override { return " FOR NO KEY UPDATE"; }
+    /// Keeps others from linking to the row too, which are content to share it.
+    std::string rowLock() const override { return " FOR UPDATE"; }
     std::string sharedLock() const override { return " FOR KEY SHARE"; }
     std::string columnsOf() const override;
     std::string nameFault(const std::string& identifier) const override;

@@ -125,9 +125,16 @@ void PostgresWire::lose(const std::string& words) {
                          "; close the model and open it again");
 }
 
+// What has arrived does not tell: behind a server's good-bye the end of the
+// stream may be still to come, and a server that is gone for good says nothing.
 bool PostgresWire::isAlive() {
-    if (lost || PQconsumeInput(connection) == 0 || PQstatus(connection) != CONNECTION_OK)
+    try {
+        receive();
+    } catch (const ConnectionLost&) {
         return false;
+    } catch (const SqlFailure&) {
+        return true;
+    }
     return true;
 }
 

@@ -92,7 +92,7 @@ public:
     /// Waits for all results and forgets how they failed.
     void drain() noexcept;
 
-    /// Whether the server still answers; looks, and does not wait.
+    /// Whether the server still answers; costs a round trip.
     bool isAlive();
     bool isLost() const { return lost; }
 

@@ -295,6 +295,29 @@ TEST_F(ConflictTest, LocksAnObjectAgainstOthers) {
     EXPECT_EQ("31", ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
 }
 
+TEST_F(ConflictTest, LocksAnObjectAgainstLinksThatOthersMake) {
+    StaffModel impatient;
+    open(impatient, engine->waitingAtMost(20));
+    const Pointer<Person> person(impatient.findPerson("Ann"));
+    const Pointer<Person> other(impatient.findPerson("Bob"));
+    const Pointer<Company> company(impatient.findCompany("Firm"));
+    mine.startTransaction();
+    ann->lock();
+    firm->lock();
+
+    other->friends.add(person);
+    EXPECT_RAISES("COMFAIL", impatient.commit());
+    other->employer = company;
+    EXPECT_RAISES("COMFAIL", impatient.commit());
+
+    mine.commit();
+    EXPECT_EQ("0", ask("SELECT count(*) FROM [Friendship]"));
+    other->friends.add(person);
+    other->employer = company;
+    impatient.commit();
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Friendship]"));
+}
+
 TEST_F(ConflictTest, RefusesToLockWhatSomebodyHasChanged) {
     changeTheirs();
     mine.startTransaction();

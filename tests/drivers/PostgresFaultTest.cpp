@@ -196,6 +196,79 @@ TEST_F(PostgresFaultTest, AModelOpensAgainOnAConnectionThatBrokeWhileItWasParked
     EXPECT_NE(nullptr, mine.findPerson("Ann"));
 }
 
+// A model that is closed parks its driver, and the server ends its session.
+class PostgresParkedTest : public PostgresFaultTest {
+protected:
+    PostgresParkedTest() {
+        Model::setDriverCacheSize(1);
+        openParked();
+    }
+    ~PostgresParkedTest() override {
+        parked.close();
+        Model::setDriverCacheSize(0);
+    }
+
+    void openParked() { open(parked, "application_name=parked"); }
+
+    void closeAndEndSession() {
+        parked.close();
+        EXPECT_EQ("t", ask("SELECT pg_terminate_backend(pid, 5000) FROM pg_stat_activity WHERE "
+                           "application_name = 'parked'"));
+    }
+
+    unsigned long storeAnother() {
+        parked.startTransaction();
+        const unsigned long id = parked.newPerson("Another")->getObjectID();
+        parked.commit();
+        return id;
+    }
+
+    StaffModel parked;
+};
+
+TEST_F(PostgresParkedTest, OpensEachTime) {
+    for (int i = 0; i < 4; ++i) {
+        closeAndEndSession();
+
+        openParked();
+
+        EXPECT_NE(nullptr, parked.findPerson("Ann"));
+    }
+}
+
+TEST_F(PostgresParkedTest, KeepsItsSessionWhenThatIsAlive) {
+    const std::string asking =
+        "SELECT pid FROM pg_stat_activity WHERE application_name = 'parked'";
+    const std::string before = ask(asking);
+    parked.close();
+
+    openParked();
+
+    EXPECT_NE(nullptr, parked.findPerson("Ann"));
+    EXPECT_EQ(before, ask(asking));
+}
+
+TEST_F(PostgresParkedTest, GivesNoIdsThatTheOldSessionTook) {
+    const unsigned long before = storeAnother();
+    closeAndEndSession();
+
+    openParked();
+
+    EXPECT_GT(storeAnother(), before + 1);
+}
+
+// A standby that takes over may not have heard of the last ids.
+TEST_F(PostgresParkedTest, TakesIdsFromAServerThatGivesLowerOnes) {
+    const unsigned long before = storeAnother();
+    closeAndEndSession();
+    run("DELETE FROM [Person] WHERE [KesObjectID] = " + std::to_string(before));
+    run("SELECT setval('kes_ids', " + std::to_string(before) + ", false)");
+
+    openParked();
+
+    EXPECT_EQ(before, storeAnother());
+}
+
 TEST_F(PostgresFaultTest, ASerializationFailureIsAConflict) {
     mine.close();
     openAt(proxy, mine, "isolation=repeatable read");
