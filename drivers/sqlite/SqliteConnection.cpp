@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "drivers/common/SqlFailure.h"
+#include "drivers/sqlite/Platform.h"
 
 namespace Kes::sql {
 
@@ -39,6 +40,10 @@ std::string explain(sqlite3* database, int code, const SqliteSettings& settings)
     case SQLITE_READONLY:
         if (code == SQLITE_READONLY_DIRECTORY)
             return words + ": no journal can be made beside it; the folder has to be writable";
+        if (code == SQLITE_READONLY_DBMOVED)
+            return words +
+                   ": it was deleted, moved or replaced while it was open; close the model, "
+                   "see to the file and open it again";
         return words + "; the file or its folder cannot be written";
     case SQLITE_CANTOPEN:
     case SQLITE_IOERR: return words + reasonOf(database);
@@ -179,21 +184,45 @@ int writeTrace(unsigned, void* context, void* statement, void* nanoseconds) {
 
 SqliteConnection::SqliteConnection(const SqliteSettings& wanted) : settings(wanted) {
     checkFile();
-    int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
-    flags |= settings.readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
-    if (settings.create && !settings.readOnly)
-        flags |= SQLITE_OPEN_CREATE;
-    const int code = sqlite3_open_v2(settings.file.c_str(), &database, flags, nullptr);
+    makeFile();
     try {
-        if (code != SQLITE_OK)
-            fail(code);
+        open();
         checkWritable();
         configure();
         checkJournal();
+        if (!settings.readOnly)
+            file = std::make_unique<SqliteFile>(database, ask("PRAGMA journal_mode") == "wal");
     } catch (...) {
         sqlite3_close_v2(database);
         throw;
     }
+}
+
+// SQLite may take a name that begins with "file:" for a URI even when it is not
+// told to, and one that begins with a colon is kept for special ones.
+void SqliteConnection::open() {
+    int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+    flags |= settings.readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+    if (settings.create && !settings.readOnly)
+        flags |= SQLITE_OPEN_CREATE;
+    std::string name = settings.file;
+    if (settings.isUri)
+        flags |= SQLITE_OPEN_URI;
+    else if (isFile() && (name.starts_with("file:") || name.starts_with(':')))
+        name.insert(0, "./");
+    const int code = sqlite3_open_v2(name.c_str(), &database, flags, nullptr);
+    if (code != SQLITE_OK)
+        fail(code);
+}
+
+// SQLite's own permissions are 0644, less what the process's mask takes away.
+void SqliteConnection::makeFile() const {
+    if (settings.mode == 0 || settings.readOnly || !settings.create || !isFile())
+        return;
+    const int fault = platform::makeFile(settings.file.c_str(), settings.mode);
+    if (fault != 0)
+        throw SqlFailure("the file cannot be made with the permissions that mode asks for: " +
+                         std::generic_category().message(fault));
 }
 
 SqliteConnection::~SqliteConnection() {
@@ -205,7 +234,7 @@ void SqliteConnection::checkFile() const {
     namespace fs = std::filesystem;
     if (settings.file.empty())
         throw SqlFailure("no file is named; give a file name or \":memory:\" as the source");
-    if (settings.file == ":memory:")
+    if (!isFile())
         return;
     std::error_code ignored;
     const fs::path path(settings.file);
@@ -231,7 +260,7 @@ void SqliteConnection::checkWritable() const {
 void SqliteConnection::checkJournal() {
     const bool isMade = settings.journalMode == "delete" || settings.journalMode == "truncate" ||
                         settings.journalMode == "persist";
-    if (settings.readOnly || settings.file == ":memory:" || !isMade)
+    if (settings.readOnly || !isFile() || !isMade)
         return;
     sqlite3_busy_timeout(database, 0);
     const int code = sqlite3_exec(database, "BEGIN IMMEDIATE; PRAGMA user_version=0", nullptr,
@@ -247,6 +276,7 @@ void SqliteConnection::configure() {
 
     // A file of garbage is noticed at the first read only.
     execute("SELECT count(*) FROM sqlite_schema");
+    checkEncoding();
     if (!settings.readOnly && settings.file != ":memory:")
         setJournalMode();
     execute("PRAGMA synchronous=" + settings.synchronous);
@@ -257,6 +287,22 @@ void SqliteConnection::configure() {
     execute("PRAGMA legacy_alter_table=ON");
     if (settings.maxPageCount != 0)
         execute("PRAGMA max_page_count=" + std::to_string(settings.maxPageCount));
+}
+
+// Texts of such a file are ordered by other bytes than on all other databases.
+void SqliteConnection::checkEncoding() {
+    const std::string encoding = ask("PRAGMA encoding");
+    if (encoding != "UTF-8")
+        throw SqlFailure("its texts are stored as " + encoding +
+                         ", and only UTF-8 keeps their order; dump the database and read the dump "
+                         "into a new file");
+}
+
+// The first column of the first row.
+std::string SqliteConnection::ask(const std::string& text) {
+    const std::unique_ptr<Statement> asking = prepare(text);
+    std::size_t size = 0;
+    return asking->step() ? asking->text(0, size) : "";
 }
 
 // Of several connections that change the mode of a new file at once SQLite makes
@@ -294,7 +340,11 @@ void SqliteConnection::begin() {
 }
 
 void SqliteConnection::commit() {
+    if (file != nullptr)
+        file->checkBefore();
     execute("COMMIT");
+    if (file != nullptr)
+        file->checkAfter();
 }
 
 void SqliteConnection::rollback() {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "drivers/common/Connection.h"
+#include "drivers/sqlite/SqliteFile.h"
 
 struct sqlite3;
 
@@ -16,6 +17,8 @@ namespace Kes::sql {
 /// How a database file is opened; see docs of the driver's options.
 struct SqliteSettings {
     std::string file;
+    bool isUri = false;  // file is one, with switches of SQLite's own
+    unsigned mode = 0;   // permissions of a new file; 0 for SQLite's own choice
     bool create = true;
     bool readOnly = false;
     long busyTimeout = 5000;  // ms
@@ -45,15 +48,21 @@ public:
     void traceTo(std::ostream* stream) override;
 
 private:
+    void open();
+    void makeFile() const;
     void configure();
     void setJournalMode();
+    std::string ask(const std::string& text);
+    bool isFile() const { return !settings.isUri && settings.file != ":memory:"; }
     void checkFile() const;
+    void checkEncoding();
     void checkWritable() const;
     void checkJournal();
     [[noreturn]] void fail(int code) const;
 
     SqliteSettings settings;
     sqlite3* database = nullptr;
+    std::unique_ptr<SqliteFile> file;  // null when opened for reading
     std::ostream* trace = nullptr;  // borrowed
 };
 

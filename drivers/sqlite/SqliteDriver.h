@@ -10,7 +10,8 @@ namespace Kes::sql {
 ///
 /// Options: create (true), readonly (false), busy_timeout in ms (5000),
 /// journal_mode (wal), synchronous (full), cache_size and mmap_size in KiB
-/// (16384, 0), secure_delete (off), max_page_count (0: the file's own limit).
+/// (16384, 0), secure_delete (off), max_page_count (0: the file's own limit),
+/// mode (permissions of a new file, octal), uri (false: the source is a name).
 class SqliteDriver final : public SqlDriver {
 public:
     SqliteDriver();

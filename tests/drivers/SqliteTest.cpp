@@ -271,4 +271,210 @@ TEST_F(SqliteTest, RefusesToReadTextWithANulByte) {
     EXPECT_RAISES("SELERR", all.next());
 }
 
+TEST_F(SqliteTest, RefusesToWriteWithoutAJournal) {
+    make(file);
+
+    const std::string message = refusal(file, "journal_mode=off");
+
+    EXPECT_TRUE(says(message, "journal_mode=off is for readonly=true")) << message;
+    EXPECT_TRUE(says(refusal(":memory:", "journal_mode=off"), "journal_mode=off"));
+    EXPECT_EQ("", refusal(file, "journal_mode=off; readonly=true"));
+}
+
+TEST_F(SqliteTest, RefusesAFileWithAnotherEncoding) {
+    for (const char* encoding : {"UTF-16le", "UTF-16be"}) {
+        const std::string other = folder.path(encoding);
+        PlainSqlite plain(other);
+        plain.run(std::string("PRAGMA encoding='") + encoding + "'; CREATE TABLE t (x TEXT)");
+
+        const std::string message = refusal(other);
+
+        EXPECT_TRUE(says(message, encoding)) << message;
+    }
+}
+
+// What a relative name means.
+class SqliteNameTest : public SqliteTest {
+protected:
+    SqliteNameTest() { std::filesystem::current_path(folder.path("")); }
+    ~SqliteNameTest() override { std::filesystem::current_path(before); }
+
+private:
+    std::filesystem::path before = std::filesystem::current_path();
+};
+
+TEST_F(SqliteNameTest, TakesWhatLooksLikeAURIForAName) {
+    for (const char* name :
+         {"file:staff.db?mode=memory", "file:other.db?vfs=unix-none", ":staff:"}) {
+        make(name);
+
+        EXPECT_TRUE(std::filesystem::exists(name)) << name;
+    }
+    EXPECT_FALSE(std::filesystem::exists("other.db"));
+}
+
+TEST_F(SqliteNameTest, TakesAURIWhenItIsToldTo) {
+    StaffModel model;
+    model.openWith("sqlite", "file:staff.db?cache=private", "uri=true");
+    StaffModel inMemory;
+    inMemory.openWith("sqlite", "file:gone.db?mode=memory", "uri=true");
+
+    EXPECT_TRUE(std::filesystem::exists("staff.db"));
+    EXPECT_FALSE(std::filesystem::exists("gone.db"));
+    EXPECT_TRUE(says(refusal("file:staff.db", "uri=true; mode=0600"), "mode"));
+}
+
+TEST_F(SqliteTest, MakesTheFileWithThePermissionsThatItIsTold) {
+    using std::filesystem::perms;
+    const perms own = perms::owner_read | perms::owner_write;
+    StaffModel model;
+    model.openWith("sqlite", file.c_str(), "mode=0600");
+    StaffModel shared;
+    shared.openWith("sqlite", folder.path("shared.db").c_str(), "mode=0666");
+
+    EXPECT_EQ(own, std::filesystem::status(file).permissions());
+    EXPECT_EQ(own, std::filesystem::status(file + "-wal").permissions());
+    EXPECT_EQ(perms(0666), std::filesystem::status(folder.path("shared.db")).permissions());
+}
+
+TEST_F(SqliteTest, LeavesThePermissionsOfAFileThatExists) {
+    make(file);
+    std::filesystem::permissions(file, std::filesystem::perms(0640));
+    StaffModel model;
+    model.openWith("sqlite", file.c_str(), "mode=0600");
+
+    EXPECT_EQ(std::filesystem::perms(0640), std::filesystem::status(file).permissions());
+}
+
+TEST_F(SqliteTest, RefusesPermissionsThatAreNone) {
+    for (const char* options : {"mode=0400", "mode=1777", "mode=608", "mode=private"})
+        EXPECT_TRUE(says(refusal(file, options), "mode=0600")) << options;
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+namespace {
+
+struct Harm {
+    const char* name;
+    const char* journal;
+    const char* ending;  // of the file that is harmed
+    void (*todo)(const std::string& file);
+    const char* words;
+};
+
+void removeIt(const std::string& file) {
+    std::filesystem::remove(file);
+}
+
+void moveIt(const std::string& file) {
+    std::filesystem::rename(file, file + ".moved");
+}
+
+void replaceIt(const std::string& file) {
+    std::filesystem::copy_file(file, file + ".copy");
+    std::filesystem::rename(file + ".copy", file);
+}
+
+void emptyIt(const std::string& file) {
+    std::filesystem::resize_file(file, 0);
+}
+
+void halveIt(const std::string& file) {
+    std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+}
+
+}  // namespace
+
+class SqliteHarmTest : public SqliteTest, public ::testing::WithParamInterface<Harm> {
+protected:
+    // A log that another connection keeps open is not written back.
+    void SetUp() override {
+        StaffModel maker;
+        maker.openWith("sqlite", file.c_str(), GetParam().journal);
+        maker.startTransaction();
+        maker.newPerson("Ann", 30);
+        maker.commit();
+        maker.close();
+        model.openWith("sqlite", file.c_str(), GetParam().journal);
+        model.startTransaction();
+        model.newPerson("Bob", 40);
+        model.commit();
+    }
+
+    StaffModel model;
+};
+
+TEST_P(SqliteHarmTest, AcknowledgesNoCommitThatIsLost) {
+    const Pointer<Person> bob(model.findPerson("Bob"));
+    model.startTransaction();
+    bob->age = 41;
+    bob->change();
+    GetParam().todo(file + GetParam().ending);
+
+    const std::string message = messageRaisedBy([&] { model.commit(); });
+
+    EXPECT_TRUE(says(message, GetParam().words)) << message;
+    EXPECT_EQ(40, bob->age);
+    EXPECT_FALSE(model.transactionStarted());
+}
+
+constexpr const char* WithLog = "journal_mode=wal";
+constexpr const char* WithoutLog = "journal_mode=delete";
+
+INSTANTIATE_TEST_SUITE_P(
+    , SqliteHarmTest,
+    ::testing::Values(
+        Harm{"Removed", WithLog, "", removeIt, "deleted, moved or replaced"},
+        Harm{"Moved", WithLog, "", moveIt, "deleted, moved or replaced"},
+        Harm{"Replaced", WithLog, "", replaceIt, "deleted, moved or replaced"},
+        Harm{"Emptied", WithLog, "", emptyIt, "truncated from"},
+        Harm{"Halved", WithLog, "", halveIt, "truncated from"},
+        Harm{"LogRemoved", WithLog, "-wal", removeIt,
+             "-wal\", a part of the database, was deleted"},
+        Harm{"LogEmptied", WithLog, "-wal", emptyIt, "was truncated or replaced"},
+        Harm{"IndexRemoved", WithLog, "-shm", removeIt, "-shm\", a part of the database, was"},
+        Harm{"RemovedWithoutLog", WithoutLog, "", removeIt, "deleted, moved or replaced"},
+        Harm{"ReplacedWithoutLog", WithoutLog, "", replaceIt, "deleted, moved or replaced"},
+        Harm{"EmptiedWithoutLog", WithoutLog, "", emptyIt, "no such table"},
+        Harm{"HalvedWithoutLog", WithoutLog, "", halveIt, "malformed"}),
+    [](const auto& harm) { return harm.param.name; });
+
+TEST_F(SqliteTest, GivesNoObjectIdsOutOfAFileThatIsGone) {
+    make(file);
+    StaffModel model;
+    model.openWith("sqlite", file.c_str());
+    std::filesystem::remove(file);
+    model.startTransaction();
+
+    EXPECT_RAISES("OIDERR", model.newPerson("Bob", 40));
+}
+
+// Other programs may make the file smaller, in each journal mode.
+TEST_F(SqliteTest, GoesOnWithAFileThatAnotherProgramHasVacuumed) {
+    for (const char* journal : {WithLog, WithoutLog}) {
+        const std::string place = folder.path(journal);
+        StaffModel model;
+        model.openWith("sqlite", place.c_str(), journal);
+        model.startTransaction();
+        const Pointer<Person> ann(model.newPerson("Ann", 30));
+        const Pointer<Person> large(model.newPerson(std::string(400000, 'x').c_str(), 1));
+        model.commit();
+        model.startTransaction();
+        large->remove();
+        model.commit();
+        PlainSqlite other(place);
+        other.run("PRAGMA wal_checkpoint(TRUNCATE); VACUUM; PRAGMA wal_checkpoint(TRUNCATE)");
+        ASSERT_GT(100000U, std::filesystem::file_size(place));
+
+        for (int age = 31; age < 34; ++age) {
+            model.startTransaction();
+            ann->age = age;
+            ann->change();
+            model.commit();
+        }
+
+        EXPECT_EQ("33", other.ask("SELECT age FROM Person"));
+    }
+}
+
 }  // namespace Kes::testing

@@ -1,0 +1,22 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "drivers/sqlite/Platform.h"
+
+namespace Kes::sql::platform {
+
+// Nobody else may open the file before it has its permissions, and the
+// process's mask takes some away from those that it is made with.
+int makeFile(const char* name, unsigned permissions) {
+    const int file = ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (file < 0)
+        return errno == EEXIST ? 0 : errno;
+    const int fault = ::fchmod(file, permissions) == 0 ? 0 : errno;
+    ::close(file);
+    return fault;
+}
+
+}  // namespace Kes::sql::platform
