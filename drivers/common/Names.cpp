@@ -1,6 +1,8 @@
 #include "drivers/common/Names.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdio>
 #include <set>
 
 #include "drivers/common/SqlFailure.h"
@@ -48,6 +50,16 @@ std::vector<std::string> parse(const ClassTable& table, const std::string& list)
     return columns;
 }
 
+// Sixteen digits for a name that is too long.
+std::string digestOf(const std::string& name) {
+    std::uint64_t digest = 0xCBF29CE484222325U;
+    for (const char c : name)
+        digest = (digest ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
+    char digits[17];
+    std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(digest));
+    return digits;
+}
+
 }  // namespace
 
 std::vector<IndexPlan> Names::indexesOf(const ClassTable& table) {
@@ -72,6 +84,21 @@ std::vector<IndexPlan> Names::indexesOf(const ClassTable& table) {
     return plans;
 }
 
+std::string Names::secondIndexOf(const std::string& association) const {
+    const std::string name = std::string(Own) + "second_" + association;
+    const bool fits = dialect.nameFault(name).empty();
+    return fits ? name : std::string(Own) + "second_" + digestOf(association);
+}
+
+// The names of views do not begin so unless the class's name does, or is "kes",
+// and no name of the library ends like one of a view.
+void Names::checkOwner(const std::string& name, const std::string& owner) const {
+    if (dialect.fold(name).starts_with(Own))
+        throw SqlFailure("the name \"" + name + "\" of " + owner +
+                         " is not possible: names that begin with " + Own +
+                         " are the library's own");
+}
+
 void Names::claim(const std::string& name, const std::string& owner) {
     const std::string fault = dialect.nameFault(name);
     if (!fault.empty())
@@ -85,8 +112,12 @@ void Names::claim(const std::string& name, const std::string& owner) {
 
 void Names::checkColumns(const ClassTable& table) {
     std::map<std::string, std::string> seen;
+    const bool hasView = table.getClass()->getSubClasses().size() > 0;
     for (const Column& column : table.columns()) {
-        const std::string fault = dialect.columnFault(column.name);
+        const std::string fault =
+            hasView && dialect.foldColumn(column.name) == dialect.foldColumn("KesClass")
+                ? "the view of a class with sub classes has a column of this name"
+                : dialect.columnFault(column.name);
         if (!fault.empty())
             throw SqlFailure("the name \"" + column.name + "\" of a field of the class " +
                              table.name() + " is not possible: " + fault);
@@ -106,8 +137,10 @@ void Names::checkColumns(const ClassTable& table) {
 void Names::checkAssociation(const Association& association) {
     const std::string name = textOf(association.getName());
     const std::string owner = "the association " + name;
-    if (Tables::isManyToMany(&association))
+    if (Tables::isManyToMany(&association)) {
+        checkOwner(name, owner);
         claim(name, owner);
+    }
     for (const String* role : {&association.getOneRole(), &association.getOtherRole()}) {
         const std::string fault = dialect.columnFault(textOf(*role));
         if (!fault.empty())
@@ -122,8 +155,6 @@ void Names::checkAssociation(const Association& association) {
 
 void Names::check(const Model& model, Tables& tables) {
     owners.clear();
-    for (const char* own : {"kes_versions", "kes_ids"})
-        claim(own, "the library");
     for (Class* cls : model.getDeclaredClasses()) {
         const std::string name = textOf(cls->getName());
         const std::string owner = "the class " + name;
@@ -131,6 +162,7 @@ void Names::check(const Model& model, Tables& tables) {
         if (!fault.empty())
             throw SqlFailure("the name \"" + name + "\" of " + owner + " is not possible: " +
                              fault);
+        checkOwner(name, owner);
         if (cls->getSubClasses().size() > 0)
             claim(ClassTable::viewName(cls), "the view of " + owner);
         const ClassTable& table = tables.of(cls);

@@ -35,7 +35,15 @@ public:
     /// not fit the class.
     static std::vector<IndexPlan> indexesOf(const ClassTable& table);
 
+    /// The name, which no class or association can have, of the index on the
+    /// second column of a link table.
+    std::string secondIndexOf(const std::string& association) const;
+
+    /// What the library's own names begin with.
+    static constexpr const char* Own = "kes_";
+
 private:
+    void checkOwner(const std::string& name, const std::string& owner) const;
     void claim(const std::string& name, const std::string& owner);
     void checkColumns(const ClassTable& table);
     void checkAssociation(const Association& association);

@@ -1,5 +1,7 @@
 #include "drivers/common/SqlSchema.h"
 
+#include <algorithm>
+
 #include <kes/Model.h>
 
 #include "drivers/common/SqlFailure.h"
@@ -176,7 +178,18 @@ std::string SqlSchema::newName(const Class* cls) {
     const std::string name = textOf(cls->getName());
     if (isStaging)
         return connection.schemaStage()->place(name);
-    return dialect.quote(isReplaced(cls) ? "kes_new_" + name : name);
+    return dialect.quote(isReplaced(cls) ? replaced[cls] : name);
+}
+
+// Whatever there is of that name, it is not to be lost.
+std::string SqlSchema::freeName() {
+    for (std::size_t number = replaced.size() + 1;; ++number) {
+        const std::string name = std::string(Names::Own) + "new_" + std::to_string(number);
+        const bool isTaken = std::any_of(replaced.begin(), replaced.end(),
+                                         [&](const auto& each) { return each.second == name; });
+        if (!isTaken && !exists(name))
+            return name;
+    }
 }
 
 void SqlSchema::beginStage() {
@@ -212,7 +225,7 @@ void SqlSchema::beginClassUpdate(Class* cls) {
     checkLinks(cls);
     if (isStaging)
         connection.schemaStage()->freeze(textOf(cls->getName()));
-    replaced.insert(cls);
+    replaced.emplace(cls, isStaging ? std::string() : freeName());
 }
 
 void SqlSchema::createClass(Class* cls) {
@@ -227,8 +240,6 @@ void SqlSchema::createClass(Class* cls) {
                 (isId ? dialect.idType() : dialect.typeOf(column.kind));
     }
     const std::string name = newName(cls);
-    if (isReplaced(cls) && !isStaging)
-        connection.execute("DROP TABLE IF EXISTS " + name);
     connection.execute("CREATE TABLE " + name + " (" + list + dialect.hiddenColumns() + ")");
 }
 
@@ -306,8 +317,9 @@ void SqlSchema::createAssociation(const Association* association) {
     connection.execute("CREATE TABLE IF NOT EXISTS " + table + " (" + one + " BIGINT NOT NULL, " +
                        other + " BIGINT NOT NULL, PRIMARY KEY (" + one + ", " + other + "))" +
                        dialect.linkTableOptions());
-    connection.execute("CREATE INDEX IF NOT EXISTS " + dialect.quote("kes_second_" + name) +
-                       " ON " + table + " (" + other + ")");
+    connection.execute("CREATE INDEX IF NOT EXISTS " +
+                       dialect.quote(Names(dialect).secondIndexOf(name)) + " ON " + table + " (" +
+                       other + ")");
 }
 
 // Each step can be done again, so the versions, after which none is, come last.

@@ -8,6 +8,7 @@
 
 #pragma once
 
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -69,6 +70,7 @@ private:
     bool isReplaced(const Class* cls) const { return replaced.count(cls) != 0; }
     bool isDone(const Class* cls) const { return finished.count(cls) != 0; }
     std::string newName(const Class* cls);
+    std::string freeName();
     void beginStage();
     void createIndexes(const ClassTable& table, const std::string& quotedName);
     void dropViewsOf(const Class* cls);
@@ -79,7 +81,8 @@ private:
     Connection& connection;
     std::unique_ptr<Statement> reading;  // a version; null until there is a table
     std::set<std::string> begun;         // the names of the concrete classes
-    std::set<const Class*> replaced;  // whose old table is still there
+    // The tables that are made for classes whose old one is still there.
+    std::map<const Class*, std::string> replaced;
     std::set<const Class*> finished;  // that another process has upgraded
     bool namesChecked = false;
     bool isStaging = false;

@@ -131,9 +131,6 @@ std::string MariadbDialect::columnsOf() const {
 }
 
 std::string MariadbDialect::nameFault(const std::string& identifier) const {
-    for (const char* own : {"kes_new_", "kes_old_", "kes_turn_"})
-        if (identifier.starts_with(own))
-            return std::string("names that begin with ") + own + " are the library's own";
     return columnFault(identifier);
 }
 

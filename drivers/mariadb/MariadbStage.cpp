@@ -25,12 +25,15 @@ constexpr std::chrono::seconds ClearingPatience(30);
 constexpr std::chrono::milliseconds Pause(20);
 constexpr int MostTriesForTurn = 20;
 
+// The database compares names without regard to case and accents, and tables
+// whose names only look like the library's are somebody else's.
 constexpr const char* Tables =
     "SELECT table_name FROM information_schema.tables WHERE table_schema = DATABASE() AND "
-    "table_name LIKE ?";
+    "CAST(table_name AS BINARY) REGEXP ?";
 constexpr const char* Triggers =
     "SELECT trigger_name FROM information_schema.triggers WHERE trigger_schema = DATABASE() AND "
-    "trigger_name LIKE ?";
+    "CAST(trigger_name AS BINARY) REGEXP ?";
+constexpr const char* TurnForm = "^kes_turn_[0-9]+(_clearing|_running)?$";
 
 std::string quoted(const std::string& name) {
     std::string text = "\"";
@@ -62,9 +65,9 @@ std::string renaming(const std::string& from, const std::string& to) {
 }  // namespace
 
 std::vector<std::string> MariadbStage::namesLike(const std::string& query,
-                                                 const std::string& pattern) {
-    const std::unique_ptr<Statement> asking = connection.prepare(query + " ESCAPE '|'");
-    asking->bindText(0, pattern.data(), pattern.size());
+                                                 const std::string& form) {
+    const std::unique_ptr<Statement> asking = connection.prepare(query);
+    asking->bindText(0, form.data(), form.size());
     std::vector<std::string> names;
     while (asking->step()) {
         std::size_t size = 0;
@@ -93,7 +96,7 @@ void MariadbStage::begin() {
 
 std::string MariadbStage::lastTurn() {
     std::string last;
-    for (const std::string& name : namesLike(Tables, "kes|_turn|_%"))
+    for (const std::string& name : namesLike(Tables, TurnForm))
         if (last.empty() || turnOf(name) > turnOf(last))
             last = name;
     return last;
@@ -157,10 +160,9 @@ void MariadbStage::endClearing(const std::string& next) {
 
 // Tables first: an upgrade that still runs comes to no end without its own.
 void MariadbStage::sweep() {
-    for (const char* pattern : {"kes|_new|_%", "kes|_old|_%"})
-        for (const std::string& name : namesLike(Tables, pattern))
-            connection.execute("DROP TABLE IF EXISTS " + quoted(name));
-    for (const std::string& name : namesLike(Triggers, "kes|_stop|_%"))
+    for (const std::string& name : namesLike(Tables, "^kes_(new|old)_[0-9]+_[0-9]+$"))
+        connection.execute("DROP TABLE IF EXISTS " + quoted(name));
+    for (const std::string& name : namesLike(Triggers, "^kes_stop_[0-9]+_[0-9]+_[0-9]+$"))
         connection.execute("DROP TRIGGER IF EXISTS " + quoted(name));
 }
 

@@ -50,7 +50,7 @@ private:
     void endClearing(const std::string& next);
     void finish();
     void giveUp();
-    std::vector<std::string> namesLike(const std::string& query, const std::string& pattern);
+    std::vector<std::string> namesLike(const std::string& query, const std::string& form);
     std::string nameOf(const char* purpose, std::size_t position) const;
 
     MariadbConnection& connection;

@@ -62,6 +62,9 @@ public:
     /// In their order; none when there is no such table.
     virtual std::vector<std::string> columnsOf(const std::string& table) = 0;
 
+    /// How many indexes a table has, that of its key included.
+    virtual std::size_t indexesOf(const std::string& table) = 0;
+
     // --- what databases disagree about ---
 
     /// The option that has a lock waited for no longer than that, in ms.

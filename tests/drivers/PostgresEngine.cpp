@@ -41,6 +41,13 @@ public:
             schema + "' AND table_name = '" + table + "' ORDER BY ordinal_position");
     }
 
+    std::size_t indexesOf(const std::string& table) override {
+        return plain
+            .askAll("SELECT indexname FROM pg_indexes WHERE schemaname = '" + schema +
+                    "' AND tablename = '" + table + "'")
+            .size();
+    }
+
     std::string waitingAtMost(int limit) const override {
         return "lock_timeout=" + std::to_string(limit);
     }

@@ -84,6 +84,79 @@ TEST_F(SchemaTest, NeverTakesAClassForATableOfTheLibrary) {
     EXPECT_EQ(engine->foldsTableNames(), !said.empty()) << said;
 }
 
+TEST_F(SchemaTest, RefusesNamesThatAreTheLibrarysOwn) {
+    for (const char* name : {"kes_new_Thing", "kes_new_1", "kes_second_Friends", "kes_turn_1"}) {
+        const std::string ofClass = refusal([&](FreeModel& m) { m.declareClass(name, textField); });
+        const std::string ofLinks = refusal([&](FreeModel& m) {
+            m.declareClass("Thing", [&](Free& object, Handler* h) {
+                h->handleManyAssociated(name, "a", &object.many);
+                h->handleManyAssociated(name, "b", &object.many2);
+            });
+        });
+
+        EXPECT_TRUE(says(ofClass, "the library's own")) << name << ": " << ofClass;
+        EXPECT_TRUE(says(ofLinks, "the library's own")) << name << ": " << ofLinks;
+    }
+    EXPECT_TRUE(engine->tables().empty());
+}
+
+// The library's names are its own, but what has them may be older.
+TEST_F(SchemaTest, LosesNoTableWhoseNameLooksLikeItsOwn) {
+    makeThing(textField, [](Free& thing) { thing.text = "kept"; });
+    std::vector<std::string> others = {"kes_new_1", "kes_new_Thing", "kes_old_Thing"};
+    if (!engine->foldsTableNames())
+        others.insert(others.end(), {"KES_NEW_1", "KES_NEW_1_0"});
+    for (const std::string& other : others) {
+        run("CREATE TABLE [" + other + "] (x INTEGER)");
+        run("INSERT INTO [" + other + "] VALUES (7)");
+    }
+
+    EXPECT_EQ("", refusal([](FreeModel& m) { m.declareClass("Thing", textField); }, 2));
+
+    EXPECT_EQ("kept", ask("SELECT [text] FROM [Thing]"));
+    for (const std::string& other : others)
+        EXPECT_EQ("7", ask("SELECT x FROM [" + other + "]")) << other;
+}
+
+TEST_F(SchemaTest, UpgradesClassesTogetherThatDifferInTheirLastLettersOnly) {
+    const std::string one = std::string(56, 'x') + "1";
+    const std::string two = std::string(56, 'x') + "2";
+    const auto declare = [&](FreeModel& m) {
+        m.declareClass(one.c_str(), textField);
+        m.declareClass(two.c_str(), textField);
+    };
+    {
+        FreeModel model(1, declare);
+        open(model);
+        model.startTransaction();
+        model.make(one.c_str())->text = "one";
+        model.make(two.c_str())->text = "two";
+        model.commit();
+    }
+
+    EXPECT_EQ("", refusal(declare, 2));
+
+    EXPECT_EQ("one", ask("SELECT [text] FROM [" + one + "]"));
+    EXPECT_EQ("two", ask("SELECT [text] FROM [" + two + "]"));
+}
+
+TEST_F(SchemaTest, IndexesBothColumnsOfLinkTablesWithLongNames) {
+    const std::string same(58, 'x');
+    EXPECT_EQ("", refusal([&](FreeModel& m) {
+                  m.declareClass("Thing", [&](Free& object, Handler* h) {
+                      h->handleManyAssociated((same + "1").c_str(), "a", &object.many);
+                      h->handleManyAssociated((same + "1").c_str(), "b", &object.many2);
+                  });
+                  m.declareClass("Other", [&](Free& object, Handler* h) {
+                      h->handleManyAssociated((same + "2").c_str(), "c", &object.many);
+                      h->handleManyAssociated((same + "2").c_str(), "d", &object.many2);
+                  });
+              }));
+
+    for (const char* ending : {"1", "2"})
+        EXPECT_EQ(2U, engine->indexesOf(same + ending)) << ending;
+}
+
 TEST_F(SchemaTest, RefusesClassesNamedLikeTheDatabasesOwnTables) {
     for (const std::string& name : engine->tableNamesOfItsOwn()) {
         EXPECT_NE("", refusal([&](FreeModel& m) { m.declareClass(name.c_str(), textField); }));
@@ -124,6 +197,19 @@ TEST_F(SchemaTest, RefusesAClassNamedLikeAnotherOnesView) {
                   m.declareClass("Sub", textField)->subclassOf(base);
                   m.declareClass("Base_all", textField);
               }));
+}
+
+TEST_F(SchemaTest, RefusesAFieldNamedLikeAColumnOfTheView) {
+    const auto fields = [](Free& object, Handler* h) {
+        h->handleString("KesClass", object.text, 20);
+    };
+    const std::string said = refusal([&](FreeModel& m) {
+        Class* base = m.declareClass("Base", fields);
+        m.declareClass("Sub", fields)->subclassOf(base);
+    });
+
+    EXPECT_TRUE(says(said, "\"KesClass\" of a field of the class Base")) << said;
+    EXPECT_EQ("", refusal([&](FreeModel& m) { m.declareClass("Alone", fields); }));
 }
 
 TEST_F(SchemaTest, RefusesAClassNamedLikeALinkTable) {
@@ -369,7 +455,7 @@ TEST_F(SchemaTest, RefusesAConversionThatLosesSomething) {
     EXPECT_EQ("forty-two", ask("SELECT [text] FROM [Thing]"));
     EXPECT_EQ("1", ask("SELECT version FROM kes_versions WHERE kind = 'MODEL'"));
     EXPECT_EQ((std::vector<std::string>{"Thing"}), engine->tables());
-    EXPECT_TRUE(engine->columnsOf("kes_new_Thing").empty());
+    EXPECT_TRUE(engine->columnsOf("kes_new_1").empty());
 }
 
 TEST_F(SchemaTest, AddsAClassBesideTheOthers) {

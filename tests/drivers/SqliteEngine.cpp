@@ -21,6 +21,12 @@ public:
         return PlainSqlite(source()).askAll("SELECT name FROM pragma_table_info('" + table + "')");
     }
 
+    std::size_t indexesOf(const std::string& table) override {
+        return PlainSqlite(source())
+            .askAll("SELECT name FROM pragma_index_list('" + table + "')")
+            .size();
+    }
+
     std::string waitingAtMost(int limit) const override {
         return "busy_timeout=" + std::to_string(limit);
     }
