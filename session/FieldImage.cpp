@@ -1,7 +1,6 @@
 #include "session/FieldImage.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <type_traits>
 
@@ -10,6 +9,7 @@
 #include <kes/Timestamp.h>
 
 #include "object/FieldWalk.h"
+#include "session/KeyedDigest.h"
 
 namespace Kes {
 
@@ -50,7 +50,9 @@ private:
 
 class DigestHandler final : public PlainFieldHandler<DigestHandler> {
 public:
-    std::uint64_t get() const { return digest; }
+    explicit DigestHandler(const KeyedDigest::Key& key) : digest(key) {}
+
+    std::uint64_t get() { return digest.finish(); }
 
     template <class T>
     void plain(const T& value) {
@@ -59,46 +61,27 @@ public:
         if constexpr (sizeof(T) <= sizeof(std::uint64_t)) {
             std::uint64_t bits = 0;
             std::memcpy(&bits, &value, sizeof value);
-            mix(bits);
+            digest.add(bits);
         } else {
-            mixBytes(reinterpret_cast<const char*>(&value), sizeof value);
+            digest.addBytes(reinterpret_cast<const char*>(&value), sizeof value);
         }
     }
 
     void text(const String& value) {
         const char* bytes = value;
-        mixBytes(bytes, std::strlen(bytes));
+        digest.addBytes(bytes, std::strlen(bytes));
     }
 
     void blob(const Blob& value) {
         if (value.isEmpty())
-            mix(~std::uint64_t{0});
+            digest.add(~std::uint64_t{0});  // no size, unlike one of 0 bytes
         else
-            mixBytes(static_cast<const char*>(value.data()),
-                     static_cast<std::size_t>(value.size()));
+            digest.addBytes(static_cast<const char*>(value.data()),
+                            static_cast<std::size_t>(value.size()));
     }
 
 private:
-    void mix(std::uint64_t bits) {
-        digest = (std::rotl(digest, 23) ^ bits) * 0x9E3779B97F4A7C15U;
-        digest ^= digest >> 32;
-    }
-
-    void mixBytes(const char* bytes, std::size_t size) {
-        std::uint64_t bits = 0;
-        std::size_t done = 0;
-        for (; done + sizeof bits <= size; done += sizeof bits) {
-            std::memcpy(&bits, bytes + done, sizeof bits);
-            mix(bits);
-        }
-        bits = 0;
-        if (done < size)
-            std::memcpy(&bits, bytes + done, size - done);
-        mix(bits);
-        mix(size);
-    }
-
-    std::uint64_t digest = 0x243F6A8885A308D3U;
+    KeyedDigest digest;
     std::size_t position = 0;
 };
 
@@ -270,7 +253,8 @@ std::byte* ImageStore::reserve(std::size_t bytes) {
 }
 
 std::uint64_t digestFields(Instance* instance) {
-    DigestHandler digest;
+    static const KeyedDigest::Key key = KeyedDigest::Key::draw();
+    DigestHandler digest(key);
     walkFields(instance, digest);
     return digest.get();
 }

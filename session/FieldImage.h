@@ -55,8 +55,9 @@ private:
     std::vector<Blob> blobs;
 };
 
-/// A digest of the plain fields, without the reserved ones. Equal fields give
-/// equal digests; different ones differ but for one case in 2^64.
+/// A digest of the plain fields, without the reserved ones, that holds for the
+/// life of the process. Equal fields give equal digests; different ones differ
+/// but for one case in 2^64, which nobody can choose.
 std::uint64_t digestFields(Instance* instance);
 
 }  // namespace Kes
