@@ -49,11 +49,6 @@ if(KES_SANITIZE)
         add_link_options(-fsanitize=address,undefined)
     endif()
     add_compile_options(-fno-omit-frame-pointer)
-    # The sanitizer calls dlopen on the library's behalf, and the run path of
-    # the library then counts for nothing. Only an old-style path of the program
-    # itself is still searched.
-    add_link_options(-Wl,--disable-new-dtags)
-    set(CMAKE_BUILD_RPATH "$ORIGIN/../lib/kes")
 endif()
 
 if(KES_COVERAGE)

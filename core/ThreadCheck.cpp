@@ -1,9 +1,8 @@
 #include <kes/ThreadCheck.h>
 
-#include <cstdlib>
-
 #include <kes/Exception.h>
 
+#include "core/FatalEnd.h"
 #include "core/Platform.h"
 
 namespace Kes {
@@ -22,7 +21,7 @@ void ThreadCheck::doit() {
 
     // The handler chose to go on, but a second thread inside a model can leave
     // its object cache and the database disagreeing. Stopping is the safe end.
-    std::exit(1);
+    endProcess();
 }
 
 void ThreadCheck::reset() {

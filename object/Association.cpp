@@ -1,12 +1,11 @@
 #include <kes/Association.h>
 
-#include <cstdlib>
-
 #include <kes/Class.h>
 #include <kes/Exception.h>
 #include <kes/Instance.h>
 #include <kes/Listener.h>
 
+#include "core/FatalEnd.h"
 #include "object/ListenerList.h"
 
 namespace Kes {
@@ -87,7 +86,7 @@ void Association::failOnRole(const char* operation, const String& role) const {
         .handle();
 
     // There is no answer that the caller could go on with.
-    std::exit(1);
+    endProcess();
 }
 
 void Association::addListener(Listener* listener) {

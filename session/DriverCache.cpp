@@ -1,11 +1,12 @@
 #include "session/DriverCache.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 
 #include <kes/Exception.h>
 #include <kes/Model.h>
+
+#include "core/FatalEnd.h"
 
 namespace Kes {
 
@@ -23,7 +24,7 @@ void destroyNewest(PtrList<DriverCache>& parked) {
         .handle();
 
     // What the database did with a connection that cannot be closed is unknown.
-    std::exit(1);
+    endProcess();
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "session/TransactionManager.h"
 
-#include <cstdlib>
 #include <exception>
 #include <utility>
 
@@ -12,6 +11,7 @@
 #include <kes/OneAssociatedInstance.h>
 #include <kes/Pointer.h>
 
+#include "core/FatalEnd.h"
 #include "session/ObjectCache.h"
 
 namespace Kes {
@@ -215,7 +215,7 @@ void TransactionManager::rollback() {
         Exception(Exception::FATAL, "ROLLFAIL", "Model::rollback", failure).handle();
 
         // Memory and database have parted, and nothing can bring them together.
-        std::exit(1);
+        endProcess();
     }
     revert();
     history.dropNoted();

@@ -1,8 +1,13 @@
 #include <kes/ThreadCheck.h>
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -109,6 +114,70 @@ TEST(ThreadCheckDeathTest, EndsTheProcessWhenTheHandlerReturns) {
     };
 
     EXPECT_EXIT(misuse(), ::testing::ExitedWithCode(1), "");
+}
+
+void breakTheRule() {
+    const ReturningHandler handler;
+    ThreadCheck check;
+    check.doit();
+    onAnotherThread([&] { check.doit(); });
+}
+
+// They, like the destructors of static objects, would run under the feet of the
+// other threads.
+TEST(ThreadCheckDeathTest, RunsNoExitHandlerInTheEnd) {
+    const auto misuse = [] {
+        std::atexit([] { std::_Exit(42); });
+        breakTheRule();
+    };
+
+    EXPECT_EXIT(misuse(), ::testing::ExitedWithCode(1), "");
+}
+
+// A process whose standard output goes to the test, which is all that it wrote.
+std::string outputOf(void (*work)()) {
+    int ends[2];
+    if (pipe(ends) != 0)
+        return "no pipe";
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        alarm(20);
+        work();
+        std::_Exit(0);
+    }
+    close(ends[1]);
+    std::string all;
+    char part[64];
+    for (ssize_t size = 1; size > 0;) {
+        size = read(ends[0], part, sizeof part);
+        if (size > 0)
+            all.append(part, static_cast<std::size_t>(size));
+    }
+    close(ends[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return all + (WIFEXITED(status) ? ", status " + std::to_string(WEXITSTATUS(status))
+                                    : ", killed");
+}
+
+TEST(ThreadCheckDeathTest, WritesOutWhatTheStandardStreamsHoldInTheEnd) {
+    EXPECT_EQ("one, two, status 1", outputOf([] {
+                  std::printf("one, ");
+                  std::cout << "two";
+                  breakTheRule();
+              }));
+}
+
+// As one that waits for the reader of a full pipe.
+TEST(ThreadCheckDeathTest, DoesNotWaitForAThreadThatHoldsTheOutput) {
+    EXPECT_EQ(", status 1", outputOf([] {
+                  onAnotherThread([] { flockfile(stdout); });
+                  breakTheRule();
+              }));
 }
 
 }  // namespace
