@@ -180,8 +180,10 @@ std::unique_ptr<Statement> MariadbConnection::prepare(const std::string& text) {
     return std::make_unique<MariadbStatement>(*this, text);
 }
 
+// Statements that change the schema, which commit by themselves.
 void MariadbConnection::execute(const std::string& text) {
     makeWayToWrite(nullptr);
+    isDivided = inside;
     send(text);
 }
 
@@ -197,6 +199,7 @@ bool MariadbConnection::sendUnchecked(const std::string& text) {
 void MariadbConnection::send(const std::string& text) {
     if (!sendUnchecked(text))
         fail();
+    checkTransaction();
 }
 
 void MariadbConnection::write(const std::string& text, Clock::time_point begun) const {
@@ -205,15 +208,22 @@ void MariadbConnection::write(const std::string& text, Clock::time_point begun) 
 }
 
 void MariadbConnection::makeWay(MariadbStatement* user) {
-    if (!lost.empty())
-        throw SqlFailure(lost);
-    if (isGone)
-        throw SqlFailure(failed);
+    checkUse();
     isFresh = false;
     if (posting != nullptr && posting != user)
         posting->sendPosts();
     if (streaming != nullptr)
         streaming->stepAside();
+    if (std::exchange(isInDoubt, false) && inside && !isGone)
+        askForTransaction();
+    checkUse();
+}
+
+void MariadbConnection::checkUse() const {
+    if (!lost.empty())
+        throw SqlFailure(lost);
+    if (isGone)
+        throw SqlFailure(failed);
 }
 
 void MariadbConnection::makeWayToWrite(MariadbStatement* user) {
@@ -234,8 +244,11 @@ void MariadbConnection::fail() {
     throw SqlFailure(lost.empty() ? words : lost);
 }
 
+// Of an error among rows only the connection knows.
 void MariadbConnection::fail(st_mysql_stmt* statement) {
     const unsigned code = mysql_stmt_errno(statement);
+    if (code == 0)
+        fail();
     const std::string words = explain(code, mysql_stmt_error(statement));
     note(code, words);
     throw SqlFailure(lost.empty() ? words : lost);
@@ -245,21 +258,75 @@ void MariadbConnection::fail(st_mysql_stmt* statement) {
 // effect by itself. After a timeout it is still there, with half of the work.
 void MariadbConnection::note(unsigned code, const std::string& words) {
     switch (faultOf(code)) {
-    case MariadbFault::Statement: return;
+    case MariadbFault::Statement: isInDoubt = inside; return;
     case MariadbFault::Conflict:
     case MariadbFault::Timeout:
         noteFailure(words);
         isGone = inside;
         if (inside)
-            sendUnchecked("ROLLBACK");
+            endAtServer();
         return;
     case MariadbFault::CutOff:
-    case MariadbFault::Lost: break;
+    case MariadbFault::Lost: lose(words);
     }
+}
+
+void MariadbConnection::lose(const std::string& words) {
     streaming = nullptr;
     lost = "the connection to the server is lost: " + words +
            (inside ? "; the transaction was not committed" : "") + "; close and open again";
     inside = false;
+    isInDoubt = false;
+}
+
+bool MariadbConnection::isOpenAtServer() const {
+    return (handle->server_status & SERVER_STATUS_IN_TRANS) != 0;
+}
+
+void MariadbConnection::noteEnd() {
+    if (!inside || isGone || isDivided || isOpenAtServer())
+        return;
+    noteFailure(
+        "the server has ended the transaction without a word, perhaps because somebody else came "
+        "first: roll back and try again");
+    isGone = true;
+    endAtServer();
+}
+
+void MariadbConnection::checkTransaction() {
+    noteEnd();
+    if (isGone)
+        throw SqlFailure(failed);
+}
+
+void MariadbConnection::askForTransaction() {
+    if (mysql_ping(handle) != 0)
+        fail();
+    noteEnd();
+}
+
+// A transaction that stayed open would be committed by the begin of the next.
+void MariadbConnection::endAtServer() {
+    if (sendUnchecked("ROLLBACK") && !isOpenAtServer())
+        return;
+    lose(mysql_errno(handle) == 0 ? "it does not roll back"
+                                  : explain(mysql_errno(handle), mysql_error(handle)));
+}
+
+void MariadbConnection::noteEndOfRows() noexcept {
+    const unsigned code = mysql_errno(handle);
+    if (code != 0)
+        note(code, explain(code, mysql_error(handle)));
+    else
+        noteEnd();
+}
+
+void MariadbConnection::readStatusBehindRows() {
+    constexpr unsigned char EndOfRows = 254;
+    const unsigned char* packet = handle->net.read_pos;
+    if (packet != nullptr && packet[0] == EndOfRows)
+        handle->server_status = packet[3] | static_cast<unsigned>(packet[4]) << 8;
+    checkTransaction();
 }
 
 void MariadbConnection::noteFailure(const std::string& words) {
@@ -277,9 +344,10 @@ void MariadbConnection::mark() {
 bool MariadbConnection::backToMark() {
     if (!lost.empty() || isGone || !inside)
         return false;
-    if (isMarked)
-        return sendUnchecked("ROLLBACK TO SAVEPOINT kes");
-    return sendUnchecked("ROLLBACK") && sendUnchecked("START TRANSACTION");
+    const bool isBack = isMarked ? sendUnchecked("ROLLBACK TO SAVEPOINT kes")
+                                 : sendUnchecked("ROLLBACK") && sendUnchecked("START TRANSACTION");
+    isInDoubt = false;
+    return isBack && isOpenAtServer();
 }
 
 void MariadbConnection::begin() {
@@ -287,6 +355,9 @@ void MariadbConnection::begin() {
     send("START TRANSACTION");
     inside = true;
     isUsed = false;
+    isInDoubt = false;
+    isDivided = false;
+    checkTransaction();
 }
 
 void MariadbConnection::beginSchema() {
@@ -317,6 +388,7 @@ void MariadbConnection::endSchema() {
 
 void MariadbConnection::commit() {
     makeWayToWrite(nullptr);
+    checkTransaction();
     if (!sendUnchecked("COMMIT"))
         failCommit();
     inside = false;
@@ -346,11 +418,10 @@ void MariadbConnection::rollback() {
     inside = false;
     isGone = false;
     failed.clear();
-    if (isOpen) {
-        makeWay(nullptr);
-        if (!sendUnchecked("ROLLBACK") && faultOf(mysql_errno(handle)) == MariadbFault::Statement)
-            fail();
-    }
+    if (isOpen && streaming != nullptr)
+        streaming->stepAside();
+    if (isOpen && lost.empty())
+        endAtServer();
     endSchema();
 }
 

@@ -9,6 +9,9 @@
 // A transaction in which a write has failed is never committed. After a
 // conflict the server has no transaction any more and would take each further
 // statement for one of its own, so nothing more is sent before the rollback.
+// Nor does the driver trust that the server tells of every such end: all answers
+// say whether a transaction is open, and one that should be and is not has failed.
+// An error says nothing about it, so the server is asked before work goes on.
 
 #pragma once
 
@@ -96,6 +99,18 @@ public:
     [[noreturn]] void fail();
     [[noreturn]] void fail(st_mysql_stmt* statement);
 
+    /// To be called when the server has answered without an error. Throws when
+    /// the transaction is gone all the same.
+    void checkTransaction();
+
+    /// The same at the end of a result that the program has left, with or without
+    /// an error: what it finds is told by the next use.
+    void noteEndOfRows() noexcept;
+
+    /// Takes over what the last packet of a result says, which the client library
+    /// leaves aside.
+    void readStatusBehindRows();
+
     /// The transaction cannot be committed any more.
     void noteFailure(const std::string& words);
 
@@ -115,6 +130,12 @@ private:
     void send(const std::string& text);
     bool sendUnchecked(const std::string& text);
     void note(unsigned code, const std::string& words);
+    void lose(const std::string& words);
+    bool isOpenAtServer() const;
+    void noteEnd();
+    void checkUse() const;
+    void askForTransaction();
+    void endAtServer();
     void failCommit();
     void endSchema();
     IdBlock advanceIds(unsigned long least, unsigned long count);
@@ -129,14 +150,16 @@ private:
     bool bulk = false;
     bool clustered = false;
     bool foldsTables = false;
-    bool isFresh = true;    // connected, and not used since
-    bool inside = false;    // of a transaction
-    bool isSchema = false;  // the transaction holds the schema lock
-    bool isUsed = false;    // something was sent in the transaction
-    bool isMarked = false;  // with a savepoint; else the mark is its begin
-    bool isGone = false;    // the server has ended the transaction
-    std::string failed;     // why the transaction cannot be committed; empty while it can
-    std::string lost;       // why the connection is of no use any more
+    bool isFresh = true;     // connected, and not used since
+    bool inside = false;     // of a transaction
+    bool isSchema = false;   // the transaction holds the schema lock
+    bool isUsed = false;     // something was sent in the transaction
+    bool isMarked = false;   // with a savepoint; else the mark is its begin
+    bool isGone = false;     // the server has ended the transaction
+    bool isInDoubt = false;  // behind an error: has it?
+    bool isDivided = false;  // a schema statement has ended it on its way
+    std::string failed;      // why the transaction cannot be committed; empty while it can
+    std::string lost;        // why the connection is of no use any more
     MariadbStage stage;
 };
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 
 #include "drivers/common/SqlFailure.h"
 #include "drivers/mariadb/MariadbTrace.h"
@@ -89,7 +90,20 @@ MariadbStatement::~MariadbStatement() {
     if (connection.posting == this)
         connection.posting = nullptr;
     finish();
+    makeWayToClose();
     mysql_stmt_close(handle);
+}
+
+// The client library takes whatever is on the wire for this statement's.
+void MariadbStatement::makeWayToClose() noexcept {
+    MariadbStatement* other = connection.streaming;
+    if (other == nullptr)
+        return;
+    try {
+        other->stepAside();
+    } catch (const std::exception& failure) {
+        other->breakOff(failure.what());
+    }
 }
 
 // Done again when the connection was made anew.
@@ -206,6 +220,8 @@ void MariadbStatement::execute(const std::vector<MariadbValue>& values) {
     if (!done)
         connection.fail(handle);
     connection.noteUse();
+    if (fields.empty())
+        connection.checkTransaction();
 }
 
 // A packet beyond the server's limit would cost the connection.
@@ -230,12 +246,30 @@ bool MariadbStatement::step() {
             connection.streaming = this;
         }
     }
-    if (kept == nullptr)
-        return onRow = !fields.empty() && connection.streaming == this && fetch();
-    onRow = kept->advance();
+    if (kept != nullptr)
+        onRow = kept->advance();
+    else
+        onRow = connection.streaming == this && advance();
     if (!onRow && !broken.empty())
         throw SqlFailure(broken);
     return onRow;
+}
+
+// False at the end, and when there are no more rows because of a failure.
+bool MariadbStatement::advance() {
+    try {
+        return fetch();
+    } catch (const SqlFailure& failure) {
+        breakOff(failure.what());
+        return false;
+    }
+}
+
+// It has begun, and goes on failing until it begins anew.
+void MariadbStatement::breakOff(const std::string& words) {
+    broken = words;
+    finish();
+    isRunning = true;
 }
 
 void MariadbStatement::bindResult() {
@@ -270,7 +304,7 @@ bool MariadbStatement::fetch() {
     }
     if (code == MYSQL_NO_DATA) {
         connection.streaming = nullptr;
-        mysql_stmt_free_result(handle);
+        connection.readStatusBehindRows();
         return false;
     }
     if (code == MYSQL_DATA_TRUNCATED)
@@ -311,9 +345,7 @@ void MariadbStatement::stepAside() {
         while (fetch())
             rows->append(*this);
     } catch (const SqlFailure& failure) {
-        broken = failure.what();
-        finish();
-        isRunning = true;
+        breakOff(failure.what());
     }
     if (onRow)
         rows->advance();
@@ -322,11 +354,12 @@ void MariadbStatement::stepAside() {
 
 // Reads what is left on the wire; the server has sent it anyway.
 void MariadbStatement::finish() noexcept {
-    if (connection.streaming == this) {
-        connection.streaming = nullptr;
-        mysql_stmt_free_result(handle);
-    }
     isRunning = false;
+    if (connection.streaming != this)
+        return;
+    connection.streaming = nullptr;
+    mysql_stmt_free_result(handle);
+    connection.noteEndOfRows();
 }
 
 void MariadbStatement::reset() noexcept {

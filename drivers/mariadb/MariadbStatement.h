@@ -55,6 +55,9 @@ private:
     void describeResult();
     void bindResult();
     bool fetch();
+    bool advance();
+    void breakOff(const std::string& words);
+    void makeWayToClose() noexcept;
     void widen();
     void finish() noexcept;
     long sendOne(const std::vector<MariadbValue>& values);

@@ -130,6 +130,7 @@ long MariadbStatement::sendMany() {
     if (!done)
         connection.fail(handle);
     connection.noteUse();
+    connection.checkTransaction();
     return static_cast<long>(mysql_stmt_affected_rows(handle));
 }
 

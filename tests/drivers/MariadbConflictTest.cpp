@@ -1,5 +1,7 @@
+#include <chrono>
 #include <future>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/drivers/MariadbTest.h"
@@ -147,6 +149,98 @@ TEST_F(MariadbConflictTest, CountsRowsThatAreFoundAndNotChanged) {
     mine.commit();
 
     EXPECT_EQ("2", engine->ask("SELECT sum([KesVersion]) FROM [Person]"));
+}
+
+// Two transactions that wait for each other while the rows of a query stream; the
+// server gives up the one that has written less.
+class MariadbStreamTest : public MariadbConflictTest {
+protected:
+    MariadbStreamTest() {
+        mine.startTransaction();
+        for (int i = 0; i < Many; ++i)
+            mine.newPerson("somebody", i);
+        mine.commit();
+        mine.close();
+        engine->open(mine, "isolation=serializable");
+        ann = mine.findPerson("Ann");
+        bob = mine.findPerson("Bob");
+    }
+
+    // What is raised while `reading` meets the end of its transaction.
+    template <class Reading>
+    std::string deadlockIn(Reading reading) {
+        const std::string first = std::to_string(ann->getObjectID());
+        const std::string last = engine->ask("SELECT max([KesObjectID]) FROM [Person]");
+        std::promise<void> isLocked;
+        auto theirs = std::async(std::launch::async, [&] {
+            PlainMariadb other(engine->source(), engine->user(), engine->password());
+            other.run("SET innodb_lock_wait_timeout = 3");
+            other.run("START TRANSACTION");
+            other.run("UPDATE Person SET salary = 7 WHERE KesObjectID > " + last + " - 500");
+            isLocked.set_value();
+            waitForALock();
+            other.run("UPDATE Person SET salary = 7 WHERE KesObjectID = " + first);
+            other.run("ROLLBACK");
+        });
+        isLocked.get_future().wait();
+        const std::string said = messageRaisedBy(reading);
+        theirs.get();
+        return said;
+    }
+
+    // The server renews what it shows when nobody has looked for a tenth of a second.
+    void waitForALock() {
+        PlainMariadb watch(engine->source(), engine->user(), engine->password());
+        for (int i = 0; i < 20; ++i) {
+            if (watch.ask("SELECT count(*) FROM information_schema.innodb_trx WHERE trx_state = "
+                          "'LOCK WAIT'") != "0")
+                return;
+            std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        }
+    }
+
+    // Of two objects, one of which somebody else has changed.
+    void expectNothingStored() {
+        engine->run("UPDATE [Person] SET [KesVersion] = 7 WHERE [name] = 'Bob'");
+        change(ann, 31);
+        change(bob, 41);
+
+        const std::string said = messageRaisedBy([&] { mine.commit(); });
+
+        EXPECT_TRUE(says(said, "Deadlock found")) << said;
+        EXPECT_EQ("30", engine->ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
+        mine.startTransaction();
+        change(ann, 32);
+        mine.commit();
+        EXPECT_EQ("32", engine->ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
+    }
+
+    static constexpr int Many = 2000;
+};
+
+TEST_F(MariadbStreamTest, TellsOfADeadlockAmongRows) {
+    mine.startTransaction();
+    SelectionOf<Person> people(mine.personClass);
+
+    const std::string said = deadlockIn([&] {
+        while (people.next())
+            continue;
+    });
+
+    EXPECT_TRUE(says(said, "Deadlock found")) << said;
+    EXPECT_TRUE(says(said, "(1213)")) << said;
+    expectNothingStored();
+}
+
+TEST_F(MariadbStreamTest, FindsADeadlockBehindRowsThatNobodyReads) {
+    mine.startTransaction();
+
+    EXPECT_EQ("", deadlockIn([&] {
+                  SelectionOf<Person> people(mine.personClass);
+                  people.next();
+              }));
+
+    expectNothingStored();
 }
 
 // Each of the two reads what the other one writes.
