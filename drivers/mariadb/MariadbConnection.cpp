@@ -17,6 +17,7 @@ namespace {
 
 constexpr unsigned long OldestServer = 100600;  // as the client library counts versions
 constexpr int MostTriesForIds = 100;
+constexpr int MostTriesToEnd = 3;
 
 std::string quoted(const std::string& text) {
     std::string literal = "'";
@@ -162,6 +163,9 @@ bool MariadbConnection::configure() {
             foldsTables = value != "0";
     }
     mysql_free_result(shown);
+    // A node that gives up a transaction amid the command for many rows says that
+    // all is well, writes the rest of the rows by themselves and takes the COMMIT.
+    bulk = bulk && !clustered;
     isFresh = true;
     return !clustered || sendUnchecked(std::string("SET SESSION wsrep_sync_wait = ") +
                                        (settings.causalReads ? "1" : "0"));
@@ -305,12 +309,22 @@ void MariadbConnection::askForTransaction() {
     noteEnd();
 }
 
-// A transaction that stayed open would be committed by the begin of the next.
+// A transaction that stayed open would be committed by the begin of the next. A node
+// of a cluster may answer the first ROLLBACK with the conflict that ended it.
 void MariadbConnection::endAtServer() {
-    if (sendUnchecked("ROLLBACK") && !isOpenAtServer())
-        return;
-    lose(mysql_errno(handle) == 0 ? "it does not roll back"
-                                  : explain(mysql_errno(handle), mysql_error(handle)));
+    std::string words = "it does not roll back";
+    for (int tries = 0; tries < MostTriesToEnd; ++tries) {
+        if (sendUnchecked("ROLLBACK") && !isOpenAtServer())
+            return;
+        const unsigned code = mysql_errno(handle);
+        if (code == 0)
+            continue;
+        words = explain(code, mysql_error(handle));
+        const MariadbFault fault = faultOf(code);
+        if (fault == MariadbFault::Lost || fault == MariadbFault::CutOff)
+            break;
+    }
+    lose(words);
 }
 
 void MariadbConnection::noteEndOfRows() noexcept {

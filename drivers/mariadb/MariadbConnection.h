@@ -46,7 +46,7 @@ public:
     void execute(const std::string& text) override;
     void settle() override;
     SizeLimit sizeLimit() const override;
-    bool prefersRuns() const override { return bulk; }
+    bool prefersRuns() const override { return true; }
     IdBlock takeIds(unsigned long least, unsigned long count) override;
     bool takesIdsAside() const override { return true; }
     SchemaStage* schemaStage() override { return &stage; }

@@ -19,6 +19,27 @@ enum_field_types typeOf(Row::Kind kind) {
 
 }  // namespace
 
+void MariadbValue::bind(MYSQL_BIND& target) const {
+    target.length_value = static_cast<unsigned long>(size);
+    switch (kind) {
+    case Row::Null: target.buffer_type = MYSQL_TYPE_NULL; return;
+    case Row::Integer:
+        target.buffer_type = MYSQL_TYPE_LONGLONG;
+        target.buffer = const_cast<std::int64_t*>(&integer);
+        return;
+    case Row::Real:
+        target.buffer_type = MYSQL_TYPE_DOUBLE;
+        target.buffer = const_cast<double*>(&real);
+        return;
+    case Row::Text:
+    case Row::Bytes:
+        target.buffer_type = kind == Row::Text ? MYSQL_TYPE_STRING : MYSQL_TYPE_BLOB;
+        target.buffer = const_cast<void*>(data);
+        target.buffer_length = static_cast<unsigned long>(size);
+        return;
+    }
+}
+
 bool MariadbPosts::accepts(const std::vector<MariadbValue>& row) const {
     for (std::size_t i = 0; i < columns.size(); ++i)
         if (row[i].kind != Row::Null && columns[i].kind != Row::Null &&
@@ -90,19 +111,23 @@ void MariadbPosts::bind(std::vector<MYSQL_BIND>& binds) {
     }
 }
 
+MariadbValue MariadbPosts::value(std::size_t position, std::size_t parameter) const {
+    const Column& column = columns[parameter];
+    MariadbValue value;
+    if (column.isNull[position] != 0)
+        return value;
+    value.kind = column.kind;
+    value.integer = column.integers[position];
+    value.real = column.reals[position];
+    value.data = column.bytes.data() + column.offsets[position];
+    value.size = column.sizes[position];
+    return value;
+}
+
 std::vector<MariadbValue> MariadbPosts::row(std::size_t position) const {
-    std::vector<MariadbValue> values(columns.size());
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-        const Column& column = columns[i];
-        MariadbValue& value = values[i];
-        if (column.isNull[position] != 0)
-            continue;
-        value.kind = column.kind;
-        value.integer = column.integers[position];
-        value.real = column.reals[position];
-        value.data = column.bytes.data() + column.offsets[position];
-        value.size = column.sizes[position];
-    }
+    std::vector<MariadbValue> values;
+    for (std::size_t i = 0; i < columns.size(); ++i)
+        values.push_back(value(position, i));
     return values;
 }
 

@@ -23,6 +23,9 @@ struct MariadbValue {
 
     /// Bytes that it takes in a packet, or a few less.
     std::size_t packed() const { return kind == Row::Null ? 1 : 9 + size; }
+
+    /// Points the bind here.
+    void bind(st_mysql_bind& target) const;
 };
 
 /// One array per parameter, as the protocol for many rows wants them.
@@ -41,7 +44,10 @@ public:
     /// Points the binds, one per parameter, to the arrays.
     void bind(std::vector<st_mysql_bind>& binds);
 
-    /// One of the rows. Its texts and bytes are borrowed from here.
+    /// One value of a row. Its text or bytes are borrowed from here.
+    MariadbValue value(std::size_t position, std::size_t parameter) const;
+
+    /// One of the rows, borrowed in the same way.
     std::vector<MariadbValue> row(std::size_t position) const;
     std::size_t ticket(std::size_t position) const { return tickets[position]; }
 

@@ -40,27 +40,6 @@ Row::Kind kindOf(const MYSQL_FIELD& field) {
     }
 }
 
-void bindValue(MYSQL_BIND& target, const MariadbValue& value) {
-    target.length_value = static_cast<unsigned long>(value.size);
-    switch (value.kind) {
-    case Row::Null: target.buffer_type = MYSQL_TYPE_NULL; return;
-    case Row::Integer:
-        target.buffer_type = MYSQL_TYPE_LONGLONG;
-        target.buffer = const_cast<std::int64_t*>(&value.integer);
-        return;
-    case Row::Real:
-        target.buffer_type = MYSQL_TYPE_DOUBLE;
-        target.buffer = const_cast<double*>(&value.real);
-        return;
-    case Row::Text:
-    case Row::Bytes:
-        target.buffer_type = value.kind == Row::Text ? MYSQL_TYPE_STRING : MYSQL_TYPE_BLOB;
-        target.buffer = const_cast<void*>(value.data);
-        target.buffer_length = static_cast<unsigned long>(value.size);
-        return;
-    }
-}
-
 }  // namespace
 
 struct MariadbStatement::Field {
@@ -75,7 +54,8 @@ struct MariadbStatement::Field {
 
 MariadbStatement::MariadbStatement(MariadbConnection& itsConnection, const std::string& itsText)
     : connection(itsConnection),
-      sql(itsText) {
+      sql(itsText),
+      many(itsText) {
     connection.makeWay(nullptr);
     try {
         prepare();
@@ -211,7 +191,7 @@ void MariadbStatement::execute(const std::vector<MariadbValue>& values) {
         prepare();
     std::vector<MYSQL_BIND> binds(values.size(), MYSQL_BIND());
     for (std::size_t i = 0; i < values.size(); ++i)
-        bindValue(binds[i], values[i]);
+        values[i].bind(binds[i]);
     const auto begun = MariadbConnection::Clock::now();
     const bool done = (binds.empty() || mysql_stmt_bind_param(handle, binds.data()) == 0) &&
                       mysql_stmt_execute(handle) == 0;

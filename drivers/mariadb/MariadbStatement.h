@@ -8,6 +8,7 @@
 
 #include "drivers/common/RowBuffer.h"
 #include "drivers/mariadb/MariadbConnection.h"
+#include "drivers/mariadb/MariadbMany.h"
 #include "drivers/mariadb/MariadbPosts.h"
 
 namespace Kes::sql {
@@ -64,6 +65,9 @@ private:
     void sendPost(std::size_t position);
     void sendAll();
     long sendMany();
+    long sendArrays();
+    long sendTogether(std::size_t begin, std::size_t count);
+    std::size_t mostPosted() const;
     void checkSize(const std::vector<MariadbValue>& values) const;
 
     MariadbConnection& connection;
@@ -72,6 +76,7 @@ private:
     unsigned long generation = 0;  // of the connection that the handle belongs to
     std::vector<MariadbValue> parameters;
     MariadbPosts posts;
+    const MariadbMany many;
     std::vector<Field> fields;
     bool isRunning = false;
     bool onRow = false;

@@ -32,7 +32,7 @@ long MariadbStatement::sendOne(const std::vector<MariadbValue>& values) {
 }
 
 void MariadbStatement::post(std::size_t ticket, long least) {
-    if (!connection.takesBulk() || parameters.empty())
+    if (mostPosted() == 0 || parameters.empty())
         return Statement::post(ticket, least);
     connection.makeWayToWrite(this);
     try {
@@ -44,9 +44,10 @@ void MariadbStatement::post(std::size_t ticket, long least) {
     std::size_t size = PacketOverhead;
     for (const MariadbValue& value : parameters)
         size += value.packed();
-    const std::size_t most = std::min(LongestPosts, connection.largestPacket());
+    // Half: a statement for many rows repeats their ids.
+    const std::size_t most = std::min(LongestPosts, connection.largestPacket() / 2);
     if (posts.count() != 0 &&
-        (posts.size() + size > most || posts.count() == MostPosts || !posts.accepts(parameters)))
+        (posts.size() + size > most || posts.count() == mostPosted() || !posts.accepts(parameters)))
         sendPosts();
     connection.posting = this;
     posts.add(parameters, ticket, least);
@@ -113,7 +114,20 @@ void MariadbStatement::sendAll() {
         sendPost(i);
 }
 
+std::size_t MariadbStatement::mostPosted() const {
+    return connection.takesBulk() || many.most() != 0 ? MostPosts : 0;
+}
+
 long MariadbStatement::sendMany() {
+    if (connection.takesBulk())
+        return sendArrays();
+    long written = 0;
+    for (std::size_t begin = 0; begin < posts.count(); begin += many.most())
+        written += sendTogether(begin, std::min(many.most(), posts.count() - begin));
+    return written;
+}
+
+long MariadbStatement::sendArrays() {
     if (generation != connection.currentGeneration())
         prepare();
     std::vector<MYSQL_BIND> binds;
@@ -124,7 +138,7 @@ long MariadbStatement::sendMany() {
     const bool done =
         mysql_stmt_bind_param(handle, binds.data()) == 0 && mysql_stmt_execute(handle) == 0;
     if (connection.isTraced())
-        connection.write(expanded(sql, posts), begun);
+        connection.write(expanded(sql, posts, 0, posts.count()), begun);
     count = 0;
     mysql_stmt_attr_set(handle, STMT_ATTR_ARRAY_SIZE, &count);
     if (!done)
@@ -132,6 +146,32 @@ long MariadbStatement::sendMany() {
     connection.noteUse();
     connection.checkTransaction();
     return static_cast<long>(mysql_stmt_affected_rows(handle));
+}
+
+// Prepared and executed in one round trip, for it will hardly come again.
+long MariadbStatement::sendTogether(std::size_t begin, std::size_t count) {
+    const std::string text = many.text(count);
+    const std::vector<MariadbMany::Place> places = many.places(count);
+    std::vector<MariadbValue> values;
+    for (const MariadbMany::Place& place : places)
+        values.push_back(posts.value(begin + place.row, place.parameter));
+    std::vector<MYSQL_BIND> binds(values.size(), MYSQL_BIND());
+    for (std::size_t i = 0; i < values.size(); ++i)
+        values[i].bind(binds[i]);
+    const std::unique_ptr<MYSQL_STMT, decltype(&mysql_stmt_close)> together(
+        mysql_stmt_init(connection.client()), mysql_stmt_close);
+    const auto number = static_cast<unsigned>(values.size());
+    const auto begun = MariadbConnection::Clock::now();
+    const bool done = mysql_stmt_attr_set(together.get(), STMT_ATTR_PREBIND_PARAMS, &number) == 0 &&
+                      mysql_stmt_bind_param(together.get(), binds.data()) == 0 &&
+                      mariadb_stmt_execute_direct(together.get(), text.data(), text.size()) == 0;
+    if (connection.isTraced())
+        connection.write(expanded(sql, posts, begin, count), begun);
+    if (!done)
+        connection.fail(together.get());
+    connection.noteUse();
+    connection.checkTransaction();
+    return static_cast<long>(mysql_stmt_affected_rows(together.get()));
 }
 
 }  // namespace Kes::sql

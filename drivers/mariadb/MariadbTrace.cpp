@@ -60,9 +60,9 @@ std::string expanded(const std::string& text, const std::vector<MariadbValue>& v
     return filled;
 }
 
-std::string expanded(const std::string& text, const MariadbPosts& posts) {
-    return expanded(text, posts.row(0)) + " (the first of " + std::to_string(posts.count()) +
-           " rows)";
+std::string expanded(const std::string& text, const MariadbPosts& posts, std::size_t begin,
+                     std::size_t count) {
+    return expanded(text, posts.row(begin)) + " (the first of " + std::to_string(count) + " rows)";
 }
 
 }  // namespace Kes::sql

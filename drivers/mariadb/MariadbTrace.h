@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -12,7 +13,8 @@ namespace Kes::sql {
 /// The text with the values in their places, long ones shortened.
 std::string expanded(const std::string& text, const std::vector<MariadbValue>& values);
 
-/// The same with the first of many rows, and the number of them.
-std::string expanded(const std::string& text, const MariadbPosts& posts);
+/// The same with the first of `count` rows, and their number.
+std::string expanded(const std::string& text, const MariadbPosts& posts, std::size_t begin,
+                     std::size_t count);
 
 }  // namespace Kes::sql
