@@ -12,8 +12,26 @@ namespace Kes {
 namespace {
 
 thread_local std::uint64_t myErrorsRaised = 0;
+thread_local HandlerWatch* myWatch = nullptr;  // the innermost
+thread_local int mySilences = 0;
 
 }  // namespace
+
+HandlerWatch::HandlerWatch() : outer(myWatch) {
+    myWatch = this;
+}
+
+HandlerWatch::~HandlerWatch() {
+    myWatch = outer;
+}
+
+ErrorSilence::ErrorSilence() {
+    ++mySilences;
+}
+
+ErrorSilence::~ErrorSilence() {
+    --mySilences;
+}
 
 void (*Exception::myExceptionHandler)(Exception&) = Exception::defaultExceptionHandler;
 Mutex Exception::myMutex;
@@ -73,10 +91,18 @@ std::uint64_t errorsRaised() {
 }
 
 void Exception::handle() {
+    if (severity == ERROR && mySilences > 0)
+        throw Exception(*this);
     if (severity != WARNING)
         ++myErrorsRaised;
     const MutexGuard guard(myMutex);
-    myExceptionHandler(*this);
+    try {
+        myExceptionHandler(*this);
+    } catch (...) {
+        if (myWatch != nullptr)
+            myWatch->thrown = std::current_exception();
+        throw;
+    }
 }
 
 void Exception::setExceptionHandler(void (*handler)(Exception&)) {

@@ -45,6 +45,9 @@ public:
         }
     }
 
+    /// Null when nothing was thrown.
+    const std::exception_ptr& get() const { return thrown; }
+
     void rethrow() const {
         if (thrown != nullptr)
             std::rethrow_exception(thrown);

@@ -216,8 +216,13 @@ void Model::lock(Instance* instance) {
         return;
     siblings->forget();
     transactions->noteLock();  // also where the driver throws behind its work
-    if (driver->lock(instance))
-        return;
+    try {
+        if (driver->lock(instance))
+            return;
+    } catch (...) {
+        rollback();
+        throw;
+    }
     const String reason = driver->getErrorMessage();
     rollback();
     raise("LOCKFAIL", "Instance::lock", reason);

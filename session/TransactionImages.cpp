@@ -15,6 +15,8 @@
 #include <kes/Model.h>
 #include <kes/Pointer.h>
 
+#include "core/RaisedErrors.h"
+#include "object/ListenerList.h"
 #include "session/TransactionManager.h"
 
 namespace Kes {
@@ -25,11 +27,11 @@ namespace {
 // hold the number and the one behind it.
 constexpr unsigned long UnknownVersion = std::numeric_limits<std::int64_t>::max() - 1;
 
-bool isUnknown(const Instance* instance) {
+}  // namespace
+
+bool TransactionManager::isUnknown(const Instance* instance) {
     return instance->getVersion() == UnknownVersion;
 }
-
-}  // namespace
 
 // Takes the image of an instance that shows what is stored.
 bool TransactionManager::takeUnassigned(Instance* instance, FieldImage& image) {
@@ -48,8 +50,8 @@ bool TransactionManager::takeForUpdate(Instance* instance, const char* operation
         return true;
 
     // Refused until the contrary is certain: what is raised may throw.
-    refused.push_back({instance, instance->version});
-    unsigned long version = std::exchange(instance->version, UnknownVersion);
+    unsigned long version = instance->version;
+    refuse(instance);
     const std::unique_ptr<Instance> reading(instance->getClass()->getDummy());
     reading->setObjectID(instance->getObjectID());
     const Stored stored = readStored(reading.get(), operation);
@@ -64,6 +66,11 @@ bool TransactionManager::takeForUpdate(Instance* instance, const char* operation
     instance->version = version;
     refused.pop_back();
     return true;
+}
+
+void TransactionManager::refuse(Instance* instance) {
+    refused.push_back({instance, instance->version});
+    instance->version = UnknownVersion;
 }
 
 void TransactionManager::takeForRemoval(Instance* instance, FieldImage& image) {
@@ -90,6 +97,7 @@ TransactionManager::Stored TransactionManager::readStored(Instance* reading,
     };
     const Scratch scratch(model, reading);
     reading->version = std::numeric_limits<unsigned long>::max();
+    const HandlerWatch handler;
     String failure;
     try {
         if (model->driver->refresh(reading))
@@ -101,6 +109,9 @@ TransactionManager::Stored TransactionManager::readStored(Instance* reading,
             return Stored::Absent;
         failure = model->driver->getErrorMessage();
     } catch (const std::exception& thrown) {
+        // The driver's own, unless the error handler has thrown it.
+        if (handler.getThrown() != nullptr)
+            throw;
         failure = thrown.what();
     }
     Exception(Exception::ERROR, "REFFAIL", operation, failure).handle();
@@ -119,27 +130,50 @@ bool TransactionManager::hasRefused(String& failure) const {
     return false;
 }
 
+// An instance whose fields could not all be put back shows nothing stored.
+void TransactionManager::restoreFields(FieldImage image, Instance* instance) {
+    try {
+        images.restore(image, instance);
+    } catch (...) {
+        instance->version = UnknownVersion;
+        throw;
+    }
+}
+
 // What was assigned to them goes too. One that cannot be read now either stays
 // as it is, with the version that keeps it from being written.
 void TransactionManager::rereadRefused() {
+    FirstFailure failure;
     std::vector<Pointer<Instance>> news;
-    for (const auto& [instance, version] : refused) {
-        if (!isUnknown(instance) && digestFields(instance) == instance->fingerprint)
-            continue;
-        instance->version = UnknownVersion;
-        try {
-            model->driver->refresh(instance);
-        } catch (const Exception&) {
-            // It stays unknown, like below.
-        } catch (const std::exception&) {}
-        if (!isUnknown(instance) && instance->version != version)
-            news.emplace_back(instance);
-    }
+    failure.attempt([&] {
+        for (const auto& [instance, version] : refused)
+            if (reread(instance) && instance->version != version)
+                news.emplace_back(instance);
+    });
     refused.clear();
 
     // Somebody else has changed them meanwhile.
     for (const Pointer<Instance>& changedOne : news)
-        changedOne->getClass()->fireInstanceChanged(changedOne);
+        failure.attempt([&] { changedOne->getClass()->fireInstanceChanged(changedOne); });
+    failure.rethrow();
+}
+
+// False when there was no need to, or when it cannot be read: a rollback that
+// works has nothing to tell of that.
+bool TransactionManager::reread(Instance* instance) {
+    try {
+        if (!isUnknown(instance) && digestFields(instance) == instance->fingerprint)
+            return false;
+        instance->version = UnknownVersion;
+        const ErrorSilence silence;
+        model->keepFailure(model->failures);
+        model->driver->refresh(instance);
+    } catch (...) {
+        instance->version = UnknownVersion;
+    }
+    if (model->failures != nullptr)
+        model->failures->forgetFailure();
+    return !isUnknown(instance);
 }
 
 }  // namespace Kes

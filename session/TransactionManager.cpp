@@ -12,6 +12,8 @@
 #include <kes/Pointer.h>
 
 #include "core/FatalEnd.h"
+#include "core/RaisedErrors.h"
+#include "object/ListenerList.h"
 #include "session/ObjectCache.h"
 
 namespace Kes {
@@ -20,7 +22,8 @@ namespace {
 
 constexpr std::size_t WithoutEntry = 0;
 
-// A driver that throws has failed like one that answers false.
+// A driver that throws has failed like one that answers false. What else comes
+// out of it is the application's, which its objects threw when it asked them.
 template <class Call>
 bool succeeds(Call call, String& failure) {
     try {
@@ -60,9 +63,16 @@ void TransactionManager::recordAdd(Instance* instance) {
 void TransactionManager::recordUpdate(Instance* instance) {
     if (instance->pending != WithoutEntry)
         return;
-    FieldImage image = nullptr;
-    if (takeForUpdate(instance, "Model::update", image))
-        recordUpdate(instance, image);
+    try {
+        FieldImage image = nullptr;
+        if (takeForUpdate(instance, "Model::update", image))
+            recordUpdate(instance, image);
+    } catch (...) {
+        // What was assigned may be in memory already.
+        if (instance->pending == WithoutEntry && !isUnknown(instance))
+            refuse(instance);
+        throw;
+    }
 }
 
 void TransactionManager::recordUpdate(Instance* instance, FieldImage image) {
@@ -138,52 +148,67 @@ bool TransactionManager::getChangedFields(const Instance* instance, FieldSet& fi
     return true;
 }
 
+// Whatever is thrown, memory and database are as before the transaction by the
+// time that the caller gets it.
 void TransactionManager::commit() {
+    const HandlerWatch handler;
     String failure;
-    if (applyAll(failure)) {
-        std::optional<Outcome> outcome;
-        const auto complete = [&] {
+    std::optional<Outcome> outcome;
+    bool isStored = false;
+    try {
+        if (applyAll(failure)) {
             outcome = prepareOutcome();
-            return model->driver->commit();
-        };
-        if (succeeds(complete, failure)) {
-            settleHistory(outcome->draft);
-            finish(outcome->actions);
-            announce(outcome->actions);
-            return;
+            isStored = succeeds([&] { return model->driver->commit(); }, failure);
         }
+    } catch (...) {
+        takeBack();  // what fails there comes second
+        throw;
     }
+    if (!isStored)
+        return giveUp(failure, handler.getThrown());
+    settleHistory(outcome->draft);
+    finish(outcome->actions);
+    announce(outcome->actions);
+}
+
+// `told` is what the error handler has thrown meanwhile: such a failure is known,
+// and a driver that turned it into a false flag has no other one to tell.
+void TransactionManager::giveUp(String failure, const std::exception_ptr& told) {
     if (failure.size() == 0)
         failure = model->driver->getErrorMessage();
-    rollback();
+    const std::exception_ptr later = takeBack();
+    if (told != nullptr)
+        std::rethrow_exception(told);
     Exception(Exception::ERROR, "COMFAIL", "Model::commit", failure).handle();
+    if (later != nullptr)
+        std::rethrow_exception(later);
 }
 
 bool TransactionManager::applyAll(String& failure) {
     if (hasRefused(failure))
         return false;
     for (Action& action : pending)
-        if (!succeeds([&] { return apply(action); }, failure))
+        if (!apply(action, failure))
             return false;
     return true;
 }
 
-bool TransactionManager::apply(Action& action) {
+bool TransactionManager::apply(Action& action, String& failure) {
     Instance* first = action.first;
     action.applied = true;
     action.firstVersion = first->getVersion();
     switch (action.kind) {
     case Action::Add:
         first->fingerprint = digestFields(first);
-        return model->driver->insert(first);
+        return succeeds([&] { return model->driver->insert(first); }, failure);
     case Action::Update:
-        return applyUpdate(action);
+        return applyUpdate(action, failure);
     case Action::Remove:
         first->nextVersion();
-        return model->driver->remove(first);
+        return succeeds([&] { return model->driver->remove(first); }, failure);
     case Action::Link:
     case Action::Unlink:
-        return applyLink(action);
+        return succeeds([&] { return applyLink(action); }, failure);
     case Action::Dropped:
     case Action::Superseded:
         break;
@@ -191,7 +216,7 @@ bool TransactionManager::apply(Action& action) {
     return true;
 }
 
-bool TransactionManager::applyUpdate(Action& action) {
+bool TransactionManager::applyUpdate(Action& action, String& failure) {
     Instance* first = action.first;
     first->nextVersion();
     if (action.image != nullptr) {
@@ -200,12 +225,18 @@ bool TransactionManager::applyUpdate(Action& action) {
         updating = first;
     }
     first->fingerprint = digestFields(first);
-    const bool done = model->driver->update(first);
+    const bool done = succeeds([&] { return model->driver->update(first); }, failure);
     updating = nullptr;
     return done;
 }
 
 void TransactionManager::rollback() {
+    if (const std::exception_ptr failure = takeBack())
+        std::rethrow_exception(failure);
+}
+
+// Returns what objects and listeners have thrown meanwhile, the first of it.
+std::exception_ptr TransactionManager::takeBack() {
     String failure;
     if (!succeeds([&] { return model->driver->rollback(); }, failure)) {
         if (failure.size() == 0)
@@ -217,16 +248,18 @@ void TransactionManager::rollback() {
         // Memory and database have parted, and nothing can bring them together.
         endProcess();
     }
-    revert();
+    FirstFailure first;
+    revert(first);
     history.dropNoted();
     forget();
-    rereadRefused();
+    first.attempt([&] { rereadRefused(); });
+    return first.get();
 }
 
-void TransactionManager::revert() {
+void TransactionManager::revert(FirstFailure& failure) {
     revertReferences();
     for (auto action = pending.rbegin(); action != pending.rend(); ++action)
-        revertAction(*action);
+        failure.attempt([&] { revertAction(*action); });
 }
 
 void TransactionManager::revertAction(const Action& action) {
@@ -251,10 +284,10 @@ void TransactionManager::revertAction(const Action& action) {
     case Action::Update:
     case Action::Superseded:
         first->setRemoved(false);
-        if (action.image != nullptr)
-            images.restore(action.image, first);
         if (action.digest != 0)
             first->fingerprint = action.digest;
+        if (action.image != nullptr)
+            restoreFields(action.image, first);
         break;
     case Action::Remove:
         first->setRemoved(false);
@@ -293,6 +326,7 @@ void TransactionManager::release() noexcept {
     links.clear();
     pinned.clear();
     turning.reset();
+    updating = nullptr;
     started = false;
     locked = false;
 }

@@ -20,6 +20,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -34,6 +35,7 @@
 
 namespace Kes {
 
+class FirstFailure;
 class Marker;
 
 /// One recorded change.
@@ -180,16 +182,22 @@ private:
     bool takeForUpdate(Instance* instance, const char* operation, FieldImage& image);
     void takeForRemoval(Instance* instance, FieldImage& image);
     Stored readStored(Instance* reading, const char* operation);
+    static bool isUnknown(const Instance* instance);
+    void refuse(Instance* instance);
     bool hasRefused(String& failure) const;
     void rereadRefused();
+    bool reread(Instance* instance);
     bool applyAll(String& failure);
-    bool apply(Action& action);
-    bool applyUpdate(Action& action);
+    bool apply(Action& action, String& failure);
+    bool applyUpdate(Action& action, String& failure);
     bool applyLink(Action& action);
+    void giveUp(String failure, const std::exception_ptr& told);
+    std::exception_ptr takeBack();
     bool isDropped(const Instance* instance) const;
-    void revert();
+    void revert(FirstFailure& failure);
     void revertReferences();
     void revertAction(const Action& action);
+    void restoreFields(FieldImage image, Instance* instance);
     Outcome prepareOutcome();
     void settleHistory(History::Draft& draft) noexcept;
     void finish(Actions& done) noexcept;

@@ -7,6 +7,7 @@
 #include <kes/Model.h>
 
 #include "drivers/common/Names.h"
+#include "drivers/common/ObjectFields.h"
 #include "drivers/common/SqlFailure.h"
 
 namespace Kes::sql {
@@ -64,7 +65,7 @@ ClassTable::ClassTable(Class* itsClass, const Dialect& itsDialect, Connection& i
     : cls(itsClass), dialect(itsDialect), connection(itsConnection) {
     const std::unique_ptr<Instance> dummy(cls->getDummy());
     Learner learn(*this);
-    dummy->handle(&learn);
+    handleFields(dummy.get(), &learn);
     if (all.size() < 2 || all[IdColumn].name != "KesObjectID" ||
         all[VersionColumn].name != "KesVersion")
         throw SqlFailure("the class " + name() +

@@ -9,6 +9,7 @@
 #include <kes/OneAssociatedInstance.h>
 #include <kes/Timestamp.h>
 
+#include "drivers/common/ObjectFields.h"
 #include "drivers/common/SqlFailure.h"
 
 namespace Kes::sql {
@@ -34,7 +35,7 @@ void FieldBinder::start(Statement& target, const ClassTable& itsTable, Instance*
     limit = connection.sizeLimit();
     bytes = 0;
     largest = 0;
-    instance->handle(this);
+    handleFields(instance, this);
     checkBytes();
 }
 

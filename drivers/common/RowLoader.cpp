@@ -11,6 +11,7 @@
 #include <kes/OneAssociatedInstance.h>
 #include <kes/Timestamp.h>
 
+#include "drivers/common/ObjectFields.h"
 #include "drivers/common/SqlFailure.h"
 #include "drivers/common/TextForms.h"
 
@@ -20,7 +21,7 @@ void RowLoader::load(Row& source, const ClassTable& itsTable, Instance* instance
     row = &source;
     table = &itsTable;
     column = 0;
-    instance->handle(this);
+    handleFields(instance, this);
 }
 
 void RowLoader::refuse(const String& name, const char* wanted) const {

@@ -8,6 +8,7 @@
 #include <kes/Instance.h>
 #include <kes/Model.h>
 
+#include "drivers/common/ObjectFields.h"
 #include "drivers/common/SqlFailure.h"
 #include "drivers/common/SqlSelection.h"
 #include "drivers/common/SqlTranslator.h"
@@ -45,7 +46,8 @@ std::string SqlDriver::nameOf(const Instance* instance) {
            std::to_string(instance->getObjectID());
 }
 
-// Runs the work of a slot; whatever it throws becomes the message.
+// Runs the work of a slot. Of what it throws the driver's own becomes the message,
+// and the application's passes.
 template <class Work>
 bool SqlDriver::attempt(std::string_view what, Work work) {
     std::string words;
@@ -56,8 +58,8 @@ bool SqlDriver::attempt(std::string_view what, Work work) {
             return true;
         }
         words = "the driver is not open";
-    } catch (const Exception& raised) {
-        words = raised.getMessage();
+    } catch (const ObjectFailure& failure) {
+        std::rethrow_exception(failure.cause);
     } catch (const SqlFailure& failure) {
         words = failure.what();
         kind = failure.kind;

@@ -6,6 +6,7 @@
 #include <kes/Exception.h>
 #include <kes/Model.h>
 
+#include "drivers/common/ObjectFields.h"
 #include "drivers/common/SqlDriver.h"
 #include "drivers/common/SqlFailure.h"
 
@@ -61,6 +62,8 @@ bool SqlSelection::next() {
         return false;
     try {
         onRow = advance();
+    } catch (const ObjectFailure& failure) {
+        std::rethrow_exception(failure.cause);
     } catch (const SqlFailure& failure) {
         raise(failure);
     }
@@ -89,6 +92,8 @@ Instance* SqlSelection::getInstance() {
             if (broken != nullptr)
                 std::rethrow_exception(broken);
             materialise();
+        } catch (const ObjectFailure& failure) {
+            std::rethrow_exception(failure.cause);
         } catch (const SqlFailure& failure) {
             raise(failure);
         }

@@ -7,6 +7,7 @@
 #include <kes/OneAssociatedInstance.h>
 
 #include "drivers/common/IdList.h"
+#include "drivers/common/ObjectFields.h"
 #include "drivers/common/SqlFailure.h"
 #include "drivers/common/WriteQueue.h"
 
@@ -98,7 +99,7 @@ void WriteQueue::setReference(Instance* owner, const String& role, Instance* par
 // reference held in memory.
 bool WriteQueue::holds(Instance* owner, const String& role, const Instance* partner) {
     ReferenceReader reader(role);
-    owner->handle(&reader);
+    handleFields(owner, &reader);
     return reader.found != nullptr && reader.found->isFetched() &&
            reader.found->getInstance() == partner;
 }

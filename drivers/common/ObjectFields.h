@@ -1,0 +1,32 @@
+// Asking objects for their fields, which is the application's code.
+
+#pragma once
+
+#include <exception>
+
+#include <kes/Handler.h>
+#include <kes/Instance.h>
+
+#include "drivers/common/SqlFailure.h"
+
+namespace Kes::sql {
+
+/// What an object, or the error handler that it called, has thrown. It is no
+/// failure of the database and leaves the driver as it came.
+struct ObjectFailure {
+    std::exception_ptr cause;
+};
+
+/// Calls the object's handle operation. Throws ObjectFailure, or the SqlFailure
+/// of the handler.
+inline void handleFields(Instance* instance, Handler* handler) {
+    try {
+        instance->handle(handler);
+    } catch (const SqlFailure&) {
+        throw;
+    } catch (...) {
+        throw ObjectFailure{std::current_exception()};
+    }
+}
+
+}  // namespace Kes::sql
