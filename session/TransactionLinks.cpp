@@ -120,6 +120,16 @@ void TransactionManager::revertReferences() {
     }
 }
 
+void TransactionManager::unfetchCollections() {
+    for (const Remembered& entry : journal) {
+        if (entry.kind != Remembered::MemberAdded && entry.kind != Remembered::MemberRemoved)
+            continue;
+        auto* ref = static_cast<ManyAssociatedInstances*>(entry.ref);
+        ref->clear();
+        ref->setFetched(false);
+    }
+}
+
 void TransactionManager::applyPendingLinks(Instance* owner, ManyAssociatedInstances& ref,
                                            const Association* association, const String& role) {
     if (pending.empty())

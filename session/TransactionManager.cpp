@@ -176,7 +176,8 @@ void TransactionManager::commit() {
 void TransactionManager::giveUp(String failure, const std::exception_ptr& told) {
     if (failure.size() == 0)
         failure = model->driver->getErrorMessage();
-    const std::exception_ptr later = takeBack();
+    const bool isUnknown = model->getFailureKind() == FailureKind::UnknownOutcome;
+    const std::exception_ptr later = takeBack(isUnknown);
     if (told != nullptr)
         std::rethrow_exception(told);
     Exception(Exception::ERROR, "COMFAIL", "Model::commit", failure).handle();
@@ -236,7 +237,12 @@ void TransactionManager::rollback() {
 }
 
 // Returns what objects and listeners have thrown meanwhile, the first of it.
-std::exception_ptr TransactionManager::takeBack() {
+//
+// Where it is not known whether the transaction is stored, memory is as before it
+// as well: each object shows one version of its row, and when that is not the
+// stored one any more, no commit takes it for the stored one. Links that stand in
+// rows of their own raise no version, so their collections are read again.
+std::exception_ptr TransactionManager::takeBack(bool mayBeStored) {
     String failure;
     if (!succeeds([&] { return model->driver->rollback(); }, failure)) {
         if (failure.size() == 0)
@@ -250,6 +256,8 @@ std::exception_ptr TransactionManager::takeBack() {
     }
     FirstFailure first;
     revert(first);
+    if (mayBeStored)
+        unfetchCollections();
     history.dropNoted();
     forget();
     first.attempt([&] { rereadRefused(); });

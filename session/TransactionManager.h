@@ -192,10 +192,11 @@ private:
     bool applyUpdate(Action& action, String& failure);
     bool applyLink(Action& action);
     void giveUp(String failure, const std::exception_ptr& told);
-    std::exception_ptr takeBack();
+    std::exception_ptr takeBack(bool mayBeStored = false);
     bool isDropped(const Instance* instance) const;
     void revert(FirstFailure& failure);
     void revertReferences();
+    void unfetchCollections();
     void revertAction(const Action& action);
     void restoreFields(FieldImage image, Instance* instance);
     Outcome prepareOutcome();

@@ -2,7 +2,6 @@
 
 #include "tests/support/QuietDriver.h"
 #include "tests/support/Raises.h"
-#include "tests/support/Recording.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
@@ -174,18 +173,29 @@ TEST_F(FailureKindTest, OfAnErrorWithoutTheDatabaseIsUnclassified) {
     EXPECT_EQ(FailureKind::Unclassified, model.getFailureKind());
 }
 
+namespace {
+
+class PlainDriver final : public QuietDriver {
+public:
+    bool commit() override { return !fails; }
+
+    bool fails = false;
+};
+
+}  // namespace
+
 TEST(FailureKindOfAPlainDriverTest, IsUnclassified) {
-    Recording::get().reset();
-    StaffModel model;
-    model.open("recording", ":memory:", "", "", "");
+    DrivenModel<StaffModel> model;
+    auto* plain = new PlainDriver;
+    model.openWithDriver(plain);
     model.newPerson("Ann", 30);
-    Recording::get().failAt(1, "commit");
+    plain->fails = true;
 
     const FailureKind inHandler = kindInHandler(model, [&] { model.commit(); });
-    Recording::get().reset();
 
     EXPECT_EQ(FailureKind::Unclassified, inHandler);
     EXPECT_EQ(FailureKind::Unclassified, model.getFailureKind());
+    plain->fails = false;
     model.newPerson("Bob", 30);
     model.commit();
     EXPECT_EQ(FailureKind::None, model.getFailureKind());

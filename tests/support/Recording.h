@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <kes/Export.h>
+#include <kes/Failure.h>
 #include <kes/String.h>
 
 namespace Kes::testing {
@@ -22,6 +23,13 @@ public:
     /// that slot; with `fromThenOn` all later ones too.
     void failAt(long n, const std::string& slot = "", bool fromThenOn = false);
     void throwInsteadOfFailing(bool on) { throwing = on; }
+
+    /// A commit that fails has been stored, and its answer is lost.
+    void storeWhatFails(bool on) { storing = on; }
+    bool storesWhatFails() const { return storing; }
+
+    /// Of the failures that it was told to have.
+    FailureKind kind = FailureKind::Unclassified;
 
     /// Called by the driver: notes the call and tells whether it shall fail.
     bool enter(const std::string& slot, const std::string& details);
@@ -49,6 +57,7 @@ private:
     std::string wishedSlot;
     bool goesOn = false;
     bool throwing = false;
+    bool storing = false;
     bool failed = false;
 };
 

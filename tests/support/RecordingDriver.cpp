@@ -8,6 +8,7 @@
 #include <kes/Class.h>
 #include <kes/DBDriver.h>
 #include <kes/DBDriverManager.h>
+#include <kes/Failure.h>
 #include <kes/Instance.h>
 #include <kes/Selection.h>
 
@@ -41,7 +42,7 @@ private:
     std::unique_ptr<DBDriverSelection> inner;
 };
 
-class RecordingDriver final : public DBDriver {
+class RecordingDriver final : public DBDriver, public FailureReporter {
 public:
     RecordingDriver() : inner(DBDriverManager::getDBDriver("sqlite")) {}
     ~RecordingDriver() override { Recording::get().enter("destroy", ""); }
@@ -98,7 +99,10 @@ public:
         return id;
     }
     bool commit() override {
-        return call("commit", "", [&] { return inner->commit(); });
+        const bool done = call("commit", "", [&] { return inner->commit(); });
+        if (!done && told && Recording::get().storesWhatFails())
+            inner->commit();
+        return done;
     }
     bool rollback() override {
         return call("rollback", "", [&] { return inner->rollback(); });
@@ -154,12 +158,24 @@ public:
         inner->disableSQLTrace();
     }
 
+    FailureKind getFailureKind() const override {
+        return noted != FailureKind::None ? noted : reporter().getFailureKind();
+    }
+    void forgetFailure() override {
+        noted = FailureKind::None;
+        reporter().forgetFailure();
+    }
+
 private:
+    FailureReporter& reporter() const { return dynamic_cast<FailureReporter&>(*inner); }
+
     template <class Forward>
     bool call(const char* slot, const std::string& details, Forward forward) {
         told = Recording::get().enter(slot, details);
-        if (told)
+        if (told) {
             toldMessage = (std::string(slot) + " was told to fail").c_str();
+            noted = Recording::get().kind;
+        }
         return !told && forward();
     }
 
@@ -172,6 +188,7 @@ private:
 
     std::unique_ptr<DBDriver> inner;
     bool told = false;
+    FailureKind noted = FailureKind::None;
     String toldMessage;
     DBDriverStatus status;
 };
