@@ -42,7 +42,14 @@ Options::Options(const std::string& text, const std::vector<std::string>& known)
             continue;
         const std::size_t equals = pair.find('=');
         const std::string key = trimmed(pair.substr(0, equals));
-        if (std::find(known.begin(), known.end(), key) == known.end())
+        const bool isKnown = std::find(known.begin(), known.end(), key) != known.end();
+        // Perhaps the end of a value with a semicolon, which may be a secret.
+        if (!isKnown && equals == std::string::npos)
+            throw SqlFailure(
+                "a part of the options has no name; write NAME=VALUE, separated by "
+                "semicolons; the options are " +
+                join(known));
+        if (!isKnown)
             throw SqlFailure("unknown option \"" + key + "\"; the options are " + join(known));
         if (equals == std::string::npos)
             throw SqlFailure("the option \"" + key + "\" has no value; write " + key + "=VALUE");

@@ -2,13 +2,13 @@
 
 #include <errmsg.h>
 #include <mysql.h>
+#include <mysqld_error.h>
 
 #include <mutex>
 #include <ostream>
 #include <thread>
 #include <utility>
 
-#include "drivers/common/SqlFailure.h"
 #include "drivers/mariadb/MariadbStatement.h"
 
 namespace Kes::sql {
@@ -18,6 +18,10 @@ namespace {
 constexpr unsigned long OldestServer = 100600;  // as the client library counts versions
 constexpr int MostTriesForIds = 100;
 constexpr int MostTriesToEnd = 3;
+
+// Ways to authenticate that do not let the server know the password.
+constexpr const char* ProofsOfPassword =
+    "mysql_native_password,client_ed25519,auth_gssapi_client,parsec";
 
 std::string quoted(const std::string& text) {
     std::string literal = "'";
@@ -81,7 +85,7 @@ void MariadbConnection::connect() {
             return;
         all += (all.empty() ? "" : "; ") + words;
     }
-    throw SqlFailure(all);
+    throw SqlFailure(all, FailureKind::LostConnection);
 }
 
 // False when another host may do better.
@@ -98,8 +102,8 @@ bool MariadbConnection::connectTo(const MariadbHost& host, std::string& words) {
     if (isThere && sendUnchecked(sessionSettings(settings)) && configure())
         return true;
     const unsigned code = mysql_errno(handle);
-    words = host.text() + ": " + explain(code, mysql_error(handle));
-    if (!isOfHost(code))
+    words = host.text() + ": " + explainOpen(code, mysql_error(handle));
+    if (!isOfHost(code) && code != ER_LOCK_WAIT_TIMEOUT)
         throw SqlFailure(words);
     mysql_close(handle);
     handle = nullptr;
@@ -119,6 +123,10 @@ void MariadbConnection::setOptions() {
     // A server must not be able to ask for the program's files.
     const unsigned no = 0;
     mysql_options(handle, MYSQL_OPT_LOCAL_INFILE, &no);
+    // A server that has not proved who it is must not be able to ask for the password
+    // itself, in clear or for a key of its own.
+    if (settings.tls != "verify")
+        mysql_options(handle, MARIADB_OPT_RESTRICTED_AUTH, ProofsOfPassword);
     if (settings.tls == "off")
         return;
     const my_bool yes = 1;
@@ -128,6 +136,11 @@ void MariadbConnection::setOptions() {
     mysql_options(handle, MYSQL_OPT_SSL_ENFORCE, &yes);
     const my_bool verify = settings.tls == "verify" ? 1 : 0;
     mysql_options(handle, MYSQL_OPT_SSL_VERIFY_SERVER_CERT, &verify);
+
+    // The client library goes on without where the server offers none, unless a
+    // certificate is asked for; an empty finger-print asks for any.
+    if (verify == 0)
+        mysql_options(handle, MARIADB_OPT_TLS_PEER_FP, "");
 }
 
 void MariadbConnection::checkServer() {
@@ -136,7 +149,6 @@ void MariadbConnection::checkServer() {
         throw SqlFailure("the server is " +
                          std::string(mariadb_connection(handle) ? "MariaDB " : "version ") +
                          version + "; this driver needs MariaDB 10.6 or later");
-    // The client library goes on without where the server offers none.
     if (settings.tls != "off" && mysql_get_ssl_cipher(handle) == nullptr)
         throw SqlFailure("the server offers no TLS, which the option tls demands");
     unsigned long extended = 0;
@@ -167,8 +179,14 @@ bool MariadbConnection::configure() {
     // all is well, writes the rest of the rows by themselves and takes the COMMIT.
     bulk = bulk && !clustered;
     isFresh = true;
-    return !clustered || sendUnchecked(std::string("SET SESSION wsrep_sync_wait = ") +
-                                       (settings.causalReads ? "1" : "0"));
+    return !clustered || isServing();
+}
+
+// A node that has lost its cluster still knows its settings, and nothing more.
+bool MariadbConnection::isServing() {
+    return sendUnchecked(std::string("SET SESSION wsrep_sync_wait = ") +
+                         (settings.causalReads ? "1" : "0")) &&
+           sendUnchecked("START TRANSACTION") && sendUnchecked("ROLLBACK");
 }
 
 // The server takes no larger statement; it sends larger rows.
@@ -224,15 +242,15 @@ void MariadbConnection::makeWay(MariadbStatement* user) {
 }
 
 void MariadbConnection::checkUse() const {
-    if (!lost.empty())
-        throw SqlFailure(lost);
-    if (isGone)
-        throw SqlFailure(failed);
+    if (lost.has_value())
+        throw SqlFailure(*lost);
+    if (isGone && failed.has_value())
+        throw SqlFailure(*failed);
 }
 
 void MariadbConnection::makeWayToWrite(MariadbStatement* user) {
-    if (!failed.empty())
-        throw SqlFailure(failed);
+    if (failed.has_value())
+        throw SqlFailure(*failed);
     makeWay(user);
 }
 
@@ -242,10 +260,7 @@ void MariadbConnection::settle() {
 }
 
 void MariadbConnection::fail() {
-    const unsigned code = mysql_errno(handle);
-    const std::string words = explain(code, mysql_error(handle));
-    note(code, words);
-    throw SqlFailure(lost.empty() ? words : lost);
+    fail(mysql_errno(handle), mysql_error(handle));
 }
 
 // Of an error among rows only the connection knows.
@@ -253,32 +268,38 @@ void MariadbConnection::fail(st_mysql_stmt* statement) {
     const unsigned code = mysql_stmt_errno(statement);
     if (code == 0)
         fail();
-    const std::string words = explain(code, mysql_stmt_error(statement));
-    note(code, words);
-    throw SqlFailure(lost.empty() ? words : lost);
+    fail(code, mysql_stmt_error(statement));
+}
+
+void MariadbConnection::fail(unsigned code, const std::string& words) {
+    const SqlFailure failure(explain(code, words), kindOf(code));
+    note(failure, code);
+    throw SqlFailure(lost.has_value() ? *lost : failure);
 }
 
 // After a conflict the transaction is gone, and what is sent next would take
 // effect by itself. After a timeout it is still there, with half of the work.
-void MariadbConnection::note(unsigned code, const std::string& words) {
+void MariadbConnection::note(const SqlFailure& failure, unsigned code) {
     switch (faultOf(code)) {
     case MariadbFault::Statement: isInDoubt = inside; return;
     case MariadbFault::Conflict:
     case MariadbFault::Timeout:
-        noteFailure(words);
+        noteFailure(failure);
         isGone = inside;
         if (inside)
             endAtServer();
         return;
     case MariadbFault::CutOff:
-    case MariadbFault::Lost: lose(words);
+    case MariadbFault::Lost: lose(failure.what());
     }
 }
 
 void MariadbConnection::lose(const std::string& words) {
     streaming = nullptr;
-    lost = "the connection to the server is lost: " + words +
-           (inside ? "; the transaction was not committed" : "") + "; close and open again";
+    lost.emplace("the connection to the server is lost: " + words +
+                     (inside ? "; the transaction was not committed" : "") +
+                     "; close and open again",
+                 FailureKind::LostConnection);
     inside = false;
     isInDoubt = false;
 }
@@ -290,17 +311,17 @@ bool MariadbConnection::isOpenAtServer() const {
 void MariadbConnection::noteEnd() {
     if (!inside || isGone || isDivided || isOpenAtServer())
         return;
-    noteFailure(
+    noteFailure(SqlFailure(
         "the server has ended the transaction without a word, perhaps because somebody else came "
-        "first: roll back and try again");
+        "first: roll back and try again",
+        FailureKind::Conflict));
     isGone = true;
     endAtServer();
 }
 
 void MariadbConnection::checkTransaction() {
     noteEnd();
-    if (isGone)
-        throw SqlFailure(failed);
+    checkUse();
 }
 
 void MariadbConnection::askForTransaction() {
@@ -330,7 +351,7 @@ void MariadbConnection::endAtServer() {
 void MariadbConnection::noteEndOfRows() noexcept {
     const unsigned code = mysql_errno(handle);
     if (code != 0)
-        note(code, explain(code, mysql_error(handle)));
+        note(SqlFailure(explain(code, mysql_error(handle)), kindOf(code)), code);
     else
         noteEnd();
 }
@@ -343,9 +364,10 @@ void MariadbConnection::readStatusBehindRows() {
     checkTransaction();
 }
 
-void MariadbConnection::noteFailure(const std::string& words) {
-    if (inside && failed.empty())
-        failed = "the transaction cannot be committed: " + words;
+void MariadbConnection::noteFailure(const SqlFailure& cause) {
+    if (inside && !failed.has_value())
+        failed.emplace(std::string("the transaction cannot be committed: ") + cause.what(),
+                       cause.kind);
 }
 
 // Right behind the begin of the transaction the mark costs nothing.
@@ -356,7 +378,7 @@ void MariadbConnection::mark() {
 }
 
 bool MariadbConnection::backToMark() {
-    if (!lost.empty() || isGone || !inside)
+    if (lost.has_value() || isGone || !inside)
         return false;
     const bool isBack = isMarked ? sendUnchecked("ROLLBACK TO SAVEPOINT kes")
                                  : sendUnchecked("ROLLBACK") && sendUnchecked("START TRANSACTION");
@@ -396,7 +418,7 @@ void MariadbConnection::releaseSchemaLock() {
 
 // A lock goes with its connection too.
 void MariadbConnection::endSchema() {
-    if (std::exchange(isSchema, false) && lost.empty())
+    if (std::exchange(isSchema, false) && !lost.has_value())
         releaseSchemaLock();
 }
 
@@ -409,48 +431,53 @@ void MariadbConnection::commit() {
     endSchema();
 }
 
-// A COMMIT that could not be sent is no commit; one whose answer is missing may
-// be one.
+// A COMMIT that was not sent, or refused, is no commit. Of any other that failed
+// nobody knows.
 void MariadbConnection::failCommit() {
     const unsigned code = mysql_errno(handle);
-    if (!isWithoutAnswer(code))
+    if (isRefusedCommit(code))
         fail();
+    const std::string words = explain(code, mysql_error(handle));
     inside = false;
-    lost =
+    lost.emplace(
         "the connection to the server is lost, and it is not known whether an earlier transaction "
-        "is stored; close, open again and look";
+        "is stored; close, open again and look",
+        FailureKind::LostConnection);
     throw SqlFailure(
-        "it is not known whether the transaction is stored, because the connection broke while "
-        "the server committed it: " +
-        explain(code, mysql_error(handle)) + "; close, open again and look");
+        std::string("it is not known whether the transaction is stored, because ") +
+            (isWithoutAnswer(code) ? "the connection broke while the server committed it: "
+                                   : "the server failed while it committed it: ") +
+            words + "; close, open again and look",
+        FailureKind::UnknownOutcome);
 }
 
 void MariadbConnection::rollback() {
     if (posting != nullptr)
         posting->dropPosts();
-    const bool isOpen = inside && !isGone && lost.empty();
+    const bool isOpen = inside && !isGone && !lost.has_value();
     inside = false;
     isGone = false;
-    failed.clear();
+    failed.reset();
     if (isOpen && streaming != nullptr)
         streaming->stepAside();
-    if (isOpen && lost.empty())
+    if (isOpen && !lost.has_value())
         endAtServer();
     endSchema();
 }
 
 // A parked connection may have broken while nobody used it.
 bool MariadbConnection::renew() {
-    if (isFresh || (lost.empty() && streaming == nullptr && mysql_ping(handle) == 0))
+    if (isFresh || (!lost.has_value() && streaming == nullptr && mysql_ping(handle) == 0))
         return false;
-    if (lost.empty() && streaming != nullptr)
+    if (!lost.has_value() && streaming != nullptr)
         return false;
     mysql_close(handle);
     handle = nullptr;
     second.reset();
     ++generation;
     connect();
-    lost.clear();
+    lost.reset();
+    isInDoubt = false;
     return true;
 }
 
@@ -462,7 +489,7 @@ IdBlock MariadbConnection::takeIds(unsigned long least, unsigned long count) {
 }
 
 MariadbConnection& MariadbConnection::aside() {
-    if (second == nullptr || !second->lost.empty())
+    if (second == nullptr || !second->lost.has_value())
         second = std::make_unique<MariadbConnection>(settings);
     second->traceTo(trace);
     return *second;

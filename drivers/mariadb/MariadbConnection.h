@@ -19,9 +19,11 @@
 #include <cstddef>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "drivers/common/Connection.h"
+#include "drivers/common/SqlFailure.h"
 #include "drivers/mariadb/MariadbErrors.h"
 #include "drivers/mariadb/MariadbSettings.h"
 #include "drivers/mariadb/MariadbStage.h"
@@ -112,7 +114,7 @@ public:
     void readStatusBehindRows();
 
     /// The transaction cannot be committed any more.
-    void noteFailure(const std::string& words);
+    void noteFailure(const SqlFailure& cause);
 
     /// Notes a place in the transaction, and undoes what was done behind it;
     /// false when that is gone with the transaction.
@@ -125,11 +127,13 @@ private:
     bool connectTo(const MariadbHost& host, std::string& words);
     void setOptions();
     bool configure();
+    bool isServing();
     void checkServer();
     void readSettings();
     void send(const std::string& text);
     bool sendUnchecked(const std::string& text);
-    void note(unsigned code, const std::string& words);
+    [[noreturn]] void fail(unsigned code, const std::string& words);
+    void note(const SqlFailure& failure, unsigned code);
     void lose(const std::string& words);
     bool isOpenAtServer() const;
     void noteEnd();
@@ -150,16 +154,16 @@ private:
     bool bulk = false;
     bool clustered = false;
     bool foldsTables = false;
-    bool isFresh = true;     // connected, and not used since
-    bool inside = false;     // of a transaction
-    bool isSchema = false;   // the transaction holds the schema lock
-    bool isUsed = false;     // something was sent in the transaction
-    bool isMarked = false;   // with a savepoint; else the mark is its begin
-    bool isGone = false;     // the server has ended the transaction
-    bool isInDoubt = false;  // behind an error: has it?
-    bool isDivided = false;  // a schema statement has ended it on its way
-    std::string failed;      // why the transaction cannot be committed; empty while it can
-    std::string lost;        // why the connection is of no use any more
+    bool isFresh = true;               // connected, and not used since
+    bool inside = false;               // of a transaction
+    bool isSchema = false;             // the transaction holds the schema lock
+    bool isUsed = false;               // something was sent in the transaction
+    bool isMarked = false;             // with a savepoint; else the mark is its begin
+    bool isGone = false;               // the server has ended the transaction
+    bool isInDoubt = false;            // behind an error: has it?
+    bool isDivided = false;            // a schema statement has ended it on its way
+    std::optional<SqlFailure> failed;  // why the transaction cannot be committed
+    std::optional<SqlFailure> lost;    // why the connection is of no use any more
     MariadbStage stage;
 };
 

@@ -20,13 +20,14 @@ const char* adviceFor(unsigned code) {
     case ER_LOCK_WAIT_TIMEOUT:
         return "; another session holds the row or the table: try again, or open with a larger "
                "lock_timeout";
-    case ER_ERROR_DURING_COMMIT: return "; the transaction was rolled back";
     case NotReadyInCluster:
         return "; this node is not connected to the majority of its cluster: open on another "
                "node";
     case ER_STATEMENT_TIMEOUT: return "; open with a larger statement_timeout";
     case ER_ACCESS_DENIED_ERROR:
     case ER_ACCESS_DENIED_NO_PASSWORD_ERROR: return "; check the user and the password";
+    case CR_PLUGIN_NOT_ALLOWED:
+        return "; it has not proved who it is, so it does not get it: open with tls=verify";
     case ER_DBACCESS_DENIED_ERROR:
         return "; the user has no rights in this database, or there is none of this name";
     case ER_BAD_DB_ERROR: return "; create it first, or check its name";
@@ -45,8 +46,7 @@ const char* adviceFor(unsigned code) {
 MariadbFault faultOf(unsigned code) {
     switch (code) {
     case ER_LOCK_DEADLOCK:
-    case ER_CHECKREAD:
-    case ER_ERROR_DURING_COMMIT: return MariadbFault::Conflict;
+    case ER_CHECKREAD: return MariadbFault::Conflict;
     case ER_LOCK_WAIT_TIMEOUT: return MariadbFault::Timeout;
     case NotReadyInCluster: return MariadbFault::CutOff;
     case CR_SERVER_GONE_ERROR:
@@ -62,10 +62,26 @@ MariadbFault faultOf(unsigned code) {
     }
 }
 
+FailureKind kindOf(unsigned code) {
+    switch (faultOf(code)) {
+    case MariadbFault::Conflict: return FailureKind::Conflict;
+    case MariadbFault::CutOff:
+    case MariadbFault::Lost: return FailureKind::LostConnection;
+    default: return isOfHost(code) ? FailureKind::LostConnection : FailureKind::Unclassified;
+    }
+}
+
 bool isWithoutAnswer(unsigned code) {
     return code == CR_SERVER_LOST || code == CR_SERVER_LOST_EXTENDED ||
            code == CR_MALFORMED_PACKET || code == ER_SERVER_SHUTDOWN ||
            code == ER_CONNECTION_KILLED;
+}
+
+// A node that is cut off while it commits answers ER_ERROR_DURING_COMMIT, and the
+// others may have the transaction.
+bool isRefusedCommit(unsigned code) {
+    return !isWithoutAnswer(code) &&
+           (faultOf(code) != MariadbFault::Statement || code == ER_OPTION_PREVENTS_STATEMENT);
 }
 
 bool isOfHost(unsigned code) {
@@ -79,8 +95,18 @@ bool isOfHost(unsigned code) {
     }
 }
 
+// Where a way to authenticate is refused, the client library names another one.
 std::string explain(unsigned code, const std::string& words) {
-    return words + " (" + std::to_string(code) + ")" + adviceFor(code);
+    const bool isRefused = code == CR_PLUGIN_NOT_ALLOWED;
+    return (isRefused ? "the server demands the password itself" : words) + " (" +
+           std::to_string(code) + ")" + adviceFor(code);
+}
+
+std::string explainOpen(unsigned code, const std::string& words) {
+    if (code == ER_LOCK_WAIT_TIMEOUT)
+        return words + " (" + std::to_string(code) +
+               "); this node does not hear the rest of its cluster: open on another node";
+    return explain(code, words);
 }
 
 }  // namespace Kes::sql

@@ -67,13 +67,14 @@ std::string MariadbHost::text() const {
     return socket.empty() ? name + ":" + std::to_string(port) : socket;
 }
 
+// A password may have an @ and a slash.
 std::string withoutPassword(const std::string& source) {
     const std::size_t begin = endOfScheme(source);
     const std::size_t end = endOfUser(source, begin);
-    if (end == std::string::npos)
-        return source;
     const std::size_t colon = source.find(':', begin);
-    return colon < end ? source.substr(0, colon + 1) + "..." + source.substr(end) : source;
+    if (end == std::string::npos || colon > end)
+        return source;
+    return source.substr(0, colon + 1) + "..." + source.substr(source.rfind('@'));
 }
 
 void MariadbSettings::readSource(const std::string& source) {

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <exception>
 
-#include "drivers/common/SqlFailure.h"
 #include "drivers/mariadb/MariadbTrace.h"
 
 namespace Kes::sql {
@@ -82,7 +81,7 @@ void MariadbStatement::makeWayToClose() noexcept {
     try {
         other->stepAside();
     } catch (const std::exception& failure) {
-        other->breakOff(failure.what());
+        other->breakOff(SqlFailure(failure.what()));
     }
 }
 
@@ -230,8 +229,8 @@ bool MariadbStatement::step() {
         onRow = kept->advance();
     else
         onRow = connection.streaming == this && advance();
-    if (!onRow && !broken.empty())
-        throw SqlFailure(broken);
+    if (!onRow && broken.has_value())
+        throw SqlFailure(*broken);
     return onRow;
 }
 
@@ -240,14 +239,14 @@ bool MariadbStatement::advance() {
     try {
         return fetch();
     } catch (const SqlFailure& failure) {
-        breakOff(failure.what());
+        breakOff(failure);
         return false;
     }
 }
 
 // It has begun, and goes on failing until it begins anew.
-void MariadbStatement::breakOff(const std::string& words) {
-    broken = words;
+void MariadbStatement::breakOff(const SqlFailure& failure) {
+    broken.emplace(failure);
     finish();
     isRunning = true;
 }
@@ -325,7 +324,7 @@ void MariadbStatement::stepAside() {
         while (fetch())
             rows->append(*this);
     } catch (const SqlFailure& failure) {
-        breakOff(failure.what());
+        breakOff(failure);
     }
     if (onRow)
         rows->advance();
@@ -346,7 +345,7 @@ void MariadbStatement::reset() noexcept {
     finish();
     onRow = false;
     kept.reset();
-    broken.clear();
+    broken.reset();
     for (Field& field : fields)
         if (field.data.size() > LongValue)
             std::vector<char>(ShortValue).swap(field.data);

@@ -3,10 +3,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "drivers/common/RowBuffer.h"
+#include "drivers/common/SqlFailure.h"
 #include "drivers/mariadb/MariadbConnection.h"
 #include "drivers/mariadb/MariadbMany.h"
 #include "drivers/mariadb/MariadbPosts.h"
@@ -57,7 +59,7 @@ private:
     void bindResult();
     bool fetch();
     bool advance();
-    void breakOff(const std::string& words);
+    void breakOff(const SqlFailure& failure);
     void makeWayToClose() noexcept;
     void widen();
     void finish() noexcept;
@@ -80,8 +82,8 @@ private:
     std::vector<Field> fields;
     bool isRunning = false;
     bool onRow = false;
-    std::unique_ptr<RowBuffer> kept;  // rows that stepped aside, the current one first
-    std::string broken;               // why there are no more of them
+    std::unique_ptr<RowBuffer> kept;   // rows that stepped aside, the current one first
+    std::optional<SqlFailure> broken;  // why there are no more of them
 };
 
 }  // namespace Kes::sql

@@ -3,6 +3,8 @@
 #include <mysql.h>
 
 #include <algorithm>
+#include <memory>
+#include <optional>
 
 #include "drivers/common/SqlFailure.h"
 #include "drivers/mariadb/MariadbStatement.h"
@@ -22,7 +24,7 @@ long MariadbStatement::sendOne(const std::vector<MariadbValue>& values) {
     try {
         execute(values);
     } catch (const SqlFailure& failure) {
-        connection.noteFailure(failure.what());
+        connection.noteFailure(failure);
         throw;
     }
     const auto written = static_cast<long>(mysql_stmt_affected_rows(handle));
@@ -38,7 +40,7 @@ void MariadbStatement::post(std::size_t ticket, long least) {
     try {
         checkSize(parameters);
     } catch (const SqlFailure& failure) {
-        connection.noteFailure(failure.what());
+        connection.noteFailure(failure);
         throw PostFailure(ticket, failure);
     }
     std::size_t size = PacketOverhead;
@@ -86,7 +88,8 @@ void MariadbStatement::sendPost(std::size_t position) {
     }
     if (written >= posts.least(position))
         return;
-    connection.noteFailure("somebody else has changed or removed an object");
+    connection.noteFailure(
+        SqlFailure("somebody else has changed or removed an object", FailureKind::Conflict));
     throw PostFailure(ticket);
 }
 
@@ -97,19 +100,21 @@ void MariadbStatement::sendAll() {
     const bool isMarked = posts.least() != 0;
     if (isMarked)
         connection.mark();
-    std::string words;
+    std::optional<SqlFailure> cause;
     try {
         if (sendMany() >= posts.least())
             return;
+        cause.emplace("too few rows were written", FailureKind::Conflict);
     } catch (const SqlFailure& failure) {
-        words = failure.what();
+        cause.emplace(failure);
     }
     if (!isMarked)
-        connection.noteFailure(words);
+        connection.noteFailure(*cause);
     if (!isMarked || !connection.backToMark())
-        throw PostFailure(posts.ticket(0), "this object, or one of the " +
-                                               std::to_string(posts.count() - 1) +
-                                               " written together with it: " + words);
+        throw PostFailure(posts.ticket(0),
+                          "this object, or one of the " + std::to_string(posts.count() - 1) +
+                              " written together with it: " + cause->what(),
+                          0, cause->kind);
     for (std::size_t i = 0; i < posts.count(); ++i)
         sendPost(i);
 }

@@ -12,10 +12,13 @@
 
 namespace Kes::testing {
 
-/// Serves one connection on a free port of loopback.
+/// Serves one connection on a free port of loopback, without TLS.
 class FakeMariadb {
 public:
-    explicit FakeMariadb(const std::string& version) : listener(socket(AF_INET, SOCK_STREAM, 0)) {
+    /// `wanted` is the way to authenticate that it demands of everybody; none when
+    /// it is empty.
+    explicit FakeMariadb(const std::string& version, const std::string& wanted = "")
+        : listener(socket(AF_INET, SOCK_STREAM, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -25,32 +28,50 @@ public:
             getsockname(listener, generic, &size) != 0)
             throw std::runtime_error("no port for a server");
         number = ntohs(address.sin_port);
-        serving = std::thread([this, version] { serve(version); });
+        serving = std::thread([this, version, wanted] { serve(version, wanted); });
     }
     FakeMariadb(const FakeMariadb&) = delete;
     FakeMariadb& operator=(const FakeMariadb&) = delete;
     ~FakeMariadb() {
-        shutdown(listener, SHUT_RDWR);
-        serving.join();
+        heard();
         close(listener);
     }
 
     int port() const { return number; }
 
+    /// All that the client has sent. Waits for its end.
+    const std::string& heard() {
+        shutdown(listener, SHUT_RDWR);
+        if (serving.joinable())
+            serving.join();
+        return all;
+    }
+
 private:
-    void serve(const std::string& version) const {
+    void serve(const std::string& version, const std::string& wanted) {
         const int client = accept(listener, nullptr, nullptr);
         if (client < 0)
             return;
         send(client, 0, greeting(version));
-        char ignored[4096];
-        if (recv(client, ignored, sizeof ignored, 0) > 0) {
-            // OK: no rows, no id, autocommit, no warnings.
-            send(client, 2, std::string("\0\0\0\2\0\0\0", 7));
-            while (recv(client, ignored, sizeof ignored, 0) > 0)
-                continue;
+        char sequence = 2;
+        if (hear(client) && !wanted.empty()) {
+            send(client, sequence, "\xFE" + wanted + std::string("\0saltsaltsaltsaltsalt\0", 22));
+            sequence = 4;
+            hear(client);
         }
+        // OK: no rows, no id, autocommit, no warnings.
+        send(client, sequence, std::string("\0\0\0\2\0\0\0", 7));
+        while (hear(client))
+            continue;
         close(client);
+    }
+
+    bool hear(int client) {
+        char bytes[4096];
+        const ssize_t size = recv(client, bytes, sizeof bytes, 0);
+        if (size > 0)
+            all.append(bytes, static_cast<std::size_t>(size));
+        return size > 0;
     }
 
     // Protocol 10, with the plug-in for passwords that the client knows.
@@ -77,6 +98,7 @@ private:
 
     int listener;
     int number = 0;
+    std::string all;
     std::thread serving;
 };
 

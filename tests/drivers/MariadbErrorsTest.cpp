@@ -7,7 +7,7 @@ namespace Kes::testing {
 using sql::MariadbFault;
 
 TEST(MariadbErrorsTest, TakeWhatSomebodyElseDidFirstForAConflict) {
-    for (const unsigned deadlock : {1213U, 1020U, 1180U})
+    for (const unsigned deadlock : {1213U, 1020U})
         EXPECT_EQ(MariadbFault::Conflict, sql::faultOf(deadlock)) << deadlock;
 }
 
@@ -25,7 +25,7 @@ TEST(MariadbErrorsTest, TakeTheConnectionForLostWhereverItBroke) {
 }
 
 TEST(MariadbErrorsTest, TakeEverythingElseForAFaultOfTheStatement) {
-    for (const unsigned statement : {0U, 1062U, 1064U, 1146U, 1366U, 1969U})
+    for (const unsigned statement : {0U, 1062U, 1064U, 1146U, 1180U, 1366U, 1969U})
         EXPECT_EQ(MariadbFault::Statement, sql::faultOf(statement)) << statement;
 }
 
@@ -35,6 +35,28 @@ TEST(MariadbErrorsTest, LeaveACommitOpenOnlyWhenItWasSent) {
         EXPECT_TRUE(sql::isWithoutAnswer(open)) << open;
     for (const unsigned known : {1153U, 1184U, 1205U, 1213U, 2006U, 4031U})
         EXPECT_FALSE(sql::isWithoutAnswer(known)) << known;
+}
+
+// A node that is cut off while it commits answers 1180, and the others may have it.
+TEST(MariadbErrorsTest, TakeOnlyCertainAnswersForARefusedCommit) {
+    for (const unsigned refused : {1020U, 1047U, 1205U, 1213U, 1290U, 2006U})
+        EXPECT_TRUE(sql::isRefusedCommit(refused)) << refused;
+    for (const unsigned open : {1053U, 1180U, 1317U, 1927U, 2013U, 2027U, 2055U})
+        EXPECT_FALSE(sql::isRefusedCommit(open)) << open;
+}
+
+TEST(MariadbErrorsTest, TellWhatAProgramCanDo) {
+    for (const unsigned conflict : {1020U, 1213U})
+        EXPECT_EQ(FailureKind::Conflict, sql::kindOf(conflict)) << conflict;
+    for (const unsigned lost : {1040U, 1047U, 1053U, 1927U, 2002U, 2003U, 2006U, 2013U})
+        EXPECT_EQ(FailureKind::LostConnection, sql::kindOf(lost)) << lost;
+    for (const unsigned other : {1045U, 1062U, 1180U, 1205U, 1969U})
+        EXPECT_EQ(FailureKind::Unclassified, sql::kindOf(other)) << other;
+}
+
+TEST(MariadbErrorsTest, BlameNoLockWhereAnOpenIsNotAnswered) {
+    EXPECT_NE(std::string::npos, sql::explainOpen(1205, "words").find("open on another node"));
+    EXPECT_EQ(sql::explain(1047, "words"), sql::explainOpen(1047, "words"));
 }
 
 TEST(MariadbErrorsTest, TryAnotherHostWhereThatMayHelp) {
@@ -48,7 +70,6 @@ TEST(MariadbErrorsTest, SayWhatTheUserCanDo) {
     const std::pair<unsigned, const char*> advice[] = {{1213, "roll back and try again"},
                                                        {1020, "roll back and try again"},
                                                        {1205, "larger lock_timeout"},
-                                                       {1180, "was rolled back"},
                                                        {1047, "open on another node"},
                                                        {1969, "larger statement_timeout"},
                                                        {1045, "the user and the password"},

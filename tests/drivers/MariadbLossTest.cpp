@@ -159,11 +159,13 @@ protected:
         EXPECT_TRUE(says(said, "the connection to the server is lost")) << said;
         EXPECT_TRUE(says(said, "close and open again")) << said;
         EXPECT_FALSE(says(said, "not known")) << said;
+        EXPECT_EQ(FailureKind::LostConnection, model.getFailureKind());
         EXPECT_EQ("Ann", stored());
         expectRecovery("Ann");
     }
 
-    static void expectUnknown(const std::string& said) {
+    void expectUnknown(const std::string& said) {
+        EXPECT_EQ(FailureKind::UnknownOutcome, model.getFailureKind());
         EXPECT_TRUE(says(said, "it is not known whether the transaction is stored")) << said;
         EXPECT_TRUE(says(said, "close, open again and look")) << said;
         EXPECT_FALSE(says(said, "was not committed")) << said;
@@ -246,6 +248,7 @@ TEST_F(MariadbCutTest, TellsEachUseLaterOfACommitThatNobodyKnows) {
          {messageRaisedBy([&] { model.findPerson("Ann"); }), commitSays()}) {
         EXPECT_TRUE(says(said, "the connection to the server is lost")) << said;
         EXPECT_TRUE(says(said, "it is not known whether an earlier transaction")) << said;
+        EXPECT_EQ(FailureKind::LostConnection, model.getFailureKind());
     }
     EXPECT_EQ("Annabel,Bob", storedWhen("Annabel,Bob"));
 }

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <string>
 
 #include "tests/drivers/OwnServer.h"
 #include "tests/drivers/PaperModel.h"
 #include "tests/drivers/PlainMariadb.h"
+#include "tests/drivers/TemporaryFolder.h"
 #include "tests/support/Raises.h"
 
 namespace Kes::testing {
@@ -59,6 +62,46 @@ TEST_F(MariadbServerTest, WithALargerPacketTakesLargerObjects) {
     EXPECT_TRUE(scan == paper->scans[3]);
 }
 
+// --- a server with TLS ---
+
+class MariadbTlsTest : public MariadbServerTest {
+protected:
+    MariadbTlsTest() {
+        std::filesystem::permissions(folder.path(""), std::filesystem::perms(0755));
+        if (std::system(("openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=127.0.0.1 "
+                         "-addext subjectAltName=IP:127.0.0.1 -keyout '" +
+                         key + "' -out '" + certificate + "' > /dev/null 2>&1; chmod 644 '" + key +
+                         "'")
+                            .c_str()) != 0)
+            return;
+        server = std::make_unique<OwnServer>(
+            "mariadb", "KES_MARIADB_OPTIONS='ssl-cert=" + certificate + ";ssl-key=" + key + "'");
+        server->start();
+    }
+
+    std::string openSays(const std::string& options) {
+        PaperModel model;
+        return messageRaisedBy([&] {
+            model.open("mariadb", server->says("source").c_str(), server->says("password").c_str(),
+                       "kes", options.c_str());
+        });
+    }
+
+    TemporaryFolder folder;
+    const std::string key = folder.path("key.pem");
+    const std::string certificate = folder.path("certificate.pem");
+};
+
+TEST_F(MariadbTlsTest, IsTakenByItsCertificateOrByAny) {
+    if (server == nullptr)
+        GTEST_SKIP() << "no certificate without the program openssl";
+
+    EXPECT_EQ("", openSays("tls=off"));
+    EXPECT_EQ("", openSays("tls=on"));
+    EXPECT_EQ("", openSays("tls=verify;tls_ca=" + certificate));
+    EXPECT_TRUE(says(openSays("tls=verify"), "TLS"));
+}
+
 // --- no room ---
 
 class MariadbFullTest : public MariadbServerTest {
@@ -105,10 +148,9 @@ protected:
 };
 
 TEST_F(MariadbFullTest, StoresNothingInATablespaceThatIsFull) {
-    server = std::make_unique<OwnServer>(
-        "mariadb",
-        "KES_MARIADB_OPTIONS='innodb-file-per-table=0;"
-        "innodb-data-file-path=ibdata1:12M:autoextend:max:40M'");
+    server = std::make_unique<OwnServer>("mariadb",
+                                         "KES_MARIADB_OPTIONS='innodb-file-per-table=0;"
+                                         "innodb-data-file-path=ibdata1:12M:autoextend:max:40M'");
     server->start();
 
     expectFailureUntilThereIsRoom("is full");

@@ -233,6 +233,50 @@ TEST_F(MariadbOpenTest, RefusesAServerWithoutTheTlsThatIsDemanded) {
             << options;
 }
 
+// Whoever sits on the way to the server may answer in its place.
+TEST_F(MariadbOpenTest, ShowsNoPasswordToAServerThatHasNotProvedWhoItIs) {
+    for (const char* wanted : {"mysql_clear_password", "dialog", "sha256_password",
+                               "caching_sha2_password", "mysql_old_password"}) {
+        FakeMariadb rogue("5.5.5-10.11.6-MariaDB", wanted);
+
+        const std::string said =
+            refusal("127.0.0.1:" + std::to_string(rogue.port()) + "/kes", "secret", "ann", "");
+
+        EXPECT_FALSE(says(rogue.heard(), "secret")) << wanted;
+        EXPECT_TRUE(says(said, "the server demands the password itself (5010)")) << said;
+        EXPECT_TRUE(says(said, "open with tls=verify")) << said;
+    }
+}
+
+TEST_F(MariadbOpenTest, SaysNothingToAServerWithoutTheTlsThatIsDemanded) {
+    for (const char* options : {"tls=on", "tls=verify"})
+        for (const char* wanted : {"", "mysql_clear_password"}) {
+            FakeMariadb rogue("5.5.5-10.11.6-MariaDB", wanted);
+
+            const std::string said = refusal("127.0.0.1:" + std::to_string(rogue.port()) + "/kes",
+                                             "secret", "ann", options);
+
+            EXPECT_EQ("", rogue.heard()) << options;
+            EXPECT_TRUE(says(said, "SSL is required")) << said;
+        }
+}
+
+TEST_F(MariadbOpenTest, ShowsNoPartOfAPassword) {
+    for (const char* source : {"mariadb://kes:secret@x/y@host/db", "kes:a/secret@host/db",
+                               "kes:a@secret@host/db", "mariadb://kes:secret:x@host:1/db"}) {
+        const std::string said = refusal(source, "", "");
+
+        EXPECT_TRUE(says(said, "the source holds a password")) << said;
+        for (const char* part : {"secret", "x/y", "a/", "a@", ":x"})
+            EXPECT_FALSE(says(said, part)) << said;
+    }
+    for (const char* options : {"password=ab;secret", "lock_timeout=5;secret", "secret;tls=off"}) {
+        const std::string said = refusal(engine->source(), engine->password(), "kes", options);
+
+        EXPECT_TRUE(says(said, "the options are database, ")) << said;
+    }
+}
+
 TEST_F(MariadbOpenTest, RefusesAServerThatIsTooOld) {
     FakeMariadb old("5.5.5-10.3.39-MariaDB");
 

@@ -15,8 +15,14 @@ public:
     void breakOffBehind(int rows, unsigned errorCode, const std::string& words) {
         const std::lock_guard guard(mutex);
         rowsLeft = rows;
-        error = std::string("\xFF") + static_cast<char>(errorCode & 255) +
-                static_cast<char>(errorCode >> 8) + "#HY000" + words;
+        error = errorOf(errorCode, words);
+    }
+
+    // Of the answers that say that all is well the one behind so many is an error.
+    void failBehind(int answers, unsigned errorCode, const std::string& words) {
+        const std::lock_guard guard(mutex);
+        answersLeft = answers;
+        error = errorOf(errorCode, words);
     }
 
     // The next answer to a write says that no transaction is open.
@@ -34,6 +40,8 @@ public:
         const std::lock_guard guard(mutex);
         if (hides)
             hideIn(bytes);
+        if (answersLeft >= 0 && isOk(bytes) && answersLeft-- == 0)
+            bytes = packetOf(1, error);
         if (rowsLeft >= 0)
             breakOff(bytes);
     }
@@ -49,14 +57,30 @@ private:
         return size;
     }
 
-    // 0, the number of rows, the last id, and the status.
-    void hideIn(std::string& bytes) {
-        constexpr std::size_t shortest = Header + 5;
+    static std::string errorOf(unsigned code, const std::string& words) {
+        return std::string("\xFF") + static_cast<char>(code & 255) + static_cast<char>(code >> 8) +
+               "#HY000" + words;
+    }
+
+    static std::string packetOf(char number, const std::string& content) {
+        return static_cast<char>(content.size()) + std::string(2, '\0') + number + content;
+    }
+
+    // 0, the number of rows, the last id, the status, and more. What a preparation
+    // is answered begins with 0 as well.
+    static bool isOk(const std::string& bytes) {
+        constexpr std::size_t shortest = 7;
         constexpr std::size_t preparation = 12;
-        if (bytes.size() < shortest || bytes[3] != 1 || bytes[4] != 0 || bytes[5] == 0 ||
-            sizeAt(bytes, 0) == preparation)
+        return bytes.size() >= Header + shortest && bytes[3] == 1 && bytes[Header] == 0 &&
+               sizeAt(bytes, 0) != preparation;
+    }
+
+    void hideIn(std::string& bytes) {
+        constexpr std::size_t rows = Header + 1;
+        constexpr std::size_t status = Header + 3;
+        if (!isOk(bytes) || bytes[rows] == 0)
             return;
-        bytes[7] = static_cast<char>(bytes[7] & ~1);
+        bytes[status] = static_cast<char>(bytes[status] & ~1);
         hides = false;
     }
 
@@ -86,8 +110,7 @@ private:
             return;
         const char number = bytes[cut + 3];
         bytes.resize(cut);
-        bytes += static_cast<char>(error.size());
-        bytes += std::string(2, '\0') + number + error;
+        bytes += packetOf(number, error);
         rowsLeft = -1;
     }
 
@@ -95,6 +118,7 @@ private:
     std::string held;
     std::string error;
     int rowsLeft = -1;
+    int answersLeft = -1;
     bool hides = false;
 };
 
@@ -167,6 +191,7 @@ TEST_F(MariadbTransportTest, CommitsNoTransactionThatTheServerHasEndedWithoutAWo
     EXPECT_TRUE(editor.isDone());
     EXPECT_TRUE(says(said, "updating the Person object")) << said;
     EXPECT_TRUE(says(said, "has ended the transaction without a word")) << said;
+    EXPECT_EQ(FailureKind::Conflict, model.getFailureKind());
     EXPECT_TRUE(says(said, "roll back and try again")) << said;
     EXPECT_EQ("30,40", ages());
     expectUse();
@@ -182,6 +207,7 @@ TEST_F(MariadbTransportTest, CommitsNoTransactionThatTheServerHasEndedOverManyRo
 
     EXPECT_TRUE(editor.isDone());
     EXPECT_TRUE(says(said, "has ended the transaction without a word")) << said;
+    EXPECT_EQ(FailureKind::Conflict, model.getFailureKind());
     EXPECT_EQ("30,40", ages());
     expectUse();
 }
@@ -227,13 +253,31 @@ TEST_F(MariadbTransportTest, EndsTheTransactionOfAConflictAmongRows) {
         while (people.next())
             continue;
     });
+    EXPECT_EQ(FailureKind::Conflict, model.getFailureKind());
     change(ann, 31);
     const std::string later = messageRaisedBy([&] { model.commit(); });
 
+    EXPECT_EQ(FailureKind::Conflict, model.getFailureKind());
     for (const std::string& each : {said, later})
         EXPECT_TRUE(says(each, "Deadlock found (1213); somebody else came first")) << each;
     EXPECT_EQ("30,40", ages());
     expectUse();
+}
+
+// What a node answers that is cut off from its cluster while it commits.
+TEST_F(MariadbTransportTest, KnowsNothingOfACommitThatFailedAtTheServer) {
+    model.startTransaction();
+    change(ann, 33);
+    editor.failBehind(2, 1180, "Error while appending");
+
+    const std::string said = messageRaisedBy([&] { model.commit(); });
+
+    EXPECT_TRUE(says(said, "it is not known whether the transaction is stored")) << said;
+    EXPECT_TRUE(says(said, "Error while appending (1180)")) << said;
+    EXPECT_EQ(FailureKind::UnknownOutcome, model.getFailureKind());
+    EXPECT_EQ("33,40", ages());
+    EXPECT_TRUE(says(messageRaisedBy([&] { model.findPerson("Ann"); }), "open again and look"));
+    EXPECT_EQ(FailureKind::LostConnection, model.getFailureKind());
 }
 
 TEST_F(MariadbTransportTest, FindsAConflictBehindRowsThatNobodyReads) {
@@ -307,6 +351,7 @@ TEST_F(MariadbTransportTest, TellsOfRowsThatTheNetworkLosesInTheMiddle) {
 
     EXPECT_GT(Others, read);
     EXPECT_TRUE(says(said, "the connection to the server is lost")) << said;
+    EXPECT_EQ(FailureKind::LostConnection, model.getFailureKind());
 }
 
 TEST_F(MariadbTransportTest, TellsOfACommitWhoseAnswerNeverComesThatNobodyKnows) {
@@ -319,6 +364,7 @@ TEST_F(MariadbTransportTest, TellsOfACommitWhoseAnswerNeverComesThatNobodyKnows)
 
     EXPECT_TRUE(says(said, "it is not known whether the transaction is stored")) << said;
     EXPECT_TRUE(says(said, "close, open again and look")) << said;
+    EXPECT_EQ(FailureKind::UnknownOutcome, model.getFailureKind());
     EXPECT_EQ(30, ann->age);
     EXPECT_EQ("33,40", ages());
 }
