@@ -176,16 +176,22 @@ void Instance::get(OneAssociatedInstance& ref, bool force) {
     if (ref.isFetched() && !force)
         return;
     const ReferenceFinder end(this, &ref, "Instance::get");
-    if (end.found())
-        cls->getModel()->loadPartner(this, ref, end.getAssociation(), end.getRole());
+    if (!end.found())
+        return;
+    if (force)
+        cls->getModel()->forgetReadAhead();
+    cls->getModel()->loadPartner(this, ref, end.getAssociation(), end.getRole());
 }
 
 void Instance::get(ManyAssociatedInstances& ref, bool force) {
     if (ref.isFetched() && !force)
         return;
     const ReferenceFinder end(this, &ref, "Instance::get");
-    if (end.found())
-        cls->getModel()->loadPartners(this, ref, end.getAssociation(), end.getRole());
+    if (!end.found())
+        return;
+    if (force)
+        cls->getModel()->forgetReadAhead();
+    cls->getModel()->loadPartners(this, ref, end.getAssociation(), end.getRole());
 }
 
 void Instance::set(OneAssociatedInstance& ref, Instance* partner) {

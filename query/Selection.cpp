@@ -77,6 +77,7 @@ bool Selection::next() {
     if (instance == nullptr)
         return false;
     currentValue = instance;
+    SiblingLoader::deliverNow(cls->getModel(), instance);
     readAhead();
     return true;
 }
@@ -91,6 +92,7 @@ Instance* Selection::read() {
     }
     if (cursors.size() == 0)
         return nullptr;
+    const SiblingLoader::DriverScope driver(cls->getModel());
     if (state->merge != nullptr && cursors.size() > 1) {
         current = state->merge->choose(cursors);
         if (current < 0) {
@@ -102,14 +104,17 @@ Instance* Selection::read() {
     if (instance == nullptr)
         failOnDriver();
     else
-        SiblingLoader::delivered(cls->getModel(), state->siblingToken, instance);
+        SiblingLoader::delivered(cls->getModel(), state->reading, instance);
     return instance;
 }
 
 // What the error handler throws is the application's when it gets there. One that
 // returns has heard of it already: the rows end where they fail.
 void Selection::readAhead() try {
-    std::size_t count = SiblingLoader::wantedAhead(cls->getModel(), state->siblingToken);
+    std::size_t count = SiblingLoader::wantedAhead(cls->getModel(), state->reading);
+    if (count == 0)
+        return;
+    const SiblingLoader::AheadScope ahead(cls->getModel());
     for (; count > 0; --count) {
         Instance* instance = read();
         if (instance == nullptr)
@@ -123,8 +128,10 @@ void Selection::readAhead() try {
 bool Selection::deliverAhead() {
     currentValue = state->ahead.front();
     state->ahead.pop_front();
-    if (currentValue != nullptr)
+    if (currentValue != nullptr) {
+        SiblingLoader::deliverNow(cls->getModel(), currentValue);
         return true;
+    }
 
     // The model was closed meanwhile.
     state->ahead.clear();
@@ -140,6 +147,7 @@ bool Selection::start() {
     definition = cls->getModel()->defineSelection(frozen);
     if (definition == nullptr)
         return failOnDriver();
+    state->reading.when = SiblingLoader::startReading(cls->getModel());
     try {
         return openCursors();
     } catch (...) {
@@ -150,6 +158,7 @@ bool Selection::start() {
 }
 
 bool Selection::openCursors() {
+    const SiblingLoader::DriverScope driver(cls->getModel());
     const PtrList<Class> concrete = cls->getConcreteClasses();
     for (Class* each : concrete) {
         std::unique_ptr<DBDriverSelection> cursor(cls->getModel()->fetch(each, definition));
@@ -168,6 +177,7 @@ bool Selection::advanceCurrent() {
         state->merge->advanced(current);
     bool more = false;
     try {
+        const SiblingLoader::DriverScope driver(cls->getModel());
         more = cursors[current]->next();
     } catch (...) {
         cursors.clearAndDelete();

@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <cstdint>
 #include <deque>
 #include <exception>
 #include <memory>
@@ -10,13 +9,14 @@
 #include <kes/Pointer.h>
 
 #include "query/MergeHeap.h"
+#include "session/SiblingLoader.h"
 
 namespace Kes {
 
 class SelectionState {
 public:
     std::unique_ptr<MergeHeap> merge;  // null when nothing is merged
-    std::uint64_t siblingToken = 0;
+    SiblingLoader::Reading reading;
     std::deque<Pointer<Instance>> ahead;  // read, and not delivered yet
     std::exception_ptr failure;           // what ended the reading ahead
 };

@@ -4,15 +4,7 @@
 
 namespace Kes {
 
-namespace {
-
-// What somebody else commits is seen after that time at the latest.
-constexpr std::chrono::seconds Lifetime(1);
-
-}  // namespace
-
-KeptCollections::Entry* KeptCollections::find(const Association* association,
-                                              const String& role) {
+KeptCollections::Entry* KeptCollections::find(const Association* association, const String& role) {
     for (Entry& entry : entries)
         if (entry.association == association && entry.role == role)
             return &entry;
@@ -20,23 +12,22 @@ KeptCollections::Entry* KeptCollections::find(const Association* association,
 }
 
 void KeptCollections::keep(const Association* association, const String& role,
-                           Collections&& collections) {
+                           const ReadMoment& when, Collections&& collections) {
     const std::size_t loaded = collections.size();
     if (Entry* entry = find(association, role)) {
         judge(*entry);
         entry->collections = std::move(collections);
         entry->loaded = loaded;
-        entry->when = Clock::now();
+        entry->when = when;
         return;
     }
-    entries.push_back(
-        {association, role.unshared(), std::move(collections), loaded, Clock::now()});
+    entries.push_back({association, role.unshared(), std::move(collections), loaded, when});
 }
 
-bool KeptCollections::take(const Association* association, const String& role,
-                           unsigned long owner, std::vector<KeptMember>& members) {
+bool KeptCollections::take(const Association* association, const String& role, unsigned long owner,
+                           std::vector<KeptMember>& members) {
     Entry* entry = find(association, role);
-    if (entry == nullptr || Clock::now() - entry->when > Lifetime)
+    if (entry == nullptr || !freshness.holds(entry->when))
         return false;
     const auto found = entry->collections.find(owner);
     if (found == entry->collections.end())
@@ -53,10 +44,7 @@ void KeptCollections::forget() {
 }
 
 void KeptCollections::judge(const Entry& entry) {
-    if (entry.collections.size() * 2 > entry.loaded)
-        pause.noteFailure();
-    else
-        pause.noteSuccess();
+    pause.judge(entry.loaded, entry.loaded - entry.collections.size());
 }
 
 void KeptCollections::noteWaste() {

@@ -2,13 +2,13 @@
 // for.
 //
 // They are forgotten as soon as the application talks to the database in any
-// other way, and not used any more when they are a second old. A program that does so for every object would have most of what is
-// loaded for siblings thrown away: it is noticed, and loading together pauses,
-// the longer the more often.
+// other way, and not used any more when they no longer stand for what would be
+// read now; see session/Freshness.h. A program that does so for every object
+// would have nearly all of what is loaded for siblings thrown away: it is noticed,
+// and loading together pauses, the longer the more often.
 
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <unordered_map>
 #include <vector>
@@ -16,6 +16,7 @@
 #include <kes/Forward.h>
 #include <kes/String.h>
 
+#include "session/Freshness.h"
 #include "session/Pause.h"
 
 namespace Kes {
@@ -31,9 +32,13 @@ public:
     /// By the ids of their owners.
     using Collections = std::unordered_map<unsigned long, std::vector<KeptMember>>;
 
-    void keep(const Association* association, const String& role, Collections&& collections);
+    /// `freshness` is borrowed for life.
+    explicit KeptCollections(const Freshness& itsFreshness) : freshness(itsFreshness) {}
 
-    /// False when the owner's collection is not kept.
+    void keep(const Association* association, const String& role, const ReadMoment& when,
+              Collections&& collections);
+
+    /// False when the owner's collection is not kept, or not fresh any more.
     bool take(const Association* association, const String& role, unsigned long owner,
               std::vector<KeptMember>& members);
     void forget();
@@ -45,18 +50,18 @@ public:
     bool mayLoadTogether() { return pause.isOver(); }
 
 private:
-    using Clock = std::chrono::steady_clock;
     struct Entry {
         const Association* association;
         String role;
         Collections collections;
         std::size_t loaded;
-        Clock::time_point when;
+        ReadMoment when;
     };
 
     Entry* find(const Association* association, const String& role);
     void judge(const Entry& entry);
 
+    const Freshness& freshness;
     std::vector<Entry> entries;
     Pause pause;
 };

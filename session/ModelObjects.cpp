@@ -34,11 +34,13 @@ String describe(const Instance* instance) {
 }  // namespace
 
 Instance* Model::get(unsigned long objectID) const {
-    return objects->get(objectID);
+    Instance* known = objects->get(objectID);
+    return known != nullptr && siblings->isVisible(known) ? known : nullptr;
 }
 
 Instance* Model::getInstance(unsigned long objectID, Class* cls) {
-    if (Instance* known = objects->get(objectID))
+    Instance* known = objects->get(objectID);
+    if (known != nullptr && siblings->handOut(known))
         return known;
     if (objectID == 0 || cls == nullptr)
         return nullptr;
@@ -52,8 +54,11 @@ void Model::set(Instance* instance) {
     if (instance == scratch)
         return;
     instance->fingerprint = digestFields(instance);
-    if (objects->get(instance->getObjectID()) == instance)
+    if (objects->get(instance->getObjectID()) == instance) {
+        siblings->noteNewer();
         return;
+    }
+    siblings->noteFiled(instance);
     objects->file(instance);
     if (objects->isCollectionDue())
         objects->collect(*transactions);
@@ -109,7 +114,10 @@ void Model::add(Instance* instance) {
     }
     if (resurrected && transactions->recordRevival(instance))
         return;
-    const unsigned long id = driver->newObjectID();
+    const unsigned long id = [&] {
+        const SiblingLoader::DriverScope asking(this);
+        return driver->newObjectID();
+    }();
     if (id == 0) {
         raise("OIDERR", "Model::add", driver->getErrorMessage());
         return;
@@ -217,6 +225,7 @@ void Model::lock(Instance* instance) {
     siblings->forget();
     transactions->noteLock();  // also where the driver throws behind its work
     try {
+        const SiblingLoader::DriverScope asking(this);
         if (driver->lock(instance))
             return;
     } catch (...) {
@@ -234,7 +243,11 @@ void Model::refresh(Instance* instance) {
     siblings->forget();
     const Pointer<Instance> keep(instance);
     const unsigned long before = instance->getVersion();
-    if (driver->refresh(instance))
+    const auto isUnchanged = [&] {
+        const SiblingLoader::DriverScope asking(this);
+        return driver->refresh(instance);
+    };
+    if (isUnchanged())
         return;
     const TransactionManager::Telling telling(*transactions);
 
@@ -255,11 +268,13 @@ void Model::refresh(Instance* instance) {
 SelectionDefinition* Model::defineSelection(AssociatedClass* associatedClass) {
     threadCheck.doit();
     siblings->noteQuery();
+    const SiblingLoader::DriverScope asking(this);
     return driver != nullptr ? driver->defineSelection(associatedClass) : nullptr;
 }
 
 DBDriverSelection* Model::fetch(Class* cls, SelectionDefinition* definition) {
     threadCheck.doit();
+    const SiblingLoader::DriverScope asking(this);
     return driver != nullptr ? driver->fetch(cls, definition) : nullptr;
 }
 
@@ -286,12 +301,17 @@ bool Model::keepsHistory() const {
     return transactions->history.isKept();
 }
 
+void Model::forgetReadAhead() {
+    siblings->forget();
+}
+
 void Model::loadPartner(Instance* owner, OneAssociatedInstance& ref, Association* association,
                         const String& role) {
     const unsigned long id = ref.getObjectID();
     if (id != 0) {
         Instance* partner = objects->get(id);
-        if (partner == nullptr && driver != nullptr) {
+        const bool isReady = partner != nullptr && siblings->handOut(partner);
+        if (!isReady && driver != nullptr) {
             const Pointer<Instance> keep(owner);
 
             // The next read tries again.
@@ -300,6 +320,8 @@ void Model::loadPartner(Instance* owner, OneAssociatedInstance& ref, Association
         }
 
         // A partner that is removed for good is kept in memory by pointers only.
+        if (partner != nullptr)
+            partner->setFlag(Instance::Ahead, false);
         if (partner != nullptr && partner->flag(Instance::Gone))
             partner = nullptr;
         ref.setInstance(partner);

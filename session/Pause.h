@@ -18,6 +18,15 @@ public:
         return false;
     }
     void noteSuccess() { failures = 0; }
+
+    /// Of so many that were read so many were of use. A row that is read in vain
+    /// costs a fraction of the statement that one of use has saved.
+    void judge(std::size_t loaded, std::size_t used) {
+        if (used * RowsPerStatement < loaded)
+            noteFailure();
+        else
+            noteSuccess();
+    }
     void noteFailure() {
         failures = std::min(failures + 1, MostFailures);
         left = std::size_t{1} << failures;
@@ -25,6 +34,7 @@ public:
 
 private:
     static constexpr unsigned MostFailures = 10;
+    static constexpr std::size_t RowsPerStatement = 8;
 
     unsigned failures = 0;  // in a row
     std::size_t left = 0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <unordered_set>
+#include <utility>
 
 #include <kes/Association.h>
 #include <kes/Class.h>
@@ -62,28 +63,71 @@ class SiblingLoader::LoadingScope {
 public:
     explicit LoadingScope(SiblingLoader& itsLoader) : loader(itsLoader), outer(loader.loading) {
         loader.loading = true;
+        ++loader.loadings;
+        loader.loadingBegan = loader.freshness.now();
     }
     LoadingScope(const LoadingScope&) = delete;
     LoadingScope& operator=(const LoadingScope&) = delete;
-    ~LoadingScope() { loader.loading = outer; }
+    ~LoadingScope() {
+        loader.noteRead();
+        loader.loading = outer;
+    }
 
 private:
     SiblingLoader& loader;
     bool outer;
 };
 
-void SiblingLoader::delivered(Model* model, std::uint64_t& token, Instance* instance) {
-    model->siblings->deliver(token, instance);
+SiblingLoader::AheadScope::AheadScope(Model* model)
+    : loader(*model->siblings),
+      outer(loader.readingAhead) {
+    loader.readingAhead = true;
 }
 
-std::size_t SiblingLoader::wantedAhead(Model* model, std::uint64_t token) {
-    return model->siblings->wantedAhead(token);
+SiblingLoader::AheadScope::~AheadScope() {
+    loader.readingAhead = outer;
 }
 
-void SiblingLoader::deliver(std::uint64_t& token, Instance* instance) {
-    // Who is reached over a reference stays among those he was found with.
-    if (loading && groupOf(instance) != nullptr)
+SiblingLoader::DriverScope::DriverScope(const Model* model) : loader(*model->siblings) {
+    ++loader.driverCalls;
+}
+
+SiblingLoader::DriverScope::~DriverScope() {
+    --loader.driverCalls;
+}
+
+ReadMoment SiblingLoader::startReading(Model* model) {
+    return model->siblings->freshness.now();
+}
+
+void SiblingLoader::delivered(Model* model, Reading& reading, Instance* instance) {
+    model->siblings->deliver(reading, instance);
+}
+
+std::size_t SiblingLoader::wantedAhead(Model* model, const Reading& reading) {
+    return model->siblings->wantedAhead(reading.token);
+}
+
+// What a loading reads for the siblings is not handed out yet.
+void SiblingLoader::deliverAhead(Model* model, Instance* instance) {
+    if (!model->siblings->loading)
+        instance->setFlag(Instance::Ahead, false);
+}
+
+bool SiblingLoader::handOutFresh(Instance* instance) {
+    if (!isFresh(instance))
+        return false;
+    instance->setFlag(Instance::Ahead, false);
+    ++partnersUsed;
+    return true;
+}
+
+void SiblingLoader::deliver(Reading& reading, Instance* instance) {
+    // Who is reached over a reference stays among those he was found with, unless
+    // he was read again.
+    if (loading && !instance->flag(Instance::Ahead) && groupOf(instance) != nullptr)
         return;
+    std::uint64_t& token = reading.token;
     Group* group = &groups[token % groups.size()];
     const bool isKnown = token != 0 && group->id == token;
     if (!isKnown || group->members.size() >= GroupSize) {
@@ -94,6 +138,8 @@ void SiblingLoader::deliver(std::uint64_t& token, Instance* instance) {
         group->id = lastGroup;
         group->faults = group->inherited = isRead ? AllAtOnce + 1 : 0;
         group->answered = 0;
+        group->loading = loading ? loadings : 0;
+        group->when = reading.when;
         group->members.clear();
         token = lastGroup;
     }
@@ -104,6 +150,30 @@ void SiblingLoader::deliver(std::uint64_t& token, Instance* instance) {
 SiblingLoader::Group* SiblingLoader::groupOf(const Instance* owner) {
     Group& group = groups[owner->siblings % groups.size()];
     return owner->siblings != 0 && group.id == owner->siblings ? &group : nullptr;
+}
+
+// Who left his group, or whose group has given its place away, is not.
+bool SiblingLoader::isFresh(const Instance* instance) {
+    const Group* group = groupOf(instance);
+    return group != nullptr && freshness.holds(group->when);
+}
+
+// A loading ends the validity of all that was read before it when it may show
+// something newer: a commit that is under way may be stored already. What it has
+// read itself goes on to stand, unless the error handler has asked the database
+// meanwhile.
+void SiblingLoader::noteRead() {
+    const bool isUndisturbed = loadingBegan.era == freshness.now().era;
+    if (std::exchange(sawNewer, false) || CommitCount::isAnyUnderWay())
+        freshness.end();
+    if (!isUndisturbed)
+        return;
+    const std::uint64_t commits = loadingBegan.commits;
+    loadingBegan = freshness.now();
+    loadingBegan.commits = commits;
+    for (Group& group : groups)
+        if (group.loading == loadings)
+            group.when = loadingBegan;
 }
 
 // As many as the next read of a reference would load for.
@@ -145,24 +215,28 @@ std::vector<unsigned long> SiblingLoader::partnersOf(const Group& group, std::si
         if (field.one == nullptr || field.one->isFetched())
             continue;
         const unsigned long id = field.one->getObjectID();
-        if (id != 0 && model->objects->get(id) == nullptr && seen.insert(id).second)
+        if (id == 0)
+            continue;
+        const Instance* known = model->objects->get(id);
+        const bool isReady = known != nullptr && (!known->flag(Instance::Ahead) || isFresh(known));
+        if (!isReady && seen.insert(id).second)
             ids.push_back(id);
     }
     return ids;
 }
 
-bool SiblingLoader::loadPartner(Instance* owner, unsigned long id,
-                                const Association* association, const String& role,
-                                Instance*& partner) {
+bool SiblingLoader::loadPartner(Instance* owner, unsigned long id, const Association* association,
+                                const String& role, Instance*& partner) {
     Class* cls = association->getClassFor(association->getAssociatedRole(role));
     const LoadingScope scope(*this);
+    judgePartners();
     Group* group = groupOf(owner);
     const std::size_t most = group != nullptr && partnersPause.isOver() ? nextBatch(*group) : 1;
     if (most > 1) {
         const std::vector<unsigned long> ids = partnersOf(*group, most, id, association, role);
         if (ids.size() > 1) {
             if (succeedsForAll([&] { partner = loadPartners(ids, cls); })) {
-                partnersPause.noteSuccess();
+                sawNewer = sawNewer || partner == nullptr;
                 return true;
             }
             partnersPause.noteFailure();
@@ -170,11 +244,24 @@ bool SiblingLoader::loadPartner(Instance* owner, unsigned long id,
     }
     const ErrorWatch watch;
     partner = model->getInstance(id, cls);
+    sawNewer = sawNewer || partner == nullptr;
     return !watch.hasFailed();
+}
+
+// Once those that were loaded last are not handed out any more.
+void SiblingLoader::judgePartners() {
+    if (partnersLoaded == 0 || freshness.holds(partnersRead))
+        return;
+    partnersPause.judge(partnersLoaded, partnersUsed);
+    partnersLoaded = partnersUsed = 0;
 }
 
 // The one with the first id.
 Instance* SiblingLoader::loadPartners(const std::vector<unsigned long>& ids, Class* cls) {
+    const AheadScope ahead(model);
+    partnersRead = freshness.now();
+    partnersLoaded += ids.size();
+    ++partnersUsed;
     Selection partners(cls);
     partners.setCondition(anyOf(cls, ids).release());
     Pointer<Instance> found;
@@ -210,14 +297,13 @@ bool SiblingLoader::loadMembers(Instance* owner, Association* association, const
 bool SiblingLoader::fill(Instance* owner, Association* association, const String& role,
                          ManyAssociatedInstances& ref) {
     if (model->transactions->hasPending())
-        forget();
+        kept.forget();
     if (takeKept(owner, association, role, ref))
         return true;
     const LoadingScope scope(*this);
     Group* group = groupOf(owner);
     if (group != nullptr && !model->transactions->hasPending() && kept.mayLoadTogether() &&
-        loadTogether(owner, *group, association, role) &&
-        takeKept(owner, association, role, ref))
+        loadTogether(owner, *group, association, role) && takeKept(owner, association, role, ref))
         return true;
     const ErrorWatch watch;
     membersLoaded += loadAlone(owner, association, role, ref);
@@ -256,6 +342,7 @@ bool SiblingLoader::takeKept(const Instance* owner, const Association* associati
             kept.noteWaste();
             return false;
         }
+        member->setFlag(Instance::Ahead, false);
         ref.add(member);
     }
     return true;
@@ -263,8 +350,7 @@ bool SiblingLoader::takeKept(const Instance* owner, const Association* associati
 
 // The owner and siblings that have not read their collections.
 std::vector<Instance*> SiblingLoader::unreadOwners(Instance* owner, const Group& group,
-                                                   std::size_t most,
-                                                   const Association* association,
+                                                   std::size_t most, const Association* association,
                                                    const String& role) {
     std::vector<Instance*> owners{owner};
     RoleReader field(association->getName(), role);
@@ -285,6 +371,7 @@ std::vector<Instance*> SiblingLoader::unreadOwners(Instance* owner, const Group&
 // when some member cannot tell.
 bool SiblingLoader::loadBatch(const std::vector<Instance*>& owners, Association* association,
                               const String& role) {
+    const AheadScope ahead(model);
     const String& otherRole = association->getAssociatedRole(role);
     Class* cls = association->getClassFor(otherRole);
     const Role back(cls, otherRole, association);
@@ -317,11 +404,12 @@ bool SiblingLoader::loadBatch(const std::vector<Instance*>& owners, Association*
 
 // Members of many owners cannot tell: the driver has to. False, with nothing
 // kept, when it does not.
-bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners,
-                                    Association* association, const String& role) {
+bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners, Association* association,
+                                    const String& role) {
     auto* reader = dynamic_cast<LinkReader*>(model->driver);
     if (reader == nullptr)
         return false;
+    const AheadScope ahead(model);
     KeptCollections::Collections found;
     std::vector<unsigned long> ids;
     ids.reserve(owners.size());
@@ -330,7 +418,11 @@ bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners,
         ids.push_back(owner->getObjectID());
     }
     std::vector<StoredLink> links;
-    if (!reader->readLinks(association, role, ids, LinksAtOnce, links))
+    const auto read = [&] {
+        const DriverScope driver(model);
+        return reader->readLinks(association, role, ids, LinksAtOnce, links);
+    };
+    if (!read())
         return refuse();
     const auto byMember = [](const StoredLink& a, const StoredLink& b) {
         return a.member < b.member;
@@ -347,8 +439,7 @@ bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners,
         Selection members(cls);
         members.setCondition(anyOf(cls, ids).release());
         while (members.next()) {
-            const KeptMember member{members.value()->getObjectID(),
-                                    members.value()->getVersion()};
+            const KeptMember member{members.value()->getObjectID(), members.value()->getVersion()};
             const auto [from, to] =
                 std::equal_range(links.begin(), links.end(), StoredLink{0, member.id}, byMember);
             for (auto link = from; link != to; ++link)
@@ -370,22 +461,25 @@ void SiblingLoader::keep(const Association* association, const String& role,
                          KeptCollections::Collections&& collections, std::size_t members) {
     membersLoaded += members;
     ownersLoaded += collections.size();
-    kept.keep(association, role, std::move(collections));
+    noteRead();
+    kept.keep(association, role, loadingBegan, std::move(collections));
 }
 
 // The members go straight into the reference, where a collection finds them.
-std::size_t SiblingLoader::loadAlone(Instance* owner, Association* association,
-                                     const String& role, ManyAssociatedInstances& ref) {
+std::size_t SiblingLoader::loadAlone(Instance* owner, Association* association, const String& role,
+                                     ManyAssociatedInstances& ref) {
     const String& otherRole = association->getAssociatedRole(role);
     Class* cls = association->getClassFor(otherRole);
     Selection selection(cls);
-    selection.setCondition(new OneAssociatedCondition(new Role(cls, otherRole, association),
-                                                      Condition::AssociationOperator::EQUAL,
-                                                      owner));
+    selection.setCondition(new OneAssociatedCondition(
+        new Role(cls, otherRole, association), Condition::AssociationOperator::EQUAL, owner));
     std::size_t count = 0;
-    for (; selection.next(); ++count)
-        if (!ref.contains(selection.value()))
-            ref.add(selection.value());
+    for (; selection.next(); ++count) {
+        Instance* member = selection.value();
+        member->setFlag(Instance::Ahead, false);
+        if (!ref.contains(member))
+            ref.add(member);
+    }
     return count;
 }
 

@@ -7,10 +7,13 @@
 // ones grow up to a full group. A selection whose objects are worked on as they
 // come reads ahead, so that there are siblings to load for.
 //
-// Partners of one-references only enter the object cache, where the siblings
-// find them. Collections are kept aside until they are asked for, for a second at
-// most, and forgotten as soon as the application talks to the database in any
-// other way: what it has seen of somebody else's changes shows in them.
+// No program may tell what was read ahead from what is read when it is asked for.
+// So the application is handed nothing of it that is not fresh (see
+// session/Freshness.h). Partners of one-references, and the members of siblings'
+// collections, enter the object cache marked as read ahead; the mark goes when
+// the application gets them, and while it stands, Model::get does not find them. One
+// that is not fresh by then is read again, together with those of the siblings.
+// Collections are kept aside until they are asked for.
 //
 // A sibling whose rows cannot be read is no reason to fail for the one that was
 // asked for: that is loaded alone then.
@@ -22,9 +25,10 @@
 #include <cstdint>
 #include <vector>
 
-#include <kes/Forward.h>
+#include <kes/Instance.h>
 #include <kes/String.h>
 
+#include "session/Freshness.h"
 #include "session/KeptCollections.h"
 
 namespace Kes {
@@ -35,13 +39,71 @@ public:
     SiblingLoader(const SiblingLoader&) = delete;
     SiblingLoader& operator=(const SiblingLoader&) = delete;
 
-    /// A selection has delivered an instance. `token` is the selection's own,
-    /// 0 at its beginning.
-    static void delivered(Model* model, std::uint64_t& token, Instance* instance);
+    /// What a selection keeps for this class.
+    struct Reading {
+        std::uint64_t token = 0;
+        ReadMoment when;
+    };
+
+    /// Asked before the selection's first statement.
+    static ReadMoment startReading(Model* model);
+
+    /// A selection has read an instance, to deliver it now or later.
+    static void delivered(Model* model, Reading& reading, Instance* instance);
+
+    /// The selection delivers an instance now, which need not be fresh: its rows
+    /// are those that it began with.
+    static void deliverNow(Model* model, Instance* instance) {
+        if (instance->flag(Instance::Ahead))
+            deliverAhead(model, instance);
+    }
 
     /// How many instances the selection should read ahead of the one that it
     /// has just delivered. What it reads counts as delivered here.
-    static std::size_t wantedAhead(Model* model, std::uint64_t token);
+    static std::size_t wantedAhead(Model* model, const Reading& reading);
+
+    /// While it lives, instances that are filed were not asked for yet.
+    class AheadScope {
+    public:
+        explicit AheadScope(Model* model);
+        AheadScope(const AheadScope&) = delete;
+        AheadScope& operator=(const AheadScope&) = delete;
+        ~AheadScope();
+
+    private:
+        SiblingLoader& loader;
+        bool outer;
+    };
+
+    /// While it lives, the driver asks and not the application.
+    class DriverScope {
+    public:
+        explicit DriverScope(const Model* model);
+        DriverScope(const DriverScope&) = delete;
+        DriverScope& operator=(const DriverScope&) = delete;
+        ~DriverScope();
+
+    private:
+        SiblingLoader& loader;
+    };
+
+    /// Whether the one who asks for an object by its id may find this one.
+    bool isVisible(const Instance* instance) const {
+        return !instance->flag(Instance::Ahead) || driverCalls > 0;
+    }
+
+    /// Hands the application an object of the cache; false when it has to be read
+    /// again first.
+    bool handOut(Instance* instance) {
+        return !instance->flag(Instance::Ahead) || handOutFresh(instance);
+    }
+
+    /// A driver has filed an instance, or has brought a known one up to date.
+    void noteFiled(Instance* instance) {
+        if (readingAhead)
+            instance->setFlag(Instance::Ahead, true);
+    }
+    void noteNewer() { sawNewer = sawNewer || loading; }
 
     /// Loads the partner with that id, and partners of siblings beside it.
     /// Null when it is not stored. False when that could not be read, which was
@@ -54,8 +116,12 @@ public:
     bool loadMembers(Instance* owner, Association* association, const String& role,
                      ManyAssociatedInstances& ref);
 
-    /// Drops what was kept aside.
-    void forget() { kept.forget(); }
+    /// The application has done, or is about to do, what may show it a newer
+    /// state than the one that was read ahead.
+    void forget() {
+        freshness.end();
+        kept.forget();
+    }
 
     /// A query is about to start that no reference asked for.
     void noteQuery() {
@@ -69,13 +135,20 @@ private:
         std::size_t faults = 0;
         std::size_t inherited = 0;  // of these, taken over from the group before
         std::size_t answered = 0;   // of these, followed by reading ahead
+        std::uint64_t loading = 0;  // that it was made in
+        ReadMoment when;            // its members were read
         std::vector<unsigned long> members;
     };
     class LoadingScope;
 
-    void deliver(std::uint64_t& token, Instance* instance);
+    void deliver(Reading& reading, Instance* instance);
+    static void deliverAhead(Model* model, Instance* instance);
+    bool handOutFresh(Instance* instance);
     std::size_t wantedAhead(std::uint64_t token);
     Group* groupOf(const Instance* owner);
+    bool isFresh(const Instance* instance);
+    void noteRead();
+    void judgePartners();
     std::size_t nextBatch(Group& group) const;
     std::size_t room() const;
     std::vector<unsigned long> partnersOf(const Group& group, std::size_t most,
@@ -88,8 +161,7 @@ private:
                   ManyAssociatedInstances& ref);
     std::vector<Instance*> unreadOwners(Instance* owner, const Group& group, std::size_t most,
                                         const Association* association, const String& role);
-    bool loadTogether(Instance* owner, Group& group, Association* association,
-                      const String& role);
+    bool loadTogether(Instance* owner, Group& group, Association* association, const String& role);
     bool loadBatch(const std::vector<Instance*>& owners, Association* association,
                    const String& role);
     bool loadLinkedBatch(const std::vector<Instance*>& owners, Association* association,
@@ -105,10 +177,20 @@ private:
     Model* model;
     std::array<Group, 64> groups;  // the latest; a group's place is its id modulo the size
     std::uint32_t lastGroup = 0;
-    bool loading = false;
 
-    KeptCollections kept;
+    bool loading = false;  // for a reference
+    bool readingAhead = false;
+    bool sawNewer = false;       // in the loading under way
+    int driverCalls = 0;         // within each other
+    std::uint64_t loadings = 0;  // until now
+    ReadMoment loadingBegan;     // the one under way
+
+    Freshness freshness;
+    KeptCollections kept{freshness};
     Pause partnersPause;
+    ReadMoment partnersRead;         // latest
+    std::size_t partnersLoaded = 0;  // and not judged yet
+    std::size_t partnersUsed = 0;
     std::size_t membersLoaded = 0;  // to estimate how large a collection is
     std::size_t ownersLoaded = 0;
 };

@@ -17,6 +17,7 @@
 
 #include "core/RaisedErrors.h"
 #include "object/ListenerList.h"
+#include "session/SiblingLoader.h"
 #include "session/TransactionManager.h"
 
 namespace Kes {
@@ -100,6 +101,7 @@ TransactionManager::Stored TransactionManager::readStored(Instance* reading,
     const HandlerWatch handler;
     String failure;
     try {
+        const SiblingLoader::DriverScope asking(model);
         if (model->driver->refresh(reading))
             return Stored::Unknown;  // nothing stored has that version: it was raised
         const DBDriverStatus* status = model->driver->getStatus();
@@ -167,6 +169,7 @@ bool TransactionManager::reread(Instance* instance) {
         instance->version = UnknownVersion;
         const ErrorSilence silence;
         model->keepFailure(model->failures);
+        const SiblingLoader::DriverScope asking(model);
         model->driver->refresh(instance);
     } catch (...) {
         instance->version = UnknownVersion;

@@ -20,6 +20,7 @@ void TransactionManager::recordLink(Action::Kind kind, Instance* first, const St
     action.firstIsOne = firstRole == association->getOneRole();
     first->setFlag(Instance::Linked, true);
     second->setFlag(Instance::Linked, true);
+    second->setFlag(Instance::Ahead, false);
 }
 
 void TransactionManager::noteUnchangedLink(const Instance* first, const Instance* second) {

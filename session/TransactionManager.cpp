@@ -14,7 +14,9 @@
 #include "core/FatalEnd.h"
 #include "core/RaisedErrors.h"
 #include "object/ListenerList.h"
+#include "session/CommitCount.h"
 #include "session/ObjectCache.h"
+#include "session/SiblingLoader.h"
 
 namespace Kes {
 
@@ -47,6 +49,7 @@ Action& TransactionManager::record(Action::Kind kind, Instance* first) {
     Action action{};
     action.kind = kind;
     action.first = first;
+    first->setFlag(Instance::Ahead, false);
     if (!turning)
         history.noteStep();
     pending.push_back(action);
@@ -158,7 +161,14 @@ void TransactionManager::commit() {
     try {
         if (applyAll(failure)) {
             outcome = prepareOutcome();
-            isStored = succeeds([&] { return model->driver->commit(); }, failure);
+            const auto complete = [&] {
+                const SiblingLoader::DriverScope asking(model);
+                std::optional<CommitCount::Scope> counted;
+                if (!pending.empty())
+                    counted.emplace();
+                return model->driver->commit();
+            };
+            isStored = succeeds(complete, failure);
         }
     } catch (...) {
         takeBack();  // what fails there comes second
@@ -188,6 +198,7 @@ void TransactionManager::giveUp(String failure, const std::exception_ptr& told) 
 bool TransactionManager::applyAll(String& failure) {
     if (hasRefused(failure))
         return false;
+    const SiblingLoader::DriverScope asking(model);
     for (Action& action : pending)
         if (!apply(action, failure))
             return false;
@@ -244,7 +255,11 @@ void TransactionManager::rollback() {
 // rows of their own raise no version, so their collections are read again.
 std::exception_ptr TransactionManager::takeBack(bool mayBeStored) {
     String failure;
-    if (!succeeds([&] { return model->driver->rollback(); }, failure)) {
+    const auto complete = [&] {
+        const SiblingLoader::DriverScope asking(model);
+        return model->driver->rollback();
+    };
+    if (!succeeds(complete, failure)) {
         if (failure.size() == 0)
             failure = model->driver->getErrorMessage();
         refused.clear();

@@ -135,14 +135,16 @@ private:
     friend class TransactionManager;
 
     // Linked: a link of this instance is pending. Raised: the commit under way
-    // has raised its version for a link. Gone: the removal was committed.
+    // has raised its version for a link. Gone: the removal was committed. Ahead:
+    // read ahead for a sibling, and the application has not had it yet.
     enum Flag : std::uint32_t {
         Removed = 1,
         Visited = 2,
         InTransaction = 4,
         Linked = 8,
         Raised = 16,
-        Gone = 32
+        Gone = 32,
+        Ahead = 128
     };
 
     bool flag(Flag which) const { return (flags & which) != 0; }

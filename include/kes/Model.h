@@ -263,6 +263,7 @@ private:
     bool isUsable(const Instance* instance, const char* operation, const char* verb) const;
 
     // What Instance needs beyond the public operations.
+    void forgetReadAhead();
     void loadPartner(Instance* owner, OneAssociatedInstance& ref, Association* association,
                      const String& role);
     void loadPartners(Instance* owner, ManyAssociatedInstances& ref, Association* association,

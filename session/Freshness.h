@@ -1,0 +1,46 @@
+// How long what was read ahead stands for what would be read now.
+//
+// It must not be older than anything that the application may know of. So it
+// ends with every other statement for the application and at each border of a
+// transaction, with the end of any commit in this process, and when a read that
+// a reference asked for shows a newer state. Of the commits of other processes
+// nothing is heard here: a program that learns of one over another channel may
+// be handed a state that is as old as Lifetime.
+
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "session/CommitCount.h"
+
+namespace Kes {
+
+/// When something was read.
+struct ReadMoment {
+    std::uint64_t era = 0;  // 0: it was not read ahead, and stands for nothing
+    std::uint64_t commits = 0;
+    std::chrono::steady_clock::time_point when;
+};
+
+class Freshness {
+public:
+    static constexpr std::chrono::milliseconds Lifetime{100};
+
+    ReadMoment now() const { return {era, CommitCount::finished(), Clock::now()}; }
+
+    bool holds(const ReadMoment& moment) const {
+        return moment.era == era && moment.commits == CommitCount::finished() &&
+               Clock::now() - moment.when <= Lifetime;
+    }
+
+    /// Nothing that was read until now holds any more.
+    void end() { ++era; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::uint64_t era = 1;
+};
+
+}  // namespace Kes
