@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <memory>
 #include <set>
 #include <sstream>
 
@@ -35,6 +36,41 @@ TEST_F(CursorTest, DeliversItsRowsOnceWhileTheLoopAddsAndCommits) {
     }
 
     EXPECT_EQ(100, count);
+}
+
+// A driver keeps the statements of so many shapes of queries, and then drops them.
+TEST_F(CursorTest, DeliversAllRowsWhileStatementsOfOtherQueriesGo) {
+    constexpr int more = 1000;
+    constexpr int kept = 500;
+    model.startTransaction();
+    for (int i = 0; i < more; ++i)
+        model.newPerson("more", -1);
+    model.commit();
+    const auto query = [&](int shape) {
+        SelectionOf<Person> people(model.personClass);
+        const Attribute age = people["age"];
+        std::unique_ptr<Condition> all((age > 1000).getNew());
+        for (; shape != 0; shape /= 4)
+            all.reset((shape % 4 == 0   ? *all & (age > 1000)
+                       : shape % 4 == 1 ? *all & (age >= 1000)
+                       : shape % 4 == 2 ? *all & (age < 1000)
+                                        : *all & (age != 1000))
+                          .getNew());
+        people.where(*all);
+        people.next();
+    };
+    for (int shape = 0; shape < kept - 5; ++shape)
+        query(shape);
+    int count = 0;
+
+    for (int shape = kept - 5; shape < kept + 5; ++shape) {
+        SelectionOf<Person> people(model.personClass);
+        people.next();
+        query(shape);
+        for (count = 1; people.next(); ++count)
+            continue;
+        ASSERT_EQ(100 + more, count) << shape;
+    }
 }
 
 TEST_F(CursorTest, DeliversRowsThatTheLoopRemoves) {
