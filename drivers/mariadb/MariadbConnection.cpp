@@ -17,7 +17,6 @@ namespace {
 
 constexpr unsigned long OldestServer = 100600;  // as the client library counts versions
 constexpr int MostTriesForIds = 100;
-constexpr int MostTriesToEnd = 3;
 
 // Ways to authenticate that do not let the server know the password.
 constexpr const char* ProofsOfPassword =
@@ -52,6 +51,14 @@ std::string sessionSettings(const MariadbSettings& settings) {
            quoted(isolation) + ", innodb_lock_wait_timeout = " + patience +
            ", lock_wait_timeout = " + patience +
            ", max_statement_time = " + std::to_string(settings.statementTimeout) + " / 1000";
+}
+
+// Of an option that keeps secrets, or texts, from harm.
+void demand(int result) {
+    if (result != 0)
+        throw SqlFailure(
+            "the client library is too old or too new for this driver: it does not "
+            "know an option that is needed; install MariaDB Connector/C 3.3");
 }
 
 void setUpLibrary() {
@@ -91,6 +98,8 @@ void MariadbConnection::connect() {
 // False when another host may do better.
 bool MariadbConnection::connectTo(const MariadbHost& host, std::string& words) {
     handle = mysql_init(nullptr);
+    if (handle == nullptr)
+        throw SqlFailure("the client library cannot begin; there is too little memory");
     setOptions();
     const bool isSocket = !host.socket.empty();
     const bool isThere = mysql_real_connect(
@@ -118,29 +127,29 @@ void MariadbConnection::setOptions() {
         mysql_options(handle, MYSQL_OPT_READ_TIMEOUT, &networkTimeout);
         mysql_options(handle, MYSQL_OPT_WRITE_TIMEOUT, &networkTimeout);
     }
-    mysql_options(handle, MYSQL_SET_CHARSET_NAME, "utf8mb4");
+    demand(mysql_options(handle, MYSQL_SET_CHARSET_NAME, "utf8mb4"));
 
     // A server must not be able to ask for the program's files.
     const unsigned no = 0;
-    mysql_options(handle, MYSQL_OPT_LOCAL_INFILE, &no);
+    demand(mysql_options(handle, MYSQL_OPT_LOCAL_INFILE, &no));
     // A server that has not proved who it is must not be able to ask for the password
     // itself, in clear or for a key of its own.
     if (settings.tls != "verify")
-        mysql_options(handle, MARIADB_OPT_RESTRICTED_AUTH, ProofsOfPassword);
+        demand(mysql_options(handle, MARIADB_OPT_RESTRICTED_AUTH, ProofsOfPassword));
     if (settings.tls == "off")
         return;
     const my_bool yes = 1;
     const auto file = [](const std::string& name) { return name.empty() ? nullptr : name.c_str(); };
     mysql_ssl_set(handle, file(settings.tlsKey), file(settings.tlsCert), file(settings.tlsCa),
                   nullptr, nullptr);
-    mysql_options(handle, MYSQL_OPT_SSL_ENFORCE, &yes);
+    demand(mysql_options(handle, MYSQL_OPT_SSL_ENFORCE, &yes));
     const my_bool verify = settings.tls == "verify" ? 1 : 0;
-    mysql_options(handle, MYSQL_OPT_SSL_VERIFY_SERVER_CERT, &verify);
+    demand(mysql_options(handle, MYSQL_OPT_SSL_VERIFY_SERVER_CERT, &verify));
 
     // The client library goes on without where the server offers none, unless a
     // certificate is asked for; an empty finger-print asks for any.
     if (verify == 0)
-        mysql_options(handle, MARIADB_OPT_TLS_PEER_FP, "");
+        demand(mysql_options(handle, MARIADB_OPT_TLS_PEER_FP, ""));
 }
 
 void MariadbConnection::checkServer() {
@@ -241,13 +250,6 @@ void MariadbConnection::makeWay(MariadbStatement* user) {
     checkUse();
 }
 
-void MariadbConnection::checkUse() const {
-    if (lost.has_value())
-        throw SqlFailure(*lost);
-    if (isGone && failed.has_value())
-        throw SqlFailure(*failed);
-}
-
 void MariadbConnection::makeWayToWrite(MariadbStatement* user) {
     if (failed.has_value())
         throw SqlFailure(*failed);
@@ -257,143 +259,6 @@ void MariadbConnection::makeWayToWrite(MariadbStatement* user) {
 void MariadbConnection::settle() {
     if (posting != nullptr)
         posting->sendPosts();
-}
-
-void MariadbConnection::fail() {
-    fail(mysql_errno(handle), mysql_error(handle));
-}
-
-// Of an error among rows only the connection knows.
-void MariadbConnection::fail(st_mysql_stmt* statement) {
-    const unsigned code = mysql_stmt_errno(statement);
-    if (code == 0)
-        fail();
-    fail(code, mysql_stmt_error(statement));
-}
-
-void MariadbConnection::fail(unsigned code, const std::string& words) {
-    const SqlFailure failure(explain(code, words), kindOf(code));
-    note(failure, code);
-    throw SqlFailure(lost.has_value() ? *lost : failure);
-}
-
-// After a conflict the transaction is gone, and what is sent next would take
-// effect by itself. After a timeout it is still there, with half of the work.
-void MariadbConnection::note(const SqlFailure& failure, unsigned code) {
-    switch (faultOf(code)) {
-    case MariadbFault::Statement: isInDoubt = inside; return;
-    case MariadbFault::Conflict:
-    case MariadbFault::Timeout:
-        noteFailure(failure);
-        isGone = inside;
-        if (inside)
-            endAtServer();
-        return;
-    case MariadbFault::CutOff:
-    case MariadbFault::Lost: lose(failure.what());
-    }
-}
-
-void MariadbConnection::lose(const std::string& words) {
-    streaming = nullptr;
-    lost.emplace("the connection to the server is lost: " + words +
-                     (inside ? "; the transaction was not committed" : "") +
-                     "; close and open again",
-                 FailureKind::LostConnection);
-    inside = false;
-    isInDoubt = false;
-}
-
-bool MariadbConnection::isOpenAtServer() const {
-    return (handle->server_status & SERVER_STATUS_IN_TRANS) != 0;
-}
-
-void MariadbConnection::noteEnd() {
-    if (!inside || isGone || isDivided || isOpenAtServer())
-        return;
-    noteFailure(SqlFailure(
-        "the server has ended the transaction without a word, perhaps because somebody else came "
-        "first: roll back and try again",
-        FailureKind::Conflict));
-    isGone = true;
-    endAtServer();
-}
-
-void MariadbConnection::checkTransaction() {
-    noteEnd();
-    checkUse();
-}
-
-void MariadbConnection::askForTransaction() {
-    if (mysql_ping(handle) != 0)
-        fail();
-    noteEnd();
-}
-
-// A transaction that stayed open would be committed by the begin of the next. A node
-// of a cluster may answer the first ROLLBACK with the conflict that ended it.
-void MariadbConnection::endAtServer() {
-    std::string words = "it does not roll back";
-    for (int tries = 0; tries < MostTriesToEnd; ++tries) {
-        if (sendUnchecked("ROLLBACK") && !isOpenAtServer())
-            return;
-        const unsigned code = mysql_errno(handle);
-        if (code == 0)
-            continue;
-        words = explain(code, mysql_error(handle));
-        const MariadbFault fault = faultOf(code);
-        if (fault == MariadbFault::Lost || fault == MariadbFault::CutOff)
-            break;
-    }
-    lose(words);
-}
-
-void MariadbConnection::noteEndOfRows() noexcept {
-    const unsigned code = mysql_errno(handle);
-    if (code != 0)
-        note(SqlFailure(explain(code, mysql_error(handle)), kindOf(code)), code);
-    else
-        noteEnd();
-}
-
-void MariadbConnection::readStatusBehindRows() {
-    constexpr unsigned char EndOfRows = 254;
-    const unsigned char* packet = handle->net.read_pos;
-    if (packet != nullptr && packet[0] == EndOfRows)
-        handle->server_status = packet[3] | static_cast<unsigned>(packet[4]) << 8;
-    checkTransaction();
-}
-
-void MariadbConnection::noteFailure(const SqlFailure& cause) {
-    if (inside && !failed.has_value())
-        failed.emplace(std::string("the transaction cannot be committed: ") + cause.what(),
-                       cause.kind);
-}
-
-// Right behind the begin of the transaction the mark costs nothing.
-void MariadbConnection::mark() {
-    isMarked = isUsed;
-    if (isMarked)
-        send("SAVEPOINT kes");
-}
-
-bool MariadbConnection::backToMark() {
-    if (lost.has_value() || isGone || !inside)
-        return false;
-    const bool isBack = isMarked ? sendUnchecked("ROLLBACK TO SAVEPOINT kes")
-                                 : sendUnchecked("ROLLBACK") && sendUnchecked("START TRANSACTION");
-    isInDoubt = false;
-    return isBack && isOpenAtServer();
-}
-
-void MariadbConnection::begin() {
-    makeWay(nullptr);
-    send("START TRANSACTION");
-    inside = true;
-    isUsed = false;
-    isInDoubt = false;
-    isDivided = false;
-    checkTransaction();
 }
 
 void MariadbConnection::beginSchema() {
@@ -420,49 +285,6 @@ void MariadbConnection::releaseSchemaLock() {
 void MariadbConnection::endSchema() {
     if (std::exchange(isSchema, false) && !lost.has_value())
         releaseSchemaLock();
-}
-
-void MariadbConnection::commit() {
-    makeWayToWrite(nullptr);
-    checkTransaction();
-    if (!sendUnchecked("COMMIT"))
-        failCommit();
-    inside = false;
-    endSchema();
-}
-
-// A COMMIT that was not sent, or refused, is no commit. Of any other that failed
-// nobody knows.
-void MariadbConnection::failCommit() {
-    const unsigned code = mysql_errno(handle);
-    if (isRefusedCommit(code))
-        fail();
-    const std::string words = explain(code, mysql_error(handle));
-    inside = false;
-    lost.emplace(
-        "the connection to the server is lost, and it is not known whether an earlier transaction "
-        "is stored; close, open again and look",
-        FailureKind::LostConnection);
-    throw SqlFailure(
-        std::string("it is not known whether the transaction is stored, because ") +
-            (isWithoutAnswer(code) ? "the connection broke while the server committed it: "
-                                   : "the server failed while it committed it: ") +
-            words + "; close, open again and look",
-        FailureKind::UnknownOutcome);
-}
-
-void MariadbConnection::rollback() {
-    if (posting != nullptr)
-        posting->dropPosts();
-    const bool isOpen = inside && !isGone && !lost.has_value();
-    inside = false;
-    isGone = false;
-    failed.reset();
-    if (isOpen && streaming != nullptr)
-        streaming->stepAside();
-    if (isOpen && !lost.has_value())
-        endAtServer();
-    endSchema();
 }
 
 // A parked connection may have broken while nobody used it.

@@ -221,8 +221,8 @@ bool MariadbStatement::step() {
         execute(parameters);
         isRunning = true;
         if (!fields.empty()) {
-            bindResult();
             connection.streaming = this;
+            bindResult();
         }
     }
     if (kept != nullptr)
@@ -271,7 +271,8 @@ void MariadbStatement::bindResult() {
             target.buffer_length = static_cast<unsigned long>(field.data.size() - 1);
         }
     }
-    mysql_stmt_bind_result(handle, binds.data());
+    if (mysql_stmt_bind_result(handle, binds.data()) != 0)
+        connection.fail(handle);
 }
 
 // False at the end, at which the wire is free again.

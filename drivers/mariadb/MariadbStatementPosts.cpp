@@ -139,9 +139,9 @@ long MariadbStatement::sendArrays() {
     posts.bind(binds);
     auto count = static_cast<unsigned>(posts.count());
     const auto begun = MariadbConnection::Clock::now();
-    mysql_stmt_attr_set(handle, STMT_ATTR_ARRAY_SIZE, &count);
-    const bool done =
-        mysql_stmt_bind_param(handle, binds.data()) == 0 && mysql_stmt_execute(handle) == 0;
+    const bool done = mysql_stmt_attr_set(handle, STMT_ATTR_ARRAY_SIZE, &count) == 0 &&
+                      mysql_stmt_bind_param(handle, binds.data()) == 0 &&
+                      mysql_stmt_execute(handle) == 0;
     if (connection.isTraced())
         connection.write(expanded(sql, posts, 0, posts.count()), begun);
     count = 0;
