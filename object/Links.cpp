@@ -128,13 +128,12 @@ void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
     }
     visit(itsPartner);
     known = known || (unchanged && !ref.isFetched());
-    const String& otherRole = association->getAssociatedRole(role);
-    if (add)
-        model->add(instance, role, itsPartner, otherRole, association);
-    else
-        model->remove(instance, role, itsPartner, otherRole, association);
+    model->link(add, instance, role, itsPartner, association->getAssociatedRole(role),
+                association);
     if (known)
         model->noteUnchangedLink(instance, itsPartner);
+    else if (!ref.isFetched() && !seen)
+        model->noteUnsureLink(instance, itsPartner);
 }
 
 void LinkHandler::visit(Instance* itsPartner) {
@@ -146,11 +145,24 @@ bool LinkHandler::isOpposite(const String& name, const String& itsRole) const {
     return name == association->getName() && itsRole != role;
 }
 
+// A partner that has somebody else, or that is taken from somebody whom it does
+// not have: what is going to be stored is not what memory shows after that.
+bool LinkHandler::leadsElsewhere(OneAssociatedInstance& ref) const {
+    const Instance* held = ref.isFetched() ? ref.getInstance() : nullptr;
+    const unsigned long id =
+        !ref.isFetched() ? ref.getObjectID() : held != nullptr ? held->getObjectID() : 0;
+    return id != instance->getObjectID() && (mode == Remove || id != 0);
+}
+
 void LinkHandler::handleOneAssociated(const String& name, const String& itsRole,
                                       OneAssociatedInstance* ref, Association::ConsistencyRule) {
     if (!isOpposite(name, itsRole))
         return;
-    partner->getClass()->getModel()->rememberReference(partner, *ref, association, itsRole);
+    Model* model = partner->getClass()->getModel();
+    seen = true;
+    if (leadsElsewhere(*ref))
+        model->noteContestedLink();
+    model->rememberReference(partner, *ref, association, itsRole);
     ref->setInstance(mode == Add ? instance : nullptr);
     ref->setObjectID(mode == Add ? instance->getObjectID() : 0);
     ref->setFetched(true);
@@ -160,6 +172,7 @@ void LinkHandler::handleManyAssociated(const String& name, const String& itsRole
                                        ManyAssociatedInstances* ref) {
     if (!isOpposite(name, itsRole) || !ref->isFetched())
         return;
+    seen = true;
     const bool add = mode == Add;
     if (ref->contains(instance) == add) {
         unchanged = true;
@@ -215,9 +228,9 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
         LinkHandler(this, association, end.getRole(), LinkHandler::Remove).visit(old);
     if (partner != nullptr) {
         LinkHandler(this, association, end.getRole(), LinkHandler::Add).visit(partner);
-        model->add(this, end.getRole(), partner, end.getOtherRole(), association);
+        model->link(true, this, end.getRole(), partner, end.getOtherRole(), association);
     } else if (old != nullptr) {
-        model->remove(this, end.getRole(), old, end.getOtherRole(), association);
+        model->link(false, this, end.getRole(), old, end.getOtherRole(), association);
     }
 }
 

@@ -83,6 +83,7 @@ public:
 
 private:
     bool isOpposite(const String& name, const String& itsRole) const;
+    bool leadsElsewhere(OneAssociatedInstance& ref) const;
 
     Instance* instance;
     Instance* partner = nullptr;
@@ -90,6 +91,7 @@ private:
     const String& role;
     Mode mode;
     bool unchanged = false;  // the partner's collection showed the outcome already
+    bool seen = false;       // the partner's side shows the link, or that it is none
 };
 
 }  // namespace Kes

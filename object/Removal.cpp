@@ -53,8 +53,8 @@ public:
         found.dissolves = cascade || otherIsMany;
 
         // The database empties what the members refer with; only an undo asks
-        // who they were.
-        if (found.dissolves || model->keepsHistory())
+        // who they were, and only where the driver does not tell.
+        if (found.dissolves || model->mustKnowReferrers())
             references.push_back(found);
     }
 

@@ -1,4 +1,5 @@
 #include <kes/DBDriver.h>
+#include <kes/EmptiedReferences.h>
 #include <kes/Failure.h>
 #include <kes/LinkReader.h>
 
@@ -7,6 +8,8 @@ namespace Kes {
 SelectionDefinition::~SelectionDefinition() = default;
 DBDriverSelection::~DBDriverSelection() = default;
 DBDriver::~DBDriver() = default;
+EmptiedListener::~EmptiedListener() = default;
+EmptyingDriver::~EmptyingDriver() = default;
 LinkReader::~LinkReader() = default;
 FailureReporter::~FailureReporter() = default;
 

@@ -10,6 +10,7 @@ void History::start() {
     if (undoList.empty() || undoList.front().isUsed)
         open(true);
     undoList.front().started = true;
+    undoList.front().isVoid = false;
 }
 
 void History::open(bool started) {
@@ -29,6 +30,7 @@ void History::noteStep() {
         open(false);
     }
     undoList.front().isUsed = true;
+    undoList.front().isVoid = false;
 }
 
 void History::dropNoted() noexcept {
@@ -42,6 +44,17 @@ void History::keep(Draft& done) noexcept {
         newest.commits.splice(newest.commits.end(), done.commit);
     }
     dropNoted();
+}
+
+void History::rollBack() noexcept {
+    dropNoted();
+    if (!undoList.empty())
+        undoList.front().isVoid = undoList.front().commits.empty();
+}
+
+void History::dropVoid() noexcept {
+    if (undoList.size() > 1 && undoList.front().isVoid)
+        undoList.pop_front();
 }
 
 void History::turn(Direction direction, Draft& reversed) noexcept {

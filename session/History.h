@@ -30,7 +30,7 @@ struct Step {
 
     Kind kind;
     bool firstIsOne = false;  // of references: the object plays the first role
-    bool dangles = false;     // of Pointed: memory still shows the removed partner
+    bool isTold = false;      // by the driver, of a row that the commit wrote besides
     unsigned long id = 0;
     Class* cls = nullptr;                // the object's
     Association* association = nullptr;  // of references
@@ -56,6 +56,7 @@ public:
         std::list<CommittedSteps> commits;
         bool isUsed = false;  // holds, or waits for, a step
         bool started = true;  // by startTransaction
+        bool isVoid = false;  // what it was opened for was rolled back
     };
 
     /// What a commit is going to leave, with all the memory that takes. It is
@@ -79,8 +80,13 @@ public:
 
     /// The changes that were noted are not going to be committed.
     void dropNoted() noexcept;
+    void rollBack() noexcept;
 
     void keep(Draft& done) noexcept;
+
+    /// The place of a transaction that was rolled back is nothing to undo. It
+    /// goes where there is an older one.
+    void dropVoid() noexcept;
 
     /// The newest record of that direction was worked off; `reversed` turns it
     /// round again.

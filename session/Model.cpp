@@ -129,6 +129,7 @@ void Model::open(const String& openDriverName, const String& openSource, const S
         return;
     if (trace != nullptr)
         driver->traceSQLTo(*trace);
+    transactions->listenTo(driver);
     if (driver->getVersion(name, "MODEL") < version)
         synchronise();
 }
@@ -264,6 +265,7 @@ void Model::close() {
     transactions->close();
     keepFailure(failures);
     std::unique_ptr<DBDriver> closed(driver);
+    transactions->stopListening(driver);
     driver = nullptr;
     failures = nullptr;
 

@@ -156,15 +156,22 @@ void Model::remove(Instance* instance) {
 
 void Model::add(Instance* first, const String& firstRole, Instance* second,
                 const String& secondRole, Association* association) {
-    if (isUsable(first, "Model::add", "linked") && isUsable(second, "Model::add", "linked"))
-        recordLink(true, first, firstRole, second, secondRole, association);
+    noteContestedLink();
+    link(true, first, firstRole, second, secondRole, association);
 }
 
 void Model::remove(Instance* first, const String& firstRole, Instance* second,
                    const String& secondRole, Association* association) {
-    if (isUsable(first, "Model::remove", "unlinked") &&
-        isUsable(second, "Model::remove", "unlinked"))
-        recordLink(false, first, firstRole, second, secondRole, association);
+    noteContestedLink();
+    link(false, first, firstRole, second, secondRole, association);
+}
+
+void Model::link(bool made, Instance* first, const String& firstRole, Instance* second,
+                 const String& secondRole, Association* association) {
+    const char* operation = made ? "Model::add" : "Model::remove";
+    const char* verb = made ? "linked" : "unlinked";
+    if (isUsable(first, operation, verb) && isUsable(second, operation, verb))
+        recordLink(made, first, firstRole, second, secondRole, association);
 }
 
 void Model::recordLink(bool made, Instance* first, const String& firstRole, Instance* second,
@@ -297,8 +304,18 @@ void Model::noteUnchangedLink(const Instance* first, const Instance* second) {
     transactions->noteUnchangedLink(first, second);
 }
 
-bool Model::keepsHistory() const {
-    return transactions->history.isKept();
+void Model::noteUnsureLink(const Instance* first, const Instance* second) {
+    transactions->noteUnsureLink(first, second);
+}
+
+// Memory's references will have to be compared with what is going to be stored.
+void Model::noteContestedLink() {
+    transactions->contested = true;
+}
+
+// Whom a removal concerns is needed to take it back. Most drivers tell.
+bool Model::mustKnowReferrers() const {
+    return transactions->history.isKept() && !transactions->hearsOfEmptied;
 }
 
 void Model::forgetReadAhead() {

@@ -135,7 +135,7 @@ void Replay::check(const Step& step) {
         return checkPending(step, object);
     Instance* stored = isKnown ? readStored(step.id, step.cls) : object;
     if (stored == nullptr || stored->getVersion() != object->getVersion() ||
-        digestFields(stored) != step.digest)
+        (!step.isTold && digestFields(stored) != step.digest))
         throw Conflict{};
     if (step.kind != Step::Pointed)
         return;
@@ -147,12 +147,12 @@ void Replay::check(const Step& step) {
 // What this reversal, or the application without a transaction, has changed
 // already is compared in memory.
 void Replay::checkPending(const Step& step, Instance* object) const {
-    if (digestFields(object) != step.digest)
+    if (!step.isTold && digestFields(object) != step.digest)
         throw Conflict{};
     if (step.kind != Step::Pointed)
         return;
     OneAssociatedInstance* ref = oneReference(step, object);
-    if (ref == nullptr || (partnerOf(ref) != step.after && !step.dangles))
+    if (ref == nullptr || partnerOf(ref) != step.after)
         throw Conflict{};
 }
 
@@ -264,7 +264,7 @@ void Replay::unpair(const Step& step) {
 void Replay::point(const Step& step) {
     Instance* object = find(step.id, step.cls);
     OneAssociatedInstance* ref = oneReference(step, object);
-    if (partnerOf(ref) == step.other && !step.dangles)
+    if (partnerOf(ref) == step.other)
         return;
     object->set(*ref, step.other != 0 ? findEnd(step.other, partnerClass(step)) : nullptr);
 }

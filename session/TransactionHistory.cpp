@@ -7,6 +7,7 @@
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
 
+#include "session/LinkOutcome.h"
 #include "session/ObjectCache.h"
 #include "session/Replay.h"
 #include "session/TransactionManager.h"
@@ -30,7 +31,9 @@ bool isManyToMany(const Association* association) {
 // led there.
 class TransactionManager::StepWriter {
 public:
-    explicit StepWriter(const TransactionManager& source) : manager(source) {}
+    StepWriter(const TransactionManager& source, const LinkOutcome& stored)
+        : manager(source),
+          outcome(stored) {}
 
     std::vector<Step> write() {
         steps.reserve(manager.pending.size());
@@ -56,13 +59,7 @@ private:
         return steps.back();
     }
 
-    // Added by this commit, or never stored at all.
-    bool isNew(const Instance* object) const {
-        if (object->pending == 0)
-            return false;
-        const Action::Kind kind = manager.pending[object->pending - 1].kind;
-        return kind == Action::Add || kind == Action::Dropped;
-    }
+    bool isNew(const Instance* object) const { return manager.isNew(object); }
 
     void write(const Action& action) {
         switch (action.kind) {
@@ -112,22 +109,15 @@ private:
         if (isNew(entry.owner))
             return;
         const unsigned long before = partnerBefore(entry);
-        auto* ref = static_cast<OneAssociatedInstance*>(entry.ref);
-        const Instance* held = inMemory(ref->isFetched(), ref->getInstance(), ref->getObjectID());
-        const bool dangles = held != nullptr && held->isRemoved();
-        unsigned long after = ref->isFetched() ? 0 : ref->getObjectID();
-        if (entry.owner->isRemoved() || dangles)
-            after = 0;
-        else if (held != nullptr)
-            after = held->getObjectID();
-        if (before == after && !dangles)
+        const unsigned long after =
+            entry.owner->isRemoved() ? 0 : outcome.partnerOf(entry);
+        if (before == after)
             return;
         Step& step = add(Step::Pointed, entry.owner);
         step.association = const_cast<Association*>(entry.association);
         step.firstIsOne = entry.ownerIsOne;
         step.other = before;
         step.after = after;
-        step.dangles = dangles;
     }
 
     // A partner that an earlier transaction removed was none any more, and one
@@ -144,15 +134,37 @@ private:
     }
 
     const TransactionManager& manager;
+    const LinkOutcome& outcome;
     std::vector<Step> steps;
 };
 
-TransactionManager::Outcome TransactionManager::prepareOutcome() {
-    Outcome outcome;
-    if (turning || history.newest(History::Undo) != nullptr)
-        outcome.draft.steps().steps = StepWriter(*this).write();
+// Added by this commit, or never stored at all.
+bool TransactionManager::isNew(const Instance* object) const {
+    if (object->pending == 0)
+        return false;
+    const Action::Kind kind = pending[object->pending - 1].kind;
+    return kind == Action::Add || kind == Action::Dropped;
+}
+
+bool TransactionManager::keepsSteps() const {
+    return turning || history.newest(History::Undo) != nullptr;
+}
+
+// Of a change that no action stands for.
+void TransactionManager::noteStep(const Step& step) {
+    (outcome->isPrepared ? outcome->draft.steps().steps : outcome->told).push_back(step);
+}
+
+void TransactionManager::prepareOutcome(Outcome& left) {
+    LinkOutcome stored(*this);
+    stored.compare(left);
+    if (keepsSteps()) {
+        std::vector<Step>& steps = left.draft.steps().steps;
+        steps = StepWriter(*this, stored).write();
+        steps.insert(steps.end(), left.told.begin(), left.told.end());
+    }
+    left.isPrepared = true;
     announced.reserve(announced.size() + 1);
-    return outcome;
 }
 
 // Before the listeners hear of the commit: they may ask for the history, start
@@ -175,6 +187,8 @@ void TransactionManager::turn(History::Direction direction) {
     // one is to take them back first.
     if (direction == History::Undo && !pending.empty())
         rollback();
+    if (direction == History::Undo)
+        history.dropVoid();
     bool conflict = false;
     if (replay(direction, conflict)) {
         commit();

@@ -1,13 +1,21 @@
 // The part of the transaction manager that deals with links.
 
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <set>
+
 #include <kes/Association.h>
 #include <kes/DBDriver.h>
 #include <kes/Instance.h>
+#include <kes/LinkReader.h>
 #include <kes/ManyAssociatedInstances.h>
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
+#include <kes/Selection.h>
 
 #include "object/Links.h"
+#include "session/ObjectCache.h"
 #include "session/TransactionManager.h"
 
 namespace Kes {
@@ -26,6 +34,11 @@ void TransactionManager::recordLink(Action::Kind kind, Instance* first, const St
 void TransactionManager::noteUnchangedLink(const Instance* first, const Instance* second) {
     if (!pending.empty() && pending.back().first == first && pending.back().second == second)
         pending.back().changedNothing = true;
+}
+
+void TransactionManager::noteUnsureLink(const Instance* first, const Instance* second) {
+    if (!pending.empty() && pending.back().first == first && pending.back().second == second)
+        pending.back().isUnsure = true;
 }
 
 void TransactionManager::rememberReference(Instance* owner, OneAssociatedInstance& ref,
@@ -73,19 +86,19 @@ bool TransactionManager::applyLink(Action& action) {
     Instance* first = action.first;
     Instance* second = action.second;
     action.secondVersion = second->getVersion();
-    if (isDropped(first))
-        return true;
 
     // A partner that never came to be stored leaves an empty reference.
     Action::Kind kind = action.kind;
-    if (isDropped(second))
+    if (isDropped(first) || isDropped(second))
         kind = Action::Unlink;
     Association* association = action.association;
     const String& oneRole = association->getOneRole();
     const String& firstRole = action.firstIsOne ? oneRole : association->getOtherRole();
     const String& secondRole = association->getAssociatedRole(firstRole);
     const bool holdsRow = association->getPluralityFor(firstRole) == Association::One;
-    if (isDropped(second) && !holdsRow)
+    const bool secondHoldsRow = association->getPluralityFor(secondRole) == Association::One;
+    if ((isDropped(first) && (isDropped(second) || !secondHoldsRow)) ||
+        (isDropped(second) && !holdsRow))
         return true;
     const bool linkFlag =
         holdsRow && (first->pending != 0 || first->flag(Instance::Raised));
@@ -193,6 +206,146 @@ void TransactionManager::dropMovedMembers(Instance* owner, ManyAssociatedInstanc
         rememberMember(owner, ref, member, false);
         ref.remove(member);
     }
+}
+
+void TransactionManager::listenTo(DBDriver* driver) {
+    auto* emptying = dynamic_cast<EmptyingDriver*>(driver);
+    hearsOfEmptied = emptying != nullptr && emptying->tellEmptiedTo(this);
+}
+
+void TransactionManager::stopListening(DBDriver* driver) {
+    if (hearsOfEmptied)
+        dynamic_cast<EmptyingDriver*>(driver)->tellEmptiedTo(nullptr);
+    hearsOfEmptied = false;
+}
+
+// References that the transaction has touched are worked out anyway.
+void TransactionManager::referenceEmptied(Association* association, const String& role,
+                                          unsigned long id, Class* cls, unsigned long partner,
+                                          bool isRaised) {
+    if (outcome == nullptr)
+        return;
+    RoleReader reader(association->getName(), role);
+    if (Instance* owner = model->objects->get(id)) {
+        if (isRaised) {
+            raised.push_back({owner, owner->version});
+            owner->nextVersion();
+        }
+        reader.read(owner);
+    }
+    if (reader.one != nullptr && reader.one->touched)
+        return;
+    if (reader.one != nullptr)
+        outcome->repairs.push_back({reader.one, 0});
+    if (!keepsSteps())
+        return;
+    Step step{};
+    step.kind = Step::Pointed;
+    step.isTold = true;
+    step.id = id;
+    step.cls = cls;
+    step.association = association;
+    step.firstIsOne = role == association->getOneRole();
+    step.other = partner;
+    noteStep(step);
+}
+
+// Objects that the application is going through keep their places: a collection
+// loses the one member and is not read again.
+void TransactionManager::repair(const Outcome& left) noexcept {
+    for (const Repair& each : left.repairs) {
+        each.ref->setFetched(false);
+        each.ref->setObjectID(each.partner);
+    }
+    for (const MemberRepair& each : left.memberRepairs) {
+        if (!each.belongs) {
+            each.ref->remove(each.member);
+            continue;
+        }
+        try {
+            if (!each.ref->contains(each.member))
+                each.ref->add(each.member);
+        } catch (...) {
+            each.ref->setFetched(false);
+        }
+    }
+}
+
+namespace {
+
+using Pair = std::pair<unsigned long, unsigned long>;
+
+// Of the many-to-many association, by whether the pairs' first ids play its first
+// role.
+struct Asked {
+    std::vector<unsigned long> owners;
+    std::set<Pair> stored;
+    bool isKnown = false;
+};
+
+}  // namespace
+
+// To take back what dissolved a link that was not there is to do nothing. Where
+// no collection in memory told, the driver does, and tells it of many at once.
+void TransactionManager::askForUnsureLinks() {
+    using Key = std::pair<Association*, bool>;
+    std::map<Key, Asked> asked;
+    if (!keepsSteps())
+        return;
+    for (const Action& action : pending)
+        if (action.isUnsure && action.kind == Action::Unlink && !isNew(action.first) &&
+            !isNew(action.second))
+            asked[{action.association, action.firstIsOne}].owners.push_back(
+                action.first->getObjectID());
+    if (asked.empty())
+        return;
+    for (auto& [key, each] : asked) {
+        std::sort(each.owners.begin(), each.owners.end());
+        each.owners.erase(std::unique(each.owners.begin(), each.owners.end()), each.owners.end());
+        const String& role = key.second ? key.first->getOneRole() : key.first->getOtherRole();
+        std::vector<StoredLink> found;
+        constexpr std::size_t most = 100000;
+        auto* reader = dynamic_cast<LinkReader*>(model->driver);
+        each.isKnown = reader != nullptr &&
+                       reader->readLinks(key.first, role, each.owners, most, found);
+        for (const StoredLink& link : found)
+            each.stored.emplace(link.owner, link.member);
+    }
+    for (Action& action : pending) {
+        const auto known = action.second != nullptr
+                               ? asked.find({action.association, action.firstIsOne})
+                               : asked.end();
+        if (known == asked.end() || !std::binary_search(known->second.owners.begin(),
+                                                        known->second.owners.end(),
+                                                        action.first->getObjectID()))
+            continue;
+        std::set<Pair>& stored = known->second.stored;
+        const Pair pair(action.first->getObjectID(), action.second->getObjectID());
+        if (action.kind == Action::Link)
+            stored.insert(pair);
+        else if (known->second.isKnown)
+            action.changedNothing = stored.erase(pair) == 0;
+        else if (action.isUnsure)
+            action.changedNothing = !isLinked(action);
+    }
+}
+
+// With a query for the one pair.
+bool TransactionManager::isLinked(const Action& action) const {
+    Association* association = action.association;
+    const String& role =
+        action.firstIsOne ? association->getOneRole() : association->getOtherRole();
+    const String& otherRole = association->getAssociatedRole(role);
+    Class* cls = association->getClassFor(otherRole);
+    auto isMember = std::make_unique<OneAssociatedCondition>(
+        new Role(cls, otherRole, association), Condition::AssociationOperator::EQUAL,
+        action.first);
+    auto isSecond = std::make_unique<AttributeCondition<unsigned long>>(
+        new Attribute(cls, "KesObjectID"), Condition::EQUAL, action.second->getObjectID());
+    Selection selection(cls);
+    selection.setCondition(
+        new CombinationCondition(isMember.release(), Condition::AND, isSecond.release()));
+    return selection.next();
 }
 
 }  // namespace Kes

@@ -156,11 +156,13 @@ bool TransactionManager::getChangedFields(const Instance* instance, FieldSet& fi
 void TransactionManager::commit() {
     const HandlerWatch handler;
     String failure;
-    std::optional<Outcome> outcome;
+    std::optional<Outcome> left;
     bool isStored = false;
     try {
+        outcome = &left.emplace();
+        askForUnsureLinks();
         if (applyAll(failure)) {
-            outcome = prepareOutcome();
+            prepareOutcome(*left);
             const auto complete = [&] {
                 const SiblingLoader::DriverScope asking(model);
                 std::optional<CommitCount::Scope> counted;
@@ -170,15 +172,18 @@ void TransactionManager::commit() {
             };
             isStored = succeeds(complete, failure);
         }
+        outcome = nullptr;
     } catch (...) {
+        outcome = nullptr;
         takeBack();  // what fails there comes second
         throw;
     }
     if (!isStored)
         return giveUp(failure, handler.getThrown());
-    settleHistory(outcome->draft);
-    finish(outcome->actions);
-    announce(outcome->actions);
+    settleHistory(left->draft);
+    repair(*left);
+    finish(left->actions);
+    announce(left->actions);
 }
 
 // `told` is what the error handler has thrown meanwhile: such a failure is known,
@@ -273,7 +278,7 @@ std::exception_ptr TransactionManager::takeBack(bool mayBeStored) {
     revert(first);
     if (mayBeStored)
         unfetchCollections();
-    history.dropNoted();
+    history.rollBack();
     forget();
     first.attempt([&] { rereadRefused(); });
     return first.get();
@@ -281,6 +286,8 @@ std::exception_ptr TransactionManager::takeBack(bool mayBeStored) {
 
 void TransactionManager::revert(FirstFailure& failure) {
     revertReferences();
+    for (auto each = raised.rbegin(); each != raised.rend(); ++each)
+        each->instance->version = each->version;
     for (auto action = pending.rbegin(); action != pending.rend(); ++action)
         failure.attempt([&] { revertAction(*action); });
 }
@@ -347,6 +354,8 @@ void TransactionManager::release() noexcept {
     images.clear();
     journal.clear();
     links.clear();
+    raised.clear();
+    contested = false;
     pinned.clear();
     turning.reset();
     updating = nullptr;
@@ -360,6 +369,8 @@ void TransactionManager::close() {
     images.clear();
     journal.clear();
     links.clear();
+    raised.clear();
+    contested = false;
     refused.clear();
     history.clear();
 }

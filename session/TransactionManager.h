@@ -14,6 +14,13 @@
 // Such an instance gets a version that nothing stored has: no driver writes it,
 // and any refresh reads it. The transaction does not commit, and its rollback
 // reads the instance again.
+//
+// What the database holds of links is what their calls say, each of its two
+// instances, and that is not always what memory shows: whoever loses a partner to
+// another one goes on to show it until the commit. So the commit works out where
+// the references lead that such calls concern, in LinkOutcome. The history gets
+// that, and references in memory that say something else become unfetched. The
+// driver tells of rows that no call names.
 
 #pragma once
 
@@ -25,6 +32,7 @@
 #include <utility>
 #include <vector>
 
+#include <kes/EmptiedReferences.h>
 #include <kes/FieldSet.h>
 #include <kes/Forward.h>
 #include <kes/String.h>
@@ -55,6 +63,7 @@ struct Action {
     bool applied = false;         // the driver has heard of it
     bool restored = false;        // of adds: the object was stored before, and removed
     bool changedNothing = false;  // of links: they were there, or gone, already
+    bool isUnsure = false;        // of links: memory could not tell
     Instance* first;
     Instance* second = nullptr;           // of links
     Association* association = nullptr;   // of links
@@ -64,7 +73,7 @@ struct Action {
     unsigned long secondVersion = 0;
 };
 
-class TransactionManager {
+class TransactionManager final : public EmptiedListener {
 public:
     explicit TransactionManager(Model* itsModel) : model(itsModel) {}
     TransactionManager(const TransactionManager&) = delete;
@@ -104,8 +113,21 @@ public:
     void recordLink(Action::Kind kind, Instance* first, const String& firstRole,
                     Instance* second, Association* association);
 
-    /// The link that was recorded last had been made, or dissolved, before.
+    /// The link that was recorded last had been made, or dissolved, before; or
+    /// nothing in memory tells.
     void noteUnchangedLink(const Instance* first, const Instance* second);
+    void noteUnsureLink(const Instance* first, const Instance* second);
+
+    /// A driver that empties references tells of them, if it can.
+    void listenTo(DBDriver* driver);
+    void stopListening(DBDriver* driver);
+    void referenceEmptied(Association* association, const String& role, unsigned long id,
+                          Class* cls, unsigned long partner, bool raised) override;
+    bool hearsOfEmptied = false;
+
+    /// A link was recorded behind which memory may show something else than what
+    /// is going to be stored.
+    bool contested = false;
 
     /// Remember what a reference holds before a link changes it. The owner
     /// plays `role` in the association.
@@ -146,6 +168,7 @@ public:
 private:
     friend class Replay;
     class StepWriter;
+    class LinkOutcome;
 
     // A reference as it was before a link changed it.
     struct Remembered {
@@ -163,10 +186,25 @@ private:
 
     using Actions = std::deque<Action>;
 
+    // A reference in memory that shows something else than what is stored.
+    struct Repair {
+        OneAssociatedInstance* ref;
+        unsigned long partner;
+    };
+    struct MemberRepair {
+        ManyAssociatedInstances* ref;
+        Instance* member;
+        bool belongs;
+    };
+
     // What a commit leaves, with the memory for it: made before the driver
     // commits, for nothing may fail behind that.
     struct Outcome {
         History::Draft draft;
+        bool isPrepared = false;
+        std::vector<Step> told;  // by the driver, before the steps are written
+        std::vector<Repair> repairs;
+        std::vector<MemberRepair> memberRepairs;
         Actions actions;
     };
 
@@ -199,7 +237,13 @@ private:
     void unfetchCollections();
     void revertAction(const Action& action);
     void restoreFields(FieldImage image, Instance* instance);
-    Outcome prepareOutcome();
+    bool keepsSteps() const;
+    void noteStep(const Step& step);
+    void prepareOutcome(Outcome& outcome);
+    void repair(const Outcome& outcome) noexcept;
+    void askForUnsureLinks();
+    bool isLinked(const Action& action) const;
+    bool isNew(const Instance* object) const;
     void settleHistory(History::Draft& draft) noexcept;
     void finish(Actions& done) noexcept;
     void forget() noexcept;
@@ -228,6 +272,16 @@ private:
         unsigned long version;  // that it was read with
     };
     std::vector<Refused> refused;
+
+    // During a commit.
+    Outcome* outcome = nullptr;
+
+    // The driver has raised their rows' versions, and so were these raised.
+    struct Raised {
+        Instance* instance;
+        unsigned long version;  // before
+    };
+    std::vector<Raised> raised;
 
     // During the driver's update.
     const Instance* updating = nullptr;

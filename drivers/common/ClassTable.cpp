@@ -154,28 +154,52 @@ std::unique_ptr<Statement> ClassTable::takeById() {
 Statement& ClassTable::update(const ColumnSet& set) {
     std::unique_ptr<Statement>& kept = updates[set];
     if (kept == nullptr) {
+        const auto has = [&](std::size_t bit) {
+            return bit / 64 < set.size() && (set[bit / 64] >> bit % 64 & 1) != 0;
+        };
         std::string assignments;
-        for (std::size_t i = 0; i < all.size(); ++i)
-            if (i / 64 < set.size() && (set[i / 64] >> i % 64 & 1) != 0)
-                assignments +=
-                    (assignments.empty() ? "" : ", ") + dialect.quote(all[i].name) + " = ?";
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            if (!has(i))
+                continue;
+            const std::string name = dialect.quote(all[i].name);
+            assignments += (assignments.empty() ? "" : ", ") + name + " = " +
+                           (has(all.size() + i) ? "NULLIF(" + name + ", ?)" : "?");
+        }
         kept = connection.prepare("UPDATE " + quotedTable + " SET " + assignments + " WHERE " +
                                   column(IdColumn) + " = ? AND " + column(VersionColumn) + " = ?");
     }
     return *kept;
 }
 
-bool ClassTable::changesUnique(const ColumnSet& set) {
+const std::vector<int>& ClassTable::unique() {
     if (!knowsUnique)
         for (const IndexPlan& index : Names::indexesOf(*this))
             if (index.unique)
                 for (const std::string& each : index.columns)
                     uniqueColumns.push_back(find(each));
     knowsUnique = true;
-    return std::any_of(uniqueColumns.begin(), uniqueColumns.end(), [&](int at) {
+    return uniqueColumns;
+}
+
+bool ClassTable::changesUnique(const ColumnSet& set) {
+    return std::any_of(unique().begin(), unique().end(), [&](int at) {
         const auto position = static_cast<std::size_t>(at);
         return position / 64 < set.size() && (set[position / 64] >> position % 64 & 1) != 0;
     });
+}
+
+ColumnSet ClassTable::movableOf(const ColumnSet& set) {
+    ColumnSet movable;
+    for (const int at : unique()) {
+        const auto position = static_cast<std::size_t>(at);
+        const bool isSet =
+            position / 64 < set.size() && (set[position / 64] >> position % 64 & 1) != 0;
+        if (!isSet || all[position].kind == FieldKind::Bool)
+            continue;
+        movable.resize(std::max(movable.size(), position / 64 + 1));
+        movable[position / 64] |= std::uint64_t{1} << position % 64;
+    }
+    return movable;
 }
 
 StatementPool& ClassTable::pool(const std::string& tail) {

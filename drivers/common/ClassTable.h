@@ -77,11 +77,18 @@ public:
     StatementPool& byId() { return idPool; }
     std::unique_ptr<Statement> takeById();
 
-    /// Sets the columns of the set; the id and the old version follow.
+    /// Sets the columns of the set; the id and the old version follow. A column
+    /// whose bit dissolvedBit() is set as well is emptied where it has the value.
     Statement& update(const ColumnSet& set);
+    int dissolvedBit(int column) const { return static_cast<int>(all.size()) + column; }
 
     /// True when some of the columns are part of a unique index.
     bool changesUnique(const ColumnSet& set);
+    bool hasUnique() { return !unique().empty(); }
+
+    /// Those of the set that are part of a unique index and of a kind of which
+    /// there are spare values; none when there are none.
+    ColumnSet movableOf(const ColumnSet& set);
 
     /// `tail` is what follows the select list and the table.
     StatementPool& pool(const std::string& tail);
@@ -94,6 +101,7 @@ private:
 
     Statement& insert(std::unique_ptr<Statement>& kept, std::size_t rows);
     std::string versionQuery() const;
+    const std::vector<int>& unique();
 
     Class* cls;
     const Dialect& dialect;

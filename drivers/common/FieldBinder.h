@@ -13,11 +13,13 @@
 
 namespace Kes::sql {
 
-/// What a link puts into a reference column.
+/// What a link does to a reference column: it puts the partner there, or, when
+/// it is dissolved, takes it away where it stands there.
 struct LinkValue {
     int column;
-    unsigned long partner;  // 0 for none
-    const Instance* check;  // the partner, when somebody may have removed it
+    unsigned long partner;     // 0 for none
+    const Instance* check;     // the partner, when somebody may have removed it
+    bool isDissolved = false;
 };
 
 /// Walks an instance and binds the wanted columns straight from its members.
@@ -35,8 +37,9 @@ public:
     void bindAll(Statement& target, const ClassTable& itsTable, Instance* instance,
                  const std::vector<LinkValue>& itsLinks, int first = 0);
 
-    /// The columns of the set, in order, one parameter each. Returns the number
-    /// of parameters.
+    /// The columns of the set, in order, one parameter each; of one that is
+    /// dissolved the partner that it may lead to. Returns the number of
+    /// parameters.
     int bindSome(Statement& target, const ClassTable& itsTable, Instance* instance,
                  const std::vector<LinkValue>& itsLinks, const ColumnSet& itsSet);
 

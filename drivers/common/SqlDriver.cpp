@@ -243,11 +243,11 @@ void SqlDriver::settleCursors() {
     settling = false;
 }
 
-void SqlDriver::flush() {
+void SqlDriver::flush(bool goesOn) {
     if (session->queue.isEmpty())
         return;
     prepareToWrite();
-    session->queue.flush();
+    session->queue.flush(goesOn);
 }
 
 void SqlDriver::beforeReading(const Class* cls) {
@@ -259,7 +259,7 @@ void SqlDriver::beforeReading(const Class* cls) {
 bool SqlDriver::commit() {
     return attempt("committing", [&] {
         requireVersions();
-        flush();
+        flush(false);
         requireTransaction();
         if (session->connection->inTransaction()) {
             if (!session->connection->keepsCursors())
@@ -432,6 +432,12 @@ bool SqlDriver::readLinks(Association* association, const String& role,
                               });
     failureKind = before;  // what fails here is told by the queries that follow
     return done && areAll;
+}
+
+bool SqlDriver::tellEmptiedTo(EmptiedListener* listener) {
+    if (session != nullptr)
+        session->queue.tellEmptiedTo(listener);
+    return session != nullptr;
 }
 
 void SqlDriver::traceSQLTo(std::ostream& stream) {

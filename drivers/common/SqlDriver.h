@@ -9,6 +9,7 @@
 #include <unordered_set>
 
 #include <kes/DBDriver.h>
+#include <kes/EmptiedReferences.h>
 #include <kes/Failure.h>
 #include <kes/LinkReader.h>
 
@@ -26,7 +27,10 @@ namespace Kes::sql {
 class SqlSelection;
 
 /// A concrete driver derives from it and says how to connect.
-class SqlDriver : public DBDriver, public LinkReader, public FailureReporter {
+class SqlDriver : public DBDriver,
+                  public EmptyingDriver,
+                  public FailureReporter,
+                  public LinkReader {
 public:
     ~SqlDriver() override;
 
@@ -63,6 +67,7 @@ public:
                    std::vector<StoredLink>& links) final;
     FailureKind getFailureKind() const final { return failureKind; }
     void forgetFailure() final { failureKind = FailureKind::None; }
+    bool tellEmptiedTo(EmptiedListener* listener) final;
 
     // --- for cursors ---
 
@@ -116,7 +121,7 @@ private:
     void noteLoss(const std::string& words, FailureKind kind);
     void settleCursors();
     void abandonCursors();
-    void flush();
+    void flush(bool goesOn = true);
     void beforeReading(const Class* cls);
     bool link(bool made, Instance* first, const String& firstRole, Instance* second,
               const String& secondRole, Association* association, bool linkFlag);

@@ -30,13 +30,37 @@ std::vector<Class*> Tables::concreteClasses(const Class* end) {
     return list;
 }
 
+// A pair lies in both rows, and the library names both ends when one of them
+// goes; so it does for what a removal takes along.
+bool Referrer::isUnnamed() const {
+    return holder != nullptr && association->getConsistencyRule() == Association::Unlink &&
+           association->getPluralityFor(association->getAssociatedRole(*role)) ==
+               Association::Many;
+}
+
+Referrer Tables::linkTable(Association* association, const String& role) const {
+    const std::string table = dialect.quote(static_cast<const char*>(association->getName()));
+    const std::string column = dialect.quote(static_cast<const char*>(role));
+    return {table,   column,  association,
+            &role,   nullptr, "DELETE FROM " + table + " WHERE " + column + " IN "};
+}
+
+Referrer Tables::referenceOf(Class* holder, Association* association, const String& role) const {
+    const std::string table = dialect.quote(static_cast<const char*>(holder->getName()));
+    const std::string column = dialect.quote(static_cast<const char*>(role));
+    const std::string version = dialect.quote("KesVersion");
+    return {table,  column, association,
+            &role,  holder, "UPDATE " + table + " SET " + column + " = NULL, " + version + " = " +
+                                version + " + 1 WHERE " + column + " IN "};
+}
+
 std::vector<Referrer> Tables::referrersOf(const Class* cls) const {
-    std::vector<Referrer> referrers;
-    std::set<const Association*> seen;
+    std::vector<Referrer> found;
+    std::set<Association*> seen;
     for (const Class* at = cls; at != nullptr; at = at->getSuperClass())
-        for (const Association* association : at->getAssociations())
+        for (Association* association : at->getAssociations())
             seen.insert(association);
-    for (const Association* association : seen) {
+    for (Association* association : seen) {
         const String* roles[] = {&association->getOneRole(), &association->getOtherRole()};
         for (const String* role : roles) {
             if (!cls->isA(association->getClassFor(*role)))
@@ -44,33 +68,21 @@ std::vector<Referrer> Tables::referrersOf(const Class* cls) const {
 
             // Objects of the class stand in columns of the opposite role.
             const String& opposite = association->getAssociatedRole(*role);
-            const std::string column = dialect.quote(static_cast<const char*>(opposite));
-            if (isManyToMany(association)) {
-                const char* table = association->getName();
-                referrers.push_back({dialect.quote(table), column, true});
-            } else if (association->getPluralityFor(opposite) == Association::One) {
-                for (const Class* holder : concreteClasses(association->getClassFor(opposite)))
-                    referrers.push_back(
-                        {dialect.quote(static_cast<const char*>(holder->getName())), column,
-                         false});
-            }
+            if (isManyToMany(association))
+                found.push_back(linkTable(association, opposite));
+            else if (association->getPluralityFor(opposite) == Association::One)
+                for (Class* holder : concreteClasses(association->getClassFor(opposite)))
+                    found.push_back(referenceOf(holder, association, opposite));
         }
     }
-    return referrers;
+    return found;
 }
 
-const std::vector<std::string>& Tables::dissolvers(const Class* cls) {
-    const auto known = dissolving.find(cls);
-    if (known != dissolving.end())
+const std::vector<Referrer>& Tables::referrers(const Class* cls) {
+    const auto known = referring.find(cls);
+    if (known != referring.end())
         return known->second;
-    std::vector<std::string> texts;
-    for (const Referrer& each : referrersOf(cls)) {
-        const std::string change = each.isLink
-                                       ? "DELETE FROM " + each.table
-                                       : "UPDATE " + each.table + " SET " + each.column + " = NULL";
-        texts.push_back(change + " WHERE " + each.column + " IN ");
-    }
-    return dissolving.emplace(cls, std::move(texts)).first->second;
+    return referring.emplace(cls, referrersOf(cls)).first->second;
 }
 
 }  // namespace Kes::sql

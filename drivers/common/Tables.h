@@ -14,7 +14,15 @@ namespace Kes::sql {
 struct Referrer {
     std::string table;   // quoted
     std::string column;  // quoted
-    bool isLink;         // a link table: rows go; otherwise the column is emptied
+    Association* association;
+    const String* role;  // the column is named by it
+    Class* holder;       // whose table it is; null for a link table, where rows go
+
+    /// Up to the list of the ids of objects that are removed.
+    std::string dissolver;
+
+    /// The library does not name the links that a removal dissolves here.
+    bool isUnnamed() const;
 };
 
 class Tables {
@@ -24,9 +32,8 @@ public:
 
     ClassTable& of(Class* cls);
 
-    /// Statements that dissolve whatever refers to objects of the class, up to
-    /// the list of the objects' ids.
-    const std::vector<std::string>& dissolvers(const Class* cls);
+    /// Whatever refers to objects of the class.
+    const std::vector<Referrer>& referrers(const Class* cls);
 
     static bool isManyToMany(const Association* association);
 
@@ -35,12 +42,14 @@ public:
 
 private:
     std::vector<Referrer> referrersOf(const Class* cls) const;
+    Referrer linkTable(Association* association, const String& role) const;
+    Referrer referenceOf(Class* holder, Association* association, const String& role) const;
 
     const Dialect& dialect;
     Connection& connection;
     std::unordered_map<const Class*, std::unique_ptr<ClassTable>> tables;
     ClassTable* last = nullptr;
-    std::unordered_map<const Class*, std::vector<std::string>> dissolving;
+    std::unordered_map<const Class*, std::vector<Referrer>> referring;
 };
 
 }  // namespace Kes::sql

@@ -41,6 +41,11 @@ bool isGoing(const Instance* instance) {
     return instance->isRemoved() && instance->inTransaction();
 }
 
+// Added and removed within one transaction.
+bool wasNeverStored(const Instance* instance) {
+    return instance->isRemoved() && !instance->inTransaction();
+}
+
 }  // namespace
 
 void WriteQueue::link(bool made, Instance* first, const String& firstRole, Instance* second,
@@ -57,42 +62,80 @@ void WriteQueue::link(bool made, Instance* first, const String& firstRole, Insta
     }
     const bool inFirst = association->getPluralityFor(firstRole) == Association::One;
     const bool inSecond = association->getPluralityFor(secondRole) == Association::One;
-    if (made && inFirst && inSecond) {
-        emptyOthers(first, firstRole, second, association);
-        emptyOthers(second, secondRole, first, association);
+
+    // Whoever was linked to an object that then never came to be has lost the
+    // partner before.
+    const bool isLost = !made && (wasNeverStored(first) || wasNeverStored(second));
+    if ((made || isLost) && inFirst && inSecond) {
+        takeFromOthers(first, firstRole, second, association);
+        takeFromOthers(second, secondRole, first, association);
     }
+    const Change change = made ? Change::Make : isLost ? Change::Empty : Change::Dissolve;
     if (inFirst)
-        setReference(first, firstRole, made ? second : nullptr, linkFlag, !linkFlag);
+        setReference(first, firstRole, second, change, linkFlag, !linkFlag);
     if (inSecond)
-        setReference(second, secondRole, made ? first : nullptr, second->inTransaction(), false);
+        setReference(second, secondRole, first, change, second->inTransaction(), false);
 }
 
 void WriteQueue::setReference(Instance* owner, const String& role, Instance* partner,
-                              bool elsewhere, bool raisedBefore) {
+                              Change change, bool elsewhere, bool raisedBefore) {
     // The row goes, whatever stands in it, or has gone, or never came.
-    if (owner->isRemoved() && (owner->inTransaction() || partner == nullptr))
+    if (owner->isRemoved() && (owner->inTransaction() || change != Change::Make))
         return;
-    ClassTable& table = tables.of(owner->getClass());
-    const int column = table.find(static_cast<const char*>(role));
-    const unsigned long id =
-        partner != nullptr && !partner->isRemoved() ? partner->getObjectID() : 0;
     Operation* row = find(owner);
     if (row == nullptr) {
-        if (elsewhere && wasInserted(owner->getObjectID()) && holds(owner, role, partner))
+        const bool isStored = elsewhere && change == Change::Make &&
+                              wasInserted(owner->getObjectID()) && holds(owner, role, partner);
+        if (isStored)
             return;
-        row = &add(Kind::Update, owner);
-        row->raised = !elsewhere && !raisedBefore;
-        if (row->raised)
-            owner->nextVersion();
-        row->expected = owner->getVersion() - (row->raised || raisedBefore ? 1 : 0);
-        enterColumn(*row, ClassTable::VersionColumn);
+        row = &addRow(owner, elsewhere, raisedBefore);
+    } else if (raisedBefore && row->raised) {
+        // One commit raises once: the library has done it by now.
+        owner->previousVersion();
+        row->raised = false;
     }
-    for (LinkValue& known : row->links)
-        if (known.column == column) {
-            known = {column, id, id != 0 ? unlessWritten(partner) : nullptr};
-            return;
-        }
-    row->links.push_back({column, id, id != 0 ? unlessWritten(partner) : nullptr});
+    const int column = tables.of(owner->getClass()).find(static_cast<const char*>(role));
+    enterLink(*row, column, partner, change);
+}
+
+WriteQueue::Operation& WriteQueue::addRow(Instance* owner, bool elsewhere, bool raisedBefore) {
+    Operation& row = add(Kind::Update, owner);
+    const bool isRaised = raisedEarlier.contains(owner);
+    row.raised = !elsewhere && !raisedBefore && !isRaised;
+    if (row.raised)
+        owner->nextVersion();
+    if (raisedBefore && isRaised)
+        owner->previousVersion();
+    row.expected = owner->getVersion() - (row.raised || (raisedBefore && !isRaised) ? 1 : 0);
+    enterColumn(row, ClassTable::VersionColumn);
+    return row;
+}
+
+void WriteQueue::enterLink(Operation& row, int column, Instance* partner, Change change) {
+    const unsigned long id = partner->getObjectID();
+    const bool isMade = change == Change::Make && !partner->isRemoved();
+    LinkValue value{column, isMade ? id : 0, isMade ? unlessWritten(partner) : nullptr};
+    const auto known = std::find_if(row.links.begin(), row.links.end(),
+                                    [&](const LinkValue& each) { return each.column == column; });
+    if (change != Change::Dissolve) {
+        if (known != row.links.end())
+            *known = value;
+        else
+            row.links.push_back(value);
+        return;
+    }
+
+    // Nothing but the link of the two: where the row leads elsewhere by now, or
+    // turns out to be stored so, it stays.
+    value.isDissolved = row.kind != Kind::Insert;
+    value.partner = value.isDissolved ? id : 0;
+    if (known == row.links.end())
+        row.links.push_back(value);
+    else if (known->isDissolved && known->partner != id)
+        dissolved.push_back({static_cast<std::size_t>(&row - operations.data()), column,
+                             static_cast<std::int64_t>(id)});
+    else if (!known->isDissolved && known->partner == id)
+        *known = {column, 0, nullptr};
 }
 
 // An insert that was flushed before its link came has written what the
@@ -112,56 +155,146 @@ bool WriteQueue::wasInserted(unsigned long id) {
     return std::binary_search(inserted.begin(), inserted.end(), id);
 }
 
-// Others that refer to the partner lose it: a one-to-one link has one pair.
-// Nobody can refer yet to a partner that waits to be inserted without a link.
-void WriteQueue::emptyOthers(Instance* owner, const String& role, Instance* partner,
-                             Association* association) {
-    takeOver(owner, role, partner, association);
-    const Operation* row = find(partner);
-    if (row != nullptr && row->kind == Kind::Insert && row->links.empty())
-        return;
-    Operation& empty = add(Kind::Empty, owner);
-    empty.other = partner;
-    empty.association = association;
-    empty.role = role == association->getOneRole() ? &association->getOneRole()
-                                                   : &association->getOtherRole();
-    hasEmpties = true;
-}
-
-// References in the database are emptied before rows are written, so a row in
-// the queue must forget by itself what a later link takes away from it.
-void WriteQueue::takeOver(Instance* owner, const String& role, Instance* partner,
-                          const Association* association) {
-    Instance*& holder = holders[{association, role == association->getOneRole(), partner}];
-    if (holder != nullptr && holder != owner)
-        if (Operation* row = find(holder)) {
-            const int column = tables.of(holder->getClass()).find(static_cast<const char*>(role));
+// Others that refer to the partner lose it: a one-to-one link has one pair. A row
+// in the queue forgets what a later link takes away from it; what is stored is
+// looked for at the flush. Nobody can refer yet to a partner that waits to be
+// inserted, unless an insert that was flushed before has written what it held in
+// memory.
+void WriteQueue::takeFromOthers(Instance* owner, const String& role, Instance* partner,
+                                Association* association) {
+    Holder& holder = holders[{association, role == association->getOneRole(), partner}];
+    if (holder.instance != nullptr && holder.instance != owner)
+        if (Operation* row = find(holder.instance)) {
+            const int column =
+                tables.of(holder.instance->getClass()).find(static_cast<const char*>(role));
             for (LinkValue& known : row->links)
-                if (known.column == column && known.partner == partner->getObjectID())
+                if (known.column == column && !known.isDissolved &&
+                    known.partner == partner->getObjectID())
                     known = {column, 0, nullptr};
         }
-    holder = owner;
+    holder.instance = owner;
+    const Operation* row = find(partner);
+    const bool isNew = row != nullptr && row->kind == Kind::Insert && inserted.empty();
+    holder.mayHaveForerunner = holder.mayHaveForerunner || !(isNew || wasNeverStored(partner));
 }
 
-// They take away from all but one, so their order is free.
-void WriteQueue::postEmpties() {
-    std::vector<std::size_t> order = all(isEmpty);
-    if (connection.prefersRuns())
-        sortIntoRuns(order);
-    postInOrder(order);
+// Takes the partners of the queue's one-to-one links from those who have them.
+void WriteQueue::emptyTaken() {
+    using Key = std::pair<Association*, bool>;
+    std::map<Key, std::unordered_map<unsigned long, const Instance*>> takers;
+    for (const auto& [held, holder] : holders) {
+        const auto& [association, isOneRole, partner] = held;
+        if (holder.mayHaveForerunner)
+            takers[{association, isOneRole}][partner->getObjectID()] = holder.instance;
+    }
+    for (const auto& [key, taken] : takers) {
+        Association* association = key.first;
+        const String& role = key.second ? association->getOneRole() : association->getOtherRole();
+        std::vector<std::int64_t> partners;
+        for (const auto& [partner, taker] : taken)
+            partners.push_back(static_cast<std::int64_t>(partner));
+        std::sort(partners.begin(), partners.end());
+        for (Class* holder : Tables::concreteClasses(association->getClassFor(role))) {
+            std::vector<StoredReference> found = readReferences(holder, role, partners);
+            std::erase_if(found, [&](const StoredReference& each) {
+                return taken.at(each.partner)->getObjectID() == each.id;
+            });
+            const std::uint32_t ticket =
+                found.empty() ? 0 : positions.find(taken.at(found.front().partner));
+            emptyRows(holder, association, role, found,
+                      ticket != InstanceMap::None ? ticket : 0);
+        }
+    }
 }
 
-void WriteQueue::postEmpty(std::size_t position) {
-    const Operation& operation = operations[position];
-    const std::string column = dialect.quote(static_cast<const char*>(*operation.role));
-    for (Class* holder :
-         Tables::concreteClasses(operation.association->getClassFor(*operation.role))) {
+// The rows that lead to one of the partners, which nobody else changes from then
+// on.
+std::vector<WriteQueue::StoredReference> WriteQueue::readReferences(
+    Class* holder, const String& role, const std::vector<std::int64_t>& partners) {
+    const ClassTable& table = tables.of(holder);
+    const std::string id = table.column(ClassTable::IdColumn);
+    const std::string column = dialect.quote(static_cast<const char*>(role));
+    std::vector<StoredReference> found;
+    for (std::size_t begin = 0; begin < partners.size(); begin += IdList::Longest) {
+        const IdList list(partners, begin, IdList::Longest);
+        Statement& asking =
+            kept("SELECT " + id + ", " + column + " FROM " + table.table() + " WHERE " + column +
+                 " IN " + list.text() + " ORDER BY " + id + dialect.rowLock());
+        list.bindTo(asking);
+        while (asking.step())
+            found.push_back({holder, static_cast<unsigned long>(asking.integer(0)),
+                             static_cast<unsigned long>(asking.integer(1))});
+        asking.reset();
+    }
+    return found;
+}
+
+// Empties the references of rows that nobody else can change any more.
+void WriteQueue::emptyRows(Class* holder, Association* association, const String& role,
+                           const std::vector<StoredReference>& found, std::size_t ticket) {
+    const int column = tables.of(holder).find(static_cast<const char*>(role));
+    std::vector<std::int64_t> raised;
+    std::vector<std::int64_t> others;
+    for (const StoredReference& each : found) {
+        Instance* owner = holder->getModel()->get(each.id);
+        if (owner != nullptr && isForgotten(owner, column))
+            continue;
+        const bool raises = owner == nullptr || !isWritten(owner);
+        (raises ? raised : others).push_back(static_cast<std::int64_t>(each.id));
+        if (listener != nullptr)
+            listener->referenceEmptied(association, role, each.id, holder, each.partner, raises);
+    }
+    postEmptied(holder, role, others, false, ticket);
+    postEmptied(holder, role, raised, true, ticket);
+}
+
+// What the row is going to have in the column anyway.
+bool WriteQueue::isForgotten(Instance* owner, int column) {
+    Operation* row = find(owner);
+    if (row == nullptr)
+        return false;
+    for (const LinkValue& known : row->links)
+        if (known.column == column)
+            return !known.isDissolved;
+    return row->kind == Kind::Remove;
+}
+
+// By a call of this commit, which raises the version.
+bool WriteQueue::isWritten(const Instance* owner) {
+    return owner->inTransaction() || find(owner) != nullptr || raisedEarlier.contains(owner);
+}
+
+void WriteQueue::postEmptied(Class* holder, const String& role,
+                             const std::vector<std::int64_t>& ids, bool raising,
+                             std::size_t ticket) {
+    const ClassTable& table = tables.of(holder);
+    const std::string version = table.column(ClassTable::VersionColumn);
+    const std::string change =
+        "UPDATE " + table.table() + " SET " + dialect.quote(static_cast<const char*>(role)) +
+        " = NULL" + (raising ? ", " + version + " = " + version + " + 1" : "") + " WHERE " +
+        table.column(ClassTable::IdColumn) + " IN ";
+    for (std::size_t begin = 0; begin < ids.size(); begin += IdList::Longest) {
+        const IdList list(ids, begin, IdList::Longest);
+        Statement& statement = kept(change + list.text());
+        list.bindTo(statement);
+        statement.post(ticket, 0);
+    }
+}
+
+// The row itself is written, with its version, by its own operation.
+void WriteQueue::dissolveApart() {
+    for (const Dissolved& each : dissolved) {
+        const Operation& row = operations[each.position];
+        if (row.kind != Kind::Update)
+            continue;
+        const ClassTable& table = tables.of(row.instance->getClass());
+        const std::string column = table.column(each.column);
         Statement& statement =
-            kept("UPDATE " + tables.of(holder).table() + " SET " + column + " = NULL WHERE " +
-                 column + " = ? AND " + dialect.quote("KesObjectID") + " <> ?");
-        statement.bind(0, static_cast<std::int64_t>(operation.other->getObjectID()));
-        statement.bind(1, static_cast<std::int64_t>(operation.instance->getObjectID()));
-        statement.post(position, 0);
+            kept("UPDATE " + table.table() + " SET " + column + " = NULL WHERE " +
+                 table.column(ClassTable::IdColumn) + " = ? AND " + column + " = ?");
+        statement.bind(0, static_cast<std::int64_t>(row.instance->getObjectID()));
+        statement.bind(1, each.partner);
+        statement.post(each.position, 0);
     }
 }
 

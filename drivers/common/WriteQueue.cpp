@@ -1,7 +1,7 @@
 #include "drivers/common/WriteQueue.h"
 
 #include <algorithm>
-#include <functional>
+#include <cstring>
 #include <tuple>
 
 #include <kes/Class.h>
@@ -36,8 +36,13 @@ WriteQueue::Operation& WriteQueue::add(Kind kind, Instance* instance) {
     fresh.links.clear();
     fresh.association = nullptr;
     fresh.role = nullptr;
-    if (isRow(kind))
-        positions.set(instance, used - 1);
+    if (!isRow(kind))
+        return fresh;
+    positions.set(instance, used - 1);
+    if (instance->getClass() != lastClass) {
+        lastClass = instance->getClass();
+        holdsUnique = holdsUnique || tables.of(instance->getClass()).hasUnique();
+    }
     return fresh;
 }
 
@@ -90,32 +95,39 @@ void WriteQueue::remove(Instance* instance) {
     add(Kind::Remove, instance).expected = expected;
 }
 
-void WriteQueue::flush() {
+void WriteQueue::flush(bool goesOn) {
     try {
         postAll();
         connection.settle();
     } catch (const PostFailure& failure) {
         fail(failure);
     }
+    for (std::size_t i = 0; goesOn && i < used; ++i)
+        if (operations[i].kind == Kind::Update && !operations[i].instance->inTransaction())
+            raisedEarlier.insert(operations[i].instance);
+    forget();
+}
+
+void WriteQueue::forget() {
     used = 0;
-    hasEmpties = false;
     positions.clear();
     holders.clear();
+    dissolved.clear();
+    holdsUnique = false;
+    lastClass = nullptr;
 }
 
 void WriteQueue::clear() {
-    used = 0;
-    hasEmpties = false;
-    positions.clear();
-    holders.clear();
+    forget();
+    raisedEarlier.clear();
     inserted.clear();
     insertedIsSorted = true;
 }
 
 void WriteQueue::postAll() {
     checkPartners();
-    if (hasEmpties)
-        postEmpties();
+    emptyTaken();
+    dissolveApart();
     postRows();
     postDissolvers();
     postLinks();
@@ -134,38 +146,146 @@ std::vector<std::size_t> WriteQueue::all(bool (*isWanted)(Kind)) const {
     return found;
 }
 
-// One row may take what another gives up in a unique index, so changes of these
-// keep their order.
 void WriteQueue::sortIntoRuns(std::vector<std::size_t>& order) {
-    static const ColumnSet inOrder;
     const auto keyOf = [&](std::size_t position) {
         const Operation& each = operations[position];
-        Class* cls = each.instance->getClass();
-        const bool isFree = each.set.empty() || !tables.of(cls).changesUnique(each.set);
         return std::tuple<Kind, const Association*, const String*, const Class*, const ColumnSet&>(
-            each.kind, each.association, each.role, cls, isFree ? each.set : inOrder);
+            each.kind, each.association, each.role, each.instance->getClass(), each.set);
     };
     std::stable_sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
         return keyOf(left) < keyOf(right);
     });
 }
 
+// The same in all processes, so by name.
+bool WriteQueue::precedes(std::size_t left, std::size_t right) const {
+    const Instance* one = operations[left].instance;
+    const Instance* other = operations[right].instance;
+    if (one->getClass() != other->getClass())
+        return std::strcmp(one->getClass()->getName(), other->getClass()->getName()) < 0;
+    return one->getObjectID() < other->getObjectID();
+}
+
+bool WriteQueue::isByRow(const std::vector<std::size_t>& order) const {
+    return std::is_sorted(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
+        return precedes(left, right);
+    });
+}
+
+void WriteQueue::sortByRow(std::vector<std::size_t>& order) const {
+    if (!isByRow(order))
+        std::stable_sort(
+            order.begin(), order.end(),
+            [&](std::size_t left, std::size_t right) { return precedes(left, right); });
+}
+
 // Each row has one operation. Who goes makes room for who comes, in unique
 // indexes too.
 void WriteQueue::postRows() {
-    postRun(isRemoval);
-    postRun(isUpdate);
+    std::vector<std::size_t> removals = all(isRemoval);
+    std::vector<std::size_t> updates = all(isUpdate);
+    for (const std::size_t position : updates)
+        enterLinks(operations[position]);
+    if (holdsUnique) {
+        sortByRow(removals);
+        sortByRow(updates);
+    } else {
+        updates.insert(updates.end(), removals.begin(), removals.end());
+        removals.clear();
+        sortByRow(updates);
+    }
+    if (connection.prefersRuns())
+        preferRuns(removals, updates);
+    postInOrder(removals);
+    setAside(updates);
+    postInOrder(updates);
     postInserts();
 }
 
-void WriteQueue::postRun(bool (*isWanted)(Kind)) {
-    std::vector<std::size_t> order = all(isWanted);
-    if (connection.prefersRuns()) {
-        for (const std::size_t position : order)
-            enterLinks(operations[position]);
-        sortIntoRuns(order);
+// Runs are worth a statement that takes the locks in the order of the rows.
+void WriteQueue::preferRuns(std::vector<std::size_t>& removals,
+                            std::vector<std::size_t>& updates) {
+    std::vector<std::size_t> order(removals);
+    order.insert(order.end(), updates.begin(), updates.end());
+    const std::size_t runs = countRuns(order);
+    sortIntoRuns(order);
+    if (!holdsUnique && runs <= countRuns(order) + 1)
+        return;
+    sortIntoRuns(removals);
+    sortIntoRuns(updates);
+    order = removals;
+    order.insert(order.end(), updates.begin(), updates.end());
+    if (!isByRow(order))
+        lockRows(std::move(order));
+}
+
+std::size_t WriteQueue::countRuns(const std::vector<std::size_t>& order) const {
+    std::size_t runs = order.empty() ? 0 : 1;
+    for (std::size_t i = 1; i < order.size(); ++i) {
+        const Operation& one = operations[order[i - 1]];
+        const Operation& other = operations[order[i]];
+        if (one.kind != other.kind || one.instance->getClass() != other.instance->getClass() ||
+            one.set != other.set)
+            ++runs;
     }
-    postInOrder(order);
+    return runs;
+}
+
+// Where the order of the writes is another.
+void WriteQueue::lockRows(std::vector<std::size_t> order) {
+    sortByRow(order);
+    for (std::size_t begin = 0; begin < order.size();) {
+        Class* cls = operations[order[begin]].instance->getClass();
+        std::vector<std::int64_t> ids;
+        std::size_t end = begin;
+        for (; end < order.size() && operations[order[end]].instance->getClass() == cls; ++end)
+            ids.push_back(static_cast<std::int64_t>(operations[order[end]].instance->getObjectID()));
+        const ClassTable& table = tables.of(cls);
+        const std::string id = table.column(ClassTable::IdColumn);
+        for (std::size_t at = 0; at < ids.size(); at += IdList::Longest) {
+            const IdList list(ids, at, IdList::Longest);
+            try {
+                Statement& locking = kept("SELECT " + id + " FROM " + table.table() + " WHERE " +
+                                          id + " IN " + list.text() + " ORDER BY " + id +
+                                          dialect.rowLock());
+                list.bindTo(locking);
+                while (locking.step())
+                    continue;
+                locking.reset();
+            } catch (const SqlFailure& failure) {
+                throw PostFailure(order[begin + at], failure.what());
+            }
+        }
+        begin = end;
+    }
+}
+
+// Rows may take each other's values in a unique index, in a circle even. So where
+// several change such values, they first get values that no row has.
+void WriteQueue::setAside(const std::vector<std::size_t>& updates) {
+    if (!holdsUnique)
+        return;
+    std::unordered_map<Class*, std::vector<std::size_t>> changing;
+    for (const std::size_t position : updates) {
+        Class* cls = operations[position].instance->getClass();
+        if (tables.of(cls).changesUnique(operations[position].set))
+            changing[cls].push_back(position);
+    }
+    for (const std::size_t position : updates) {
+        const Operation& row = operations[position];
+        const auto found = changing.find(row.instance->getClass());
+        if (found == changing.end() || found->second.size() < 2)
+            continue;
+        ClassTable& table = tables.of(row.instance->getClass());
+        const ColumnSet columns = table.movableOf(row.set);
+        if (columns.empty())
+            continue;
+        Statement& moving = table.update(columns);
+        const int next = spares.bind(moving, table, columns, row.instance->getObjectID());
+        moving.bind(next, static_cast<std::int64_t>(row.instance->getObjectID()));
+        moving.bind(next + 1, static_cast<std::int64_t>(row.expected));
+        moving.post(position, 1);
+    }
 }
 
 void WriteQueue::postInserts() {
@@ -174,7 +294,8 @@ void WriteQueue::postInserts() {
         return operations[position].instance->getClass();
     };
     const auto isBefore = [&](std::size_t left, std::size_t right) {
-        return std::less<>()(classAt(left), classAt(right));
+        return classAt(left) != classAt(right) &&
+               std::strcmp(classAt(left)->getName(), classAt(right)->getName()) < 0;
     };
     if (!std::is_sorted(order.begin(), order.end(), isBefore))
         std::stable_sort(order.begin(), order.end(), isBefore);
@@ -227,7 +348,6 @@ void WriteQueue::post(std::size_t position) {
         case Kind::Remove: return postRemove(position);
         case Kind::Link:
         case Kind::Unlink: return postLink(position);
-        case Kind::Empty: return postEmpty(position);
         case Kind::Nothing: return;
         }
     } catch (const PostFailure&) {
@@ -264,9 +384,14 @@ void WriteQueue::postInsert(std::size_t position) {
 }
 
 ColumnSet& WriteQueue::enterLinks(Operation& operation) {
-    if (operation.kind == Kind::Update)
-        for (const LinkValue& link : operation.links)
-            enterColumn(operation, link.column);
+    if (operation.kind != Kind::Update || operation.links.empty())
+        return operation.set;
+    const ClassTable& table = tables.of(operation.instance->getClass());
+    for (const LinkValue& link : operation.links) {
+        enterColumn(operation, link.column);
+        if (link.isDissolved)
+            enterColumn(operation, table.dissolvedBit(link.column));
+    }
     return operation.set;
 }
 
@@ -295,30 +420,37 @@ void WriteQueue::postDissolvers() {
     std::unordered_map<const Class*, std::vector<std::size_t>> removed;
     for (const std::size_t position : all(isRemoval)) {
         const Class* cls = operations[position].instance->getClass();
-        if (!tables.dissolvers(cls).empty())
+        if (!tables.referrers(cls).empty())
             removed[cls].push_back(position);
     }
 
     // Sub classes share their associations. In the order of the texts, so that
     // sessions do not wait for each other crosswise.
-    std::map<std::string, std::vector<std::size_t>> concerned;
+    using Concern = std::pair<const Referrer*, std::vector<std::size_t>>;
+    std::map<std::string, Concern> concerned;
     for (const auto& [cls, those] : removed)
-        for (const std::string& text : tables.dissolvers(cls)) {
-            std::vector<std::size_t>& known = concerned[text];
-            known.insert(known.end(), those.begin(), those.end());
+        for (const Referrer& referrer : tables.referrers(cls)) {
+            Concern& known = concerned[referrer.dissolver];
+            known.first = &referrer;
+            known.second.insert(known.second.end(), those.begin(), those.end());
         }
-    for (const auto& [text, those] : concerned)
-        postDissolver(text, those);
+    for (const auto& [text, concern] : concerned)
+        postDissolver(*concern.first, concern.second);
 }
 
-void WriteQueue::postDissolver(const std::string& text, const std::vector<std::size_t>& removed) {
+void WriteQueue::postDissolver(const Referrer& referrer, const std::vector<std::size_t>& removed) {
     std::vector<std::int64_t> ids;
     for (const std::size_t position : removed)
         ids.push_back(static_cast<std::int64_t>(operations[position].instance->getObjectID()));
+    if (referrer.isUnnamed()) {
+        emptyRows(referrer.holder, referrer.association, *referrer.role,
+                  readReferences(referrer.holder, *referrer.role, ids), removed.front());
+        return;
+    }
     const std::size_t longest = connection.prefersRuns() ? 1 : IdList::Longest;
     for (std::size_t begin = 0; begin < ids.size(); begin += longest) {
         const IdList list(ids, begin, longest);
-        Statement& statement = kept(text + list.text());
+        Statement& statement = kept(referrer.dissolver + list.text());
         list.bindTo(statement);
         statement.post(removed[begin], 0);
     }

@@ -10,6 +10,7 @@
 #include <kes/ConditionTranslator.h>
 #include <kes/DBDriver.h>
 #include <kes/DBDriverManager.h>
+#include <kes/EmptiedReferences.h>
 #include <kes/Exception.h>
 #include <kes/Export.h>
 #include <kes/Failure.h>

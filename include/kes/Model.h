@@ -258,6 +258,8 @@ private:
     void settleAssociations();
     bool declaresSoundly() const;
     bool requireOpen(const char* operation) const;
+    void link(bool made, Instance* first, const String& firstRole, Instance* second,
+              const String& secondRole, Association* association);
     void recordLink(bool made, Instance* first, const String& firstRole, Instance* second,
                     const String& secondRole, Association* association);
     bool isUsable(const Instance* instance, const char* operation, const char* verb) const;
@@ -275,7 +277,9 @@ private:
     void rememberLostLink(Instance* owner, Instance* member, Association* association,
                           const String& role);
     void noteUnchangedLink(const Instance* first, const Instance* second);
-    bool keepsHistory() const;
+    void noteUnsureLink(const Instance* first, const Instance* second);
+    void noteContestedLink();
+    bool mustKnowReferrers() const;
 
     String driverName;
     String source;

@@ -128,7 +128,9 @@ TEST_F(LinkTest, LeavesNoReferenceToARemovedPartner) {
     model.commit();
 
     EXPECT_EQ("", column("employer", "Ann"));
-    EXPECT_EQ("0", column("KesVersion", "Ann"));
+    EXPECT_EQ("1", column("KesVersion", "Ann"));
+    EXPECT_EQ(1UL, ann->getVersion());
+    EXPECT_EQ(nullptr, ann->employer.get());
 }
 
 TEST_F(LinkTest, StandsInBothRowsOfAOneToOnePair) {
@@ -338,6 +340,282 @@ TEST_F(LinkTest, ForcesACollectionToWhatIsStored) {
 
     ASSERT_EQ(1U, ann->friends.size());
     EXPECT_EQ(cid.getInstance(), *ann->friends.begin());
+}
+
+// --- what a link takes away, and what it does not ---
+
+// Ann's spouse is Bob, and Cid takes him.
+class TakenLinkTest : public LinkTest {
+protected:
+    TakenLinkTest() {
+        ann->spouse = bob;
+        model.commit();
+        model.startTransaction();
+        cid->spouse = bob;
+    }
+
+    void commitAndBegin() {
+        model.commit();
+        model.startTransaction();
+    }
+    void expectTheNewPair() {
+        EXPECT_EQ(idOf(bob), column("spouse", "Cid"));
+        EXPECT_EQ(idOf(cid), column("marriedTo", "Bob"));
+        EXPECT_EQ(bob, cid->spouse.get());
+        EXPECT_EQ(cid, bob->marriedTo.get());
+    }
+};
+
+TEST_F(TakenLinkTest, RaisesTheVersionOfWhoLosesThePartner) {
+    model.commit();
+
+    EXPECT_EQ("1", column("KesVersion", "Ann"));
+    EXPECT_EQ(1UL, ann->getVersion());
+    EXPECT_EQ(nullptr, ann->spouse.get());
+    ann->age = 5;
+    ann->change();
+    model.commit();
+    EXPECT_EQ("5", column("age", "Ann"));
+}
+
+TEST_F(TakenLinkTest, RaisesItOnceBesideAChange) {
+    ann->age = 5;
+    ann->change();
+    model.commit();
+
+    EXPECT_EQ("1", column("KesVersion", "Ann"));
+    EXPECT_EQ(1UL, ann->getVersion());
+    EXPECT_EQ("", column("spouse", "Ann"));
+    EXPECT_EQ(nullptr, ann->spouse.get());
+}
+
+TEST_F(TakenLinkTest, IsSeenByARefreshOfAnotherSession) {
+    StaffModel other;
+    open(other);
+    const Pointer<Person> theirAnn(other.findPerson("Ann"));
+    ASSERT_NE(nullptr, theirAnn->spouse.get());
+
+    model.commit();
+    theirAnn->refresh();
+
+    EXPECT_EQ(nullptr, theirAnn->spouse.get());
+}
+
+TEST_F(TakenLinkTest, OutlivesTheUnlinkingOfTheFormerOwner) {
+    commitAndBegin();
+    ann->spouse = nullptr;
+    model.commit();
+
+    expectTheNewPair();
+}
+
+TEST_F(TakenLinkTest, OutlivesTheRemovalOfTheFormerOwner) {
+    commitAndBegin();
+    ann->remove();
+    model.commit();
+
+    expectTheNewPair();
+}
+
+TEST_F(TakenLinkTest, OutlivesTheUnlinkingInTheSameTransaction) {
+    ann->spouse = nullptr;
+    EXPECT_EQ(nullptr, bob->marriedTo.get());  // until the commit
+    model.commit();
+
+    expectTheNewPair();
+    EXPECT_EQ(nullptr, ann->spouse.get());
+}
+
+TEST_F(TakenLinkTest, OutlivesTheRemovalInTheSameTransaction) {
+    ann->remove();
+    model.commit();
+
+    expectTheNewPair();
+}
+
+TEST_F(TakenLinkTest, OutlivesTheRetryOfAnotherSession) {
+    StaffModel other;
+    open(other);
+    other.startTransaction();
+    const Pointer<Person> theirAnn(other.findPerson("Ann"));
+    const Pointer<Person> theirBob(theirAnn->spouse.get());
+    model.commit();
+
+    theirAnn->spouse = nullptr;
+    EXPECT_RAISES("COMFAIL", other.commit());
+    theirAnn->refresh();
+    theirBob->refresh();
+    other.startTransaction();
+    theirAnn->spouse = nullptr;
+    other.commit();
+
+    expectTheNewPair();
+}
+
+TEST_F(TakenLinkTest, IsTakenBackInMemoryByARollback) {
+    ann->spouse = nullptr;
+    model.rollback();
+
+    EXPECT_EQ(bob, ann->spouse.get());
+    EXPECT_EQ(ann, bob->marriedTo.get());
+    EXPECT_EQ(0UL, ann->getVersion());
+}
+
+TEST_F(TakenLinkTest, GivesVersionsBackWhenTheCommitFails) {
+    const Pointer<Person> dan(model.newPerson("Dan"));
+    commitAndBegin();
+    StaffModel other;
+    open(other);
+    other.findPerson("Dan")->change();
+    other.commit();
+    dan->change();
+    ann->spouse = bob;
+    EXPECT_RAISES("COMFAIL", model.commit());
+
+    EXPECT_EQ("1", column("KesVersion", "Bob"));
+    EXPECT_EQ(1UL, bob->getVersion());
+    EXPECT_EQ(1UL, cid->getVersion());
+    expectTheNewPair();
+}
+
+// Ann moves from the firm to the shop.
+class MovedLinkTest : public LinkTest {
+protected:
+    MovedLinkTest() {
+        shop = model.newCompany("Shop");
+        ann->employer = firm;
+        model.commit();
+        model.startTransaction();
+    }
+
+    void expectTheShop() {
+        model.commit();
+        EXPECT_EQ(idOf(shop), column("employer", "Ann"));
+        EXPECT_EQ(shop, ann->employer.get());
+        EXPECT_TRUE(shop->staff.contains(ann));
+        EXPECT_FALSE(firm->staff.contains(ann));
+    }
+
+    Pointer<Company> shop;
+};
+
+TEST_F(MovedLinkTest, StandsWhenItIsAddedBeforeTheOldOneIsRemoved) {
+    shop->staff.add(ann);
+    firm->staff.remove(ann);
+    EXPECT_EQ(nullptr, ann->employer.get());  // until the commit
+    expectTheShop();
+}
+
+TEST_F(MovedLinkTest, StandsWhenItIsAddedAfterTheOldOneIsRemoved) {
+    firm->staff.remove(ann);
+    shop->staff.add(ann);
+    expectTheShop();
+}
+
+TEST_F(MovedLinkTest, StandsWhenItIsAssignedBeforeTheOldOneIsRemoved) {
+    ann->employer = shop;
+    firm->staff.remove(ann);
+    expectTheShop();
+}
+
+TEST_F(MovedLinkTest, StandsWhenTheOldOneIsNotRemoved) {
+    shop->staff.add(ann);
+    expectTheShop();
+}
+
+TEST_F(MovedLinkTest, StandsBesideAChangeOfTheMember) {
+    ann->age = 7;
+    ann->change();
+    shop->staff.add(ann);
+    firm->staff.remove(ann);
+    expectTheShop();
+    EXPECT_EQ("1", column("KesVersion", "Ann"));
+}
+
+TEST_F(MovedLinkTest, StandsForANewMember) {
+    const Pointer<Person> dan(model.newPerson("Dan"));
+    firm->staff.add(dan);
+    shop->staff.add(dan);
+    firm->staff.remove(dan);
+    model.commit();
+
+    EXPECT_EQ(idOf(shop), column("employer", "Dan"));
+    EXPECT_EQ(shop, dan->employer.get());
+}
+
+TEST_F(MovedLinkTest, StandsWhenSeveralAreRemovedThatNeverWere) {
+    const Pointer<Company> mill(model.newCompany("Mill"));
+    model.commit();
+    model.startTransaction();
+    mill->staff.remove(ann);
+    shop->staff.remove(ann);
+    model.commit();
+
+    EXPECT_EQ(idOf(firm), column("employer", "Ann"));
+    EXPECT_EQ(firm, ann->employer.get());
+    EXPECT_TRUE(firm->staff.contains(ann));
+
+    model.startTransaction();
+    mill->staff.remove(ann);
+    firm->staff.remove(ann);
+    model.commit();
+    EXPECT_EQ("", column("employer", "Ann"));
+}
+
+TEST_F(MovedLinkTest, EndsWithAPartnerThatNeverCameToBe) {
+    const Pointer<Company> passing(model.newCompany("Passing"));
+    passing->staff.add(ann);
+    passing->remove();
+    model.commit();
+
+    EXPECT_EQ("", column("employer", "Ann"));
+    EXPECT_EQ(nullptr, ann->employer.get());
+    EXPECT_FALSE(firm->staff.contains(ann));
+}
+
+TEST_F(LinkTest, LeavesNobodyWithAPartnerThatWentToOneWhoNeverCameToBe) {
+    ann->spouse = bob;
+    model.commit();
+    model.startTransaction();
+    const Pointer<Person> passing(model.newPerson("Passing"));
+    passing->spouse = bob;
+    passing->remove();
+    model.commit();
+
+    EXPECT_EQ("", column("spouse", "Ann"));
+    EXPECT_EQ("", column("marriedTo", "Bob"));
+    EXPECT_EQ(nullptr, ann->spouse.get());
+    EXPECT_EQ(nullptr, bob->marriedTo.get());
+    ann->age = 3;
+    ann->change();
+    model.commit();
+}
+
+TEST_F(LinkTest, GoesWithARemovalThatLoadsNobody) {
+    for (int i = 0; i < 3000; ++i)
+        model.newPerson("Staff")->employer = firm;
+    model.commit();
+    firm.makeNull();
+    StaffModel other;
+    open(other);
+    const Pointer<Company> theirFirm(other.findCompany("Firm"));
+    const Pointer<Person> theirs(other.findPerson("Staff"));
+    std::ostringstream trace;
+    other.traceSQLTo(trace);
+
+    other.startTransaction();
+    theirFirm->remove();
+    other.commit();
+
+    EXPECT_EQ("0", ask("SELECT count(*) FROM [Person] WHERE [employer] IS NOT NULL"));
+    EXPECT_EQ("3000", ask("SELECT count(*) FROM [Person] WHERE [KesVersion] = 1"));
+    EXPECT_EQ(1UL, theirs->getVersion());
+    EXPECT_EQ(nullptr, theirs->employer.get());
+    EXPECT_EQ(std::string::npos, trace.str().find("marriedTo\" FROM"));
+    const std::string text = trace.str();
+    EXPECT_GE(10, std::count(text.begin(), text.end(), '\n'));
+    other.undo();
+    EXPECT_EQ("3000", ask("SELECT count(*) FROM [Person] WHERE [employer] = " + idOf(theirFirm)));
 }
 
 }  // namespace Kes::testing

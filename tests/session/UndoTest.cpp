@@ -243,6 +243,45 @@ TEST_F(UndoTest, KeepsALinkThatWasThereBefore) {
     EXPECT_EQ("1", ask("SELECT count(*) FROM Liking"));
 }
 
+TEST_F(UndoTest, PassesOverATransactionThatWasRolledBack) {
+    rank(bob, 1);
+    rank(bob, 2);
+    model.startTransaction();
+    bob->rank = 3;
+    bob->change();
+    model.rollback();
+
+    model.undo();
+
+    EXPECT_EQ(1, bob->rank);
+    model.startTransaction();
+    model.undo();
+    EXPECT_EQ(1, bob->rank);
+    model.undo();
+    EXPECT_EQ(0, bob->rank);
+}
+
+TEST_F(UndoTest, MakesNoLinkThatWasNotThereWhenItWasDissolved) {
+    for (Pointer<Node>* each : {&ann, &bob, &cid, &dan, &eve, &fay})
+        each->makeNull();
+    model.garbageCollect();
+    const std::string before = ask("SELECT count(*) FROM Liking");
+    SelectionOf<Node> all(model.nodeClass);
+    all.orderBy("KesObjectID");
+    std::vector<Pointer<Node>> nodes;
+    while (Node* each = all.nextValue())
+        nodes.emplace_back(each);
+    ASSERT_FALSE(nodes[4]->likes.isFetched());
+    transaction([&] { nodes[4]->likes.remove(static_cast<Node*>(nodes[5])); });
+
+    model.undo();
+
+    EXPECT_EQ(before, ask("SELECT count(*) FROM Liking"));
+    EXPECT_TRUE(nodes[4]->likes.empty());
+    model.redo();
+    EXPECT_EQ(before, ask("SELECT count(*) FROM Liking"));
+}
+
 TEST_F(UndoTest, GoesBackAndForthThroughSeveralTransactions) {
     for (int i = 1; i <= 5; ++i)
         rank(bob, i);

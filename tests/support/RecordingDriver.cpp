@@ -8,6 +8,7 @@
 #include <kes/Class.h>
 #include <kes/DBDriver.h>
 #include <kes/DBDriverManager.h>
+#include <kes/EmptiedReferences.h>
 #include <kes/Failure.h>
 #include <kes/Instance.h>
 #include <kes/Selection.h>
@@ -42,7 +43,7 @@ private:
     std::unique_ptr<DBDriverSelection> inner;
 };
 
-class RecordingDriver final : public DBDriver, public FailureReporter {
+class RecordingDriver final : public DBDriver, public EmptyingDriver, public FailureReporter {
 public:
     RecordingDriver() : inner(DBDriverManager::getDBDriver("sqlite")) {}
     ~RecordingDriver() override { Recording::get().enter("destroy", ""); }
@@ -148,6 +149,10 @@ public:
         call("fetch", textOf(cls->getName()),
              [&] { return (cursor = inner->fetch(cls, definition)) != nullptr; });
         return cursor != nullptr ? new RecordingCursor(cursor) : nullptr;
+    }
+    bool tellEmptiedTo(EmptiedListener* listener) override {
+        auto* telling = dynamic_cast<EmptyingDriver*>(inner.get());
+        return telling != nullptr && telling->tellEmptiedTo(listener);
     }
     void traceSQLTo(std::ostream& stream) override {
         Recording::get().log.push_back("traceSQLTo");

@@ -256,4 +256,10 @@ void FaultyDriver::disableSQLTrace() {
         real->disableSQLTrace();
 }
 
+// No call that a fault could fall on: it tells whether the real driver does.
+bool FaultyDriver::tellEmptiedTo(EmptiedListener* listener) {
+    auto* telling = dynamic_cast<EmptyingDriver*>(real.get());
+    return telling != nullptr && telling->tellEmptiedTo(listener);
+}
+
 }  // namespace Kes::faulty

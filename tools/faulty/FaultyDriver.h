@@ -8,6 +8,7 @@
 #include <string>
 
 #include <kes/DBDriver.h>
+#include <kes/EmptiedReferences.h>
 
 #include "tools/faulty/FaultPlan.h"
 
@@ -20,7 +21,7 @@ struct Report {
     String message;
 };
 
-class FaultyDriver final : public DBDriver {
+class FaultyDriver final : public DBDriver, public EmptyingDriver {
 public:
     FaultyDriver();
     ~FaultyDriver() override;
@@ -53,6 +54,7 @@ public:
     DBDriverSelection* fetch(Class* cls, SelectionDefinition* definition) override;
     void traceSQLTo(std::ostream& stream) override;
     void disableSQLTrace() override;
+    bool tellEmptiedTo(EmptiedListener* listener) override;
 
 private:
     bool prepare(const std::string& options, String& realOptions);

@@ -1,0 +1,172 @@
+#include "session/LinkOutcome.h"
+
+#include <kes/Association.h>
+#include <kes/Instance.h>
+#include <kes/ManyAssociatedInstances.h>
+#include <kes/Model.h>
+#include <kes/OneAssociatedInstance.h>
+
+#include "object/Links.h"
+#include "session/ObjectCache.h"
+
+namespace Kes {
+
+namespace {
+
+bool isOne(const Association* association, const String& role) {
+    return const_cast<Association*>(association)->getPluralityFor(role) == Association::One;
+}
+
+const String& roleOf(const Association* association, bool isOneRole) {
+    return isOneRole ? association->getOneRole() : association->getOtherRole();
+}
+
+}  // namespace
+
+TransactionManager::LinkOutcome::LinkOutcome(const TransactionManager& source) : manager(source) {
+    if (!manager.contested)
+        return;
+    for (const Remembered& entry : manager.journal) {
+        if (entry.kind != Remembered::One || !entry.isFirst)
+            continue;
+        unsigned long before = entry.objectID;
+        if (entry.fetched)
+            before = entry.instance != nullptr ? entry.instance->getObjectID() : 0;
+        seats[static_cast<OneAssociatedInstance*>(entry.ref)] = {
+            entry.owner, entry.association, entry.ownerIsOne, before, before};
+    }
+    for (const Action& action : manager.pending)
+        if (action.second != nullptr)
+            apply(action);
+}
+
+unsigned long TransactionManager::LinkOutcome::shownBy(OneAssociatedInstance& ref) {
+    if (!ref.isFetched())
+        return ref.getObjectID();
+    const Instance* held = ref.getInstance();
+    return held != nullptr ? held->getObjectID() : 0;
+}
+
+// Removed objects are referred to by nobody.
+unsigned long TransactionManager::LinkOutcome::living(unsigned long partner) const {
+    const Instance* known = partner != 0 ? manager.model->objects->get(partner) : nullptr;
+    return known != nullptr && known->isRemoved() ? 0 : partner;
+}
+
+unsigned long TransactionManager::LinkOutcome::partnerOf(const Remembered& entry) const {
+    auto* ref = static_cast<OneAssociatedInstance*>(entry.ref);
+    if (const auto seat = seats.find(ref); seat != seats.end())
+        return living(seat->second.partner);
+    const Instance* held = ref->isFetched() ? ref->getInstance() : nullptr;
+    if (held != nullptr)
+        return held->isRemoved() ? 0 : held->getObjectID();
+    return ref->isFetched() ? 0 : living(ref->getObjectID());
+}
+
+// A reference that no operation of Instance has touched shows what was stored.
+TransactionManager::LinkOutcome::Seat* TransactionManager::LinkOutcome::seatOf(
+    Instance* owner, const Association* association, const String& role) {
+    RoleReader reader(association->getName(), role);
+    reader.read(owner);
+    if (reader.one == nullptr)
+        return nullptr;
+    const auto known = seats.find(reader.one);
+    if (known != seats.end())
+        return &known->second;
+    const unsigned long shown = shownBy(*reader.one);
+    const Seat fresh{owner, association, role == association->getOneRole(), shown, shown};
+    return &seats.emplace(reader.one, fresh).first->second;
+}
+
+// What the driver makes of the call.
+void TransactionManager::LinkOutcome::apply(const Action& action) {
+    const Association* association = action.association;
+    const String& firstRole = roleOf(association, action.firstIsOne);
+    const String& secondRole = association->getAssociatedRole(firstRole);
+    Instance* first = action.first;
+    Instance* second = action.second;
+    Seat* one = isOne(association, firstRole) ? seatOf(first, association, firstRole) : nullptr;
+    Seat* other =
+        isOne(association, secondRole) ? seatOf(second, association, secondRole) : nullptr;
+    if (action.kind == Action::Link) {
+        if (one != nullptr)
+            move(*one, second->getObjectID());
+        if (other != nullptr)
+            move(*other, first->getObjectID());
+        return;
+    }
+    const bool isLost = manager.isDropped(first) || manager.isDropped(second);
+    if (one != nullptr && (isLost || one->partner == second->getObjectID()))
+        move(*one, 0);
+    if (other != nullptr && (isLost || other->partner == first->getObjectID()))
+        move(*other, 0);
+}
+
+// A pair is one pair: who loses the partner, loses it on its own side too. Seats
+// stay where they are when others are added.
+void TransactionManager::LinkOutcome::move(Seat& seat, unsigned long partner) {
+    const unsigned long left = seat.partner;
+    seat.partner = partner;
+    const String& role = roleOf(seat.association, seat.ownerIsOne);
+    const String& otherRole = seat.association->getAssociatedRole(role);
+    if (left == 0 || left == partner || !isOne(seat.association, otherRole))
+        return;
+    Instance* former = manager.model->objects->get(left);
+    Seat* side = former != nullptr ? seatOf(former, seat.association, otherRole) : nullptr;
+    if (side != nullptr && side->partner == seat.owner->getObjectID())
+        side->partner = 0;
+}
+
+void TransactionManager::LinkOutcome::compare(Outcome& left) const {
+    const auto compareOne = [&](OneAssociatedInstance* ref, unsigned long partner) {
+        const Instance* held = ref->isFetched() ? ref->getInstance() : nullptr;
+        if (shownBy(*ref) != partner || (held != nullptr && held->isRemoved()))
+            left.repairs.push_back({ref, partner});
+    };
+    if (!manager.contested) {
+        for (const Remembered& entry : manager.journal)
+            if (entry.kind == Remembered::One && entry.isFirst && !entry.owner->isRemoved())
+                compareOne(static_cast<OneAssociatedInstance*>(entry.ref), partnerOf(entry));
+        return;
+    }
+    for (const auto& [ref, seat] : seats)
+        if (!seat.owner->isRemoved())
+            compareOne(ref, living(seat.partner));
+    compareMembers(left);
+}
+
+// The collections of all who had a member, have it now, or had it between.
+void TransactionManager::LinkOutcome::compareMembers(Outcome& left) const {
+    for (const auto& [ref, seat] : seats)
+        for (const unsigned long id : {seat.before, seat.partner})
+            if (Instance* owner = id != 0 ? manager.model->objects->get(id) : nullptr)
+                compareMember(owner, seat, left);
+    for (const Action& action : manager.pending) {
+        if (action.second == nullptr)
+            continue;
+        const String& firstRole = roleOf(action.association, action.firstIsOne);
+        const bool memberIsFirst = isOne(action.association, firstRole);
+        RoleReader reader(action.association->getName(),
+                          memberIsFirst ? firstRole
+                                        : action.association->getAssociatedRole(firstRole));
+        reader.read(memberIsFirst ? action.first : action.second);
+        const auto seat = reader.one != nullptr ? seats.find(reader.one) : seats.end();
+        if (seat != seats.end())
+            compareMember(memberIsFirst ? action.second : action.first, seat->second, left);
+    }
+}
+
+void TransactionManager::LinkOutcome::compareMember(Instance* owner, const Seat& seat,
+                                                    Outcome& left) const {
+    const String& memberRole = roleOf(seat.association, seat.ownerIsOne);
+    RoleReader reader(seat.association->getName(), seat.association->getAssociatedRole(memberRole));
+    reader.read(owner);
+    if (owner->isRemoved() || reader.many == nullptr || !reader.many->isFetched())
+        return;
+    const bool belongs =
+        !seat.owner->isRemoved() && living(seat.partner) == owner->getObjectID();
+    if (reader.many->contains(seat.owner) != belongs)
+        left.memberRepairs.push_back({reader.many, seat.owner, belongs});
+}
+
+}  // namespace Kes
