@@ -304,7 +304,7 @@ void TransactionManager::askForUnsureLinks() {
         each.owners.erase(std::unique(each.owners.begin(), each.owners.end()), each.owners.end());
         const String& role = key.second ? key.first->getOneRole() : key.first->getOtherRole();
         std::vector<StoredLink> found;
-        constexpr std::size_t most = 100000;
+        const std::size_t most = 1000 + 64 * each.owners.size();
         auto* reader = dynamic_cast<LinkReader*>(model->driver);
         each.isKnown = reader != nullptr &&
                        reader->readLinks(key.first, role, each.owners, most, found);

@@ -271,6 +271,7 @@ void WriteQueue::setAside(const std::vector<std::size_t>& updates) {
         if (tables.of(cls).changesUnique(operations[position].set))
             changing[cls].push_back(position);
     }
+    bool hasMoved = false;
     for (const std::size_t position : updates) {
         const Operation& row = operations[position];
         const auto found = changing.find(row.instance->getClass());
@@ -285,7 +286,13 @@ void WriteQueue::setAside(const std::vector<std::size_t>& updates) {
         moving.bind(next, static_cast<std::int64_t>(row.instance->getObjectID()));
         moving.bind(next + 1, static_cast<std::int64_t>(row.expected));
         moving.post(position, 1);
+        hasMoved = true;
     }
+
+    // A row that somebody else has changed did not move, and its value would be
+    // in the way of another.
+    if (hasMoved)
+        connection.settle();
 }
 
 void WriteQueue::postInserts() {

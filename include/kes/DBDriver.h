@@ -121,6 +121,12 @@ public:
     /// `secondRole` is a one-reference, the driver raises `second`'s version,
     /// once in a commit, unless Instance::inTransaction tells that it is raised
     /// anyway.
+    ///
+    /// removeLink dissolves that link and no other: a reference that leads to
+    /// somebody else by then, in the database or after an earlier call of the
+    /// same commit, stays. An end that was never stored (isRemoved without
+    /// inTransaction) had taken the other end from whoever had it before, so
+    /// that one's reference is emptied whatever it holds.
     virtual bool addLink(Instance* first, const String& firstRole, Instance* second,
                          const String& secondRole, Association* association, bool linkFlag) = 0;
     virtual bool insert(Instance* instance) = 0;
@@ -130,7 +136,8 @@ public:
     virtual bool removeLink(Instance* first, const String& firstRole, Instance* second,
                             const String& secondRole, Association* association, bool linkFlag) = 0;
 
-    /// Leaves no reference to the object behind in the database.
+    /// Leaves no reference to the object behind in the database. A row that
+    /// loses one has its version raised, once in a commit; see EmptyingDriver.
     virtual bool remove(Instance* instance) = 0;
 
     /// Compares the instance's version with the stored one and brings the

@@ -176,12 +176,14 @@ public:
     // its plain fields as well.
 
     /// Whether the history has a transaction to undo, or one to redo. One that
-    /// recorded nothing counts as well, until the next one begins.
+    /// recorded nothing counts as well, until the next one begins; so does the
+    /// place of one that was rolled back.
     bool isUndoable() const;
     bool isRedoable() const;
 
     /// Takes the newest transaction of the history back, in a transaction of
-    /// its own that is committed, announced and can be redone. Fields, links,
+    /// its own that is committed, announced and can be redone. The place of one
+    /// that was rolled back is passed over where there is an older one. Fields, links,
     /// added and removed objects are as they were before; versions go on.
     ///
     /// While a transaction is started, undo only rolls it back, and changes

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <mutex>
+#include <sstream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -373,6 +377,73 @@ TEST_F(ConflictTest, ChecksWhatWasReadAndIsLocked) {
     theirs.startTransaction();
 
     EXPECT_RAISES("LOCKFAIL", theirAnn->lock());
+}
+
+TEST_F(ConflictTest, WritesRowsInTheOrderOfTheirIdsWhateverThatOfTheCalls) {
+    mine.startTransaction();
+    for (const Pointer<Person>* each : {&bob, &ann}) {
+        (*each)->age += 1;
+        (*each)->change();
+    }
+    ann->name = "Lower";
+    bob->name = "Higher";
+    firm->name = "First";
+    firm->change();
+    std::ostringstream trace;
+    mine.traceSQLTo(trace);
+    mine.commit();
+    mine.disableSQLTrace();
+
+    // Of rows that travel together the first is shown.
+    const std::string text = trace.str();
+    ASSERT_NE(std::string::npos, text.find("Lower")) << text;
+    EXPECT_LT(text.find("Lower"), text.find("Higher")) << text;
+    EXPECT_LT(text.find("First"), text.find("Lower")) << text;
+}
+
+TEST_F(ConflictTest, DoesNotDeadlockSessionsThatChangeTheSameObjectsInOppositeOrder) {
+    mine.startTransaction();
+    for (int i = 0; i < 6; ++i)
+        mine.newPerson("Crowd", i);
+    mine.commit();
+    std::vector<std::string> deadlocks;
+    std::mutex mutex;
+    const auto work = [&](bool backwards) {
+        StaffModel model;
+        open(model);
+        std::vector<Pointer<Person>> crowd;
+        SelectionOf<Person> all(model.personClass);
+        while (Person* each = all.nextValue())
+            crowd.emplace_back(each);
+        std::sort(crowd.begin(), crowd.end(),
+                  [&](const Pointer<Person>& a, const Pointer<Person>& b) {
+                      return (a->getObjectID() < b->getObjectID()) != backwards;
+                  });
+        for (int round = 0; round < 25; ++round) {
+            model.startTransaction();
+            for (const Pointer<Person>& each : crowd) {
+                each->refresh();
+                if ((each->getObjectID() + static_cast<unsigned long>(round)) % 2 == 0)
+                    each->age += 1;
+                else
+                    each->salary += 1;
+                each->change();
+            }
+            try {
+                model.commit();
+            } catch (const Exception& refused) {
+                const std::lock_guard<std::mutex> hold(mutex);
+                const std::string message = static_cast<const char*>(refused.getMessage());
+                if (message.find("eadlock") != std::string::npos)
+                    deadlocks.push_back(message);
+            }
+        }
+    };
+    std::thread other([&] { work(true); });
+    work(false);
+    other.join();
+
+    EXPECT_TRUE(deadlocks.empty()) << deadlocks.size() << " times: " << deadlocks.front();
 }
 
 }  // namespace Kes::testing

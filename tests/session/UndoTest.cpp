@@ -267,7 +267,7 @@ TEST_F(UndoTest, MakesNoLinkThatWasNotThereWhenItWasDissolved) {
     model.garbageCollect();
     const std::string before = ask("SELECT count(*) FROM Liking");
     SelectionOf<Node> all(model.nodeClass);
-    all.orderBy("KesObjectID");
+    all.orderBy(all["KesObjectID"]);
     std::vector<Pointer<Node>> nodes;
     while (Node* each = all.nextValue())
         nodes.emplace_back(each);

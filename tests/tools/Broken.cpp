@@ -22,6 +22,7 @@
 #include <kes/ConditionTranslator.h>
 #include <kes/DBDriver.h>
 #include <kes/DBDriverManager.h>
+#include <kes/EmptiedReferences.h>
 #include <kes/Handler.h>
 #include <kes/Instance.h>
 #include <kes/Role.h>
@@ -224,7 +225,7 @@ std::map<unsigned long, unsigned long> myVersions;
 // The driver that was opened last.
 DBDriver* myNewest = nullptr;
 
-class BrokenDriver final : public DBDriver {
+class BrokenDriver final : public DBDriver, public EmptyingDriver {
 public:
     ~BrokenDriver() override {
         forget();
@@ -243,6 +244,10 @@ public:
     bool close() override {
         forget();
         return real->close();
+    }
+    bool tellEmptiedTo(EmptiedListener* listener) override {
+        auto* telling = dynamic_cast<EmptyingDriver*>(real.get());
+        return telling != nullptr && telling->tellEmptiedTo(listener);
     }
     int getVersion(const String& name, const String& kind) override {
         return real->getVersion(name, is("kinds-alike") ? String("MODEL") : kind);
