@@ -16,6 +16,7 @@
 
 #include "object/Links.h"
 #include "session/ObjectCache.h"
+#include "session/SiblingLoader.h"
 #include "session/TransactionManager.h"
 
 namespace Kes {
@@ -306,6 +307,7 @@ void TransactionManager::askForUnsureLinks() {
         std::vector<StoredLink> found;
         const std::size_t most = 1000 + 64 * each.owners.size();
         auto* reader = dynamic_cast<LinkReader*>(model->driver);
+        const SiblingLoader::DriverScope asking(model);
         each.isKnown = reader != nullptr &&
                        reader->readLinks(key.first, role, each.owners, most, found);
         for (const StoredLink& link : found)

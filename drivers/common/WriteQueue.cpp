@@ -375,7 +375,15 @@ const char* WriteQueue::attemptOf(Kind kind) {
 
 void WriteQueue::fail(const PostFailure& failure) {
     const Operation& operation = operations[failure.ticket];
-    const std::string words = failure.isStale ? faultOfVersion(operation) : failure.what();
+    std::string words = failure.what();
+    if (failure.isStale) {
+        try {
+            words = faultOfVersion(operation);
+        } catch (const SqlFailure&) {
+            // A write behind it has failed too, and the database answers no more.
+            words = "somebody else has changed or removed it; refresh it and try again";
+        }
+    }
     throw SqlFailure(std::string(attemptOf(operation.kind)) + " the " + nameOf(operation.instance) +
                          ": " + words,
                      failure.kind);
