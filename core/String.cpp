@@ -1,13 +1,16 @@
 #include <kes/String.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <map>
 #include <mutex>
 #include <new>
 #include <string>
 
+#include <kes/Exception.h>
 #include <kes/ValVector.h>
 
 namespace Kes {
@@ -34,6 +37,16 @@ int lengthOf(const char* s) {
     return s != nullptr ? static_cast<int>(std::strlen(s)) : 0;
 }
 
+// Positions and sizes are ints.
+bool fits(std::size_t length) {
+    if (length <= static_cast<std::size_t>(std::numeric_limits<int>::max()))
+        return true;
+    Exception(Exception::ERROR, "STRSIZE", "String::String",
+              "A text holds at most 2147483647 bytes; store larger data in several texts")
+        .handle();
+    return false;
+}
+
 // Applies a change to a copy of the text.
 template <class Change>
 String changed(const char* text, Change change) {
@@ -56,6 +69,8 @@ StringData* String::make(const char* s) {
     if (s == nullptr || *s == '\0')
         return &myEmpty;
     const std::size_t length = std::strlen(s);
+    if (!fits(length))
+        return &myEmpty;
     StringData* fresh = allocate(length);
     std::memcpy(reinterpret_cast<char*>(fresh) + offsetof(StringData, text), s, length + 1);
     return fresh;
@@ -89,15 +104,24 @@ String::String(unsigned long v) : String(format("%lu", v)) {}
 String::String(double v) : String(format("%f", v)) {}
 String::String(float v) : String(static_cast<double>(v)) {}
 
-String::String(const char* a, const char* b) {
+String::String(const char* a, const char* b) : data(join(a, b)) {
+    if (data == nullptr)
+        data = &myEmpty;
+}
+
+// Null, which was raised, for more than a text holds.
+StringData* String::join(const char* a, const char* b) {
     const char* const first = orEmpty(a);
     const char* const second = orEmpty(b);
     const std::size_t sizeA = std::strlen(first);
     const std::size_t sizeB = std::strlen(second);
-    data = allocate(sizeA + sizeB);
-    char* text = reinterpret_cast<char*>(data) + offsetof(StringData, text);
+    if (!fits(sizeA + sizeB))
+        return nullptr;
+    StringData* fresh = allocate(sizeA + sizeB);
+    char* text = reinterpret_cast<char*>(fresh) + offsetof(StringData, text);
     std::memcpy(text, first, sizeA);
     std::memcpy(text + sizeA, second, sizeB + 1);
+    return fresh;
 }
 
 String::String(const char* s, int n) {
@@ -118,7 +142,12 @@ String& String::operator=(const char* s) {
 }
 
 String& String::operator+=(const char* s) {
-    return *this = String(data->text, s);
+    StringData* fresh = join(data->text, s);
+    if (fresh == nullptr)
+        return *this;
+    removeData();
+    data = fresh;
+    return *this;
 }
 
 int String::compareCaseInsensitive(const char* s) const {
@@ -164,7 +193,9 @@ String String::substring(int start) const {
 }
 
 String String::substring(int start, int end) const {
-    return String(data->text + start, end - start);
+    constexpr long most = std::numeric_limits<int>::max();
+    const long length = std::min(static_cast<long>(end) - start, most);
+    return String(data->text + start, static_cast<int>(std::max(length, 0L)));
 }
 
 String String::before(const char* sep, int start) const {
@@ -223,6 +254,14 @@ String String::replaceAll(const char* from, const char* to) const {
 ValVector<String> String::split(const char* sep) const {
     ValVector<String> parts(10, 10);
     const int length = lengthOf(sep);
+
+    // The array grows by ten, which for many parts would copy them very often.
+    int count = 1;
+    for (const char* at = data->text; length != 0 && (at = std::strstr(at, sep)) != nullptr;
+         at += length)
+        ++count;
+    if (count > 10)
+        parts.setCapacity(count);
     const char* at = data->text;
     while (const char* found = length != 0 ? std::strstr(at, sep) : nullptr) {
         parts.add(String(at, static_cast<int>(found - at)));
@@ -274,7 +313,7 @@ void String::assignFormat(const char* pattern, ...) {
     char buffer[1024] = "";  // stays so when the format is not to be printed
     std::va_list arguments;
     va_start(arguments, pattern);
-    std::vsnprintf(buffer, sizeof buffer, pattern, arguments);
+    std::vsnprintf(buffer, sizeof buffer, orEmpty(pattern), arguments);
     va_end(arguments);
     buffer[1022] = '\0';
     *this = static_cast<const char*>(buffer);

@@ -18,8 +18,9 @@ const char* const Banner = "****************************************";
 void (*Test::myPrint)(const char*) = Test::defaultPrint;
 
 Test::Test(const char* itsName) {
-    const std::size_t length = strnlen(itsName, sizeof name - 1);
-    std::memcpy(name, itsName, length);
+    const char* known = itsName != nullptr ? itsName : "";
+    const std::size_t length = strnlen(known, sizeof name - 1);
+    std::memcpy(name, known, length);
     name[length] = '\0';
 }
 
@@ -79,16 +80,17 @@ void Test::endTest() {
 }
 
 void Test::setPrintMethod(void (*method)(const char*)) {
-    myPrint = method;
+    myPrint = method != nullptr ? method : defaultPrint;
 }
 
+// A stream that is handed a null text stays silent from then on.
 void Test::print(const char* s) {
-    myPrint(s);
+    myPrint(s != nullptr ? s : "");
 }
 
 void Test::println(const char* s) {
-    myPrint(s);
-    myPrint("\n");
+    print(s);
+    print("\n");
 }
 
 void Test::defaultPrint(const char* s) {

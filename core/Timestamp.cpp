@@ -11,6 +11,20 @@ namespace {
 constexpr long DaySeconds = 86400;
 constexpr int DaysPerMonth[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
+// Nothing says that a stored count is a date's: sums go round at the ends of the
+// numbers, where signed ones would be undefined.
+long plus(long a, long b) {
+    return static_cast<long>(static_cast<unsigned long>(a) + static_cast<unsigned long>(b));
+}
+
+long minus(long a, long b) {
+    return static_cast<long>(static_cast<unsigned long>(a) - static_cast<unsigned long>(b));
+}
+
+long times(long a, long b) {
+    return static_cast<long>(static_cast<unsigned long>(a) * static_cast<unsigned long>(b));
+}
+
 // a - b, or the nearest int: the order of any two counts survives.
 int difference(long a, long b) {
     constexpr int most = std::numeric_limits<int>::max();
@@ -37,7 +51,7 @@ Timestamp Timestamp::now() {
 }
 
 void Timestamp::setTime(int year, int month, int day, int hour, int minute, int second) {
-    days = getDaysFromYears(year) + getDaysFromMonths(year, month) + day - 1;
+    days = getDaysFromYears(year) + getDaysFromMonths(year, month) + day - 1L;
     seconds = hour * 3600L + minute * 60L + second;
 }
 
@@ -60,26 +74,25 @@ long Timestamp::getDaysFromMonths(int year, int month) const {
 // Exact from the year 1 to 30 December 7900; stored values rely on this very
 // formula.
 int Timestamp::getYear() const {
-    const long v = days + 60;
-    return static_cast<int>((days - v / 1461 + v / 36524 - v / 146097) / 365 + 1);
+    const long v = plus(days, 60);
+    const long leaps = v / 1461 - v / 36524 + v / 146097;
+    return static_cast<int>(minus(days, leaps) / 365 + 1);
 }
 
 int Timestamp::getMonth() const {
     const int year = getYear();
-    long rest = days - getDaysFromYears(year);
+    long rest = minus(days, getDaysFromYears(year));
     int m = 0;
     for (; rest >= 0 && m < 12; ++m) {
-        rest -= DaysPerMonth[m];
-        if (m == 1 && isLeapYear(year))
-            rest -= 1;
+        rest -= DaysPerMonth[m] + (m == 1 && isLeapYear(year) ? 1 : 0);
     }
     return m;
 }
 
 int Timestamp::getDate() const {
     const int year = getYear();
-    return static_cast<int>(days - getDaysFromYears(year) - getDaysFromMonths(year, getMonth()) +
-                            1);
+    const long before = getDaysFromYears(year) + getDaysFromMonths(year, getMonth());
+    return static_cast<int>(plus(minus(days, before), 1));
 }
 
 int Timestamp::getHour() const {
@@ -105,17 +118,18 @@ bool Timestamp::inLeapYear() const {
 void Timestamp::setYear(int year) {
     const int before = getYear();
     const bool pastFebruary = getMonth() > 2;
-    days -= getDaysFromYears(before) + (isLeapYear(before) && pastFebruary ? 1 : 0);
-    days += getDaysFromYears(year) + (isLeapYear(year) && pastFebruary ? 1 : 0);
+    const long old = getDaysFromYears(before) + (isLeapYear(before) && pastFebruary ? 1 : 0);
+    days = plus(minus(days, old),
+                getDaysFromYears(year) + (isLeapYear(year) && pastFebruary ? 1 : 0));
 }
 
 void Timestamp::setMonth(int month) {
     const int year = getYear();
-    days += getDaysFromMonths(year, month) - getDaysFromMonths(year, getMonth());
+    days = plus(days, getDaysFromMonths(year, month) - getDaysFromMonths(year, getMonth()));
 }
 
 void Timestamp::setDate(int date) {
-    days += date - getDate();
+    days = plus(days, static_cast<long>(date) - getDate());
 }
 
 void Timestamp::setHour(int hour) {
@@ -123,57 +137,57 @@ void Timestamp::setHour(int hour) {
 }
 
 void Timestamp::setMinute(int minute) {
-    seconds += (minute - getMinute()) * 60L;
+    seconds = plus(seconds, (static_cast<long>(minute) - getMinute()) * 60);
 }
 
 void Timestamp::setSecond(int second) {
-    seconds += second - getSecond();
+    seconds = plus(seconds, static_cast<long>(second) - getSecond());
 }
 
 void Timestamp::addDays(int n) {
-    days += n;
+    days = plus(days, n);
 }
 
 void Timestamp::addYears(int n) {
-    setYear(getYear() + n);
+    setYear(static_cast<int>(static_cast<long>(getYear()) + n));
 }
 
 void Timestamp::addMonths(int n) {
     const int before = getYear();
     const int month = getMonth();
-    days -= getDaysFromMonths(before, month);
+    days = minus(days, getDaysFromMonths(before, month));
     const long total = month - 1L + n;  // counted from January, maybe of an earlier year
     const long years = (total >= 0 ? total : total - 11) / 12;
-    const int year = before + static_cast<int>(years);
+    const int year = static_cast<int>(before + years);
     if (year != before)
         setYear(year);
-    days += getDaysFromMonths(year, static_cast<int>(total - years * 12) + 1);
+    days = plus(days, getDaysFromMonths(year, static_cast<int>(total - years * 12) + 1));
 }
 
 void Timestamp::addHours(int n) {
-    seconds += n * 3600L;
+    seconds = plus(seconds, n * 3600L);
     carry();
 }
 
 void Timestamp::addMinutes(int n) {
-    seconds += n * 60L;
+    seconds = plus(seconds, n * 60L);
     carry();
 }
 
 void Timestamp::addSeconds(int n) {
-    seconds += n;
+    seconds = plus(seconds, n);
     carry();
 }
 
 void Timestamp::carry() {
     if (seconds / DaySeconds > 0) {
-        days += seconds / DaySeconds;
+        days = plus(days, seconds / DaySeconds);
         seconds %= DaySeconds;
     }
     if (seconds < 0) {
         const long borrowed = seconds / DaySeconds - 1;
-        days += borrowed;
-        seconds -= borrowed * DaySeconds;
+        days = plus(days, borrowed);
+        seconds = minus(seconds, times(borrowed, DaySeconds));
     }
 }
 
@@ -182,7 +196,7 @@ int Timestamp::compare(const Timestamp& o) const {
 }
 
 long Timestamp::operator-(const Timestamp& o) const {
-    return (days - o.days) * DaySeconds + (seconds - o.seconds);
+    return plus(times(minus(days, o.days), DaySeconds), minus(seconds, o.seconds));
 }
 
 long Timestamp::hash(const Timestamp& t) {

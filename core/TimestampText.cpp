@@ -161,7 +161,9 @@ String Timestamp::asString(const char* format) const {
     return w;
 }
 
-void Timestamp::parseString(const char* text, const char* format) {
+void Timestamp::parseString(const char* itsText, const char* itsFormat) {
+    const char* const text = itsText != nullptr ? itsText : "";
+    const char* const format = itsFormat != nullptr ? itsFormat : "";
     const std::size_t formatSize = std::strlen(format);
     const std::size_t textSize = std::strlen(text);
     const char* found = std::strchr(format, '%');

@@ -24,7 +24,7 @@ public:
     Class* getClass() const { return cls; }
 
     /// Deletes this object, which must have been made with new. Does nothing
-    /// on a null pointer when called as `Attribute::deleteThis(p)`.
+    /// on a null pointer.
     void deleteThis();
     static void deleteThis(Attribute* attribute);
 

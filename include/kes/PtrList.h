@@ -152,11 +152,11 @@ public:
         count = 0;
     }
 
-    /// Deletes what the pointers point to as well.
+    /// Deletes what the pointers point to as well. What is deleted is not in the
+    /// list any more, and may take others out.
     void clearAndDelete() {
-        for (Node* node = head; node != nullptr; node = node->next)
-            delete node->value;
-        clear();
+        while (count > 0)
+            delete removeAt(0);
     }
 
     /// Identity: true only for the same object.

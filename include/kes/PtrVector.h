@@ -2,6 +2,9 @@
 
 #pragma once
 
+#include <algorithm>
+#include <limits>
+
 #include <kes/Export.h>
 #include <kes/Forward.h>
 
@@ -12,11 +15,11 @@ namespace Kes {
 template <class T>
 class PtrVector {
 public:
-    /// Both in entries.
+    /// Both in entries; below 0 counts as 0.
     PtrVector(int initialCapacity, int growth)
-        : capacity(initialCapacity),
+        : capacity(initialCapacity > 0 ? initialCapacity : 0),
           increment(growth),
-          items(new T*[static_cast<unsigned>(initialCapacity)]) {}
+          items(new T*[static_cast<unsigned>(capacity)]) {}
     PtrVector(const PtrVector& other) : PtrVector(other.capacity, other.increment) {
         *this = other;
     }
@@ -89,10 +92,11 @@ public:
     /// Keeps the array.
     void clear() { used = 0; }
 
+    /// What is deleted is not in the array any more, and may take others out.
     void clearAndDelete() {
-        for (int i = 0; i < used; ++i)
-            delete items[i];
-        used = 0;
+        std::reverse(items, items + used);  // the first goes first
+        while (used > 0)
+            delete items[--used];
     }
 
     int size() const { return used; }
@@ -111,7 +115,11 @@ protected:
             dst[dstStart + i] = src[srcStart + i];
     }
     // Room for one more even when the increment is 0.
-    void increaseCapacity() { reallocate(capacity + (increment > 0 ? increment : 1)); }
+    void increaseCapacity() {
+        const int step = increment > 0 ? increment : 1;
+        constexpr int most = std::numeric_limits<int>::max();
+        reallocate(step > most - capacity ? most : capacity + step);
+    }
 
 private:
     void reallocate(int newCapacity) {

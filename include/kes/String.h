@@ -22,7 +22,9 @@ struct StringData {
 ///
 /// Order is byte order, positions are byte offsets from 0, "not found" is -1.
 /// Case operations know ASCII letters only. Offsets are not checked. A null
-/// pointer stands for "" wherever a text is taken.
+/// pointer stands for "" wherever a text is taken. A text has at most 2147483647
+/// bytes: an operation whose result has more raises STRSIZE (ERROR), and gives ""
+/// when the handler returns; += leaves the text as it was.
 ///
 /// The count is not atomic: strings that share a buffer belong to one thread at
 /// a time. The empty text and constant() know no such limit. A buffer has at
@@ -168,6 +170,7 @@ protected:
 
 private:
     static StringData* make(const char* s);
+    static StringData* join(const char* a, const char* b);
     static StringData* allocate(std::size_t length);
     static void release(StringData* unused);
     static StringData* share(StringData* shared) {

@@ -24,7 +24,8 @@ namespace Kes {
 /// delete a test through this class.
 class KES_EXPORT Test {
 public:
-    /// Copies the name; it is cut at 155 bytes.
+    /// Copies the name; it is cut at 155 bytes. Null stands for "", here and
+    /// wherever a text is taken.
     explicit Test(const char* name);
 
     /// The body.
@@ -49,7 +50,7 @@ public:
     void endTest();
 
     /// Replaces the function that all text goes through, line ends included;
-    /// the first one writes to standard output. Null is not allowed.
+    /// the first one writes to standard output. Null brings that one back.
     static void setPrintMethod(void (*method)(const char*));
 
 protected:

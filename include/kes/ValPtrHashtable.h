@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <ostream>
 
@@ -33,12 +34,13 @@ public:
     using Assoc = ValPtrAssoc<K, V>;
     using Bucket = ValList<Assoc>;
 
-    /// A table of 0 buckets takes its first ones when it gets its first entry.
+    /// A table of 0 buckets takes its first ones when it gets its first entry;
+    /// below 0 counts as 0.
     ValPtrHashtable(long (*keyHash)(const K&), int initialBuckets, int growth)
         : hashFunction(keyHash),
-          nrOfBuckets(initialBuckets),
-          increment(growth),
-          buckets(new Bucket[static_cast<unsigned>(initialBuckets)]) {}
+          nrOfBuckets(initialBuckets > 0 ? initialBuckets : 0),
+          increment(growth > 0 ? growth : 0),
+          buckets(new Bucket[static_cast<unsigned>(nrOfBuckets)]) {}
     ValPtrHashtable(const ValPtrHashtable& other)
         : ValPtrHashtable(other.hashFunction, other.nrOfBuckets, other.increment) {
         *this = other;
@@ -66,7 +68,7 @@ public:
             const_cast<Assoc*>(known)->value = value;
             return replaced;
         }
-        if (entries + 1 > 6 * nrOfBuckets)
+        if (entries + 1L > 6L * nrOfBuckets)
             increaseNrOfBuckets();
         buckets[myHash(key)].add(Assoc(key, value));
         ++entries;
@@ -98,11 +100,15 @@ public:
         entries = 0;
     }
 
+    /// What is deleted is not in the table any more, and may take others out.
     void clearAndDelete() {
         for (int i = 0; i < nrOfBuckets; ++i)
-            for (const Assoc& entry : buckets[i])
-                delete entry.value;
-        clear();
+            while (buckets[i].size() > 0) {
+                V* value = buckets[i][0].value;
+                buckets[i].removeAt(0);
+                --entries;
+                delete value;
+            }
     }
 
     /// One line per bucket: its index, " => " and the number of its entries.
@@ -119,7 +125,9 @@ protected:
     int myHash(const K& key) const { return bucketOf(key, nrOfBuckets); }
 
     void increaseNrOfBuckets() {
-        const int wanted = nrOfBuckets + increment > 0 ? nrOfBuckets + increment : 1;
+        constexpr int most = std::numeric_limits<int>::max();
+        const int sum = increment > most - nrOfBuckets ? most : nrOfBuckets + increment;
+        const int wanted = sum > 0 ? sum : 1;
         if (wanted == nrOfBuckets)
             return;
         std::unique_ptr<Bucket[]> fresh(new Bucket[static_cast<unsigned>(wanted)]);

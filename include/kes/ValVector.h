@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <limits>
 #include <memory>
 
 #include <kes/Export.h>
@@ -14,8 +15,9 @@ namespace Kes {
 template <class T>
 class ValVector {
 public:
-    /// Both in entries. Allocates nothing yet.
-    ValVector(int initialCapacity, int growth) : capacity(initialCapacity), increment(growth) {}
+    /// Both in entries; below 0 counts as 0. Allocates nothing yet.
+    ValVector(int initialCapacity, int growth)
+        : capacity(initialCapacity > 0 ? initialCapacity : 0), increment(growth) {}
     ValVector(const ValVector& other) : ValVector(other.capacity, other.increment) {
         *this = other;
     }
@@ -36,7 +38,8 @@ public:
     void add(const T& v) {
         const T kept(v);  // may be an element of the array that is replaced
         makeRoom();
-        items[used++] = kept;
+        items[used] = kept;  // counted when it is there: the assignment may throw
+        ++used;
     }
 
     void insert(const T& v, int i) {
@@ -99,11 +102,15 @@ protected:
         for (int i = n - 1; i >= 0; --i)
             dst[dstStart + i] = src[srcStart + i];
     }
-    void increaseCapacity() { reallocate(items == nullptr ? capacity : capacity + step()); }
+    void increaseCapacity() { reallocate(items == nullptr ? capacity : larger()); }
 
 private:
     // Room for one more even when the increment is 0.
-    int step() const { return increment > 0 ? increment : 1; }
+    int larger() const {
+        const int step = increment > 0 ? increment : 1;
+        constexpr int most = std::numeric_limits<int>::max();
+        return step > most - capacity ? most : capacity + step;
+    }
 
     // A first array of 0 elements grows at once by the increment.
     void makeRoom() {

@@ -250,5 +250,47 @@ TEST(ValPtrHashtableTest, EqualsOnlyItself) {
     EXPECT_EQ((ValPtrHashtable<long, int>::hash(table)), reinterpret_cast<long>(&table));
 }
 
+using Leavers = ValPtrHashtable<String, struct Leaver>;
+
+// Takes itself, and what is filed beside it, out of the table in the end.
+struct Leaver {
+    Leaver(Leavers& home, const String& itsName, int& counter)
+        : of(home), name(itsName), deletions(counter) {
+        of.set(name, this);
+    }
+    Leaver(const Leaver&) = delete;
+    Leaver& operator=(const Leaver&) = delete;
+    ~Leaver() {
+        ++deletions;
+        of.remove(name);
+        delete of.remove(name + "'s friend");
+    }
+    Leavers& of;
+    String name;
+    int& deletions;
+};
+
+TEST(HashtableTest, DeletesValuesThatTakeThemselvesAndOthersOut) {
+    int deletions = 0;
+    Leavers table(String::hash, 1, 1);
+    for (const char* name : {"a", "b", "c", "b's friend", "a's friend"})
+        static_cast<void>(new Leaver(table, name, deletions));
+
+    table.clearAndDelete();
+
+    EXPECT_EQ(5, deletions);
+    EXPECT_FALSE(table.contains("c"));
+}
+
+TEST(HashtableTest, TakesSizesBelowNothingForNone) {
+    int value = 0;
+    ValPtrHashtable<String, int> table(String::hash, -1, -1);
+
+    for (int i = 0; i < 20; ++i)
+        table.set(String(i), &value);
+
+    EXPECT_EQ(&value, table.get("19"));
+}
+
 }  // namespace
 }  // namespace Kes

@@ -356,5 +356,34 @@ TEST(ValListTest, EqualsOnlyItself) {
     EXPECT_EQ(ValList<int>::hash(list), reinterpret_cast<long>(&list));
 }
 
+// Takes itself, and a friend, out of the list in the end.
+struct Leaver {
+    Leaver(PtrList<Leaver>& home, int& counter) : of(home), deletions(counter) { of.add(this); }
+    Leaver(const Leaver&) = delete;
+    Leaver& operator=(const Leaver&) = delete;
+    ~Leaver() {
+        ++deletions;
+        of.remove(this);
+        delete of.remove(follower);
+    }
+    PtrList<Leaver>& of;
+    int& deletions;
+    Leaver* follower = nullptr;
+};
+
+TEST(PtrListTest, DeletesElementsThatTakeThemselvesAndOthersOut) {
+    int deletions = 0;
+    PtrList<Leaver> list;
+    for (int i = 0; i < 5; ++i)
+        static_cast<void>(new Leaver(list, deletions));
+    list[0]->follower = list[1];
+    list[2]->follower = list[4];
+
+    list.clearAndDelete();
+
+    EXPECT_EQ(5, deletions);
+    EXPECT_EQ(0, list.size());
+}
+
 }  // namespace
 }  // namespace Kes

@@ -283,5 +283,23 @@ TEST_F(SelfCheckTest, NeedsABodyAndHasNoVirtualDestructor) {
     EXPECT_FALSE(std::has_virtual_destructor_v<Kes::Test>);
 }
 
+TEST_F(SelfCheckTest, TakesANullTextForAnEmptyOne) {
+    class Named : public Kes::Test {
+    public:
+        Named() : Test(nullptr) {}
+        void run() override {
+            startTest(nullptr);
+            print(nullptr);
+            println(nullptr);
+            verify(true);
+            endTest();
+        }
+    };
+
+    Named().start();
+
+    EXPECT_NE(printed.find("START TEST: \n \n+ PASSED\n"), std::string::npos) << printed;
+}
+
 }  // namespace
 }  // namespace Kes

@@ -1,10 +1,15 @@
 #include <kes/String.h>
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cfloat>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -12,6 +17,30 @@
 #include <vector>
 
 #include <kes/ValVector.h>
+
+#include "tests/support/Raises.h"
+
+namespace {
+
+std::atomic<int> myArrays = 0;  // that were asked for
+
+}  // namespace
+
+// The library's arrays come from here, too.
+void* operator new[](std::size_t size) {
+    ++myArrays;
+    if (void* array = std::malloc(size))
+        return array;
+    throw std::bad_alloc();
+}
+
+void operator delete[](void* array) noexcept {
+    std::free(array);
+}
+
+void operator delete[](void* array, std::size_t) noexcept {
+    std::free(array);
+}
 
 namespace Kes {
 namespace {
@@ -369,6 +398,83 @@ TEST(StringTest, CutsFormattedTextAt1022Characters) {
         s.assignFormat("%*d", width, 1);
         EXPECT_EQ(s.size(), width < 1022 ? width : 1022) << width;
     }
+}
+
+TEST(StringTest, TakesANullFormatForAnEmptyOne) {
+    String text("before");
+    const char* const none = nullptr;
+
+    text.assignFormat(none);
+
+    EXPECT_EQ("", text);
+}
+
+TEST(StringTest, CutsASubstringWhoseLengthIsNoInt) {
+    EXPECT_EQ("", String("abc").substring(2, INT_MIN));
+}
+
+// One that grew by ten would copy all of its parts each time.
+TEST(StringTest, SplitsIntoManyPartsWithOneArray) {
+    const String text(std::string(1000, ',').c_str());
+    const int before = myArrays;
+
+    const ValVector<String> parts = text.split(",");
+
+    EXPECT_EQ(1, myArrays - before);
+    EXPECT_EQ(1001, parts.size());
+}
+
+// The same page of letters over and over: more than a text holds, at the price
+// of a page of memory.
+class Endless {
+public:
+    explicit Endless(std::size_t bytes) : size((bytes / Page + 2) * Page) {
+        const int file = memfd_create("letters", 0);
+        const std::string letters(Page, 'a');
+        static_cast<void>(!write(file, letters.data(), Page));
+        start = static_cast<char*>(
+            mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+        for (std::size_t at = 0; at + Page < size; at += Page)
+            mmap(start + at, Page, PROT_READ, MAP_SHARED | MAP_FIXED, file, 0);
+        close(file);
+    }
+    Endless(const Endless&) = delete;
+    Endless& operator=(const Endless&) = delete;
+    ~Endless() { munmap(start, size); }
+
+    const char* text() const { return start; }
+
+private:
+    static constexpr std::size_t Page = std::size_t{1} << 21;
+    std::size_t size;  // the last page holds zeros
+    char* start;
+};
+
+constexpr std::size_t TooLarge = std::size_t{1} << 31;
+
+TEST(StringSizeTest, RefusesMoreThanAnIntCounts) {
+    const Endless endless(TooLarge);
+    String text("before");
+
+    EXPECT_RAISES("STRSIZE", String(endless.text()));
+    EXPECT_RAISES("STRSIZE", text = endless.text());
+    EXPECT_RAISES("STRSIZE", text += endless.text());
+    EXPECT_RAISES("STRSIZE", text + endless.text());
+
+    EXPECT_EQ("before", text);
+}
+
+TEST(StringSizeTest, GoesOnWithAnEmptyTextWhenTheHandlerReturns) {
+    const testing::ReturningHandler handler;
+    const Endless endless(TooLarge);
+    String text("before");
+
+    text += endless.text();
+    EXPECT_EQ("before", text);
+    EXPECT_EQ("", text + endless.text());
+    EXPECT_EQ("", String(endless.text()));
+
+    EXPECT_EQ(3U, handler.codes().size());
 }
 
 }  // namespace

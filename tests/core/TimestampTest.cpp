@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdlib>
 #include <ctime>
+#include <string>
 
 namespace Kes {
 namespace {
@@ -315,6 +317,44 @@ TEST(TimestampTest, HashesItsCounts) {
     const Timestamp t = at(2000, 3, 1, 0, 0, 5);
 
     EXPECT_EQ(Timestamp::hash(t), 730179 ^ 5);
+}
+
+TEST(TimestampTest, FollowsATimeZoneThatChanges) {
+    const char* const before = std::getenv("TZ");
+    const std::string kept = before != nullptr ? before : "";
+    setenv("TZ", "UTC0", 1);
+    const Timestamp here;
+    setenv("TZ", "EAST-9", 1);
+    const Timestamp there;
+    if (before != nullptr)
+        setenv("TZ", kept.c_str(), 1);
+    else
+        unsetenv("TZ");
+    static_cast<void>(Timestamp());
+
+    EXPECT_LT(std::labs(there - here - 9 * 3600L), 5);
+}
+
+// Whatever comes out: nothing of it is undefined, which the sanitizer tells.
+TEST(TimestampTest, GoesRoundAtTheEndsOfTheNumbers) {
+    for (const long days : {LONG_MIN, LONG_MIN + 1, -1L, LONG_MAX - 1, LONG_MAX})
+        for (const long seconds : {LONG_MIN, 0L, LONG_MAX})
+            for (const int n : {INT_MIN, -1, INT_MAX}) {
+                Timestamp t(2004, 2, 29, 0, 0, 0);
+                const Timestamp other(n, n, n, n, n, n);
+                for (void (Timestamp::*change)(int) :
+                     {&Timestamp::addYears, &Timestamp::addMonths, &Timestamp::addDays,
+                      &Timestamp::addHours, &Timestamp::addMinutes, &Timestamp::addSeconds,
+                      &Timestamp::setYear, &Timestamp::setMonth, &Timestamp::setDate,
+                      &Timestamp::setHour, &Timestamp::setMinute, &Timestamp::setSecond}) {
+                    t.setAllDays(days);
+                    t.setAllSeconds(seconds);
+                    (t.*change)(n);
+                    static_cast<void>(t - other);
+                    EXPECT_GE(t.getMonth(), 0);
+                    EXPECT_LE(t.getMonth(), 12);
+                }
+            }
 }
 
 }  // namespace

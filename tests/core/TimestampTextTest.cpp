@@ -346,5 +346,16 @@ TEST(TimestampTextTest, FormatsOnSeveralThreadsAtOnce) {
         EXPECT_EQ(count, 0);
 }
 
+TEST(TimestampTextTest, TakesANullTextForAnEmptyOne) {
+    Timestamp t(2004, 3, 7, 9, 5, 0);
+
+    t.parseString(nullptr, "%H");
+    EXPECT_EQ(0, t.getHour());
+    t.parseString("12", nullptr);
+
+    EXPECT_EQ(0, t.getHour());
+    EXPECT_EQ("", t.asString(nullptr));
+}
+
 }  // namespace
 }  // namespace Kes

@@ -485,5 +485,83 @@ TEST(PtrVectorTest, EqualsOnlyItself) {
     EXPECT_EQ(PtrVector<int>::hash(v), reinterpret_cast<long>(&v));
 }
 
+// Assignments of it throw when they are told to.
+struct Fragile {
+    Fragile() = default;
+    explicit Fragile(int v) : value(v) {}
+    Fragile(const Fragile&) = default;
+    Fragile& operator=(const Fragile& other) {
+        if (other.value == 13)
+            throw std::runtime_error("no assignment");
+        value = other.value;
+        return *this;
+    }
+    bool operator==(const Fragile& other) const { return value == other.value; }
+    int value = 0;
+};
+
+TEST(ValVectorTest, IsAsItWasAfterAnAssignmentThatThrew) {
+    ValVector<Fragile> v(4, 4);
+    v.add(Fragile(1));
+
+    EXPECT_THROW(v.add(Fragile(13)), std::runtime_error);
+    EXPECT_EQ(1, v.size());
+    v.add(Fragile(2));
+
+    EXPECT_EQ(2, v.size());
+    EXPECT_EQ(1, v[0].value);
+    EXPECT_EQ(2, v[1].value);
+}
+
+TEST(ValVectorTest, TakesACapacityBelowNothingForNone) {
+    ValVector<int> v(-1, -5);
+
+    v.add(7);
+    v.add(8);
+
+    EXPECT_EQ("78", textOf(v));
+}
+
+TEST(PtrVectorTest, TakesACapacityBelowNothingForNone) {
+    int a = 0;
+    int b = 0;
+    PtrVector<int> v(-1, -5);
+
+    v.add(&a);
+    v.add(&b);
+
+    EXPECT_EQ(2, v.size());
+    EXPECT_EQ(&b, v[1]);
+}
+
+// Takes itself, and a friend, out of the vector in the end.
+struct Leaver {
+    Leaver(PtrVector<Leaver>& home, int& counter) : of(home), deletions(counter) { of.add(this); }
+    Leaver(const Leaver&) = delete;
+    Leaver& operator=(const Leaver&) = delete;
+    ~Leaver() {
+        ++deletions;
+        of.remove(this);
+        delete of.remove(follower);
+    }
+    PtrVector<Leaver>& of;
+    int& deletions;
+    Leaver* follower = nullptr;
+};
+
+TEST(PtrVectorTest, DeletesElementsThatTakeThemselvesAndOthersOut) {
+    int deletions = 0;
+    PtrVector<Leaver> v(4, 4);
+    for (int i = 0; i < 5; ++i)
+        static_cast<void>(new Leaver(v, deletions));
+    v[4]->follower = v[1];
+    v[2]->follower = v[0];
+
+    v.clearAndDelete();
+
+    EXPECT_EQ(5, deletions);
+    EXPECT_EQ(0, v.size());
+}
+
 }  // namespace
 }  // namespace Kes
