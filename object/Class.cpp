@@ -1,14 +1,24 @@
 #include <kes/Class.h>
 
+#include <kes/Exception.h>
 #include <kes/InitAssocHandler.h>
 #include <kes/Instance.h>
 #include <kes/Listener.h>
+#include <kes/Model.h>
 #include <kes/Pointer.h>
 
 #include "object/FieldWalk.h"
 #include "object/ListenerList.h"
 
 namespace Kes {
+
+namespace {
+
+bool isNull(const void* object) {
+    return object == nullptr;
+}
+
+}  // namespace
 
 Class::Class(const String& className, int classVersion, Model* owner, Factory make)
     : name(className.unshared()), version(classVersion), model(owner), factory(make) {}
@@ -20,7 +30,8 @@ Class::~Class() {
 
 void Class::subclassOf(Class* super) {
     superClass = super;
-    super->subClasses.add(this);
+    if (super != nullptr)
+        super->subClasses.add(this);
 }
 
 bool Class::isA(const Class* other) const {
@@ -52,6 +63,16 @@ Instance* Class::getDummy() {
 }
 
 Instance* Class::newInstance() {
+    // A member of a model is null until the model was opened, and its first use
+    // is here. This file is compiled so that the test stays.
+    if (isNull(this) || model == nullptr) {
+        Exception(Exception::ERROR, "INSTERR", "Class::newInstance",
+                  "There is no class to make an object of; open the model, which declares its "
+                  "classes, before")
+            .handle();
+        return nullptr;
+    }
+    model->threadCheck.verify();
     Instance* instance = factory(this);
     Pointer<Instance> keep(instance);
     try {
@@ -69,10 +90,14 @@ Instance* Class::newInstance() {
 }
 
 void Class::addListener(Listener* listener) {
+    if (model != nullptr)
+        model->threadCheck.verify();
     addToListeners(listeners, listener);
 }
 
 void Class::removeListener(Listener* listener) {
+    if (model != nullptr)
+        model->threadCheck.verify();
     removeFromListeners(listeners, listener);
 }
 

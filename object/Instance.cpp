@@ -1,6 +1,7 @@
 #include <kes/Instance.h>
 
 #include <kes/Class.h>
+#include <kes/Exception.h>
 #include <kes/Handler.h>
 #include <kes/Listener.h>
 #include <kes/Model.h>
@@ -24,44 +25,85 @@ void Instance::handle(Handler* handler) {
     handler->handleULong(versionName, version);
 }
 
+// Null, which was raised, for an object that was made with a null class.
+Model* Instance::modelFor(const char* operation) const {
+    Model* model = cls != nullptr ? cls->getModel() : nullptr;
+    if (model == nullptr)
+        Exception(Exception::ERROR, "INSTERR", operation,
+                  "The object has no class; open the model, which declares its classes, and make "
+                  "it with the newInstance of one")
+            .handle();
+    return model;
+}
+
+// As modelFor, for the model's own thread alone.
+Model* Instance::ownModel(const char* operation) const {
+    Model* model = modelFor(operation);
+    if (model != nullptr)
+        model->threadCheck.verify();
+    return model;
+}
+
+// For what an object without a model can do as well. Null there.
+const Model* Instance::checkedModel() const {
+    const Model* model = cls != nullptr ? cls->getModel() : nullptr;
+    if (model != nullptr)
+        model->threadCheck.verify();
+    return model;
+}
+
 void Instance::add() {
-    cls->getModel()->add(this);
+    if (Model* model = modelFor("Instance::add"))
+        model->add(this);
 }
 
 void Instance::change() {
-    cls->getModel()->update(this);
+    if (Model* model = modelFor("Instance::change"))
+        model->update(this);
 }
 
 void Instance::remove() {
-    if (!isRemoved())
+    if (!isRemoved() && modelFor("Instance::remove") != nullptr)
         Removal::run(this);
 }
 
 void Instance::refresh() {
-    cls->getModel()->refresh(this);
+    if (Model* model = modelFor("Instance::refresh"))
+        model->refresh(this);
 }
 
 void Instance::lock() {
-    cls->getModel()->lock(this);
+    if (Model* model = modelFor("Instance::lock"))
+        model->lock(this);
 }
 
 bool Instance::inSameModel(const Instance* other) const {
-    return cls->getModel() == other->cls->getModel();
+    return checkedModel() == (other->cls != nullptr ? other->cls->getModel() : nullptr);
 }
 
 void Instance::addPointer(PointerBase* pointer) const {
-    cls->getModel()->addPointer(pointer);
+    if (Model* model = modelFor("Instance::addPointer"))
+        model->addPointer(pointer);
 }
 
+// One without a model has registered nothing.
 void Instance::removePointer(PointerBase* pointer) const {
-    cls->getModel()->removePointer(pointer);
+    if (cls != nullptr && cls->getModel() != nullptr)
+        cls->getModel()->removePointer(pointer);
+}
+
+void Instance::forgetPointer(PointerBase* pointer) const noexcept {
+    if (cls != nullptr && cls->getModel() != nullptr)
+        cls->getModel()->forgetPointer(pointer);
 }
 
 void Instance::addListener(Listener* listener) {
+    checkedModel();
     addToListeners(listeners, listener);
 }
 
 void Instance::removeListener(Listener* listener) {
+    checkedModel();
     removeFromListeners(listeners, listener);
 }
 

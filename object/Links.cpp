@@ -186,7 +186,7 @@ void LinkHandler::handleManyAssociated(const String& name, const String& itsRole
 }
 
 void Instance::get(OneAssociatedInstance& ref, bool force) {
-    if (ref.isFetched() && !force)
+    if (ownModel("Instance::get") == nullptr || (ref.isFetched() && !force))
         return;
     const ReferenceFinder end(this, &ref, "Instance::get");
     if (!end.found())
@@ -197,7 +197,7 @@ void Instance::get(OneAssociatedInstance& ref, bool force) {
 }
 
 void Instance::get(ManyAssociatedInstances& ref, bool force) {
-    if (ref.isFetched() && !force)
+    if (ownModel("Instance::get") == nullptr || (ref.isFetched() && !force))
         return;
     const ReferenceFinder end(this, &ref, "Instance::get");
     if (!end.found())
@@ -208,6 +208,8 @@ void Instance::get(ManyAssociatedInstances& ref, bool force) {
 }
 
 void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
+    if (ownModel("Instance::set") == nullptr)
+        return;
     const ReferenceFinder end(this, &ref, "Instance::set");
     if (!end.found())
         return;
@@ -235,6 +237,8 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
 }
 
 void Instance::add(ManyAssociatedInstances& ref, Instance* partner) {
+    if (ownModel("Instance::add") == nullptr)
+        return;
     const ReferenceFinder end(this, &ref, "Instance::add");
     if (end.found() && isAcceptable(this, partner, end, "Instance::add"))
         LinkHandler(this, end.getAssociation(), end.getRole(), LinkHandler::Add)
@@ -242,6 +246,8 @@ void Instance::add(ManyAssociatedInstances& ref, Instance* partner) {
 }
 
 void Instance::remove(ManyAssociatedInstances& ref, Instance* partner) {
+    if (ownModel("Instance::remove") == nullptr)
+        return;
     const ReferenceFinder end(this, &ref, "Instance::remove");
     if (!end.found())
         return;

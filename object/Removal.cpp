@@ -68,7 +68,9 @@ private:
 };
 
 void Removal::run(Instance* instance) {
-    if (!instance->getClass()->getModel()->isUsable(instance, "Model::remove", "removed"))
+    const Model* model = instance->getClass()->getModel();
+    if (!model->isUsable(instance, "Model::remove", "removed") ||
+        !model->isAdded(instance, "Model::remove"))
         return;
     instance->setRemoved(true);
     if (myActive != nullptr)

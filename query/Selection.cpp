@@ -11,6 +11,7 @@
 #include <kes/Model.h>
 #include <kes/SortHandler.h>
 
+#include "core/Platform.h"
 #include "query/SelectionState.h"
 #include "session/SiblingLoader.h"
 
@@ -18,11 +19,15 @@ namespace Kes {
 
 Selection::Selection(Class* selectedClass) : cls(selectedClass), alias("t") {}
 
+// Cursors speak to the database: another thread, or the child of a fork, leaves
+// them open. The pointer to the last instance tells the model of it.
 Selection::~Selection() {
     delete definition;
     delete sortHandler;
     delete frozen;
     delete condition;
+    if (state != nullptr && state->thread != platform::currentThreadId())
+        cursors.clear();
     cursors.clearAndDelete();
     sortOrders.clearAndDelete();
     delete state;
@@ -32,13 +37,19 @@ Attribute Selection::operator[](const String& name) const {
     return Attribute(cls, name);
 }
 
+// What is not known, a class or an association, is left to the query, which is
+// then refused by name.
 Role Selection::operator()(const String& associationName, const String& roleName) const {
-    return Role(cls, roleName, cls->getModel()->getAssociation(associationName));
+    return Role(cls, roleName, findAssociation(associationName));
 }
 
-// An unknown association is left to the query, which is then refused by name.
+Association* Selection::findAssociation(const String& associationName) const {
+    const Model* model = cls != nullptr ? cls->getModel() : nullptr;
+    return model != nullptr ? model->getAssociation(associationName) : nullptr;
+}
+
 Role Selection::operator()(const String& associationName) const {
-    Association* association = cls->getModel()->getAssociation(associationName);
+    Association* association = findAssociation(associationName);
     if (association == nullptr)
         return Role(cls, associationName, nullptr);
     if (cls != association->getOneClass())
@@ -69,6 +80,8 @@ void Selection::orderBy(const Attribute& attribute, bool ascending) {
 }
 
 bool Selection::next() {
+    if (state != nullptr && state->thread != platform::currentThreadId())
+        cls->getModel()->threadCheck.verify();
     if (state != nullptr && !state->ahead.empty())
         return deliverAhead();
     if (state != nullptr && state->failure != nullptr)
@@ -141,7 +154,7 @@ bool Selection::deliverAhead() {
 
 bool Selection::start() {
     state = new SelectionState;
-    if (cls == nullptr)
+    if (cls == nullptr || cls->getModel() == nullptr)
         return failOnDriver();
     frozen = new AssociatedClass(*this);
     definition = cls->getModel()->defineSelection(frozen);
@@ -197,7 +210,7 @@ bool Selection::failOnDriver() {
     cursors.clearAndDelete();
     current = 0;
     String reason("The selection has no class; give it one when it is made");
-    if (cls != nullptr) {
+    if (cls != nullptr && cls->getModel() != nullptr) {
         const Model* model = cls->getModel();
         reason = model->isOpen()
                      ? String(model->getDriver()->getErrorMessage())

@@ -8,6 +8,7 @@
 
 #include <kes/Pointer.h>
 
+#include "core/Platform.h"
 #include "query/MergeHeap.h"
 #include "session/SiblingLoader.h"
 
@@ -15,6 +16,7 @@ namespace Kes {
 
 class SelectionState {
 public:
+    const std::uint32_t thread = platform::currentThreadId();  // whose cursors they are
     std::unique_ptr<MergeHeap> merge;  // null when nothing is merged
     SiblingLoader::Reading reading;
     std::deque<Pointer<Instance>> ahead;  // read, and not delivered yet

@@ -16,6 +16,12 @@ int Model::myDriverCacheSize = 0;
 
 namespace {
 
+// They lie before all others. Nothing is freed but the entry.
+void leaveInherited(PtrList<DriverCache>& parked) {
+    while (parked.size() > 0 && parked[0]->isInherited())
+        std::unique_ptr<DriverCache>(parked.removeAt(0))->release();
+}
+
 void destroyNewest(PtrList<DriverCache>& parked) {
     const std::unique_ptr<DriverCache> entry(parked.removeAt(parked.size() - 1));
     if (entry->driver->close())
@@ -32,6 +38,7 @@ void destroyNewest(PtrList<DriverCache>& parked) {
 void Model::cacheDriver(DBDriver* closed) {
     auto* entry = new DriverCache(closed, driverName, source, user, options);
     const MutexGuard guard(myMutex);
+    leaveInherited(myDriverCache);
     myDriverCache.add(entry);
     while (myDriverCache.size() > myDriverCacheSize)
         destroyNewest(myDriverCache);
@@ -39,6 +46,7 @@ void Model::cacheDriver(DBDriver* closed) {
 
 DBDriver* Model::getCachedDriver() {
     const MutexGuard guard(myMutex);
+    leaveInherited(myDriverCache);
     int position = 0;
     for (DriverCache* entry : myDriverCache) {
         if (entry->driverName == driverName && entry->source == source && entry->user == user &&
@@ -53,6 +61,7 @@ DBDriver* Model::getCachedDriver() {
 
 void Model::setDriverCacheSize(int size) {
     myDriverCacheSize = std::max(size, 0);
+    leaveInherited(myDriverCache);
     while (myDriverCache.size() > myDriverCacheSize)
         destroyNewest(myDriverCache);
 }

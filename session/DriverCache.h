@@ -2,8 +2,12 @@
 
 #pragma once
 
+#include <cstdint>
+
 #include <kes/DBDriver.h>
 #include <kes/String.h>
+
+#include "core/Platform.h"
 
 namespace Kes {
 
@@ -16,7 +20,8 @@ public:
           driverName(name.unshared()),
           source(from.unshared()),
           user(by.unshared()),
-          options(with.unshared()) {}
+          options(with.unshared()),
+          forks(platform::forkCount()) {}
     DriverCache(const DriverCache&) = delete;
     DriverCache& operator=(const DriverCache&) = delete;
     virtual ~DriverCache() { delete driver; }
@@ -28,6 +33,10 @@ public:
         return released;
     }
 
+    /// Parked by a process that this one was forked from: the connection is
+    /// that one's, not even to be closed here.
+    bool isInherited() const { return forks != platform::forkCount(); }
+
     DBDriver* driver;  // owned
 
     // Shared with no model, since models of other threads look at them.
@@ -35,6 +44,9 @@ public:
     const String source;
     const String user;
     const String options;
+
+private:
+    const std::uint32_t forks;
 };
 
 }  // namespace Kes

@@ -35,7 +35,12 @@ Model::Model(const String& modelName, int cacheCapacity)
       siblings(new SiblingLoader(this)),
       errorsBefore(errorsRaised()) {}
 
+// By any thread: whose model it was matters no more. In the child of a fork the
+// connection is the parent's, which a farewell from here would end.
 Model::~Model() {
+    if (threadCheck.isInherited())
+        driver = nullptr;
+    threadCheck.reset();
     transactions->close();
     delete objects;
     for (Class* cls : classOrder)
@@ -53,19 +58,10 @@ Class* Model::addClass(const String& className, int classVersion, Class::Factory
 
 Class* Model::addClass(Class* cls) {
     std::unique_ptr<Class> owned(cls);
-    const String& className = cls->getName();
-    if (classes.contains(className)) {
-        raise("DECLERR", "Model::addClass",
-              String("The class ") + className + " is declared twice; give one another name");
+    threadCheck.verify();
+    if (!isDeclarable(owned))
         return nullptr;
-    }
-    if (cls->factory == nullptr) {
-        raise("DECLERR", "Model::addClass",
-              String("The class ") + className +
-                  " has no factory to make its objects with; give it one");
-        return nullptr;
-    }
-    classes.set(className, cls);
+    classes.set(cls->getName(), cls);
     classOrder.push_back(owned.release());
     const std::unique_ptr<Instance> dummy(cls->getDummy());
     ClassDeclarationHandler declare(cls, this);
@@ -73,17 +69,81 @@ Class* Model::addClass(Class* cls) {
     return cls;
 }
 
+// What is refused goes, but what a model has declared is that model's. Nobody
+// is left to point to what goes.
+bool Model::isDeclarable(std::unique_ptr<Class>& cls) const {
+    if (cls == nullptr) {
+        raise("DECLERR", "Model::addClass", "Null is no class; make one for the model");
+        return false;
+    }
+    const String& className = cls->getName();
+    const Class* known = classes.get(className);
+    const Model* home = cls->getModel();
+    const bool isDeclared =
+        known == cls.get() || (home != nullptr && home->getClass(className) == cls.get());
+    String fault;
+    if (known != nullptr)
+        fault = String("The class ") + className + " is declared twice; give one another name";
+    else if (home != this)
+        fault = String("The class ") + className + " was not made for the model " + name +
+                "; make one for each model";
+    else if (cls->factory == nullptr)
+        fault = String("The class ") + className +
+                " has no factory to make its objects with; give it one";
+    else
+        return true;
+    if (isDeclared) {
+        static_cast<void>(cls.release());
+    } else {
+        if (cls->superClass != nullptr)
+            while (cls->superClass->subClasses.remove(cls.get()) != nullptr) {
+            }
+        for (Class* sub : cls->subClasses)
+            sub->superClass = nullptr;
+    }
+    raise("DECLERR", "Model::addClass", fault);
+    return false;
+}
+
 void Model::addAssociation(Association* association) {
     std::unique_ptr<Association> owned(association);
     threadCheck.doit();
-    if (associations.contains(association->getName())) {
-        raise("DECLERR", "Model::addAssociation",
-              String("The association ") + association->getName() +
-                  " is declared twice; give one another name");
+    if (!isDeclarable(owned))
         return;
-    }
     associations.set(association->getName(), association);
     associationOrder.push_back(owned.release());
+}
+
+bool Model::isDeclarable(std::unique_ptr<Association>& association) const {
+    if (association == nullptr) {
+        raise("DECLERR", "Model::addAssociation", "Null is no association; make one");
+        return false;
+    }
+    const String& associationName = association->getName();
+    const Association* known = associations.get(associationName);
+    Class* ends[] = {association->getOneClass(), association->getOtherClass()};
+    const Model* home = ends[0] != nullptr ? ends[0]->getModel() : nullptr;
+    const bool isDeclared = known == association.get() ||
+                            (home != nullptr &&
+                             home->getAssociation(associationName) == association.get());
+    String fault;
+    if (known != nullptr)
+        fault = String("The association ") + associationName +
+                " is declared twice; give one another name";
+    else if (home != this)
+        fault = String("The association ") + associationName + " has no class of the model " +
+                name + " at its first end; make one for each model";
+    else
+        return true;
+    if (isDeclared)
+        static_cast<void>(association.release());
+    else
+        for (Class* end : ends)
+            if (end != nullptr)
+                while (end->associations.remove(association.get()) != nullptr) {
+                }
+    raise("DECLERR", "Model::addAssociation", fault);
+    return false;
 }
 
 Class* Model::getClass(const String& className) const {
@@ -95,12 +155,14 @@ Association* Model::getAssociation(const String& associationName) const {
 }
 
 void Model::traceSQLTo(std::ostream& stream) {
+    threadCheck.verify();
     trace = &stream;
     if (driver != nullptr)
         driver->traceSQLTo(stream);
 }
 
 void Model::disableSQLTrace() {
+    threadCheck.verify();
     trace = nullptr;
     if (driver != nullptr)
         driver->disableSQLTrace();
@@ -108,6 +170,9 @@ void Model::disableSQLTrace() {
 
 void Model::open(const String& openDriverName, const String& openSource, const String& password,
                  const String& openUser, const String& openOptions) {
+    // Closed, it has nothing that the child of a fork must not touch.
+    if (driver == nullptr && threadCheck.isInherited())
+        threadCheck.reset();
     threadCheck.doit();
     if (driver != nullptr) {
         raise("DBOPENERR", "Model::open",
@@ -284,14 +349,17 @@ void Model::startTransaction() {
 }
 
 bool Model::transactionStarted() const {
+    threadCheck.verify();
     return transactions->isStarted();
 }
 
 bool Model::isUndoable() const {
+    threadCheck.verify();
     return transactions->history.newest(History::Undo) != nullptr;
 }
 
 bool Model::isRedoable() const {
+    threadCheck.verify();
     return transactions->history.newest(History::Redo) != nullptr;
 }
 
@@ -323,10 +391,12 @@ void Model::redo() {
 }
 
 void Model::setMaxUndoSize(int count) {
+    threadCheck.verify();
     transactions->history.setMaxUndoSize(count);
 }
 
 int Model::getMaxUndoSize() const {
+    threadCheck.verify();
     return transactions->history.getMaxUndoSize();
 }
 

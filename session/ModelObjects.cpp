@@ -34,11 +34,13 @@ String describe(const Instance* instance) {
 }  // namespace
 
 Instance* Model::get(unsigned long objectID) const {
+    threadCheck.verify();
     Instance* known = objects->get(objectID);
     return known != nullptr && siblings->isVisible(known) ? known : nullptr;
 }
 
 Instance* Model::getInstance(unsigned long objectID, Class* cls) {
+    threadCheck.verify();
     Instance* known = objects->get(objectID);
     if (known != nullptr && siblings->handOut(known))
         return known;
@@ -51,6 +53,7 @@ Instance* Model::getInstance(unsigned long objectID, Class* cls) {
 }
 
 void Model::set(Instance* instance) {
+    threadCheck.verify();
     if (instance == scratch)
         return;
     instance->fingerprint = digestFields(instance);
@@ -70,17 +73,30 @@ void Model::garbageCollect() {
 }
 
 void Model::addPointer(PointerBase* pointer) {
+    threadCheck.verify();
     objects->pointers.add(pointer);
 }
 
 void Model::removePointer(PointerBase* pointer) {
+    threadCheck.verify();
+    objects->pointers.remove(pointer);
+}
+
+// A pointer that is destroyed goes whoever destroys it.
+void Model::forgetPointer(PointerBase* pointer) noexcept {
+    threadCheck.note();
     objects->pointers.remove(pointer);
 }
 
 // Says what stands against writing the instance.
 bool Model::isUsable(const Instance* instance, const char* operation, const char* verb) const {
+    threadCheck.verify();
     if (instance == nullptr)
         raise("INSTERR", operation, String("Null cannot be ") + verb + "; give it an instance");
+    else if (instance->getClass() == nullptr)
+        raise("INSTERR", operation,
+              String("An object without a class cannot be ") + verb +
+                  "; make it with the newInstance of a class");
     else if (instance->getClass()->getModel() != this)
         raise("INSTERR", operation,
               String("The ") + describe(instance) + " belongs to the model " +
@@ -145,12 +161,19 @@ void Model::update(Instance* instance) {
     transactions->recordUpdate(instance);
 }
 
+bool Model::isAdded(const Instance* instance, const char* operation) const {
+    if (instance->getObjectID() == 0)
+        raise("INSTERR", operation,
+              String("The ") + describe(instance) +
+                  " cannot be removed: it was never added; call add first");
+    return instance->getObjectID() != 0;
+}
+
 void Model::remove(Instance* instance) {
     if (!isUsable(instance, "Model::remove", "removed"))
         return;
 
-    // What was never added has nothing to remove.
-    if (instance->getObjectID() != 0)
+    if (isAdded(instance, "Model::remove"))
         transactions->recordRemove(instance);
 }
 
@@ -196,10 +219,12 @@ void Model::recordLink(bool made, Instance* first, const String& firstRole, Inst
 }
 
 bool Model::isPending(const Instance* instance) const {
+    threadCheck.verify();
     return TransactionManager::isPending(instance);
 }
 
 bool Model::getChangedFields(const Instance* instance, FieldSet& fields) const {
+    threadCheck.verify();
     return transactions->getChangedFields(instance, fields);
 }
 

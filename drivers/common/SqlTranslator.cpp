@@ -330,6 +330,8 @@ void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
     const End end = endOf(*role);
     const bool equal = op == Condition::Associations::EQUAL;
     const std::string alias = textOf(getNewAlias());
+    if (associatedClass->getClass() == nullptr)
+        throw SqlFailure("a nested selection has no class; give it one when it is made");
     ClassTable& partners = tables.of(associatedClass->getClass());
     if (!partners.getClass()->isA(end.partner) && !end.partner->isA(partners.getClass()))
         refuse("no partners of the class " + partners.name() + " in its role \"" +

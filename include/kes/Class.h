@@ -67,7 +67,9 @@ public:
     /// Makes a new persistent object in the current transaction. The object
     /// belongs to the model; hold it in a Pointer to keep it across a
     /// collection. Raises what Instance::add raises; when the handler returns,
-    /// the object was not added, has the id 0 and is the caller's.
+    /// the object was not added, has the id 0 and is the caller's. A class that
+    /// is null, as a model's may be before the model is opened, raises INSTERR
+    /// (ERROR) and makes nothing.
     Instance* newInstance();
 
     /// Registers a borrowed listener; a second registration does nothing.

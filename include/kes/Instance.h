@@ -49,7 +49,8 @@ public:
     virtual void change();
 
     /// Removes the object, and the partners that its associations cascade to,
-    /// in the current transaction. A second call does nothing.
+    /// in the current transaction. A second call does nothing; one that was
+    /// never added raises INSTERR (ERROR).
     virtual void remove();
 
     /// Brings the fields up to date with the database and fires the change or
@@ -130,6 +131,7 @@ private:
     friend class Class;
     friend class Model;
     friend class ObjectCache;
+    friend class PointerBase;
     friend class Replay;
     friend class SiblingLoader;
     friend class TransactionManager;
@@ -146,6 +148,11 @@ private:
         Gone = 32,
         Ahead = 128
     };
+
+    Model* modelFor(const char* operation) const;
+    Model* ownModel(const char* operation) const;
+    const Model* checkedModel() const;
+    void forgetPointer(PointerBase* pointer) const noexcept;
 
     bool flag(Flag which) const { return (flags & which) != 0; }
     void setFlag(Flag which, bool on) {

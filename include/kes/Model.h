@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <vector>
 
@@ -25,7 +26,10 @@ namespace Kes {
 /// Applications derive from it and declare their classes in declareModel. A
 /// model and everything reached from it belongs to the first thread that uses
 /// it; a breach raises MTERR (FATAL) and ends the process when the handler
-/// returns. It owns its classes, associations and instances.
+/// returns. So does FORKERR in a process that was forked after the model was
+/// opened: the connection is the parent's alone. A model that is closed may be
+/// opened in the child, and one that is open destroyed, which leaves the
+/// connection alone. It owns its classes, associations and instances.
 class KES_EXPORT Model {
 public:
     /// `cacheCapacity` is the number of instances, in entries, above which
@@ -70,10 +74,11 @@ public:
     /// DECLERR (ERROR) for a name that is taken or a missing factory; null then.
     Class* addClass(const String& className, int classVersion, Class::Factory factory);
 
-    /// Adopts the class.
+    /// Adopts the class, which was made for this model. One that is refused as
+    /// above is deleted, unless it is declared already, here or in its own model.
     Class* addClass(Class* cls);
 
-    /// Adopts the association.
+    /// Adopts the association, in the same way.
     void addAssociation(Association* association);
 
     /// Null when absent.
@@ -243,6 +248,7 @@ protected:
     void cacheDriver(DBDriver* closed);
 
 private:
+    friend class Class;
     friend class Instance;
     friend class LinkHandler;
     friend class Removal;
@@ -259,11 +265,15 @@ private:
     void keepFailure(FailureReporter* reporter);
     void settleAssociations();
     bool declaresSoundly() const;
+    bool isDeclarable(std::unique_ptr<Class>& cls) const;
+    bool isDeclarable(std::unique_ptr<Association>& association) const;
+    void forgetPointer(PointerBase* pointer) noexcept;
     bool requireOpen(const char* operation) const;
     void link(bool made, Instance* first, const String& firstRole, Instance* second,
               const String& secondRole, Association* association);
     void recordLink(bool made, Instance* first, const String& firstRole, Instance* second,
                     const String& secondRole, Association* association);
+    bool isAdded(const Instance* instance, const char* operation) const;
     bool isUsable(const Instance* instance, const char* operation, const char* verb) const;
 
     // What Instance needs beyond the public operations.
@@ -297,7 +307,7 @@ private:
     ObjectCache* objects;                // owned
     SiblingLoader* siblings;             // owned
     std::ostream* trace = nullptr;       // borrowed; null while not traced
-    ThreadCheck threadCheck;
+    mutable ThreadCheck threadCheck;
 
     // What the two tables hold, in the order of declaration.
     std::vector<Class*> classOrder;

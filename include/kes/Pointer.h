@@ -26,6 +26,9 @@ public:
 protected:
     PointerBase() = default;
     PointerBase(const PointerBase&) {}  // a copy registers for itself
+
+    /// Unregisters a pointer that is destroyed, from the model of the instance.
+    void unregister(const Instance* from) noexcept;
     PointerBase& operator=(const PointerBase&) { return *this; }
 
 private:
@@ -39,14 +42,21 @@ private:
 ///
 /// Empty and unknown to every model, or set and registered exactly once with
 /// the model of its instance, which empties it when the model is closed. For
-/// the model's thread. Making, assigning and destroying take constant time.
+/// the model's thread: on another one, making and assigning raise MTERR (FATAL).
+/// Making, assigning and destroying take constant time.
 template <class T>
 class Pointer final : public PointerBase {
 public:
     Pointer() = default;
     Pointer(T* p) { assign(p); }  // NOLINT: an instance stands for a pointer to it
     Pointer(const Pointer& other) : PointerBase() { assign(other.instance); }
-    ~Pointer() override { Pointer::makeNull(); }
+
+    /// On another thread than the model's, raises nothing: the exception handler
+    /// is told of MTERR, and when it throws, the model's next operation raises it.
+    ~Pointer() override {
+        if (instance != nullptr)
+            unregister(instance);
+    }
 
     Pointer& operator=(T* p) {
         assign(p);

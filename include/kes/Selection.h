@@ -95,6 +95,7 @@ public:
 private:
     friend class AssociatedClass;
 
+    Association* findAssociation(const String& associationName) const;
     Instance* read();
     void readAhead();
     bool deliverAhead();

@@ -486,27 +486,27 @@ TEST(PtrVectorTest, EqualsOnlyItself) {
 }
 
 // Assignments of it throw when they are told to.
-struct Fragile {
-    Fragile() = default;
-    explicit Fragile(int v) : value(v) {}
-    Fragile(const Fragile&) = default;
-    Fragile& operator=(const Fragile& other) {
+struct Brittle {
+    Brittle() = default;
+    explicit Brittle(int v) : value(v) {}
+    Brittle(const Brittle&) = default;
+    Brittle& operator=(const Brittle& other) {
         if (other.value == 13)
             throw std::runtime_error("no assignment");
         value = other.value;
         return *this;
     }
-    bool operator==(const Fragile& other) const { return value == other.value; }
+    bool operator==(const Brittle& other) const { return value == other.value; }
     int value = 0;
 };
 
 TEST(ValVectorTest, IsAsItWasAfterAnAssignmentThatThrew) {
-    ValVector<Fragile> v(4, 4);
-    v.add(Fragile(1));
+    ValVector<Brittle> v(4, 4);
+    v.add(Brittle(1));
 
-    EXPECT_THROW(v.add(Fragile(13)), std::runtime_error);
+    EXPECT_THROW(v.add(Brittle(13)), std::runtime_error);
     EXPECT_EQ(1, v.size());
-    v.add(Fragile(2));
+    v.add(Brittle(2));
 
     EXPECT_EQ(2, v.size());
     EXPECT_EQ(1, v[0].value);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <iostream>
 #include <memory>
 #include <string>
 
@@ -34,6 +35,20 @@ const Call guarded[] = {
     {"garbageCollect", [](StaffModel& model) { model.garbageCollect(); }},
     {"defineSelection", [](StaffModel& model) { model.findPerson("Ann"); }},
     {"fetch", fetchFrom},
+    {"addClass",
+     [](StaffModel& model) {
+         model.addClass("Extra", 1, [](Class* c) -> Instance* { return new Person(c); });
+     }},
+    {"get", [](StaffModel& model) { model.get(1); }},
+    {"getInstance", [](StaffModel& model) { model.getInstance(1, model.personClass); }},
+    {"newInstance", [](StaffModel& model) { model.personClass->newInstance(); }},
+    {"traceSQLTo", [](StaffModel& model) { model.traceSQLTo(std::cerr); }},
+    {"disableSQLTrace", [](StaffModel& model) { model.disableSQLTrace(); }},
+    {"transactionStarted", [](StaffModel& model) { model.transactionStarted(); }},
+    {"isUndoable", [](StaffModel& model) { model.isUndoable(); }},
+    {"isRedoable", [](StaffModel& model) { model.isRedoable(); }},
+    {"setMaxUndoSize", [](StaffModel& model) { model.setMaxUndoSize(0); }},
+    {"getMaxUndoSize", [](StaffModel& model) { model.getMaxUndoSize(); }},
     {"addAssociation",
      [](StaffModel& model) {
          model.addAssociation(new Association("Extra", model.personClass, "one", Association::One,
@@ -133,11 +148,6 @@ TEST(ModelThreadTest, MayBeAnyOneForWhatIsNotChecked) {
         EXPECT_EQ(1, model.getVersion());
         EXPECT_EQ(model.personClass, model.getClass("Person"));
         EXPECT_NE(nullptr, model.getAssociation("Works"));
-        EXPECT_EQ(nullptr, model.get(1));
-        EXPECT_FALSE(model.transactionStarted());
-        EXPECT_FALSE(model.isUndoable());
-        EXPECT_FALSE(model.isRedoable());
-        EXPECT_EQ(128, model.getMaxUndoSize());
     }));
 }
 
@@ -152,6 +162,158 @@ TEST(ModelThreadTest, MayBeAnotherOneWhenTheModelIsDestroyed) {
     model.reset();
 
     EXPECT_EQ(nullptr, ann.getInstance());
+}
+
+namespace {
+
+class Ears : public Listener {};
+
+struct ObjectCall {
+    const char* name;
+    void (*make)(StaffModel&, Person*, Company*);
+};
+
+// What the owner's objects, references and pointers offer.
+const ObjectCall confined[] = {
+    {"change", [](StaffModel&, Person* ann, Company*) { ann->change(); }},
+    {"add", [](StaffModel&, Person* ann, Company*) { ann->add(); }},
+    {"remove", [](StaffModel&, Person* ann, Company*) { ann->remove(); }},
+    {"refresh", [](StaffModel&, Person* ann, Company*) { ann->refresh(); }},
+    {"lock", [](StaffModel&, Person* ann, Company*) { ann->lock(); }},
+    {"addListener",
+     [](StaffModel&, Person* ann, Company*) {
+         Ears ears;
+         ann->addListener(&ears);
+     }},
+    {"removeListener",
+     [](StaffModel&, Person* ann, Company*) {
+         Ears ears;
+         ann->removeListener(&ears);
+     }},
+    {"addListenerOfTheClass",
+     [](StaffModel& model, Person*, Company*) {
+         Ears ears;
+         model.personClass->addListener(&ears);
+     }},
+    {"modelAdd", [](StaffModel& model, Person* ann, Company*) { model.add(ann); }},
+    {"modelUpdate", [](StaffModel& model, Person* ann, Company*) { model.update(ann); }},
+    {"modelRemove", [](StaffModel& model, Person* ann, Company*) { model.remove(ann); }},
+    {"modelLock", [](StaffModel& model, Person* ann, Company*) { model.lock(ann); }},
+    {"modelRefresh", [](StaffModel& model, Person* ann, Company*) { model.refresh(ann); }},
+    {"modelSet", [](StaffModel& model, Person* ann, Company*) { model.set(ann); }},
+    {"modelLink",
+     [](StaffModel& model, Person* ann, Company* firm) {
+         model.add(ann, "employer", firm, "staff", model.getAssociation("Works"));
+     }},
+    {"modelUnlink",
+     [](StaffModel& model, Person* ann, Company* firm) {
+         model.remove(ann, "employer", firm, "staff", model.getAssociation("Works"));
+     }},
+    {"isPending", [](StaffModel& model, Person* ann, Company*) { model.isPending(ann); }},
+    {"assignReference", [](StaffModel&, Person* ann, Company* firm) { ann->employer = firm; }},
+    {"emptyReference", [](StaffModel&, Person* ann, Company*) { ann->employer = nullptr; }},
+    {"readReference", [](StaffModel&, Person* ann, Company*) { ann->get(ann->employer, true); }},
+    {"addMember", [](StaffModel&, Person* ann, Company* firm) { firm->staff.add(ann); }},
+    {"removeMember", [](StaffModel&, Person* ann, Company* firm) { firm->staff.remove(ann); }},
+    {"readMembers", [](StaffModel&, Person*, Company* firm) { firm->get(firm->staff, true); }},
+    {"makePointer", [](StaffModel&, Person* ann, Company*) { Pointer<Person> another(ann); }},
+    {"inSameModel", [](StaffModel&, Person* ann, Company* firm) { ann->inSameModel(firm); }},
+};
+
+}  // namespace
+
+class ThreadOwnerOfObjectsTest : public ::testing::TestWithParam<ObjectCall> {
+protected:
+    ThreadOwnerOfObjectsTest() {
+        model.openWith();
+        model.startTransaction();
+        ann = model.newPerson("Ann", 30);
+        firm = model.newCompany("Acme");
+        model.commit();
+    }
+
+    StaffModel model;
+    Pointer<Person> ann;
+    Pointer<Company> firm;
+};
+
+TEST_P(ThreadOwnerOfObjectsTest, IsTheOnlyOneThatPasses) {
+    Person* const person = ann;
+    Company* const company = firm;
+
+    EXPECT_RAISES("MTERR",
+                  onAnotherThread([&] { GetParam().make(model, person, company); }));
+
+    model.commit();
+    EXPECT_FALSE(ann->isRemoved());
+    EXPECT_EQ(0UL, ann->getVersion());
+    EXPECT_EQ(nullptr, ann->employer.get());
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, ThreadOwnerOfObjectsTest, ::testing::ValuesIn(confined), nameOf);
+
+class ForeignPointerTest : public ::testing::Test {
+protected:
+    ForeignPointerTest() {
+        model.openWith();
+        ann = model.newPerson("Ann");
+        bob = model.newPerson("Bob");
+    }
+
+    StaffModel model;
+    Pointer<Person> ann;
+    Pointer<Person> bob;
+};
+
+TEST_F(ForeignPointerTest, IsNotCopied) {
+    EXPECT_RAISES("MTERR", onAnotherThread([&] { const Pointer<Person> copy(ann); }));
+}
+
+TEST_F(ForeignPointerTest, IsNotEmptied) {
+    EXPECT_RAISES("MTERR", onAnotherThread([&] { ann = nullptr; }));
+    EXPECT_RAISES("MTERR", onAnotherThread([&] { ann.makeNull(); }));
+
+    EXPECT_NE(nullptr, ann.getInstance());
+}
+
+TEST_F(ForeignPointerTest, IsNotAssigned) {
+    EXPECT_RAISES("MTERR", onAnotherThread([&] { ann = bob; }));
+
+    EXPECT_NE(bob.getInstance(), ann.getInstance());
+}
+
+TEST_F(ForeignPointerTest, TellsTheOwnerWhenItIsDestroyed) {
+    auto lost = std::make_unique<Pointer<Person>>(ann);
+
+    EXPECT_NO_THROW(onAnotherThread([&] { lost.reset(); }));
+
+    EXPECT_RAISES("MTERR", model.garbageCollect());
+    EXPECT_NO_THROW(model.garbageCollect());
+    EXPECT_EQ("Ann", ann->name);
+}
+
+using ForeignPointerDeathTest = ForeignPointerTest;
+
+TEST_F(ForeignPointerDeathTest, EndsTheProcessWhenTheHandlerReturns) {
+    const auto misuse = [&] {
+        const ReturningHandler handler;
+        auto lost = std::make_unique<Pointer<Person>>(ann);
+        onAnotherThread([&] { lost.reset(); });
+    };
+
+    EXPECT_EXIT(misuse(), ::testing::ExitedWithCode(1), "");
+}
+
+TEST_F(ForeignPointerTest, DoesNotKeepASelectionFromBeingDestroyed) {
+    model.commit();
+    auto people = std::make_unique<Selection>(model.personClass);
+    ASSERT_TRUE(people->next());
+
+    EXPECT_RAISES("MTERR", onAnotherThread([&] { people->next(); }));
+    EXPECT_NO_THROW(onAnotherThread([&] { people.reset(); }));
+
+    EXPECT_RAISES("MTERR", model.garbageCollect());
+    model.close();
 }
 
 }  // namespace Kes::testing
