@@ -2,12 +2,17 @@
 #include <kes/One.h>
 #include <kes/OneAssociatedInstance.h>
 
+#include "object/DroppedPartners.h"
+
 namespace Kes {
 
 void OneAssociatedInstance::setFetched(bool isFetchedNow) {
     fetched = isFetchedNow;
-    if (!fetched)
-        setInstance(nullptr);
+    if (fetched)
+        return;
+    if (objectID != 0)
+        DroppedPartners::note(this, objectID);
+    setInstance(nullptr);
 }
 
 void OneReference::setInstance(Instance* instance) {

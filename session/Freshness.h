@@ -34,6 +34,9 @@ public:
                Clock::now() - moment.when <= Lifetime;
     }
 
+    /// Whether nothing has ended since.
+    bool isOfNow(const ReadMoment& moment) const { return moment.era == era; }
+
     /// Nothing that was read until now holds any more.
     void end() { ++era; }
 

@@ -58,7 +58,7 @@ void Model::set(Instance* instance) {
         return;
     instance->fingerprint = digestFields(instance);
     if (objects->get(instance->getObjectID()) == instance) {
-        siblings->noteNewer();
+        siblings->noteRenewed(instance);
         return;
     }
     siblings->noteFiled(instance);
@@ -144,6 +144,7 @@ void Model::add(Instance* instance) {
     instance->version = 0;
     instance->setRemoved(false);
     objects->file(instance);
+    siblings->noteNew(instance->getClass());
     transactions->recordAdd(instance);
     if (objects->isCollectionDue())
         objects->collect(*transactions);
@@ -279,7 +280,10 @@ void Model::refresh(Instance* instance) {
         const SiblingLoader::DriverScope asking(this);
         return driver->refresh(instance);
     };
-    if (isUnchanged())
+    const bool isCurrent = isUnchanged();
+    if (!isPending(instance))
+        siblings->noteRefreshed(instance);
+    if (isCurrent)
         return;
     const TransactionManager::Telling telling(*transactions);
 
@@ -363,7 +367,7 @@ void Model::loadPartner(Instance* owner, OneAssociatedInstance& ref, Association
 
         // A partner that is removed for good is kept in memory by pointers only.
         if (partner != nullptr)
-            partner->setFlag(Instance::Ahead, false);
+            siblings->reveal(partner);
         if (partner != nullptr && partner->flag(Instance::Gone))
             partner = nullptr;
         ref.setInstance(partner);
@@ -382,6 +386,7 @@ void Model::loadPartners(Instance* owner, ManyAssociatedInstances& ref, Associat
     }
     ref.setFetched(true);
     transactions->applyPendingLinks(owner, ref, association, role);
+    siblings->noteCollection(owner, ref, association, role);
 }
 
 }  // namespace Kes

@@ -78,6 +78,21 @@ private:
     bool outer;
 };
 
+// Members of the collection that is being filled refer to its owner.
+class SiblingLoader::Filling {
+public:
+    Filling(const Association*& which, const Association* association)
+        : place(which),
+          outer(std::exchange(which, association)) {}
+    Filling(const Filling&) = delete;
+    Filling& operator=(const Filling&) = delete;
+    ~Filling() { place = outer; }
+
+private:
+    const Association*& place;
+    const Association* outer;
+};
+
 SiblingLoader::AheadScope::AheadScope(Model* model)
     : loader(*model->siblings),
       outer(loader.readingAhead) {
@@ -88,13 +103,21 @@ SiblingLoader::AheadScope::~AheadScope() {
     loader.readingAhead = outer;
 }
 
-SiblingLoader::DriverScope::DriverScope(const Model* model) : loader(*model->siblings) {
+SiblingLoader::DriverScope::DriverScope(const Model* model)
+    : loader(*model->siblings),
+      outer(DroppedPartners::noteIn(&loader.dropped)) {
     ++loader.driverCalls;
 }
 
 SiblingLoader::DriverScope::~DriverScope() {
-    --loader.driverCalls;
+    DroppedPartners::noteIn(outer);
+    if (--loader.driverCalls == 0)
+        loader.dropped.entries.clear();
 }
+
+SiblingLoader::SiblingLoader(Model* itsModel)
+    : model(itsModel),
+      follower(itsModel, itsModel->objects) {}
 
 ReadMoment SiblingLoader::startReading(Model* model) {
     return model->siblings->freshness.now();
@@ -110,19 +133,52 @@ std::size_t SiblingLoader::wantedAhead(Model* model, const Reading& reading) {
 
 // What a loading reads for the siblings is not handed out yet.
 void SiblingLoader::deliverAhead(Model* model, Instance* instance) {
-    if (!model->siblings->loading)
+    SiblingLoader& loader = *model->siblings;
+    if (loader.loading)
+        return;
+    const Group* group = loader.groupOf(instance);
+    if (group != nullptr && loader.freshness.isOfNow(group->when))
+        loader.revealAhead(instance);
+    else
         instance->setFlag(Instance::Ahead, false);
+}
+
+void SiblingLoader::revealAhead(Instance* instance) {
+    instance->setFlag(Instance::Ahead, false);
+    followLinks(instance);
+}
+
+// What was read before the application's latest statement may be older than what
+// the partners in memory show.
+void SiblingLoader::followLinks(Instance* instance) {
+    struct Pausing {
+        DroppedPartners* outer = DroppedPartners::noteIn(nullptr);
+        ~Pausing() { DroppedPartners::noteIn(outer); }
+    };
+    const Pausing pausing;
+    follower.follow(instance, dropped, filling);
+}
+
+void SiblingLoader::noteRenewed(Instance* instance) {
+    sawNewer = sawNewer || loading;
+    if (!instance->flag(Instance::Ahead))
+        followLinks(instance);
+    dropped.entries.clear();
 }
 
 bool SiblingLoader::handOutFresh(Instance* instance) {
     if (!isFresh(instance))
         return false;
-    instance->setFlag(Instance::Ahead, false);
+    revealAhead(instance);
     ++partnersUsed;
     return true;
 }
 
 void SiblingLoader::deliver(Reading& reading, Instance* instance) {
+    const bool isNew = std::exchange(latest, nullptr) == instance;
+    if (isNew && !instance->flag(Instance::Ahead) && freshness.isOfNow(reading.when))
+        followLinks(instance);
+
     // Who is reached over a reference stays among those he was found with, unless
     // he was read again.
     if (loading && !instance->flag(Instance::Ahead) && groupOf(instance) != nullptr)
@@ -298,6 +354,7 @@ bool SiblingLoader::fill(Instance* owner, Association* association, const String
                          ManyAssociatedInstances& ref) {
     if (model->transactions->hasPending())
         kept.forget();
+    const Filling scopeOfFilling(filling, association);
     if (takeKept(owner, association, role, ref))
         return true;
     const LoadingScope scope(*this);
@@ -342,7 +399,7 @@ bool SiblingLoader::takeKept(const Instance* owner, const Association* associati
             kept.noteWaste();
             return false;
         }
-        member->setFlag(Instance::Ahead, false);
+        reveal(member);
         ref.add(member);
     }
     return true;
@@ -476,7 +533,7 @@ std::size_t SiblingLoader::loadAlone(Instance* owner, Association* association, 
     std::size_t count = 0;
     for (; selection.next(); ++count) {
         Instance* member = selection.value();
-        member->setFlag(Instance::Ahead, false);
+        reveal(member);
         if (!ref.contains(member))
             ref.add(member);
     }

@@ -30,12 +30,13 @@
 
 #include "session/Freshness.h"
 #include "session/KeptCollections.h"
+#include "session/LinkFollower.h"
 
 namespace Kes {
 
 class SiblingLoader {
 public:
-    explicit SiblingLoader(Model* itsModel) : model(itsModel) {}
+    explicit SiblingLoader(Model* itsModel);
     SiblingLoader(const SiblingLoader&) = delete;
     SiblingLoader& operator=(const SiblingLoader&) = delete;
 
@@ -85,6 +86,7 @@ public:
 
     private:
         SiblingLoader& loader;
+        DroppedPartners* outer;
     };
 
     /// Whether the one who asks for an object by its id may find this one.
@@ -98,12 +100,33 @@ public:
         return !instance->flag(Instance::Ahead) || handOutFresh(instance);
     }
 
-    /// A driver has filed an instance, or has brought a known one up to date.
+    /// A driver files an instance, or has brought a known one up to date.
     void noteFiled(Instance* instance) {
+        latest = instance;
         if (readingAhead)
             instance->setFlag(Instance::Ahead, true);
     }
-    void noteNewer() { sawNewer = sawNewer || loading; }
+    void noteRenewed(Instance* instance);
+
+    /// The application gets an object that may have been read ahead, and that
+    /// is as it would be read now.
+    void reveal(Instance* instance) {
+        if (instance->flag(Instance::Ahead))
+            revealAhead(instance);
+    }
+
+    /// The application has made an object of that class.
+    void noteNew(const Class* cls) { follower.noteNew(cls); }
+
+    /// A collection shows what is stored and what is pending.
+    void noteCollection(Instance* owner, ManyAssociatedInstances& ref,
+                        const Association* association, const String& role) {
+        follower.noteCollections(association, role);
+        follower.followMembers(owner, ref, association, role);
+    }
+
+    /// The instance was read again by itself.
+    void noteRefreshed(Instance* instance) { follower.unfetchCollections(instance); }
 
     /// Loads the partner with that id, and partners of siblings beside it.
     /// Null when it is not stored. False when that could not be read, which was
@@ -140,6 +163,7 @@ private:
         std::vector<unsigned long> members;
     };
     class LoadingScope;
+    class Filling;
 
     void deliver(Reading& reading, Instance* instance);
     static void deliverAhead(Model* model, Instance* instance);
@@ -149,6 +173,8 @@ private:
     bool isFresh(const Instance* instance);
     void noteRead();
     void judgePartners();
+    void revealAhead(Instance* instance);
+    void followLinks(Instance* instance);
     std::size_t nextBatch(Group& group) const;
     std::size_t room() const;
     std::vector<unsigned long> partnersOf(const Group& group, std::size_t most,
@@ -180,11 +206,15 @@ private:
 
     bool loading = false;  // for a reference
     bool readingAhead = false;
-    bool sawNewer = false;       // in the loading under way
-    int driverCalls = 0;         // within each other
-    std::uint64_t loadings = 0;  // until now
-    ReadMoment loadingBegan;     // the one under way
+    bool sawNewer = false;                 // in the loading under way
+    const Association* filling = nullptr;  // a collection of it
+    Instance* latest = nullptr;            // filed, and not delivered yet
+    int driverCalls = 0;                   // within each other
+    std::uint64_t loadings = 0;            // until now
+    ReadMoment loadingBegan;               // the one under way
 
+    LinkFollower follower;
+    DroppedPartners dropped;  // in the driver's call
     Freshness freshness;
     KeptCollections kept{freshness};
     Pause partnersPause;

@@ -35,6 +35,7 @@
 #include <kes/EmptiedReferences.h>
 #include <kes/FieldSet.h>
 #include <kes/Forward.h>
+#include <kes/OneAssociatedInstance.h>
 #include <kes/String.h>
 
 #include "session/FieldImage.h"
@@ -160,6 +161,9 @@ public:
                            const Association* association, const String& role);
 
     static bool isPending(const Instance* instance);
+
+    /// Whether a pending change has changed the reference.
+    static bool isTouched(const OneAssociatedInstance& ref) { return ref.touched; }
     bool getChangedFields(const Instance* instance, FieldSet& fields) const;
     void markInstances(Marker& marker) const;
 

@@ -1,0 +1,79 @@
+// Keeping the two sides of a link in step in memory when a load shows that
+// somebody else has changed it.
+//
+// The row of an object says whose partner it is. When it is loaded, and says
+// something else than a partner that is in memory already, the partner follows:
+// its collection gains or loses the object, and its one-reference goes back to
+// unfetched. Objects with pending changes are not loaded, and references that the
+// pending transaction has changed are left alone.
+//
+// Most loads meet no partner that could disagree: collections of the role have
+// never been in memory. Such classes cost a look at a table.
+
+#pragma once
+
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include <kes/Forward.h>
+#include <kes/String.h>
+
+#include "object/DroppedPartners.h"
+
+namespace Kes {
+
+class LinkFollower {
+public:
+    LinkFollower(const Model* itsModel, const ObjectCache* itsObjects)
+        : model(itsModel),
+          objects(itsObjects) {}
+    LinkFollower(const LinkFollower&) = delete;
+    LinkFollower& operator=(const LinkFollower&) = delete;
+
+    /// Collections of that role, or all of a new instance of that class, are in
+    /// memory from now on.
+    void noteCollections(const Association* association, const String& role);
+    void noteNew(const Class* cls);
+
+    /// The instance shows what is stored, and `dropped` what it showed before.
+    /// The collections that are just being filled over `filling` need not follow.
+    void follow(Instance* instance, const DroppedPartners& dropped, const Association* filling);
+
+    /// A collection was loaded. Members of many owners follow.
+    void followMembers(Instance* owner, ManyAssociatedInstances& ref,
+                       const Association* association, const String& role);
+
+    /// The instance was read again by itself: of its collections that says
+    /// nothing.
+    void unfetchCollections(Instance* instance);
+
+private:
+    // One end of an association, as the class that reports it sees it.
+    struct End {
+        const Association* association;
+        const String* role;
+        const String* opposite;  // role
+        bool isOppositeOne;
+    };
+    struct Ends {
+        std::vector<End> ones;
+        std::vector<End> manies;
+        bool isNew = false;  // its collections were noted
+    };
+
+    Ends& endsOf(const Class* cls);
+    void follow(Instance* instance, const End& end, const DroppedPartners& dropped);
+    void join(Instance* instance, const End& end, unsigned long id);
+    void leave(Instance* instance, const End& end, unsigned long id);
+    void pointBack(OneAssociatedInstance& ref, Instance* owner, Instance* partner, const End& end);
+
+    const Model* model;
+    const ObjectCache* objects;
+    std::unordered_map<const Class*, Ends> classes;
+    const Class* lastClass = nullptr;
+    Ends* lastEnds = nullptr;
+    std::unordered_set<const String*> shown;  // roles, as their associations hold them
+};
+
+}  // namespace Kes

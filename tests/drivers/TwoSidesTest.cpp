@@ -1,0 +1,237 @@
+#include <gtest/gtest.h>
+
+#include "tests/drivers/DriverTest.h"
+#include "tests/support/Raises.h"
+#include "tests/support/StaffModel.h"
+
+namespace Kes::testing {
+
+// Firms F0 and F1 with the people P0 and P1. A model that has all of them in
+// memory, both collections read, and another one that changes the links.
+class TwoSidesTest : public DriverTest {
+protected:
+    TwoSidesTest() {
+        open(others);
+        others.startTransaction();
+        for (const char* number : {"0", "1"})
+            others.newPerson(String("P") + number)->employer =
+                others.newCompany(String("F") + number);
+        others.commit();
+        open(model);
+        first = model.findCompany("F0");
+        second = model.findCompany("F1");
+        one = model.findPerson("P0");
+        other = model.findPerson("P1");
+        EXPECT_TRUE(first->staff.contains(one));
+        EXPECT_TRUE(second->staff.contains(other));
+    }
+
+    void letOthersMove(const char* person, const char* firm) {
+        others.startTransaction();
+        const Pointer<Person> moved(others.findPerson(person));
+        moved->employer = others.findCompany(firm);
+        others.commit();
+    }
+
+    void letOthersMarry(const char* person, const char* spouse) {
+        others.startTransaction();
+        const Pointer<Person> married(others.findPerson(person));
+        married->spouse = others.findPerson(spouse);
+        others.commit();
+    }
+
+    StaffModel others;
+    StaffModel model;
+    Pointer<Company> first;
+    Pointer<Company> second;
+    Pointer<Person> one;
+    Pointer<Person> other;
+};
+
+TEST_F(TwoSidesTest, AgreeOnAMemberThatOthersHaveAdded) {
+    others.startTransaction();
+    others.newPerson("New")->employer = others.findCompany("F0");
+    others.commit();
+
+    const Pointer<Person> added(model.findPerson("New"));
+
+    EXPECT_EQ(first, added->employer.get());
+    EXPECT_TRUE(first->staff.contains(added));
+    EXPECT_EQ(2U, first->staff.size());
+}
+
+TEST_F(TwoSidesTest, AgreeOnAMemberThatOthersHaveMoved) {
+    letOthersMove("P0", "F1");
+
+    EXPECT_EQ(one, model.findPerson("P0"));
+
+    EXPECT_EQ(second, one->employer.get());
+    EXPECT_FALSE(first->staff.contains(one));
+    EXPECT_TRUE(second->staff.contains(one));
+}
+
+TEST_F(TwoSidesTest, AgreeOnAMemberThatWasRefreshed) {
+    letOthersMove("P0", "F1");
+
+    one->refresh();
+
+    EXPECT_FALSE(first->staff.contains(one));
+    EXPECT_TRUE(second->staff.contains(one));
+}
+
+TEST_F(TwoSidesTest, AgreeOnAMemberThatAnotherReferenceHasBroughtUpToDate) {
+    others.startTransaction();
+    others.newPerson("Boss")->children.add(others.findPerson("P0"));
+    others.commit();
+    const Pointer<Person> boss(model.findPerson("Boss"));
+    letOthersMove("P0", "F1");
+
+    EXPECT_EQ(1U, boss->children.size());
+
+    EXPECT_FALSE(first->staff.contains(one));
+    EXPECT_TRUE(second->staff.contains(one));
+}
+
+TEST_F(TwoSidesTest, AgreeOnACollectionThatWasRefreshed) {
+    letOthersMove("P0", "F1");
+
+    second->refresh();
+
+    EXPECT_TRUE(second->staff.contains(one));
+    EXPECT_EQ(second, one->employer.get());
+    EXPECT_FALSE(first->staff.contains(one));
+}
+
+TEST_F(TwoSidesTest, AgreeOnACollectionOfAnObjectThatWasMadeHere) {
+    model.startTransaction();
+    const Pointer<Company> made(model.newCompany("Made"));
+    model.commit();
+    EXPECT_TRUE(made->staff.empty());
+    letOthersMove("P0", "Made");
+
+    one->refresh();
+
+    EXPECT_TRUE(made->staff.contains(one));
+}
+
+// What is read ahead is not in memory for the application.
+TEST_F(TwoSidesTest, AgreeOnWhatWasReadAheadOnceItIsHandedOut) {
+    others.startTransaction();
+    for (int i = 0; i < 4; ++i) {
+        Person* child = others.newPerson(String("C") + String(i));
+        others.newPerson(String("Q") + String(i), i + 50)->children.add(child);
+        child->employer = others.findCompany("F0");
+    }
+    others.commit();
+    SelectionOf<Person> parents(model.personClass);
+    parents.where(parents["age"] >= 50);
+    std::vector<Pointer<Person>> all;
+    for (Person* parent : parents)
+        all.emplace_back(parent);
+    ASSERT_EQ(4U, all.size());
+
+    EXPECT_EQ(1U, all[0]->children.size());
+    EXPECT_EQ(1U, all[1]->children.size());
+
+    EXPECT_EQ(3U, first->staff.size());
+    EXPECT_EQ(1U, all[2]->children.size());
+    EXPECT_EQ(4U, first->staff.size());
+}
+
+TEST_F(TwoSidesTest, AgreeOnAPairThatOthersHaveMade) {
+    EXPECT_EQ(nullptr, one->marriedTo.get());
+    letOthersMarry("P1", "P0");
+
+    other->refresh();
+
+    EXPECT_EQ(one, other->spouse.get());
+    EXPECT_EQ(other, one->marriedTo.get());
+}
+
+TEST_F(TwoSidesTest, AgreeOnAPairThatOthersHaveParted) {
+    letOthersMarry("P1", "P0");
+    one->refresh();
+    other->refresh();
+    EXPECT_EQ(other, one->marriedTo.get());
+    EXPECT_EQ(one, other->spouse.get());
+    others.startTransaction();
+    others.newPerson("New");
+    others.commit();
+    letOthersMarry("P1", "New");
+
+    other->refresh();
+
+    EXPECT_EQ(nullptr, one->marriedTo.get());
+    const Pointer<Person> fresh(model.findPerson("New"));
+    EXPECT_EQ(fresh, other->spouse.get());
+    EXPECT_EQ(other, fresh->marriedTo.get());
+}
+
+TEST_F(TwoSidesTest, AgreeOnLinksOfManyToManyThatWereLoaded) {
+    EXPECT_TRUE(one->friends.empty());
+    EXPECT_TRUE(other->friendOf.empty());
+    others.startTransaction();
+    const Pointer<Person> linked(others.findPerson("P0"));
+    linked->friends.add(others.findPerson("P1"));
+    others.commit();
+
+    one->refresh();
+
+    EXPECT_TRUE(one->friends.contains(other));
+    EXPECT_TRUE(other->friendOf.contains(one));
+}
+
+TEST_F(TwoSidesTest, AreUnfetchedByARefreshThoughTheVersionIsTheSame) {
+    const unsigned long before = second->getVersion();
+    letOthersMove("P0", "F1");
+
+    second->refresh();
+
+    EXPECT_EQ(before, second->getVersion());
+    EXPECT_EQ(2U, second->staff.size());
+}
+
+TEST_F(TwoSidesTest, KeepWhatIsPending) {
+    model.startTransaction();
+    one->employer = second;
+    letOthersMove("P1", "F0");
+
+    other->refresh();
+    first->refresh();
+    second->refresh();
+
+    EXPECT_EQ(second, one->employer.get());
+    EXPECT_TRUE(second->staff.contains(one));
+    EXPECT_FALSE(first->staff.contains(one));
+    EXPECT_TRUE(first->staff.contains(other));
+
+    model.rollback();
+    EXPECT_EQ(first, one->employer.get());
+    EXPECT_TRUE(first->staff.contains(one));
+    EXPECT_FALSE(second->staff.contains(one));
+}
+
+TEST_F(TwoSidesTest, KeepAPairThatIsPending) {
+    letOthersMarry("P1", "P0");
+    one->refresh();
+    other->refresh();
+    EXPECT_EQ(one, other->spouse.get());
+    model.startTransaction();
+    const Pointer<Person> fresh(model.newPerson("Fresh"));
+    fresh->spouse = one;
+    others.startTransaction();
+    const Pointer<Person> renamed(others.findPerson("P1"));
+    renamed->change();
+    renamed->salary = 7;
+    others.commit();
+
+    other->refresh();
+
+    EXPECT_EQ(7, other->salary);
+    EXPECT_EQ(fresh, one->marriedTo.get());
+    EXPECT_EQ(one, fresh->spouse.get());
+    model.rollback();
+    EXPECT_EQ(other, one->marriedTo.get());
+}
+
+}  // namespace Kes::testing
