@@ -113,6 +113,12 @@ public:
 
     /// Why the database does not keep the finite number; empty when it does.
     virtual std::string faultOf(double) const { return ""; }
+
+    /// Whether a column of object ids that many rows share is one of a list in
+    /// parentheses.
+    virtual std::string among(const std::string& column, const std::string& list) const {
+        return column + " IN " + list;
+    }
 };
 
 }  // namespace Kes::sql

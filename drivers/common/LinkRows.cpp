@@ -27,8 +27,8 @@ std::string LinkRows::query(const Association& association, const String& role,
     const std::string owner =
         dialect.quote(static_cast<const char*>(association.getAssociatedRole(role)));
     return "SELECT " + owner + ", " + dialect.quote(static_cast<const char*>(role)) + " FROM " +
-           dialect.quote(static_cast<const char*>(association.getName())) + " WHERE " + owner +
-           " IN " + owners;
+           dialect.quote(static_cast<const char*>(association.getName())) + " WHERE " +
+           dialect.among(owner, owners);
 }
 
 bool LinkRows::read(const Association& association, const String& role,

@@ -250,4 +250,44 @@ TEST_F(PostgresTrafficTest, IsShownInTheTraceWithItsTime) {
     EXPECT_TRUE(says(trace.str(), "postgres: COMMIT [")) << trace.str();
 }
 
+// The server believes of a table that it has not analysed yet that a long list
+// finds most of its rows.
+TEST_F(PostgresTest, ReadsLinksByTheirIndexOfATableThatNobodyHasAnalysed) {
+    constexpr int Many = 300;
+    StaffModel model;
+    open(model);
+    model.startTransaction();
+    std::vector<Pointer<Person>> people;
+    for (int i = 0; i < Many; ++i)
+        people.emplace_back(model.newPerson("P", i));
+    model.commit();
+    run("ALTER TABLE [Friendship] SET (autovacuum_enabled = false)");
+    run("INSERT INTO [Friendship] SELECT n + 1000000, n + 2000000 FROM generate_series(1, 20000) "
+        "n");
+    for (const auto& person : people)
+        person->friends.setFetched(false);
+    SelectionOf<Person> all(model.personClass);
+    while (all.next())
+        continue;
+    std::ostringstream trace;
+    model.traceSQLTo(trace);
+
+    for (const auto& person : people)
+        EXPECT_TRUE(person->friends.empty());
+
+    model.disableSQLTrace();
+    std::string longest;
+    std::istringstream lines(trace.str());
+    for (std::string line; std::getline(lines, line);)
+        if (says(line, "FROM \"Friendship\" WHERE") && line.size() > longest.size())
+            longest = line;
+    const std::size_t begin = longest.find("SELECT");
+    ASSERT_NE(std::string::npos, begin) << trace.str();
+    PlainPostgres plain(engine->source());
+    plain.run("SET search_path TO " + engine->options().substr(std::string("schema=").size()));
+    const std::string plan =
+        plain.ask("EXPLAIN " + longest.substr(begin, longest.rfind(" [") - begin));
+    EXPECT_FALSE(says(plan, "Seq Scan")) << plan;
+}
+
 }  // namespace Kes::testing
