@@ -2,6 +2,7 @@
 #include <kes/EmptiedReferences.h>
 #include <kes/Failure.h>
 #include <kes/LinkReader.h>
+#include <kes/SchemaReader.h>
 
 namespace Kes {
 
@@ -12,6 +13,7 @@ EmptiedListener::~EmptiedListener() = default;
 EmptyingDriver::~EmptyingDriver() = default;
 LinkReader::~LinkReader() = default;
 FailureReporter::~FailureReporter() = default;
+SchemaReader::~SchemaReader() = default;
 
 void DBDriver::reserved() {}
 

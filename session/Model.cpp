@@ -11,8 +11,10 @@
 #include "core/RaisedErrors.h"
 #include "object/DeclarationHandler.h"
 #include "object/FieldWalk.h"
+#include "session/ClassShape.h"
 #include "session/DriverCache.h"
 #include "session/ObjectCache.h"
+#include "session/SchemaRecords.h"
 #include "session/SiblingLoader.h"
 #include "session/TransactionManager.h"
 
@@ -195,8 +197,27 @@ void Model::open(const String& openDriverName, const String& openSource, const S
     if (trace != nullptr)
         driver->traceSQLTo(*trace);
     transactions->listenTo(driver);
-    if (driver->getVersion(name, "MODEL") < version)
-        synchronise();
+    const bool isUpgraded = driver->getVersion(name, "MODEL") < version;
+    SchemaRecords records(*this, *driver);
+    if (!accepts(records, isUpgraded))
+        return;
+    if (isUpgraded)
+        synchronise(records);
+    else
+        settle(records);
+}
+
+// What cannot be read now is read again before anything is upgraded for good.
+bool Model::accepts(SchemaRecords& records, bool isUpgraded) {
+    const bool isRead = records.read();
+    const String words = isRead       ? records.refusal(isUpgraded)
+                         : isUpgraded ? String("")
+                                      : driver->getErrorMessage();
+    if (words.size() == 0)
+        return true;
+    dropDriver();
+    raise(isRead ? "DECLERR" : "DBOPENERR", "Model::open", words);
+    return false;
 }
 
 // Super classes are often named after both classes were added, so ends that a
@@ -221,6 +242,27 @@ bool Model::declaresSoundly() const {
                   association->getOneRole() + " of the class " +
                   association->getOneClass()->getName() +
                   "; declare the class that reports the other role");
+        return false;
+    }
+    for (Class* cls : classOrder)
+        if (cls->getSuperClass() != nullptr && !reportsInherited(cls))
+            return false;
+    return true;
+}
+
+// A query for the super class reads its fields from the objects of all sub
+// classes.
+bool Model::reportsInherited(Class* cls) const {
+    const ClassShape own = reportOf(cls);
+    for (const auto& [part, number] : reportOf(cls->getSuperClass())) {
+        const auto found = own.find(part);
+        if (found != own.end() && found->second == number)
+            continue;
+        const String& super = cls->getSuperClass()->getName();
+        raise("DECLERR", "Model::open",
+              String("The class ") + cls->getName() + " is a sub class of " + super +
+                  " and does not report " + part.second.c_str() + " as " + super +
+                  " does; let its factory make objects whose handle calls that of " + super);
         return false;
     }
     return true;
@@ -281,11 +323,15 @@ FailureKind Model::getFailureKind() const {
     return keptFailure;
 }
 
-void Model::synchronise() try {
+// The transaction holds the schema by now, so nobody else makes a class that was
+// not there when the records were read for the first time.
+void Model::synchronise(SchemaRecords& records) try {
     schemaFailed = false;
     std::exception_ptr cause;  // of any type: the application's handler may throw its own
     try {
         updateModel();
+        if (!schemaFailed)
+            record(records);
     } catch (...) {
         cause = std::current_exception();
     }
@@ -310,6 +356,35 @@ void Model::synchronise() try {
 } catch (...) {
     // A driver that threw may be within its transaction still, with locks that
     // it would keep while it is parked.
+    dropDriver();
+    throw;
+}
+
+void Model::record(SchemaRecords& records) {
+    const bool isRead = records.read();
+    const String words = isRead ? records.refusalOfOwner() : driver->getErrorMessage();
+    if (words.size() == 0) {
+        records.write();
+        return;
+    }
+    schemaFailed = true;
+    raise(isRead ? "DECLERR" : "DBOPENERR", "Model::open", words);
+}
+
+// A database that was made before records were kept gets them. Where it cannot
+// be written, it does without.
+void Model::settle(SchemaRecords& records) try {
+    if (!records.write() || driver->commit())
+        return;
+    const bool isOver = driver->rollback();
+    const String reason = isOver ? String("") : driver->getErrorMessage();
+    if (isOver) {
+        forgetFailure();
+        return;
+    }
+    dropDriver();
+    raise("ROLLFAIL", "Model::open", reason);
+} catch (...) {
     dropDriver();
     throw;
 }

@@ -1,5 +1,7 @@
 #include "drivers/common/Connection.h"
 
+#include <limits>
+
 #include "drivers/common/SqlFailure.h"
 
 namespace Kes::sql {
@@ -21,14 +23,23 @@ IdBlock Connection::takeIds(unsigned long least, unsigned long count) {
     if (own)
         begin();
     try {
-        const auto advance =
-            prepare("UPDATE kes_ids SET next = (CASE WHEN next > ? THEN next ELSE ? END) + ?");
+        const auto advance = prepare(
+            "UPDATE kes_ids SET next = (CASE WHEN next > ? THEN next ELSE ? END) + ? "
+            "WHERE next <= ?");
         const auto read = prepare("SELECT next FROM kes_ids");
+        constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+        const std::int64_t last = most - static_cast<std::int64_t>(count);
         advance->bind(0, static_cast<std::int64_t>(least));
         advance->bind(1, static_cast<std::int64_t>(least));
         advance->bind(2, static_cast<std::int64_t>(count));
-        if (advance->run() != 1 || !read->step())
-            throw SqlFailure("the table kes_ids has not exactly one row; mend it");
+        advance->bind(3, last);
+        const bool isDone = least <= static_cast<unsigned long>(last) && advance->run() == 1;
+        const bool isKnown = read->step() && read->kind(0) == Row::Integer;
+        if (!isDone && isKnown)
+            throw SqlFailure("all object ids up to " + std::to_string(most) +
+                             " have been given out; look at the table kes_ids");
+        if (!isDone || !isKnown)
+            throw SqlFailure("the table kes_ids has not exactly one row with a number; mend it");
         const auto end = static_cast<unsigned long>(read->integer(0));
         read->reset();
         if (own)

@@ -1,6 +1,8 @@
 #include "drivers/common/RowLoader.h"
 
 #include <cassert>
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -16,6 +18,16 @@
 #include "drivers/common/TextForms.h"
 
 namespace Kes::sql {
+
+namespace {
+
+// Whether the real, which is finite, is the integer.
+bool isExact(double real, std::int64_t integer) {
+    constexpr double beyond = 9223372036854775808.0;
+    return real < beyond && static_cast<std::int64_t>(real) == integer;
+}
+
+}  // namespace
 
 void RowLoader::load(Row& source, const ClassTable& itsTable, Instance* instance) {
     row = &source;
@@ -46,6 +58,8 @@ void RowLoader::loadInteger(const String& name, T& value) {
 }
 
 void RowLoader::handleULong(const String& name, unsigned long& value) {
+    if (column == ClassTable::IdColumn && row->integer(column) == 0)
+        refuse(name, "object id");
     loadInteger(name, value);
 }
 
@@ -70,15 +84,26 @@ void RowLoader::handleBool(const String& name, bool& value) {
     ++column;
 }
 
+// What no driver writes is not read either: the object could never be stored
+// again.
 double RowLoader::loadReal(const String& name) {
     const Row::Kind kind = row->kind(column);
     if (kind != Row::Real && kind != Row::Integer)
         refuse(name, "number");
-    return row->real(column++);
+    const double value = row->real(column);
+    if (!std::isfinite(value))
+        refuse(name, "finite number");
+    if (kind == Row::Integer && !isExact(value, row->integer(column)))
+        refuse(name, "number that the field can hold");
+    ++column;
+    return value;
 }
 
 void RowLoader::handleFloat(const String& name, float& value) {
-    value = static_cast<float>(loadReal(name));
+    const double stored = loadReal(name);
+    if (std::fabs(stored) > static_cast<double>(std::numeric_limits<float>::max()))
+        refuse(name, "number that the field can hold");
+    value = static_cast<float>(stored);
 }
 
 void RowLoader::handleDouble(const String& name, double& value) {
@@ -91,6 +116,8 @@ void RowLoader::handleString(const String& name, String& value, int) {
     const char* text = row->text(column, size);
     if (!isText || std::strlen(text) != size)
         refuse(name, "text without NUL bytes");
+    if (!isValidUtf8(text, size))
+        refuse(name, "valid UTF-8");
     value = text;
     ++column;
 }
@@ -121,7 +148,7 @@ void RowLoader::handleBlob(const String& name, Blob& value) {
 void RowLoader::handleOneAssociated(const String&, const String& role, OneAssociatedInstance* ref,
                                     Association::ConsistencyRule) {
     const Row::Kind kind = row->kind(column);
-    if (kind != Row::Null && kind != Row::Integer)
+    if (kind != Row::Null && (kind != Row::Integer || row->integer(column) <= 0))
         refuse(role, "object id");
     ref->setFetched(false);
     ref->setObjectID(kind == Row::Null ? 0 : static_cast<unsigned long>(row->integer(column)));

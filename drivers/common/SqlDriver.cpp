@@ -140,6 +140,20 @@ void SqlDriver::setVersion(const String& name, int version, const String& kind) 
         noteVersionFailure();
 }
 
+bool SqlDriver::readVersions(std::vector<StoredVersion>& versions) {
+    return attempt("reading the versions", [&] { session->schema.readVersions(versions); });
+}
+
+// What fails here is told by what follows.
+String SqlDriver::findMissingField(Class* cls) {
+    const FailureKind before = failureKind;
+    std::string missing;
+    attempt("looking for the columns of " + std::string(static_cast<const char*>(cls->getName())),
+            [&] { missing = session->schema.findMissingColumn(cls); });
+    failureKind = before;
+    return missing.c_str();
+}
+
 void SqlDriver::noteVersionFailure() {
     versionFailure = message;
     versionKind = failureKind;

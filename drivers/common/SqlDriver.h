@@ -12,6 +12,7 @@
 #include <kes/EmptiedReferences.h>
 #include <kes/Failure.h>
 #include <kes/LinkReader.h>
+#include <kes/SchemaReader.h>
 
 #include "drivers/common/Connection.h"
 #include "drivers/common/Dialect.h"
@@ -30,7 +31,8 @@ class SqlSelection;
 class SqlDriver : public DBDriver,
                   public EmptyingDriver,
                   public FailureReporter,
-                  public LinkReader {
+                  public LinkReader,
+                  public SchemaReader {
 public:
     ~SqlDriver() override;
 
@@ -65,6 +67,8 @@ public:
     bool readLinks(Association* association, const String& role,
                    const std::vector<unsigned long>& owners, std::size_t most,
                    std::vector<StoredLink>& links) final;
+    bool readVersions(std::vector<StoredVersion>& versions) final;
+    String findMissingField(Class* cls) final;
     FailureKind getFailureKind() const final { return failureKind; }
     void forgetFailure() final { failureKind = FailureKind::None; }
     bool tellEmptiedTo(EmptiedListener* listener) final;

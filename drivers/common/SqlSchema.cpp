@@ -1,6 +1,8 @@
 #include "drivers/common/SqlSchema.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <utility>
 
 #include <kes/Model.h>
 
@@ -13,6 +15,27 @@ namespace {
 
 std::string textOf(const String& text) {
     return static_cast<const char*>(text);
+}
+
+// All rows of some queries. A database takes so many in one union only, and each
+// level of groups of them costs more than the one below.
+std::string unionOf(std::vector<std::string> queries) {
+    constexpr std::size_t most = 150;
+    while (queries.size() > most) {
+        std::vector<std::string> groups;
+        for (std::size_t first = 0; first < queries.size(); first += most) {
+            const std::size_t end = std::min(first + most, queries.size());
+            const auto at = queries.begin();
+            std::vector<std::string> group(at + static_cast<std::ptrdiff_t>(first),
+                                           at + static_cast<std::ptrdiff_t>(end));
+            groups.push_back("SELECT * FROM (" + unionOf(std::move(group)) + ") AS part");
+        }
+        queries = std::move(groups);
+    }
+    std::string text;
+    for (const std::string& each : queries)
+        text += (text.empty() ? "" : " UNION ALL ") + each;
+    return text;
 }
 
 }  // namespace
@@ -101,6 +124,10 @@ void SqlSchema::checkAbstract(const std::string& name) {
 void SqlSchema::setVersion(const std::string& name, int version, const std::string& kind) {
     if (kind == "CLASS" && !begun.contains(name))
         checkAbstract(name);
+    if (kind != "CLASS" && kind != "MODEL") {
+        records.push_back({name, version, kind});
+        return;
+    }
     if (connection.schemaStage() != nullptr)
         versions.push_back({name, version, kind});
     else
@@ -120,6 +147,67 @@ void SqlSchema::writeVersion(const Version& written) {
     entering->bindText(1, name.data(), name.size());
     entering->bind(2, std::int64_t{version});
     entering->run();
+}
+
+void SqlSchema::readVersions(std::vector<StoredVersion>& stored) {
+    known.clear();
+    isKnown = true;
+    if (reading == nullptr && !exists("kes_versions"))
+        return;
+    const std::unique_ptr<Statement> asking =
+        connection.prepare("SELECT kind, name, version FROM kes_versions WHERE kind <> 'FORMAT'");
+    while (asking->step()) {
+        std::size_t size = 0;
+        const std::string kind = asking->text(0, size);
+        const std::string name = asking->text(1, size);
+        stored.push_back({name.c_str(), kind.c_str(), static_cast<int>(asking->integer(2))});
+        known.emplace(kind, name);
+    }
+}
+
+std::string SqlSchema::findMissingColumn(Class* cls) {
+    std::set<std::string> stored;
+    const std::string table = textOf(cls->getName());
+    const std::unique_ptr<Statement> asking = connection.prepare(dialect.columnsOf());
+    asking->bindText(0, table.data(), table.size());
+    while (asking->step()) {
+        std::size_t size = 0;
+        stored.insert(asking->text(0, size));
+    }
+    for (const Column& column : tables.of(cls).columns())
+        if (!stored.empty() && !stored.contains(column.name))
+            return column.name;
+    return "";
+}
+
+// Hundreds of them, so none waits for the one before.
+void SqlSchema::writeRecords() {
+    if (records.empty())
+        return;
+    const std::unique_ptr<Statement> dropping =
+        connection.prepare("DELETE FROM kes_versions WHERE kind = ? AND name = ?");
+    const std::unique_ptr<Statement> entering =
+        connection.prepare("INSERT INTO kes_versions (kind, name, version) VALUES (?, ?, ?)");
+    const auto bind = [](Statement& target, const Version& record) {
+        target.bindText(0, record.kind.data(), record.kind.size());
+        target.bindText(1, record.name.data(), record.name.size());
+    };
+    std::size_t ticket = 0;
+    for (const Version& record : records) {
+        if (isKnown && !known.contains({record.kind, record.name}))
+            continue;
+        bind(*dropping, record);
+        dropping->post(ticket++, 0);
+    }
+    for (const Version& record : records) {
+        if (record.version <= 0)
+            continue;
+        bind(*entering, record);
+        entering->bind(2, std::int64_t{record.version});
+        entering->post(ticket++, 1);
+    }
+    connection.settle();
+    records.clear();
 }
 
 bool SqlSchema::hasColumn(const std::string& table, const std::string& column) {
@@ -280,23 +368,23 @@ void SqlSchema::createView(Class* cls) {
     std::string list;
     for (const Column& column : table.columns())
         list += dialect.quote(column.name) + ", ";
-    std::string parts;
+    std::vector<std::string> parts;
     for (const Class* concrete : Tables::concreteClasses(cls)) {
         const std::string name = textOf(concrete->getName());
         std::string literal;
         for (const char c : name)
             literal += c == '\'' ? std::string("''") : std::string(1, c);
-        parts += (parts.empty() ? "SELECT " : " UNION ALL SELECT ") + list + "'" + literal +
-                 "' AS " + dialect.quote("KesClass") + " FROM " + dialect.quote(name);
+        parts.push_back("SELECT " + list + "'" + literal + "' AS " + dialect.quote("KesClass") +
+                        " FROM " + dialect.quote(name));
     }
     if (parts.empty()) {
+        std::string none;
         for (const Column& column : table.columns())
-            parts +=
-                (parts.empty() ? "SELECT NULL AS " : ", NULL AS ") + dialect.quote(column.name);
-        parts += ", NULL AS " + dialect.quote("KesClass") + " WHERE 1 = 0";
+            none += (none.empty() ? "SELECT NULL AS " : ", NULL AS ") + dialect.quote(column.name);
+        parts.push_back(none + ", NULL AS " + dialect.quote("KesClass") + " WHERE 1 = 0");
     }
     const std::string view = dialect.quote(ClassTable::viewName(cls));
-    const std::string text = dialect.createView(view) + " AS " + parts;
+    const std::string text = dialect.createView(view) + " AS " + unionOf(std::move(parts));
     if (connection.schemaStage() != nullptr) {
         waiting.push_back(text);
         return;
@@ -325,17 +413,18 @@ void SqlSchema::createAssociation(const Association* association) {
 // Each step can be done again, so the versions, after which none is, come last.
 void SqlSchema::commit() {
     SchemaStage* stage = connection.schemaStage();
-    if (stage == nullptr || (!isStaging && waiting.empty() && versions.empty()))
-        return;
-    if (isStaging)
-        stage->swap();
-    for (const std::string& text : waiting)
-        connection.execute(text);
-    waiting.clear();
-    connection.begin();
-    for (const Version& each : versions)
-        writeVersion(each);
-    versions.clear();
+    if (stage != nullptr && (isStaging || !waiting.empty() || !versions.empty())) {
+        if (isStaging)
+            stage->swap();
+        for (const std::string& text : waiting)
+            connection.execute(text);
+        waiting.clear();
+        connection.begin();
+        for (const Version& each : versions)
+            writeVersion(each);
+        versions.clear();
+    }
+    writeRecords();
 }
 
 void SqlSchema::forget() {
@@ -344,6 +433,9 @@ void SqlSchema::forget() {
     begun.clear();
     waiting.clear();
     versions.clear();
+    records.clear();
+    known.clear();
+    isKnown = false;
     if (isStaging) {
         isStaging = false;
         connection.schemaStage()->end();

@@ -12,10 +12,12 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <kes/Association.h>
 #include <kes/Class.h>
+#include <kes/SchemaReader.h>
 
 #include "drivers/common/Names.h"
 #include "drivers/common/Tables.h"
@@ -36,6 +38,12 @@ public:
 
     int getVersion(const std::string& name, const std::string& kind);
     void setVersion(const std::string& name, int version, const std::string& kind);
+
+    /// All that is stored, of all kinds but the library's own.
+    void readVersions(std::vector<StoredVersion>& stored);
+
+    /// Empty when the table has all columns of the class, or there is none.
+    std::string findMissingColumn(Class* cls);
 
     /// Called in a write transaction.
     void beginClassUpdate(Class* cls);
@@ -75,6 +83,7 @@ private:
     void createIndexes(const ClassTable& table, const std::string& quotedName);
     void dropViewsOf(const Class* cls);
     void writeVersion(const Version& written);
+    void writeRecords();
 
     Tables& tables;
     const Dialect& dialect;
@@ -88,6 +97,12 @@ private:
     bool isStaging = false;
     std::vector<std::string> waiting;  // statements
     std::vector<Version> versions;     // that wait
+
+    // Records of further kinds, which the library has many of; the pairs of kind
+    // and name that were stored when they were read last.
+    std::vector<Version> records;
+    std::set<std::pair<std::string, std::string>> known;
+    bool isKnown = false;
 };
 
 }  // namespace Kes::sql

@@ -1,5 +1,6 @@
 #include "drivers/common/SqlUpgrade.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -46,6 +47,26 @@ bool isTime(Row& row, int column) {
     const char* text = row.text(column, size);
     Timestamp value(1, 1, 1, 0, 0, 0);
     return readTimestamp(text, size, value);
+}
+
+// A value as a message shows it. Texts are cut between characters.
+std::string shown(Row& row, int column) {
+    constexpr std::size_t longest = 100;
+    std::size_t size = 0;
+    switch (row.kind(column)) {
+    case Row::Null: return "NULL";
+    case Row::Integer: return format(row.integer(column));
+    case Row::Real: return format(row.real(column));
+    case Row::Text: break;
+    default: row.bytes(column, size); return "a blob of " + std::to_string(size) + " bytes";
+    }
+    const char* text = row.text(column, size);
+    std::size_t end = std::min(size, longest);
+    while (end < size && end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end;
+    const std::string rest =
+        end < size ? "... (" + std::to_string(size) + " bytes)" : std::string();
+    return "\"" + std::string(text, end) + "\"" + rest;
 }
 
 }  // namespace
@@ -110,13 +131,10 @@ void SqlUpgrade::moveRows(const std::string& quotedTarget, bool inSteps) {
 }
 
 void SqlUpgrade::refuse(Row& row, const Kept& kept) const {
-    std::size_t size = 0;
-    const std::string value = row.kind(kept.source) == Row::Bytes
-                                  ? "a blob"
-                                  : std::string("\"") + row.text(kept.source, size) + "\"";
     throw SqlFailure("the field " + table.columns()[static_cast<std::size_t>(kept.target)].name +
                      " of the " + table.name() + " object " +
-                     std::to_string(row.integer(ClassTable::IdColumn)) + " holds " + value +
+                     std::to_string(row.integer(ClassTable::IdColumn)) + " holds " +
+                     shown(row, kept.source) +
                      ", which the field cannot hold as it is now declared; change the value or "
                      "the declaration");
 }

@@ -38,6 +38,13 @@ public:
     bool isAbstract() const { return abstract; }
     void setAbstract(bool isAbstractNow) { abstract = isAbstractNow; }
 
+    /// A class belongs to the model that made its storage, and another model
+    /// that declares one of the same name on the same database is refused, unless
+    /// it says here that it means that very class. It shares the class's objects
+    /// and version then, and has to declare the class just like the other model.
+    bool isShared() const { return shared; }
+    void setShared(bool isSharedNow) { shared = isSharedNow; }
+
     /// Null for a root class.
     Class* getSuperClass() const { return superClass; }
     const PtrList<Class>& getSubClasses() const { return subClasses; }
@@ -90,6 +97,7 @@ private:
     String name;
     int version;
     bool abstract = false;
+    bool shared = false;
     Model* model;
     Factory factory;
     PtrList<Association> associations;

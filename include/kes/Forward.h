@@ -46,6 +46,8 @@ class OneReference;
 class PointerBase;
 class PointerRegistry;
 class Role;
+class SchemaReader;
+class SchemaRecords;
 class Selection;
 class SelectionDefinition;
 class SelectionState;

@@ -33,6 +33,7 @@
 #include <kes/PtrList.h>
 #include <kes/PtrVector.h>
 #include <kes/Role.h>
+#include <kes/SchemaReader.h>
 #include <kes/Selection.h>
 #include <kes/SelectionOf.h>
 #include <kes/SortHandler.h>

@@ -258,7 +258,10 @@ private:
     friend class TransactionManager;
 
     bool openFreshDriver(const String& password);
-    void synchronise();
+    bool accepts(SchemaRecords& records, bool isUpgraded);
+    void synchronise(SchemaRecords& records);
+    void record(SchemaRecords& records);
+    void settle(SchemaRecords& records);
     void useDriver(DBDriver* opened);
     void dropDriver();
     void forgetFailure();
@@ -268,6 +271,7 @@ private:
     bool isDeclarable(std::unique_ptr<Class>& cls) const;
     bool isDeclarable(std::unique_ptr<Association>& association) const;
     void forgetPointer(PointerBase* pointer) noexcept;
+    bool reportsInherited(Class* cls) const;
     bool requireOpen(const char* operation) const;
     void link(bool made, Instance* first, const String& firstRole, Instance* second,
               const String& secondRole, Association* association);

@@ -458,6 +458,33 @@ TEST_F(SchemaTest, RefusesAConversionThatLosesSomething) {
     EXPECT_TRUE(engine->columnsOf("kes_new_1").empty());
 }
 
+// Each in words, whatever the database sends over the wire.
+TEST_F(SchemaTest, ShowsTheValueThatAnUpgradeRefuses) {
+    makeThing(
+        [](Free& object, Handler* h) {
+            h->handleDouble("real", object.real);
+            h->handleLong("wide", object.wide);
+            h->handleString("text", object.text, 20);
+        },
+        [](Free& thing) {
+            thing.real = 0.5;
+            thing.wide = 5000000000;
+            thing.text = std::string(3000, 'x').c_str();
+        });
+    const auto refused = [&](const char* field) {
+        return refusal(
+            [&](FreeModel& m) {
+                m.declareClass(
+                    "Thing", [&](Free& object, Handler* h) { h->handleInt(field, object.number); });
+            },
+            2);
+    };
+
+    EXPECT_TRUE(says(refused("real"), "holds 0.5, ")) << refused("real");
+    EXPECT_TRUE(says(refused("wide"), "holds 5000000000, ")) << refused("wide");
+    EXPECT_TRUE(says(refused("text"), "xxx\"... (3000 bytes), ")) << refused("text");
+}
+
 TEST_F(SchemaTest, AddsAClassBesideTheOthers) {
     makeThing(textField, [](Free& thing) { thing.text = "kept"; });
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/drivers/FreeModel.h"
 #include "tests/drivers/PlainSqlite.h"
 #include "tests/drivers/ReadOnly.h"
 #include "tests/drivers/TemporaryFolder.h"
@@ -447,6 +448,61 @@ TEST_F(SqliteTest, GivesNoObjectIdsOutOfAFileThatIsGone) {
     model.startTransaction();
 
     EXPECT_RAISES("OIDERR", model.newPerson("Bob", 40));
+}
+
+// The last numbers are passed over, and none is given out again.
+TEST_F(SqliteTest, GivesNoObjectIdsOutBeyondTheLastOne) {
+    make(file);
+    PlainSqlite plain(file);
+    plain.run("UPDATE kes_ids SET next = 9223372036854775700");
+    StaffModel model;
+    model.openWith("sqlite", file.c_str());
+    model.startTransaction();
+    std::string message;
+    for (int made = 0; made < 200 && message.empty(); ++made)
+        message = messageRaisedBy([&] { model.newPerson("Bob", 40); });
+    EXPECT_TRUE(says(message, "all object ids up to 9223372036854775807")) << message;
+    EXPECT_RAISES("OIDERR", model.newPerson("Bob", 40));
+    model.commit();
+
+    StaffModel next;
+    next.openWith("sqlite", file.c_str());
+    next.startTransaction();
+    EXPECT_RAISES("OIDERR", next.newPerson("Eve", 50));
+    EXPECT_EQ("64", plain.ask("SELECT count(*) FROM Person WHERE KesObjectID > 9223372036854775"));
+    plain.run("UPDATE kes_ids SET next = 9.3e18");
+    message = messageRaisedBy([&] { next.newPerson("Eve", 50); });
+    EXPECT_TRUE(says(message, "mend it")) << message;
+}
+
+TEST_F(SqliteTest, TakesMoreClassesBelowOneThanAUnionHasRoomFor) {
+    constexpr int Classes = 520;
+    FreeModel model(1, [](FreeModel& m) {
+        Class* base = m.declareClass("Base", textField);
+        base->setAbstract(true);
+        for (int i = 0; i < Classes; ++i)
+            m.declareClass(("Sub" + std::to_string(i)).c_str(), textField)->subclassOf(base);
+    });
+    model.open("sqlite", file.c_str(), "", "", "");
+    model.startTransaction();
+    for (int i = 0; i < Classes; i += 3)
+        model.make(("Sub" + std::to_string(i)).c_str())->text = "found";
+    model.commit();
+
+    EXPECT_EQ("174", PlainSqlite(file).ask("SELECT count(*) FROM Base_all WHERE text = 'found'"));
+    EXPECT_EQ("Sub519", PlainSqlite(file).ask("SELECT max(KesClass) FROM Base_all WHERE "
+                                              "KesClass LIKE 'Sub51%'"));
+}
+
+TEST_F(SqliteTest, ReadsAFileWithoutRecordsThatItCannotWrite) {
+    make(file);
+    PlainSqlite plain(file);
+    plain.run("DELETE FROM kes_versions WHERE kind IN ('OWNER', 'FIELD', 'LINK')");
+
+    EXPECT_EQ("", refusal(file, "readonly=true"));
+    EXPECT_EQ("0", plain.ask("SELECT count(*) FROM kes_versions WHERE kind = 'FIELD'"));
+    plain.run("BEGIN IMMEDIATE");
+    EXPECT_EQ("", refusal(file, "busy_timeout=20"));
 }
 
 // Other programs may make the file smaller, in each journal mode.

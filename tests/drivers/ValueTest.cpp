@@ -132,8 +132,8 @@ TEST_P(RealTest, IsKeptExactly) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Odd, RealTest,
-                         ::testing::Values(0.0, 0.1, 1.0 / 3, 4.9e-324, 1e-45, 16777216.0,
-                                           -1e30, 3.25, 123456789.0));
+                         ::testing::Values(0.0, 0.1, 1.0 / 3, 4.9e-324, 1e-45, 16777216.0, -1e30,
+                                           3.25, 123456789.0));
 
 TEST_F(ValueTest, KeepsOrRefusesNegativeZeros) {
     sample->aDouble = -0.0;
@@ -288,6 +288,47 @@ TEST_F(ValueTest, RefusesToReadANumberThatIsTooLarge) {
 
     EXPECT_RAISES("SELERR", all.next());
 }
+
+// Values that the drivers never write, as other programs write them. A database
+// that refuses one keeps it from everybody.
+struct StrangeValue {
+    const char* field;
+    const char* value;
+};
+
+class StrangeValueTest : public ValueTest, public ::testing::WithParamInterface<StrangeValue> {};
+
+TEST_P(StrangeValueTest, IsNeverReadWithoutAnError) {
+    const auto [field, value] = GetParam();
+    model.commit();
+    try {
+        run(std::string("UPDATE [Sample] SET [") + field + "] = " + value);
+    } catch (const std::runtime_error&) {
+        return;
+    }
+    open(other);
+    Selection all(other.sampleClass);
+
+    const std::string error = errorRaisedBy([&] { all.next(); });
+
+    EXPECT_EQ(0U, error.find("1 SELERR")) << error;
+    for (const char* words : {field, "Sample object", "mend the row"})
+        EXPECT_TRUE(says(error, words)) << error;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , StrangeValueTest,
+    ::testing::Values(StrangeValue{"aDouble", "9e999"}, StrangeValue{"aDouble", "-9e999"},
+                      StrangeValue{"aDouble", "'NaN'"}, StrangeValue{"aDouble", "'Infinity'"},
+                      StrangeValue{"aDouble", "'-Infinity'"},
+                      StrangeValue{"aDouble", "CAST(CAST(9007199254740993 AS BLOB) AS INTEGER)"},
+                      StrangeValue{"aFloat", "1e300"}, StrangeValue{"aFloat", "'NaN'"},
+                      StrangeValue{"aFloat", "'-Infinity'"}, StrangeValue{"aFloat", "-1e300"},
+                      StrangeValue{"text", "CAST(CAST(x'FF' AS BLOB) AS TEXT)"},
+                      StrangeValue{"text", "CAST(CAST(x'61C328' AS BLOB) AS TEXT)"},
+                      StrangeValue{"aULong", "-1"}, StrangeValue{"aUInt", "-1"},
+                      StrangeValue{"KesObjectID", "0"}, StrangeValue{"KesVersion", "-1"},
+                      StrangeValue{"time", "'2024-02-30 00:00:00'"}));
 
 TEST_F(ValueTest, WritesTheChangedFieldsOnly) {
     reload();

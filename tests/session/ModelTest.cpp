@@ -283,9 +283,11 @@ TEST_F(ModelTest, StartsClosedWithItsNameAndVersionZero) {
 }
 
 TEST_F(ModelTest, TakesNoParkedDriverUnderATextThatDiffers) {
-    Model::setDriverCacheSize(5);
+    Model::setDriverCacheSize(6);
     StaffModel model;
-    model.open("recording", "file:a?mode=memory", "", "user", "");
+    model.open("recording", "file:a?mode=memory", "", "user", "uri=true");
+    model.close();
+    model.open("recording", "file:b?mode=memory", "", "user", "uri=true");
     model.close();
     model.open("recording", ":memory:", "", "user", "");
     model.close();
@@ -295,11 +297,11 @@ TEST_F(ModelTest, TakesNoParkedDriverUnderATextThatDiffers) {
     model.close();
     model.open("recording.dll", ":memory:", "", "user", "");
     model.close();
-    EXPECT_EQ(5U, count("open"));
+    EXPECT_EQ(6U, count("open"));
 
     model.open("recording", ":memory:", "", "user", "");
 
-    EXPECT_EQ(5U, count("open"));
+    EXPECT_EQ(6U, count("open"));
 }
 
 namespace {
