@@ -51,6 +51,10 @@ if(KES_SANITIZE)
     add_compile_options(-fno-omit-frame-pointer)
 endif()
 
+if(KES_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(KES_COVERAGE)
     # Counted by several threads at once, also in tests.
     add_compile_options(--coverage -fprofile-update=atomic)
