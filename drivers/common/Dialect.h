@@ -75,6 +75,11 @@ public:
     /// on them commits too. Empty where row locks see to that.
     virtual std::string touch(const std::string&) const { return ""; }
 
+    /// The same for rows that links are made to.
+    virtual std::string touchPartners(const std::string& quotedTable) const {
+        return touch(quotedTable);
+    }
+
     /// A column as the definition of an index names it.
     virtual std::string indexed(const std::string& quotedColumn, FieldKind, bool) const {
         return quotedColumn;

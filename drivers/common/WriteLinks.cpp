@@ -383,14 +383,16 @@ void WriteQueue::checkPartners(Class* cls, const std::vector<std::int64_t>& ids)
     for (std::size_t begin = 0; begin < ids.size(); begin += IdList::Longest) {
         const IdList list(ids, begin, IdList::Longest);
         const std::string where = " WHERE " + id + " IN " + list.text();
-        const std::string change = dialect.touch(table.table());
+        const std::string change = dialect.touchPartners(table.table());
         if (!change.empty()) {
             Statement& touching = kept(change + where);
             list.bindTo(touching);
             touching.run();
         }
+        // With the version, so that no index answers and is locked alone.
         Statement& asking =
-            kept("SELECT " + id + " FROM " + table.table() + where + dialect.sharedLock());
+            kept("SELECT " + id + ", " + table.column(ClassTable::VersionColumn) + " FROM " +
+                 table.table() + where + dialect.sharedLock());
         list.bindTo(asking);
         std::vector<std::int64_t> stored;
         while (asking.step())

@@ -39,6 +39,12 @@ std::vector<std::string> PostgresDialect::idStore() const {
             std::to_string(PostgresConnection::IdsPerValue)};
 }
 
+// Who removes the partner looks for links in the state from before they were
+// made, where that is older, and a lock leaves nothing that stops the removal.
+std::string PostgresDialect::touchPartners(const std::string& quotedTable) const {
+    return keepsSnapshot ? "UPDATE " + quotedTable + " SET \"KesVersion\" = \"KesVersion\"" : "";
+}
+
 std::string PostgresDialect::columnsOf() const {
     return "SELECT a.attname, t.typname FROM pg_catalog.pg_attribute AS a "
            "JOIN pg_catalog.pg_class AS c ON c.oid = a.attrelid "

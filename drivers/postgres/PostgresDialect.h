@@ -14,6 +14,7 @@ public:
     /// Keeps others from linking to the row too, which are content to share it.
     std::string rowLock() const override { return " FOR UPDATE"; }
     std::string sharedLock() const override { return " FOR KEY SHARE"; }
+    std::string touchPartners(const std::string& quotedTable) const override;
     std::string columnsOf() const override;
     std::string nameFault(const std::string& identifier) const override;
     std::string columnFault(const std::string& identifier) const override;
@@ -25,6 +26,13 @@ public:
         return column + " = ANY (ARRAY(SELECT unnest(ARRAY[" + list.substr(1, list.size() - 2) +
                "]::bigint[])))";
     }
+
+    /// Whether a transaction goes by what was stored when it began, and nobody
+    /// checks what it read.
+    void setKeepsSnapshot(bool does) { keepsSnapshot = does; }
+
+private:
+    bool keepsSnapshot = false;
 };
 
 }  // namespace Kes::sql

@@ -130,4 +130,80 @@ TEST_F(IsolationTest, ReadsOneStateWithinATransactionAtTheStrongestLevel) {
     EXPECT_EQ(said.empty() ? "70" : "80", sum());
 }
 
+// One links to an object, and the other one removes it in a transaction that
+// began before.
+class RemovalTest : public DriverTest, public ::testing::WithParamInterface<std::string> {
+protected:
+    RemovalTest() {
+        for (StaffModel* model : {&mine, &theirs})
+            open(*model, GetParam() + engine->waitingAtMost(1000));
+        mine.startTransaction();
+        ann = mine.newPerson("Ann");
+        bob = mine.newPerson("Bob");
+        firm = mine.newCompany("Firm");
+        mine.commit();
+        theirBob = theirs.findPerson("Bob");
+        theirFirm = theirs.findCompany("Firm");
+        theirs.startTransaction();
+        theirs.findPerson("Ann");
+    }
+
+    // The other one's removal, when mine has committed, or had to wait in vain.
+    void expectNothingDangling(const std::string& mineSaid) {
+        theirBob->remove();
+        theirFirm->remove();
+        const std::string said = messageRaisedBy([&] { theirs.commit(); });
+
+        EXPECT_TRUE(said.empty() || mineSaid.empty()) << said << mineSaid;
+        EXPECT_EQ(
+            "0",
+            ask("SELECT count(*) FROM [Person] WHERE [employer] IS NOT NULL AND [employer] NOT IN "
+                "(SELECT [KesObjectID] FROM [Company])"));
+        EXPECT_EQ(
+            "0", ask("SELECT count(*) FROM [Person] WHERE [parent] IS NOT NULL AND [parent] NOT IN "
+                     "(SELECT [KesObjectID] FROM [Person])"));
+        EXPECT_EQ("0", ask("SELECT count(*) FROM [Friendship] WHERE [friends] NOT IN "
+                           "(SELECT [KesObjectID] FROM [Person])"));
+        EXPECT_EQ("0", ask("SELECT count(*) FROM [Friendship] WHERE [friendOf] NOT IN "
+                           "(SELECT [KesObjectID] FROM [Person])"));
+    }
+
+    StaffModel mine;
+    StaffModel theirs;
+    Pointer<Person> ann;
+    Pointer<Person> bob;
+    Pointer<Company> firm;
+    Pointer<Person> theirBob;
+    Pointer<Company> theirFirm;
+};
+
+TEST_P(RemovalTest, LeavesNoReference) {
+    ann->employer = firm;
+
+    expectNothingDangling(messageRaisedBy([&] { mine.commit(); }));
+}
+
+TEST_P(RemovalTest, LeavesNoReferenceToAMember) {
+    bob->children.add(ann);
+
+    expectNothingDangling(messageRaisedBy([&] { mine.commit(); }));
+}
+
+TEST_P(RemovalTest, LeavesNoLinkInATableOfItsOwn) {
+    ann->friends.add(bob);
+
+    expectNothingDangling(messageRaisedBy([&] { mine.commit(); }));
+}
+
+TEST_P(RemovalTest, LeavesNoLinkThatTheRemovedOneMade) {
+    bob->friends.add(ann);
+
+    expectNothingDangling(messageRaisedBy([&] { mine.commit(); }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Default, RemovalTest, ::testing::Values(""));
+INSTANTIATE_TEST_SUITE_P(Levels, RemovalTest,
+                         ::testing::Values("isolation=repeatable read;",
+                                           "isolation=serializable;"));
+
 }  // namespace Kes::testing
