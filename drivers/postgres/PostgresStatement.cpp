@@ -37,9 +37,9 @@ constexpr int Growth = 8;
 constexpr std::size_t BatchSize = std::size_t{1} << 20;  // bytes, about
 
 // The server counts its parameters; ? in names and constants is none.
-std::string numberParameters(const std::string& text) {
+std::string numberParameters(const std::string& text, std::size_t& count) {
     std::string native;
-    int count = 0;
+    count = 0;
     char quote = '\0';
     for (const char c : text) {
         if (quote != '\0')
@@ -54,18 +54,6 @@ std::string numberParameters(const std::string& text) {
     return native;
 }
 
-int countParameters(const std::string& native, const std::string& text) {
-    // Each mark has become a $ and a number, and nothing else has changed.
-    if (native == text)
-        return 0;
-    int count = 0;
-    for (std::size_t i = native.rfind('$'); i != std::string::npos;) {
-        std::from_chars(native.data() + i + 1, native.data() + native.size(), count);
-        break;
-    }
-    return count;
-}
-
 std::uint64_t readBits(const char* at, int size) {
     std::uint64_t bits = 0;
     for (int i = 0; i < size; ++i)
@@ -75,10 +63,11 @@ std::uint64_t readBits(const char* at, int size) {
 
 }  // namespace
 
-PostgresStatement::PostgresStatement(PostgresConnection& itsConnection,
-                                     const std::string& itsText)
-    : owner(&itsConnection), text_(itsText), nativeText(numberParameters(itsText)) {
-    const auto count = static_cast<std::size_t>(countParameters(nativeText, text_));
+PostgresStatement::PostgresStatement(PostgresConnection& itsConnection, const std::string& itsText)
+    : owner(&itsConnection),
+      text_(itsText) {
+    std::size_t count = 0;
+    nativeText = numberParameters(itsText, count);
     values.types.resize(count);
     values.values.resize(count);
     values.sizes.resize(count);

@@ -32,6 +32,7 @@ public:
     One<Free> one{this};
     Many<Free> many{this};
     Many<Free> many2{this};
+    Many<Free> many3{this};
     const Fields& fields;
 };
 

@@ -1,4 +1,5 @@
 #include <functional>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -48,12 +49,81 @@ TEST_P(NameTest, WorksForClassesAndFields) {
     EXPECT_TRUE(selection.next());
 }
 
+TEST_P(NameTest, WorksWhereObjectsAreChangedAndTraced) {
+    const String name(GetParam());
+    const String number(name + " too");
+    const auto fields = [&](Free& object, Handler* h) {
+        textField(object, h);
+        h->handleString(name, object.text2, 20);
+        h->handleInt(number, object.number);
+    };
+    FreeModel model(1, [&](FreeModel& m) {
+        Class* base = m.declareClass("Base", textField);
+        m.declareClass(name, fields)->subclassOf(base);
+    });
+    std::ostringstream trace;
+    open(model);
+    model.traceSQLTo(trace);
+    model.startTransaction();
+    Free* thing = model.make(name);
+    thing->number = 7;
+    model.commit();
+    thing->change();
+    thing->text2 = "found";
+    model.commit();
+
+    Selection selection(model.getClass(name));
+    selection.where((selection[name] == "found") & (selection[number] == 7));
+    selection.orderBy(selection[number]);
+    selection.orderBy(selection[name]);
+
+    ASSERT_TRUE(selection.next());
+    EXPECT_TRUE(says(trace.str(), GetParam())) << trace.str();
+    thing->remove();
+    model.commit();
+    EXPECT_EQ("0", ask("SELECT count(*) FROM [Base_all]"));
+}
+
+TEST_P(NameTest, WorksForAssociationsAndRoles) {
+    const std::string name = GetParam();
+    const String ones((name + " 1").c_str()), others((name + " 2").c_str());
+    const String works((name + " 3").c_str()), knows((name + " 4").c_str());
+    const auto fields = [&](Free& object, Handler* h) {
+        h->handleOneAssociated(works, ones, &object.one, Association::Unlink);
+        h->handleManyAssociated(works, others, &object.many);
+        h->handleManyAssociated(knows, ones + "x", &object.many2);
+        h->handleManyAssociated(knows, others + "x", &object.many3);
+    };
+    FreeModel model(1, [&](FreeModel& m) { m.declareClass("Thing", fields); });
+    open(model);
+    model.startTransaction();
+    Free* first = model.make("Thing");
+    Free* second = model.make("Thing");
+    model.commit();
+    first->one = second;
+    first->many2.add(second);
+    model.commit();
+
+    Selection byOne(model.getClass("Thing"));
+    byOne.where(byOne(works, ones) == second);
+    EXPECT_TRUE(byOne.next());
+    Selection byMany(model.getClass("Thing"));
+    byMany.where(byMany(knows, ones + "x") == second);
+    EXPECT_TRUE(byMany.next());
+    first->one = nullptr;
+    second->many3.remove(first);
+    model.commit();
+    EXPECT_TRUE(first->many2.empty());
+}
+
 INSTANTIATE_TEST_SUITE_P(Unusual, NameTest,
                          ::testing::Values("select", "from", "order", "user", "group", "table",
                                            "index", "primary", "references", "key", "value",
                                            "with blanks", "a.b", "100%", "(x)", "a:b", "what?",
                                            "[x]", "a/b", "1st", "_x", "\"", "`", "']",
-                                           "\"; drop table x; --", "Änderung", "a,b"));
+                                           "\"; drop table x; --", "Änderung", "a,b", "price$",
+                                           "rank$9", "$1", "$x$", ":name", "?1", "'", "it's", "--",
+                                           "/* x", "@a", "#", "\\", "%s", "{x}"));
 
 class BadNameTest : public SchemaTest, public ::testing::WithParamInterface<const char*> {};
 
