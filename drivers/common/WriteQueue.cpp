@@ -471,7 +471,18 @@ void WriteQueue::postDissolver(const Referrer& referrer, const std::vector<std::
     }
 }
 
+// Where a later write has failed too, the database may answer nothing any more.
 std::string WriteQueue::faultOfVersion(const Operation& operation) {
+    try {
+        return explainVersion(operation);
+    } catch (const SqlFailure&) {
+        if (!connection.inTransaction())
+            throw;
+        return "somebody else has changed it; refresh it and try again";
+    }
+}
+
+std::string WriteQueue::explainVersion(const Operation& operation) {
     Statement& asking = tables.of(operation.instance->getClass()).versionOf();
     asking.bind(0, static_cast<std::int64_t>(operation.instance->getObjectID()));
     const bool isStored = asking.step();

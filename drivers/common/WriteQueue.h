@@ -170,6 +170,7 @@ private:
     [[noreturn]] void failOnPartner(std::int64_t id);
     [[noreturn]] void fail(const PostFailure& failure);
     std::string faultOfVersion(const Operation& operation);
+    std::string explainVersion(const Operation& operation);
     static bool isRow(Kind kind) {
         return kind == Kind::Insert || kind == Kind::Update || kind == Kind::Remove;
     }

@@ -3,7 +3,9 @@
 #include <libpq-fe.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <random>
 
 #include "drivers/common/SqlFailure.h"
 
@@ -27,14 +29,24 @@ std::string quoted(const std::string& name) {
     return text + "\"";
 }
 
+// A pooler may hand one session of the server to several programs. Whoever meets
+// a strange statement shall not take it for its own.
+std::string randomPrefix() {
+    std::random_device device;
+    char digits[9];
+    std::snprintf(digits, sizeof digits, "%08x", static_cast<unsigned>(device()) & 0xFFFFFFFFU);
+    return std::string("kes_") + digits + "_";
+}
+
 }  // namespace
 
 PostgresConnection::PostgresConnection(const PostgresSource& source)
     : link(source, source.limits),
       limits(source.limits),
       schema(source.schema),
-      isolation(source.isolation) {
-    configure();
+      isolation(source.isolation),
+      prefix(randomPrefix()) {
+    configure(source.isPooled);
 }
 
 PostgresConnection::~PostgresConnection() {
@@ -42,12 +54,14 @@ PostgresConnection::~PostgresConnection() {
 }
 
 // The names that the model uses mean tables of one schema.
-void PostgresConnection::configure() {
+void PostgresConnection::configure(bool isPooled) {
     const auto asking =
         prepare("SELECT pg_catalog.current_schema(), EXISTS (SELECT 1 FROM "
-                "pg_catalog.pg_namespace WHERE nspname = ?)");
+                "pg_catalog.pg_namespace WHERE nspname = ?), pg_catalog.pg_backend_pid()");
     bindText(*asking, 0, schema);
     asking->step();
+    if (!isPooled && asking->integer(2) != link.process())
+        refusePooler();
     std::size_t size = 0;
     if (schema.empty() && asking->kind(0) == Row::Null)
         throw SqlFailure("no schema of the search path exists; name one with the option schema");
@@ -56,6 +70,15 @@ void PostgresConnection::configure() {
     else if (asking->integer(1) == 0)
         makeSchema();
     setUp();
+}
+
+// Settings, prepared statements and cursors belong to a session of the server.
+// Where others use it in between, commits that succeed land in their tables.
+void PostgresConnection::refusePooler() {
+    throw SqlFailure("the server that answers is not the one that was connected to, so a pooler "
+                     "stands between; let it keep a session of the server for each connection "
+                     "(pool_mode=session in pgbouncer) and open with the option pooler=session, "
+                     "or connect to the server itself");
 }
 
 // Another session may be making it too.
@@ -77,7 +100,7 @@ void PostgresConnection::setUp() {
     std::vector<std::pair<std::string, std::string>> settings{
         {"search_path", quoted(schema)},
         {"standard_conforming_strings", "on"},
-        {"client_min_messages", "error"},
+        {"client_min_messages", "warning"},
         {"default_transaction_isolation", isolation},
         {"lock_timeout", std::to_string(limits.lock)}};
     if (limits.statement.has_value())
@@ -201,9 +224,11 @@ void PostgresConnection::begin() {
 }
 
 // What another session has changed shows as soon as the lock is there, also to
-// sessions that otherwise see one snapshot throughout.
+// sessions that otherwise see one snapshot throughout. A batch is a transaction,
+// and in the middle of one it is too late to choose an isolation.
 void PostgresConnection::beginSchema() {
     beforeSending();
+    link.sync();
     link.execute("BEGIN ISOLATION LEVEL READ COMMITTED", {Wish::Nothing, 0, 0, traced("BEGIN")});
     transaction = Transaction::Writing;
     execute("SELECT pg_catalog.pg_advisory_xact_lock(pg_catalog.hashtext('kes ' || "
@@ -212,6 +237,8 @@ void PostgresConnection::beginSchema() {
 
 void PostgresConnection::commit() {
     settle();
+    const std::string refusal = link.refusal();
+    const FailureKind refusalKind = link.refusalKind();
     link.execute("COMMIT", {Wish::Answer, 0, 0, traced("COMMIT")});
     Result answer;
     try {
@@ -220,7 +247,8 @@ void PostgresConnection::commit() {
         endTransaction(failure.what());
         throw SqlFailure(std::string("it is not known whether the transaction is stored, because "
                                      "the connection broke while the database committed it: ") +
-                         failure.what() + ", and look");
+                             failure.what() + ", and look",
+                         FailureKind::UnknownOutcome);
     } catch (const SqlFailure& failure) {
         endTransaction(failure.what());
         throw;
@@ -228,7 +256,14 @@ void PostgresConnection::commit() {
     endTransaction("the transaction was committed");
     if (std::strcmp(PQcmdStatus(answer.get()), "COMMIT") != 0)
         throw SqlFailure("the database has rolled the transaction back, because one of its "
-                         "statements had failed");
+                         "statements had failed" +
+                             (refusal.empty() ? "" : ": " + refusal),
+                         refusalKind);
+    if (link.isUnreplicated())
+        throw SqlFailure("it is not known whether the transaction outlives this server: it is "
+                         "stored here, but somebody ended the wait for the synchronous standby; "
+                         "look before it is tried again",
+                         FailureKind::UnknownOutcome);
 }
 
 // A server that is gone has rolled back by itself.

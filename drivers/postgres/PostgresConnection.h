@@ -46,7 +46,7 @@ public:
     // --- for statements ---
 
     PostgresWire& wire() { return link; }
-    std::string freshName() { return "kes_" + std::to_string(++names); }
+    std::string freshName() { return prefix + std::to_string(++names); }
 
     /// Has the server forget a statement, at the next chance.
     void drop(const std::shared_ptr<Prepared>& prepared);
@@ -66,7 +66,8 @@ public:
 private:
     enum class Transaction : unsigned char { None, Reading, Writing };
 
-    void configure();
+    void configure(bool isPooled);
+    [[noreturn]] static void refusePooler();
     void makeSchema();
     void setUp();
     void endTransaction(const std::string& why);
@@ -81,6 +82,7 @@ private:
     int openCursors = 0;
     unsigned long generation = 0;
     std::string ended;  // why the cursors of the last generation are lost
+    std::string prefix;  // of names, which no other session has
     unsigned long names = 0;
     int posts = 0;  // since the last sync
     std::vector<std::shared_ptr<Prepared>> dropped;

@@ -11,8 +11,9 @@ namespace Kes::sql {
 ///
 /// Options: schema (the first of the search path), statement_timeout in ms (as
 /// the server is set up), lock_timeout in ms (5000; 0 waits for ever),
-/// isolation (read committed), and every connection parameter of libpq, like
-/// sslmode or connect_timeout.
+/// network_timeout in seconds of silence (0: none), isolation (read committed),
+/// pooler (none; session where one keeps sessions apart), and every connection
+/// parameter of libpq, like sslmode or connect_timeout.
 class PostgresDriver final : public SqlDriver {
 public:
     PostgresDriver();

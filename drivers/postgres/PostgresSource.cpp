@@ -78,13 +78,16 @@ std::vector<std::string> libraryKeys() {
 PostgresSource::PostgresSource(const std::string& source, const std::string& password,
                                const std::string& user, const std::string& optionText) {
     const std::vector<std::string> passedOn = libraryKeys();
-    std::vector<std::string> known{"schema", "statement_timeout", "lock_timeout", "isolation"};
+    std::vector<std::string> known{"schema",          "statement_timeout", "lock_timeout",
+                                   "network_timeout", "isolation",         "pooler"};
     known.insert(known.end(), passedOn.begin(), passedOn.end());
     const Options options(optionText, known);
     constexpr long longest = 2147483647;
     if (options.has("statement_timeout"))
         limits.statement = options.getNumber("statement_timeout", 0, longest, 0);
     limits.lock = options.getNumber("lock_timeout", 0, longest, limits.lock);
+    limits.network = 1000 * options.getNumber("network_timeout", 0, 86400, 0);
+    isPooled = options.getChoice("pooler", {"none", "session"}, "none") == "session";
     schema = options.getText("schema", "");
     isolation = options.getChoice("isolation",
                                   {"read committed", "repeatable read", "serializable"},

@@ -9,10 +9,11 @@
 
 namespace Kes::sql {
 
-/// Limits that the server watches, in ms; 0 is for ever.
+/// Limits in ms, most of which the server watches; 0 is for ever.
 struct PostgresLimits {
     long lock = 5000;
     std::optional<long> statement;  // absent: as the server is set up
+    long network = 0;               // of silence, watched by the driver itself
 };
 
 struct PostgresSource {
@@ -29,6 +30,7 @@ struct PostgresSource {
     PostgresLimits limits;
     std::string schema;     // empty: the first one of the server's search path
     std::string isolation;  // as SQL says it
+    bool isPooled = false;  // by a pooler that keeps sessions apart
 };
 
 }  // namespace Kes::sql

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <ostream>
 
+#include "drivers/postgres/PostgresSocket.h"
+
 namespace Kes::sql {
 
 namespace {
@@ -13,6 +15,7 @@ namespace {
 constexpr int Binary = 1;
 constexpr int OldestServer = 150000;
 constexpr std::size_t LongestTrace = 2000;  // bytes
+constexpr std::size_t MostUnsent = 65536;   // bytes
 
 // Messages of the client library have several lines.
 std::string onOneLine(const char* words) {
@@ -41,8 +44,6 @@ std::string milliseconds(long limit) {
 bool says(const std::string& words, const char* part) {
     return words.find(part) != std::string::npos;
 }
-
-void ignoreNotice(void*, const char*) {}
 
 }  // namespace
 
@@ -75,10 +76,23 @@ PostgresWire::~PostgresWire() {
 
 void PostgresWire::greet() {
     if (PQstatus(connection) != CONNECTION_OK)
-        throw SqlFailure(explainRefusal());
+        throw SqlFailure(explainRefusal(), kindOfRefusedOpen());
     check();
-    PQsetNoticeProcessor(connection, ignoreNotice, nullptr);
+    PQsetNoticeReceiver(connection, hearNotice, this);
     PQenterPipelineMode(connection);
+
+    // The client library would wait without end.
+    PQsetnonblocking(connection, 1);
+}
+
+// Somebody may have ended the wait for the standby; the commit is told as done.
+void PostgresWire::hearNotice(void* wire, const pg_result* notice) {
+    if (fieldOf(notice, PG_DIAG_SOURCE_FUNCTION) == "SyncRepWaitForLSN")
+        static_cast<PostgresWire*>(wire)->unreplicated = true;
+}
+
+int PostgresWire::process() const {
+    return PQbackendPID(connection);
 }
 
 void PostgresWire::check() const {
@@ -107,6 +121,16 @@ std::string PostgresWire::explainRefusal() const {
     if (says(words, "timeout expired"))
         return words + "; check the host and the port, or allow more with connect_timeout";
     return words;
+}
+
+// What time, or another host, may mend.
+FailureKind PostgresWire::kindOfRefusedOpen() const {
+    const std::string words = PQerrorMessage(connection);
+    for (const char* part : {"Connection refused", "No such file or directory", "timeout expired",
+                             "starting up", "shutting down", "closed the connection"})
+        if (says(words, part))
+            return FailureKind::LostConnection;
+    return FailureKind::Unclassified;
 }
 
 void PostgresWire::demandConnection() const {
@@ -142,6 +166,8 @@ void PostgresWire::renew() {
     sent.clear();
     answer.reset();
     failure.reset();
+    refusalWords.clear();
+    unsent = 0;
     lost = true;
     ++session;
     PQreset(connection);
@@ -151,7 +177,8 @@ void PostgresWire::renew() {
 
 // Sending fails without a broken connection when the client library refuses a
 // command; it never saw the server then.
-void PostgresWire::note(int done, Purpose&& purpose, const std::shared_ptr<Prepared>& prepared) {
+void PostgresWire::note(int done, Purpose&& purpose, std::size_t size,
+                        const std::shared_ptr<Prepared>& prepared) {
     if (done == 0) {
         const std::string words = onOneLine(PQerrorMessage(connection));
         if (PQstatus(connection) != CONNECTION_OK)
@@ -159,6 +186,36 @@ void PostgresWire::note(int done, Purpose&& purpose, const std::shared_ptr<Prepa
         throw SqlFailure(words);
     }
     sent.push_back({std::move(purpose), prepared, isTracing() ? Clock::now() : Clock::time_point()});
+    unsent += size;
+    if (unsent >= MostUnsent)
+        flush();
+}
+
+// Whoever sends faster than the server reads waits for it here, and does not
+// fill memory with what is to be sent.
+void PostgresWire::flush() {
+    unsent = 0;
+    while (PQflush(connection) == 1)
+        if (!await(true))
+            return;
+}
+
+// False when the connection broke; the next result says how.
+bool PostgresWire::await(bool toSend) {
+    const int limit = limits.network > 0 ? static_cast<int>(limits.network) : -1;
+    if (!awaitSocket(PQsocket(connection), toSend, limit)) {
+        endTalk(PQsocket(connection));
+        lose("the server was silent for " + std::to_string(limits.network / 1000) +
+             " s, the network_timeout");
+    }
+    return PQconsumeInput(connection) != 0;
+}
+
+Result PostgresWire::next() {
+    while (PQisBusy(connection) != 0)
+        if (!await(PQflush(connection) == 1))
+            break;
+    return Result(PQgetResult(connection));
 }
 
 void PostgresWire::prepare(const std::shared_ptr<Prepared>& prepared, const std::string& text,
@@ -167,7 +224,7 @@ void PostgresWire::prepare(const std::shared_ptr<Prepared>& prepared, const std:
     const int done =
         PQsendPrepare(connection, prepared->name.c_str(), text.c_str(),
                       static_cast<int>(prepared->types.size()), prepared->types.data());
-    note(done, {Wish::Prepare, purpose.ticket, 0, {}, purpose.isPosted}, prepared);
+    note(done, {Wish::Prepare, purpose.ticket, 0, {}, purpose.isPosted}, text.size(), prepared);
     prepared->session = session;
 }
 
@@ -178,22 +235,27 @@ void PostgresWire::execute(const Prepared& prepared, const WireValues& values, P
     const int done = PQsendQueryPrepared(connection, prepared.name.c_str(), count,
                                          values.values.data(), values.sizes.data(),
                                          count <= 65535 ? formats.data() : nullptr, Binary);
-    note(done, std::move(purpose));
+    std::size_t size = 64;
+    for (const int each : values.sizes)
+        size += static_cast<std::size_t>(each);
+    note(done, std::move(purpose), size);
 }
 
 void PostgresWire::execute(const std::string& text, Purpose purpose) {
     demandConnection();
     const int done = PQsendQueryParams(connection, text.c_str(), 0, nullptr, nullptr, nullptr,
                                        nullptr, Binary);
-    note(done, std::move(purpose));
+    note(done, std::move(purpose), text.size());
 }
 
 void PostgresWire::sync() {
     demandConnection();
-    note(PQpipelineSync(connection), {Wish::Sync});
+    note(PQpipelineSync(connection), {Wish::Sync}, 0);
+    unsent = 0;
 }
 
 Result PostgresWire::receive() {
+    unreplicated = false;
     sync();
     collect();
     if (!failure.has_value())
@@ -201,10 +263,10 @@ Result PostgresWire::receive() {
     const Failure first = *std::exchange(failure, std::nullopt);
     answer.reset();
     if (!first.isPost)
-        throw SqlFailure(first.words);
+        throw SqlFailure(first.words, first.kind);
     if (first.isStale)
         throw PostFailure(first.ticket);
-    throw PostFailure(first.ticket, first.words);
+    throw PostFailure(first.ticket, first.words, 0, first.kind);
 }
 
 void PostgresWire::drain() noexcept {
@@ -220,10 +282,13 @@ void PostgresWire::collect() {
     while (!sent.empty()) {
         Sent command = std::move(sent.front());
         sent.pop_front();
-        Result result(PQgetResult(connection));
+        Result result = next();
         if (command.purpose.wish == Wish::Sync) {
             if (PQresultStatus(result.get()) != PGRES_PIPELINE_SYNC)
                 lose(onOneLine(PQerrorMessage(connection)));
+            const PGTransactionStatusType state = PQtransactionStatus(connection);
+            if (state == PQTRANS_IDLE || state == PQTRANS_INTRANS)
+                refusalWords.clear();
             continue;
         }
         if (result == nullptr)
@@ -231,7 +296,7 @@ void PostgresWire::collect() {
 
         // A null result ends the command's results; a broken connection adds
         // its own words to those of a server that said good-bye.
-        while (Result further{PQgetResult(connection)})
+        while (Result further = next())
             continue;
         if (PQstatus(connection) != CONNECTION_OK)
             lose(onOneLine(PQresultErrorMessage(result.get())));
@@ -248,9 +313,15 @@ void PostgresWire::digest(Sent& command, Result result) {
         if (purpose.wish == Wish::Courtesy)
             return;
         // What was skipped says nothing; the reason was said before it.
-        fail(purpose, false,
-             status == PGRES_PIPELINE_ABORTED ? "the database skipped it" : explain(result.get()));
-        return;
+        if (status == PGRES_PIPELINE_ABORTED)
+            return fail(purpose, false, "the database skipped it");
+        const std::string words = explain(result.get());
+        const FailureKind kind = kindOf(result.get());
+        if (refusalWords.empty()) {
+            refusalWords = words;
+            kindOfRefusal = kind;
+        }
+        return fail(purpose, false, words, kind);
     }
     if (isTracing() && !purpose.traced.empty())
         writeTrace(command);
@@ -261,10 +332,20 @@ void PostgresWire::digest(Sent& command, Result result) {
         fail(purpose, true, "");
 }
 
-void PostgresWire::fail(const Purpose& purpose, bool isStale, const std::string& words) {
+void PostgresWire::fail(const Purpose& purpose, bool isStale, const std::string& words,
+                        FailureKind kind) {
     if (failure.has_value())
         return;
-    failure = {purpose.isPosted, isStale, purpose.ticket, words};
+    failure = {purpose.isPosted, isStale, purpose.ticket, words, kind};
+}
+
+// Somebody else came first. A lock that others hold too long is no proof that
+// they have changed what was read.
+FailureKind PostgresWire::kindOf(const pg_result* result) const {
+    const std::string state = fieldOf(result, PG_DIAG_SQLSTATE);
+    if (state == "25P02" && !refusalWords.empty())
+        return kindOfRefusal;
+    return state == "40001" || state == "40P01" ? FailureKind::Conflict : FailureKind::Unclassified;
 }
 
 std::string PostgresWire::explain(const pg_result* result) const {
@@ -285,13 +366,28 @@ std::string PostgresWire::explain(const pg_result* result) const {
         return words + "; it took longer than the statement_timeout of " +
                milliseconds(*limits.statement);
     if (state == "25P02")
-        return "an earlier statement of the transaction has failed; roll it back and try again";
+        return "an earlier statement of the transaction has failed" +
+               (refusalWords.empty() ? "" : " (" + refusalWords + ")") +
+               "; roll it back and try again";
+    if (state == "25006")
+        return explainReadOnly(words);
+    if (says(words, "serializable mode in a hot standby"))
+        return words + "; open it with isolation=repeatable read";
     if (state == "54000" && says(words, "index row"))
         return words + "; an index holds texts of some 2700 bytes, more where they can be "
                        "compressed: shorten the text, or drop the index";
     if (state == "53100")
         return words + "; make room and try again";
     return words;
+}
+
+std::string PostgresWire::explainReadOnly(const std::string& words) const {
+    const char* standby = PQparameterStatus(connection, "in_hot_standby");
+    if (standby == nullptr || std::strcmp(standby, "on") != 0)
+        return words + "; the server, the database or the account is set up for reading only";
+    return "the server is a standby, which can only be read (" + words +
+           "); to write, name the primary's host in the source too and open with "
+           "target_session_attrs=read-write";
 }
 
 void PostgresWire::writeTrace(const Sent& command) {

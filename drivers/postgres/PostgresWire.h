@@ -33,7 +33,8 @@ using Result = std::unique_ptr<pg_result, FreeResult>;
 /// not known.
 class ConnectionLost : public SqlFailure {
 public:
-    using SqlFailure::SqlFailure;
+    explicit ConnectionLost(const std::string& text)
+        : SqlFailure(text, FailureKind::LostConnection) {}
 };
 
 /// The values of an execution in the binary form that the server reads.
@@ -96,6 +97,18 @@ public:
     bool isAlive();
     bool isLost() const { return lost; }
 
+    /// The server's process, as it was told when the connection was made.
+    int process() const;
+
+    /// Why the server takes nothing more of the open transaction; empty when it
+    /// does.
+    const std::string& refusal() const { return refusalWords; }
+    FailureKind refusalKind() const { return kindOfRefusal; }
+
+    /// Whether the last commit was acknowledged before the standby had it that
+    /// the server is set up to wait for.
+    bool isUnreplicated() const { return unreplicated; }
+
     /// Connects again as before. Everything that was prepared is gone.
     void renew();
 
@@ -115,16 +128,26 @@ private:
         bool isStale;
         std::size_t ticket;
         std::string words;
+        FailureKind kind;
     };
 
     void greet();
     void check() const;
     std::string explainRefusal() const;
+    FailureKind kindOfRefusedOpen() const;
     std::string explain(const pg_result* result) const;
-    void note(int done, Purpose&& purpose, const std::shared_ptr<Prepared>& prepared = nullptr);
+    std::string explainReadOnly(const std::string& words) const;
+    FailureKind kindOf(const pg_result* result) const;
+    void note(int done, Purpose&& purpose, std::size_t size,
+              const std::shared_ptr<Prepared>& prepared = nullptr);
+    void flush();
+    bool await(bool toSend);
+    Result next();
     void collect();
+    static void hearNotice(void* wire, const pg_result* notice);
     void digest(Sent& command, Result result);
-    void fail(const Purpose& purpose, bool isStale, const std::string& words);
+    void fail(const Purpose& purpose, bool isStale, const std::string& words,
+              FailureKind kind = FailureKind::Unclassified);
     void writeTrace(const Sent& command);
     [[noreturn]] void lose(const std::string& words);
     void demandConnection() const;
@@ -134,6 +157,10 @@ private:
     std::deque<Sent> sent;
     Result answer;
     std::optional<Failure> failure;  // the first of what was sent
+    std::size_t unsent = 0;          // bytes that may wait in the client library, about
+    std::string refusalWords;
+    FailureKind kindOfRefusal = FailureKind::Unclassified;
+    bool unreplicated = false;
     unsigned long session = 1;
     std::string lostWords;
     bool lost = false;

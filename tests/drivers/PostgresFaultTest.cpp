@@ -91,6 +91,7 @@ TEST_F(PostgresFaultTest, AConnectionLostBeforeATransactionStoresNothing) {
     const std::string message = messageRaisedBy([&] { mine.commit(); });
 
     EXPECT_TRUE(says(message, "connection")) << message;
+    EXPECT_EQ(FailureKind::LostConnection, mine.getFailureKind());
     EXPECT_FALSE(says(message, "not known")) << message;
     EXPECT_EQ(30, ann->age);
     EXPECT_EQ("30", ageOf("Ann"));
@@ -106,6 +107,7 @@ TEST_F(PostgresFaultTest, AConnectionLostInATransactionStoresNothing) {
     const std::string message = messageRaisedBy([&] { mine.commit(); });
 
     EXPECT_TRUE(says(message, "connection")) << message;
+    EXPECT_EQ(FailureKind::LostConnection, mine.getFailureKind());
     EXPECT_FALSE(says(message, "not known")) << message;
     EXPECT_EQ(30, ann->age);
     EXPECT_EQ("30", ageOf("Ann"));
@@ -119,6 +121,7 @@ TEST_F(PostgresFaultTest, AConnectionLostWithTheWritesStoresNothing) {
     const std::string message = messageRaisedBy([&] { mine.commit(); });
 
     EXPECT_TRUE(says(message, "connection")) << message;
+    EXPECT_EQ(FailureKind::LostConnection, mine.getFailureKind());
     EXPECT_FALSE(says(message, "not known")) << message;
     EXPECT_EQ("30", ageOf("Ann"));
     expectRecovery("30");
@@ -131,6 +134,7 @@ TEST_F(PostgresFaultTest, AConnectionLostBeforeTheCommitArrivesIsToldAsUnknown) 
     const std::string message = messageRaisedBy([&] { mine.commit(); });
 
     EXPECT_TRUE(says(message, "it is not known whether the transaction is stored")) << message;
+    EXPECT_EQ(FailureKind::UnknownOutcome, mine.getFailureKind());
     EXPECT_TRUE(says(message, "close the model and open it again")) << message;
     EXPECT_EQ("30", ageOf("Ann"));
     expectRecovery("30");
@@ -143,6 +147,7 @@ TEST_F(PostgresFaultTest, AConnectionLostAfterTheCommitArrivedIsToldAsUnknown) {
     const std::string message = messageRaisedBy([&] { mine.commit(); });
 
     EXPECT_TRUE(says(message, "it is not known whether the transaction is stored")) << message;
+    EXPECT_EQ(FailureKind::UnknownOutcome, mine.getFailureKind());
     EXPECT_EQ("31", ageOfAnnWhen("31"));
     expectRecovery("31");
 }
@@ -156,6 +161,67 @@ TEST_F(PostgresFaultTest, AConnectionThatTheServerEndsIsToldInItsWords) {
 
     EXPECT_TRUE(says(message, "terminating connection due to administrator command")) << message;
     expectRecovery("30");
+}
+
+// --- a server that says nothing more, on a connection that stays up ---
+
+class PostgresSilenceTest : public PostgresFaultTest {
+protected:
+    PostgresSilenceTest() {
+        mine.close();
+        openAt(proxy, mine, "network_timeout=1");
+        ann = mine.findPerson("Ann");
+    }
+};
+
+TEST_F(PostgresSilenceTest, IsAnUnknownOutcomeWhereItAnswersNoCommit) {
+    change(ann, 31);
+    proxy.swallowAnswer("COMMIT");
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "it is not known whether the transaction is stored")) << message;
+    EXPECT_TRUE(says(message, "silent for 1 s, the network_timeout")) << message;
+    EXPECT_EQ(FailureKind::UnknownOutcome, mine.getFailureKind());
+    EXPECT_EQ(30, ann->age);
+    EXPECT_EQ("31", ageOfAnnWhen("31"));
+    expectRecovery("31");
+}
+
+TEST_F(PostgresSilenceTest, IsALostConnectionWhereItAnswersNoWrite) {
+    change(ann, 31);
+    proxy.swallowAnswer("UPDATE \"Person\"");
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "silent for 1 s, the network_timeout")) << message;
+    EXPECT_FALSE(says(message, "not known")) << message;
+    EXPECT_EQ(FailureKind::LostConnection, mine.getFailureKind());
+    expectRecovery("30");
+}
+
+TEST_F(PostgresSilenceTest, IsALostConnectionWhereItAnswersNoQuery) {
+    proxy.swallowAnswer("SELECT");
+
+    const std::string message = messageRaisedBy([&] { mine.findCompany("Firm"); });
+
+    EXPECT_TRUE(says(message, "silent for 1 s, the network_timeout")) << message;
+    EXPECT_EQ(FailureKind::LostConnection, mine.getFailureKind());
+}
+
+// Something comes all the time, so it may take as long as it takes.
+TEST_F(PostgresSilenceTest, IsNoneWhileRoundTripsAddUpToMore) {
+    const DelayingProxy slow(port, std::chrono::milliseconds(150));
+    StaffModel model;
+    openAt(slow, model, "network_timeout=1");
+    const auto start = std::chrono::steady_clock::now();
+    model.startTransaction();
+    for (int i = 0; i < 5000; ++i)
+        model.newPerson("somebody");
+    model.commit();
+
+    EXPECT_EQ("5002", ask("SELECT count(*) FROM [Person]"));
+    EXPECT_GT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
 }
 
 TEST_F(PostgresFaultTest, ALostConnectionEndsACursorWithAnError) {
@@ -285,11 +351,60 @@ TEST_F(PostgresFaultTest, ASerializationFailureIsAConflict) {
 
     EXPECT_TRUE(says(message, "Person object " + std::to_string(ann->getObjectID()))) << message;
     EXPECT_TRUE(says(message, "somebody else has changed")) << message;
+    EXPECT_EQ(FailureKind::Conflict, mine.getFailureKind());
     EXPECT_EQ("77", ageOf("Ann"));
     ann->refresh();
     change(ann, 78);
     mine.commit();
     EXPECT_EQ("78", ageOf("Ann"));
+}
+
+// Others have written what could not have come in any order with what is read.
+TEST_F(PostgresFaultTest, ASerializationFailureMayMeetAQuery) {
+    StaffModel third;
+    for (StaffModel* model : {&mine, &theirs, &third}) {
+        model->close();
+        open(*model, "isolation=serializable");
+    }
+    const Pointer<Person> thirdAnn(third.findPerson("Ann"));
+    third.startTransaction();
+    third.newCompany("Firm");
+    third.commit();
+    const Pointer<Company> firm(theirs.findCompany("Firm"));
+    theirs.startTransaction();
+    theirs.findPerson("Ann");
+    change(thirdAnn, 31);
+    third.commit();
+    mine.startTransaction();
+    EXPECT_EQ(31, mine.findPerson("Ann")->age);
+    firm->change();
+    firm->name = "Company";
+    theirs.commit();
+
+    EXPECT_RAISES("SELERR", mine.findCompany("Firm"));
+
+    EXPECT_EQ(FailureKind::Conflict, mine.getFailureKind());
+    EXPECT_RAISES("COMFAIL", mine.commit());
+    EXPECT_EQ(FailureKind::Conflict, mine.getFailureKind());
+    mine.startTransaction();
+    EXPECT_NE(nullptr, mine.findCompany("Company"));
+}
+
+TEST_F(PostgresFaultTest, AConflictIsToldThoughALaterWriteFailsToo) {
+    theirs.startTransaction();
+    change(theirAnn, 77);
+    theirs.commit();
+    run("ALTER TABLE [Person] ADD CHECK ([age] < 100)");
+    mine.startTransaction();
+    change(ann, 31);
+    change(bob, 101);
+
+    const std::string message = messageRaisedBy([&] { mine.commit(); });
+
+    EXPECT_TRUE(says(message, "Person object " + std::to_string(ann->getObjectID()) +
+                                  ": somebody else has changed it"))
+        << message;
+    EXPECT_EQ(FailureKind::Conflict, mine.getFailureKind());
 }
 
 TEST_F(PostgresFaultTest, ADeadlockIsAConflictOfOneOfTwo) {
@@ -312,10 +427,12 @@ TEST_F(PostgresFaultTest, ADeadlockIsAConflictOfOneOfTwo) {
         std::this_thread::yield();
 
     const std::string message = messageRaisedBy([&] { bob->lock(); });
+    const FailureKind kind = mine.getFailureKind();
     other.join();
 
     EXPECT_NE(othersFailed, !message.empty()) << message;
     EXPECT_TRUE(message.empty() || says(message, "somebody else")) << message;
+    EXPECT_EQ(message.empty() ? FailureKind::None : FailureKind::Conflict, kind);
 }
 
 TEST_F(PostgresFaultTest, ALockIsWaitedForNoLongerThanItsTimeout) {
@@ -397,6 +514,7 @@ TEST_F(PostgresBrokenTransactionTest, IsNotReportedAsStored) {
     const std::string message = messageRaisedBy([&] { model.commit(); });
 
     EXPECT_TRUE(says(message, "the database has rolled the transaction back")) << message;
+    EXPECT_TRUE(says(message, "statement_timeout of 50 ms")) << message;
 }
 
 TEST_F(PostgresBrokenTransactionTest, TakesNoWrites) {
@@ -404,7 +522,8 @@ TEST_F(PostgresBrokenTransactionTest, TakesNoWrites) {
 
     const std::string message = messageRaisedBy([&] { model.commit(); });
 
-    EXPECT_TRUE(says(message, "an earlier statement of the transaction has failed")) << message;
+    EXPECT_TRUE(says(message, "an earlier statement of the transaction has failed (")) << message;
+    EXPECT_TRUE(says(message, "statement_timeout of 50 ms")) << message;
     EXPECT_EQ("30", ageOf("Ann"));
 }
 
@@ -443,6 +562,7 @@ TEST_F(PostgresFaultTest, AReadOnlyServerRefusesToWrite) {
     const std::string message = messageRaisedBy([&] { reader.commit(); });
 
     EXPECT_TRUE(says(message, "read-only transaction")) << message;
+    EXPECT_TRUE(says(message, "set up for reading only")) << message;
 }
 
 }  // namespace Kes::testing
