@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -44,6 +45,23 @@ public:
         ::chmod(folder.path("").c_str(), 0755);
         run("unshare -m sh -c \"mount -t tmpfs -o mode=777,size=" + std::to_string(megabytes) +
             "m none '" + place + "' && " + command("start") + "\"");
+    }
+
+    /// The folder that the script was told.
+    std::string home() const { return folder.path(""); }
+
+    /// Another verb of the script.
+    void order(const std::string& verb) { run(command(verb)); }
+
+    /// Sends the signal to each process that works in the server's data folder.
+    void signal(int number) const {
+        const std::string data = says("place") + "/data";
+        std::error_code ignored;
+        for (const auto& each : std::filesystem::directory_iterator("/proc", ignored)) {
+            const int process = std::atoi(each.path().filename().c_str());
+            if (process > 0 && std::filesystem::read_symlink(each.path() / "cwd", ignored) == data)
+                ::kill(process, number);
+        }
     }
 
     std::string path(const std::string& inside) const { return folder.path(name + "/" + inside); }

@@ -4,9 +4,10 @@ set -uo pipefail
 
 usage() {
     cat <<'TEXT'
-Usage: tests/engines/postgres.sh start|stop|remove|url|programs [FOLDER [tcp]]
+Usage: tests/engines/postgres.sh start|promote|stop|remove|url|programs [FOLDER [tcp]]
 
   start FOLDER      makes (once) and starts a server that belongs to FOLDER
+  promote FOLDER    makes a standby the primary
   stop FOLDER       stops it; the data stays, and the next start uses it again
   remove FOLDER     stops it and removes its data
   url FOLDER [tcp]  prints the connection URL: of the unix socket, or of loopback
@@ -23,6 +24,8 @@ database are called kes. Run by root, the server runs as postgres or nobody.
   KES_ENGINE_USER=name     the unprivileged user, when run by root
   KES_PG_BINDIR=path       where initdb and pg_ctl are
   KES_PG_OPTIONS=text      further options of the server
+  KES_PG_STANDBY_OF=folder the server is made as a standby of the one that
+                           belongs there, and follows it
 TEXT
 }
 
@@ -34,7 +37,7 @@ die() {
 verb=${1-}
 case $verb in
     --help | -h) usage; exit 0 ;;
-    start | stop | remove | url) [[ -n ${2-} ]] || { usage >&2; exit 2; } ;;
+    start | promote | stop | remove | url) [[ -n ${2-} ]] || { usage >&2; exit 2; } ;;
     programs) ;;
     *) usage >&2; exit 2 ;;
 esac
@@ -158,7 +161,23 @@ choose_place() {
     echo "$other" > "$home/place"
 }
 
+# A copy of the other server, certificate included, that goes on to follow it.
+make_standby() {
+    local other=$KES_PG_STANDBY_OF/postgres
+    rm -rf "$(place)/data"
+    as_user "$bin/pg_basebackup" -D "$(place)/data" -d "$(cat "$other/url")" -R -X stream \
+        -c fast --no-sync > "$(place)/log" 2>&1 9>&- || die "no copy; see $(place)/log"
+    cp "$(cat "$other/place")/password" "$(place)/password"
+    give "$(place)/password"
+    cp "$(place)/data/server.crt" "$home/server.crt"
+    : > "$home/ready"
+}
+
 make_cluster() {
+    if [[ -n ${KES_PG_STANDBY_OF-} ]]; then
+        make_standby
+        return
+    fi
     rm -rf "$(place)/data"
     (umask 077 && od -An -N16 -tx1 /dev/urandom | tr -d ' \n' > "$(place)/password")
     give "$(place)/password"
@@ -259,6 +278,7 @@ exec 9> "$(dirname "$home")/postgres.lock" && flock -w 60 9 ||
     die "another postgres.sh is still busy with $2"
 case $verb in
     start) start ;;
+    promote) as_user "$bin/pg_ctl" -D "$(place)/data" -w -t 60 -s promote 9>&- || die "no promotion" ;;
     stop) stop ;;
     remove)
         stop
