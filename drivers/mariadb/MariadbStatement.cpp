@@ -148,7 +148,11 @@ const void* MariadbStatement::bytes(int column, std::size_t& size) {
 
 // --- parameters ---
 
+// Whoever gives an execution up at its failure does not say so, and binds the
+// values of the next one.
 MariadbValue& MariadbStatement::parameter(int position) {
+    if (broken.has_value())
+        reset();
     MariadbValue& value = parameters[static_cast<std::size_t>(position)];
     value = MariadbValue();
     return value;
