@@ -111,7 +111,8 @@ void ObjectCache::orphan(Instance* instance) {
     orphans.insert(instance);
 }
 
-void ObjectCache::collect(const TransactionManager& transactions) {
+// Marks that stayed behind would keep the next collection from what they hide.
+void ObjectCache::collect(const TransactionManager& transactions) try {
     Marker marker;
     for (PointerBase* p = pointers.first(); p != nullptr; p = pointers.after(p))
         marker.mark(p->getInstance());
@@ -119,6 +120,13 @@ void ObjectCache::collect(const TransactionManager& transactions) {
     const std::size_t freed = sweep();
     pressure = 0;
     patience = patienceAfter(freed, instances.size() + orphans.size());
+} catch (...) {
+    for (const ObjectTable::Entry& entry : instances.entries())
+        if (entry.instance != nullptr)
+            entry.instance->setVisited(false);
+    for (Instance* orphan : orphans)
+        orphan->setVisited(false);
+    throw;
 }
 
 std::size_t ObjectCache::sweep() {

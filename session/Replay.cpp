@@ -198,9 +198,17 @@ Instance* Replay::load(unsigned long id, Class* cls) {
     fresh->setObjectID(id);
     if (!isStored(fresh.get()))
         return nullptr;
-    Instance* object = pin(fresh.release());
-    model->set(object);
-    return object;
+    Instance* object = pin(fresh.get());
+    try {
+        model->set(object);
+    } catch (...) {
+        if (model->objects->get(id) == object)
+            static_cast<void>(fresh.release());
+        else
+            transactions.pinned.pop_back();
+        throw;
+    }
+    return fresh.release();
 }
 
 // The stored state, in an object of the replay's own; null when there is none.

@@ -6,6 +6,7 @@
 
 #include <kes/Handler.h>
 #include <kes/Instance.h>
+#include <kes/Model.h>
 
 #include "drivers/common/SqlFailure.h"
 
@@ -24,6 +25,16 @@ inline void handleFields(Instance* instance, Handler* handler) {
         instance->handle(handler);
     } catch (const SqlFailure&) {
         throw;
+    } catch (...) {
+        throw ObjectFailure{std::current_exception()};
+    }
+}
+
+/// Hands the object to Model::set, which looks at its fields. Throws
+/// ObjectFailure.
+inline void fileObject(Model* model, Instance* instance) {
+    try {
+        model->set(instance);
     } catch (...) {
         throw ObjectFailure{std::current_exception()};
     }

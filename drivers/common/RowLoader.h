@@ -1,8 +1,19 @@
 // Filling instances from rows.
+//
+// A new instance that cannot be filled is dropped. One that the program knows
+// shows one stored version in whole, whatever fails on the way: a value that is
+// refused, memory, the application's handle. So its row is read into values
+// first, and these are exchanged for the members, which allocates nothing; a
+// walk that ends early is undone by another one. The version comes last.
 
 #pragma once
 
 #include <string>
+#include <variant>
+#include <vector>
+
+#include <kes/Blob.h>
+#include <kes/Timestamp.h>
 
 #include <kes/Handler.h>
 
@@ -15,7 +26,13 @@ namespace Kes::sql {
 /// named, for a stored value that the field cannot hold.
 class RowLoader final : public Handler {
 public:
+    /// When it throws, some fields are loaded and others are not.
     void load(Row& source, const ClassTable& itsTable, Instance* instance);
+
+    /// The same for an instance in memory, which stays as it was when this
+    /// throws, except that its collections may have gone back to unfetched.
+    /// Hands it to Model::set when it is the one that the model has filed.
+    void renew(Row& source, const ClassTable& itsTable, Instance* instance);
 
     void handleULong(const String& name, unsigned long& value) override;
     void handleLong(const String& name, long& value) override;
@@ -34,6 +51,20 @@ public:
                               ManyAssociatedInstances* ref) override;
 
 private:
+    class Exchange;
+
+    // Of a reference: the partner's object id.
+    struct Partner {
+        unsigned long id;
+    };
+    using Value = std::variant<unsigned long, long, String, int, unsigned int, bool, float, double,
+                               Timestamp, Blob, Partner>;
+
+    void begin(Row& source, const ClassTable& itsTable);
+    Value read(const Column& field);
+    template <class T>
+    Value read(void (RowLoader::*handle)(const String&, T&), const String& name);
+    unsigned long loadPartner(const String& role);
     template <class T>
     void loadInteger(const String& name, T& value);
     double loadReal(const String& name);
@@ -42,6 +73,7 @@ private:
     Row* row = nullptr;
     const ClassTable* table = nullptr;
     int column = 0;
+    std::vector<Value> values;  // of the row that an instance in memory takes
 };
 
 }  // namespace Kes::sql

@@ -372,13 +372,9 @@ bool SqlDriver::refreshFrom(Instance* instance) {
     status.code = !isStored                         ? DBDriverStatus::Removed
                   : stored == instance->getVersion() ? DBDriverStatus::Unchanged
                                                      : DBDriverStatus::Changed;
-    Model* model = instance->getClass()->getModel();
-    if (status.code == DBDriverStatus::Changed && !model->isPending(instance)) {
-        const bool isFiled = model->get(instance->getObjectID()) == instance;
-        rowLoader.load(*reading, table, instance);
-        if (isFiled)
-            model->set(instance);
-    }
+    if (status.code == DBDriverStatus::Changed &&
+        !instance->getClass()->getModel()->isPending(instance))
+        rowLoader.renew(*reading, table, instance);
     reading->reset();
     table.byId().push_back(std::move(reading));
     return status.code == DBDriverStatus::Unchanged;

@@ -109,16 +109,23 @@ void SqlSelection::materialise() {
     if (Instance* known = model->get(id)) {
         current = known;
         const auto version = static_cast<unsigned long>(row().integer(ClassTable::VersionColumn));
-        if (version > known->getVersion() && !model->isPending(known)) {
-            driver->loader().load(row(), table, known);
-            model->set(known);
-        }
+        if (version > known->getVersion() && !model->isPending(known))
+            driver->loader().renew(row(), table, known);
         return;
     }
     std::unique_ptr<Instance> fresh(cls->getDummy());
     driver->loader().load(row(), table, fresh.get());
-    current = fresh.release();
-    model->set(current);
+    current = fresh.get();
+    try {
+        model->set(current);
+        static_cast<void>(fresh.release());
+    } catch (...) {
+        if (model->get(id) == fresh.get())
+            static_cast<void>(fresh.release());
+        else
+            current = nullptr;
+        throw;
+    }
 }
 
 void SqlSelection::settle() noexcept {

@@ -59,7 +59,9 @@ public:
 ///   Model::isPending is false, brought up to date. A new one comes from
 ///   Class::getDummy, is filled through a Handler (object id and version
 ///   included; references set to unfetched, one-references with the partner's
-///   id) and then handed to Model::set, as one brought up to date is too.
+///   id) and then handed to Model::set, as one brought up to date is too. When
+///   a value is refused or the object's handle throws on the way, one that was
+///   in memory keeps the fields, references and version that it had.
 /// - Versions: update, remove and a changed link demand that the stored row has
 ///   the version before; otherwise they, or commit at the latest, fail and name
 ///   the object that somebody else changed or removed.

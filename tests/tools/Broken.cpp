@@ -330,7 +330,15 @@ public:
         return is("removal-lost") || real->remove(instance) || is("failures-ignored");
     }
     bool refresh(Instance* instance) override {
-        return is("refresh-blind") || real->refresh(instance);
+        if (is("refresh-blind"))
+            return true;
+        try {
+            return real->refresh(instance);
+        } catch (...) {
+            if (is("refresh-by-halves"))
+                instance->nextVersion();
+            throw;
+        }
     }
     bool lock(Instance* instance) override {
         if (is("lock-crashes"))

@@ -196,6 +196,37 @@ void refreshPending(Check& check) {
     check.expectEqual(11, sessions.stored(id), "the stored value");
 }
 
+// An object whose handle fails in the middle shows the version before or the one
+// behind, and no half of either.
+void refreshInterrupted(Check& check, bool isQuery) {
+    Sessions sessions(check, isQuery ? "queryhalf" : "refreshhalf");
+    const unsigned long id = sessions.store(1)[0];
+    Object* object = sessions.get(sessions.two, id);
+    transact(sessions.one, [&] {
+        Object* mine = sessions.get(sessions.one, id);
+        Sessions::change(*mine, 11);
+        (*mine)["word"] = String("new");
+    });
+    for (int reports = 1; reports < 50 && object->getVersion() == 0; ++reports) {
+        object->throwBehind(reports);
+        try {
+            Selection all(sessions.two[sessions.name]);
+            if (isQuery)
+                while (all.next())
+                    continue;
+            else
+                object->refresh();
+        } catch (const std::exception&) {
+        } catch (const Exception&) {}
+        object->throwBehind(0);
+        const bool isNew = object->getVersion() == 1;
+        check.expectEqual(isNew ? 11 : 0, Sessions::valueOf(*object), "the first field");
+        check.expect(std::get<String>((*object)["word"]) == (isNew ? "new" : ""),
+                     "the second field belongs to another version than the first");
+    }
+    check.expectEqual(1UL, object->getVersion(), "the version after an undisturbed load");
+}
+
 void refreshInTransaction(Check& check) {
     Sessions sessions(check, "within");
     const std::vector<unsigned long> ids = sessions.store(2);
@@ -318,6 +349,8 @@ void addConflictChecks(Suite& suite) {
     suite.add("refresh.changed", refreshChanged);
     suite.add("refresh.removed", refreshRemoved);
     suite.add("refresh.pending", refreshPending);
+    suite.add("refresh.interrupted", [](Check& c) { refreshInterrupted(c, false); });
+    suite.add("refresh.interrupted-query", [](Check& c) { refreshInterrupted(c, true); });
     suite.add("refresh.in-a-transaction", refreshInTransaction);
     suite.add("lock.and-change", lockAndChange);
     suite.add("lock.of-changed", [](Check& c) { lockChanged(c, false); });

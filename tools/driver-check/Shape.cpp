@@ -1,5 +1,7 @@
 #include "Shape.h"
 
+#include <stdexcept>
+
 #include <map>
 
 #include <kes/Handler.h>
@@ -60,8 +62,14 @@ Object::Object(Class* c, const Shape& itsShape) : Instance(c), shape(itsShape) {
     }
 }
 
+void Object::mayThrow() {
+    if (patience > 0 && --patience == 0)
+        throw std::runtime_error("the object's own handle has failed");
+}
+
 void Object::handle(Handler* h) {
     Instance::handle(h);
+    mayThrow();
     std::size_t field = 0;
     std::size_t one = 0;
     std::size_t many = 0;
@@ -88,6 +96,7 @@ void Object::handle(Handler* h) {
         case Kind::Time: h->handleTimestamp(called, std::get<Timestamp>(value)); break;
         case Kind::Blob: h->handleBlob(called, std::get<Blob>(value)); break;
         }
+        mayThrow();
     }
 }
 

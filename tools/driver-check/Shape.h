@@ -78,10 +78,16 @@ public:
     /// Fetches the reference anew.
     void reload(const std::string& role);
 
+    /// Its handle throws from now on behind so many reports, once; 0 for never.
+    void throwBehind(int reports) { patience = reports; }
+
 private:
     std::size_t position(const std::string& memberName, bool isField) const;
 
+    void mayThrow();
+
     const Shape& shape;
+    int patience = 0;  // reports until handle throws
     std::vector<Value> values;
     std::vector<std::unique_ptr<One<Object>>> ones;
     std::vector<std::unique_ptr<Many<Object>>> manies;
