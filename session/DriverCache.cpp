@@ -59,7 +59,13 @@ DBDriver* Model::getCachedDriver() {
     return nullptr;
 }
 
+bool Model::keepsDrivers() {
+    const MutexGuard guard(myMutex);
+    return myDriverCacheSize > 0;
+}
+
 void Model::setDriverCacheSize(int size) {
+    const MutexGuard guard(myMutex);
     myDriverCacheSize = std::max(size, 0);
     leaveInherited(myDriverCache);
     while (myDriverCache.size() > myDriverCacheSize)

@@ -410,9 +410,14 @@ void Model::close() {
     failures = nullptr;
 
     // Others would wait for ever for what a parked driver has locked.
-    const bool isLocked = transactions->releaseLocks() && myDriverCacheSize > 0;
+    const bool isLocked = transactions->releaseLocks() && keepsDrivers();
     if (isLocked && !closed->rollback())
         return;
+
+    // The stream is the application's, and the next model that uses the driver
+    // may be one that nobody wants to watch.
+    if (trace != nullptr)
+        closed->disableSQLTrace();
     cacheDriver(closed.release());
 }
 

@@ -114,6 +114,8 @@ bool SqlDriver::close() {
 int SqlDriver::getVersion(const String& name, const String& kind) {
     int version = 0;
     const bool done = attempt("reading a version", [&] {
+        if (kind == "MODEL")
+            forgetModel();
         if (kind == "MODEL" && !session->connection->inTransaction() &&
             session->connection->renew())
             session->ids.forget();
@@ -123,6 +125,14 @@ int SqlDriver::getVersion(const String& name, const String& kind) {
     if (!done)
         noteVersionFailure();
     return version;
+}
+
+// The connection may be one that was parked. Others' classes may lie where those
+// of the model before have lain.
+void SqlDriver::forgetModel() {
+    abandonCursors();
+    session->queue.forgetModel();
+    session->tables.forget();
 }
 
 // The slot has no result: a failure shows at the commit that follows, because

@@ -119,6 +119,7 @@ private:
     bool attempt(std::string_view what, Work work);
     void prepareToWrite();
     void prepareSchema();
+    void forgetModel();
     void noteVersionFailure();
     void requireVersions() const;
     void requireTransaction() const;

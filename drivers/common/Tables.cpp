@@ -17,6 +17,12 @@ ClassTable& Tables::of(Class* cls) {
     return *table;
 }
 
+void Tables::forget() {
+    last = nullptr;
+    tables.clear();
+    dissolving.clear();
+}
+
 bool Tables::isManyToMany(const Association* association) {
     auto* asked = const_cast<Association*>(association);
     return asked->getPluralityFor(asked->getOneRole()) == Association::Many &&

@@ -35,6 +35,9 @@ public:
     /// Whatever refers to objects of the class.
     const std::vector<Referrer>& referrers(const Class* cls);
 
+    /// What was learnt of a model's classes ends with the model.
+    void forget();
+
     static bool isManyToMany(const Association* association);
 
     /// The concrete classes at an end, with sub classes.

@@ -86,6 +86,12 @@ public:
     /// Forgets what waits, and what the transaction wrote before.
     void clear();
 
+    /// The model goes, and with it its associations.
+    void forgetModel() {
+        clear();
+        linking.clear();
+    }
+
 private:
     void forget();
 

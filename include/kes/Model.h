@@ -96,7 +96,7 @@ public:
     void disableSQLTrace();
 
     /// The number of closed drivers that the process keeps for a later open
-    /// with the same texts; 0 by default. Not while a model opens or closes.
+    /// with the same texts; 0 by default. For any thread.
     static void setDriverCacheSize(int size);
 
     // --- failures ---
@@ -266,6 +266,7 @@ private:
     void dropDriver();
     void forgetFailure();
     void keepFailure(FailureReporter* reporter);
+    static bool keepsDrivers();
     void settleAssociations();
     bool declaresSoundly() const;
     bool isDeclarable(std::unique_ptr<Class>& cls) const;

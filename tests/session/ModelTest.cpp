@@ -221,6 +221,29 @@ TEST_F(ModelTest, ParksNoDriverThatKeepsItsLock) {
     EXPECT_EQ(2U, count("open"));
 }
 
+// The stream may be gone by then, and the driver be another model's.
+TEST_F(ModelTest, ParksNoDriverThatGoesOnToTrace) {
+    Model::setDriverCacheSize(1);
+    StaffModel later;
+    std::ostringstream stream;
+    {
+        StaffModel watched;
+        watched.traceSQLTo(stream);
+        watched.openWith("recording");
+        watched.newPerson("Ada");
+        watched.close();
+    }
+    const std::size_t written = stream.str().size();
+    ASSERT_GT(written, 0U);
+
+    later.openWith("recording");
+    later.newPerson("Bob");
+    later.commit();
+
+    EXPECT_EQ(1U, count("open"));
+    EXPECT_EQ(written, stream.str().size());
+}
+
 // A driver that keeps a text shares it with nobody: texts of two threads must
 // not share their bytes.
 TEST_F(ModelTest, SharesNoTextWithTheDriver) {

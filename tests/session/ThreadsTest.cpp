@@ -332,6 +332,25 @@ TEST_F(ThreadsTest, ShareTheParkedDrivers) {
     EXPECT_EQ(std::to_string(ThreadCount * 100), ask("SELECT age FROM Person"));
 }
 
+// The sanitizer for threads sees who looks at the number without the lock.
+TEST_F(ThreadsTest, MayChangeTheNumberOfParkedDriversAtAnyTime) {
+    fill(1, 0);
+
+    onThreads(ThreadCount, [&](int number) {
+        for (int i = 0; i < 20; ++i) {
+            if (number == 0)
+                Model::setDriverCacheSize(i % 3);
+            StaffModel model;
+            open(model);
+            const Pointer<Person> locked(model.findPerson("0"));
+            model.close();
+            EXPECT_FALSE(model.isOpen());
+        }
+    });
+
+    Model::setDriverCacheSize(0);
+}
+
 // Programs keep the names of their model in constants, which all threads see.
 TEST_F(ThreadsTest, MaySeeTheSameNames) {
     fill(1, 5);
