@@ -13,6 +13,7 @@
 
 #include "core/Platform.h"
 #include "query/SelectionState.h"
+#include "session/ObjectCache.h"
 #include "session/SiblingLoader.h"
 
 namespace Kes {
@@ -103,8 +104,10 @@ Instance* Selection::read() {
     } else if (cursors.size() > 0 && !advanceCurrent()) {
         return nullptr;
     }
-    if (cursors.size() == 0)
+    if (cursors.size() == 0) {
+        state->reader.reset();
         return nullptr;
+    }
     const SiblingLoader::DriverScope driver(cls->getModel());
     if (state->merge != nullptr && cursors.size() > 1) {
         current = state->merge->choose(cursors);
@@ -156,6 +159,7 @@ bool Selection::start() {
     state = new SelectionState;
     if (cls == nullptr || cls->getModel() == nullptr)
         return failOnDriver();
+    state->reader = cls->getModel()->objects->reading();
     frozen = new AssociatedClass(*this);
     definition = cls->getModel()->defineSelection(frozen);
     if (definition == nullptr)

@@ -21,6 +21,9 @@ public:
     SiblingLoader::Reading reading;
     std::deque<Pointer<Instance>> ahead;  // read, and not delivered yet
     std::exception_ptr failure;           // what ended the reading ahead
+
+    // Tells the object cache that rows may come that were read long ago.
+    std::shared_ptr<const void> reader;
 };
 
 }  // namespace Kes

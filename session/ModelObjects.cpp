@@ -42,14 +42,16 @@ Instance* Model::get(unsigned long objectID) const {
 Instance* Model::getInstance(unsigned long objectID, Class* cls) {
     threadCheck.verify();
     Instance* known = objects->get(objectID);
-    if (known != nullptr && siblings->handOut(known))
+    if (known != nullptr && !known->isLost() && siblings->handOut(known))
         return known;
     if (objectID == 0 || cls == nullptr)
         return nullptr;
     Selection selection(cls);
     selection.setCondition(new AttributeCondition<unsigned long>(new Attribute(cls, "KesObjectID"),
                                                                  Condition::EQUAL, objectID));
-    return selection.next() ? selection.value() : nullptr;
+    if (!selection.next() || selection.value()->flag(Instance::Gone))
+        return nullptr;
+    return selection.value();
 }
 
 void Model::set(Instance* instance) {
@@ -59,9 +61,18 @@ void Model::set(Instance* instance) {
     instance->fingerprint = digestFields(instance);
     if (objects->get(instance->getObjectID()) == instance) {
         siblings->noteRenewed(instance);
+        if (instance->flag(Instance::Gone))
+            instance->setRemoved(false);
+
+        // What the application has not had yet is no change to it.
+        instance->setFlag(Instance::Untold, !instance->flag(Instance::Ahead));
         return;
     }
     siblings->noteFiled(instance);
+    if (objects->hasLost(instance)) {
+        instance->setRemoved(true);
+        instance->setFlag(Instance::Gone, true);
+    }
     objects->file(instance);
     if (objects->isCollectionDue())
         objects->collect(*transactions);
@@ -276,19 +287,24 @@ void Model::refresh(Instance* instance) {
     siblings->forget();
     const Pointer<Instance> keep(instance);
     const unsigned long before = instance->getVersion();
-    const auto isUnchanged = [&] {
+    const ErrorWatch watch;
+    const bool isCurrent = [&] {
         const SiblingLoader::DriverScope asking(this);
         return driver->refresh(instance);
-    };
-    const bool isCurrent = isUnchanged();
+    }();
     if (!isPending(instance))
         siblings->noteRefreshed(instance);
-    if (isCurrent)
+
+    // A query tells nobody of what it has brought.
+    if (isCurrent && (watch.hasFailed() || !instance->flag(Instance::Untold)))
         return;
     const TransactionManager::Telling telling(*transactions);
 
     // A driver that cannot tell any more has brought it up to date all the same.
-    if (instance->getVersion() != before) {
+    if (isCurrent || instance->getVersion() != before) {
+        if (instance->flag(Instance::Gone))
+            instance->setRemoved(false);
+        instance->setFlag(Instance::Untold, false);
         instance->getClass()->fireInstanceChanged(instance);
         return;
     }
@@ -297,8 +313,22 @@ void Model::refresh(Instance* instance) {
         raise("REFFAIL", "Instance::refresh", driver->getErrorMessage());
     else if (status->code == DBDriverStatus::Changed)
         instance->getClass()->fireInstanceChanged(instance);
-    else
+    else if (noteRemoval(instance))
         instance->getClass()->fireInstanceRemoved(instance);
+}
+
+// Marks an object that is not stored any more; false when that is told already.
+// A pending change or link is the commit's matter.
+bool Model::noteRemoval(Instance* instance) {
+    if (instance->getObjectID() == 0 || isPending(instance))
+        return true;
+    if (instance->flag(Instance::Gone))
+        return false;
+    objects->lose(instance->getObjectID(), instance->getVersion() + 1);
+    instance->setRemoved(true);
+    instance->setFlag(Instance::Gone, true);
+    instance->setFlag(Instance::Untold, true);
+    return true;
 }
 
 SelectionDefinition* Model::defineSelection(AssociatedClass* associatedClass) {

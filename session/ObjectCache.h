@@ -6,6 +6,8 @@
 
 #pragma once
 
+#include <memory>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -44,6 +46,30 @@ public:
     /// to own it, until a collection finds that nothing reaches it.
     void orphan(Instance* instance);
 
+    // A selection under way delivers the rows that it began with, also those of
+    // objects that were removed and freed since. Without a note of these, such
+    // a row would make an object that seems to be stored.
+
+    /// Whoever holds it may yet deliver rows from before.
+    std::shared_ptr<const void> reading() const { return readers; }
+    bool isRead() const { return readers.use_count() > 1; }
+
+    /// Removed objects by id, with the version that the removal had.
+    using Losses = std::unordered_map<unsigned long, unsigned long>;
+
+    /// Notes a removal while a selection is under way.
+    void lose(unsigned long id, unsigned long version);
+
+    /// The same for many; `more` was given to makeRoom before, and nothing
+    /// fails.
+    void lose(Losses& more) noexcept;
+    void makeRoom(const Losses& more);
+
+    /// Whether the instance comes from a row of before its removal.
+    bool hasLost(const Instance* instance) {
+        return !losses.empty() && findLost(instance);
+    }
+
     /// Frees what neither a pointer nor the transaction reaches.
     void collect(const TransactionManager& transactions);
 
@@ -55,10 +81,13 @@ public:
 private:
     /// The number of instances that it freed.
     std::size_t sweep();
+    bool findLost(const Instance* instance);
     void destroy(const std::vector<Instance*>& dead);
 
     ObjectTable instances;
     std::unordered_set<Instance*> orphans;
+    std::shared_ptr<const void> readers = std::make_shared<char>();
+    Losses losses;
     int threshold;
     std::size_t pressure = 0;
     std::size_t patience;

@@ -165,11 +165,19 @@ void TransactionManager::prepareOutcome(Outcome& left) {
     }
     left.isPrepared = true;
     announced.reserve(announced.size() + 1);
+    if (!model->objects->isRead())
+        return;
+    for (const Action& action : pending)
+        if (action.kind == Action::Remove)
+            left.losses.emplace(action.first->getObjectID(), action.first->getVersion());
+    model->objects->makeRoom(left.losses);
 }
 
 // Before the listeners hear of the commit: they may ask for the history, start
 // a transaction or undo this one.
-void TransactionManager::settleHistory(History::Draft& draft) noexcept {
+void TransactionManager::settleHistory(Outcome& left) noexcept {
+    History::Draft& draft = left.draft;
+    model->objects->lose(left.losses);
     if (!draft.steps().steps.empty())
         draft.steps().images = std::move(images);
     if (turning)

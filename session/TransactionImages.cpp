@@ -147,22 +147,34 @@ void TransactionManager::restoreFields(FieldImage image, Instance* instance) {
 void TransactionManager::rereadRefused() {
     FirstFailure failure;
     std::vector<Pointer<Instance>> news;
+    std::vector<Pointer<Instance>> gone;
     failure.attempt([&] {
-        for (const auto& [instance, version] : refused)
-            if (reread(instance) && instance->version != version)
+        for (const auto& [instance, version] : refused) {
+            bool isRemoved = false;
+            if (reread(instance, isRemoved) && instance->version != version)
                 news.emplace_back(instance);
+            if (!isRemoved)
+                continue;
+            instance->version = version;
+            if (model->noteRemoval(instance))
+                gone.emplace_back(instance);
+        }
     });
     refused.clear();
 
     // Somebody else has changed them meanwhile.
-    for (const Pointer<Instance>& changedOne : news)
+    for (const Pointer<Instance>& changedOne : news) {
+        changedOne->setFlag(Instance::Untold, false);
         failure.attempt([&] { changedOne->getClass()->fireInstanceChanged(changedOne); });
+    }
+    for (const Pointer<Instance>& removedOne : gone)
+        failure.attempt([&] { removedOne->getClass()->fireInstanceRemoved(removedOne); });
     failure.rethrow();
 }
 
 // False when there was no need to, or when it cannot be read: a rollback that
 // works has nothing to tell of that.
-bool TransactionManager::reread(Instance* instance) {
+bool TransactionManager::reread(Instance* instance, bool& isRemoved) {
     try {
         if (!isUnknown(instance) && digestFields(instance) == instance->fingerprint)
             return false;
@@ -170,7 +182,9 @@ bool TransactionManager::reread(Instance* instance) {
         const ErrorSilence silence;
         model->keepFailure(model->failures);
         const SiblingLoader::DriverScope asking(model);
-        model->driver->refresh(instance);
+        const bool isCurrent = model->driver->refresh(instance);
+        const DBDriverStatus* status = isCurrent ? nullptr : model->driver->getStatus();
+        isRemoved = status != nullptr && status->code == DBDriverStatus::Removed;
     } catch (...) {
         instance->version = UnknownVersion;
     }

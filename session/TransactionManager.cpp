@@ -180,7 +180,7 @@ void TransactionManager::commit() {
     }
     if (!isStored)
         return giveUp(failure, handler.getThrown());
-    settleHistory(left->draft);
+    settleHistory(*left);
     repair(*left);
     finish(left->actions);
     announce(left->actions);
@@ -410,6 +410,8 @@ void TransactionManager::announce(Actions& committed) {
 }
 
 void TransactionManager::announceOne(const Action& action) {
+    if (action.kind == Action::Update)
+        action.first->setFlag(Instance::Untold, false);
     switch (action.kind) {
     case Action::Add:
         action.first->getClass()->fireInstanceAdded(action.first);

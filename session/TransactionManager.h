@@ -29,6 +29,7 @@
 #include <deque>
 #include <exception>
 #include <optional>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -210,6 +211,7 @@ private:
         std::vector<Repair> repairs;
         std::vector<MemberRepair> memberRepairs;
         Actions actions;
+        std::unordered_map<unsigned long, unsigned long> losses;  // of the object cache
     };
 
     void applyOwnLinks(Instance* owner, ManyAssociatedInstances& ref,
@@ -228,7 +230,7 @@ private:
     void refuse(Instance* instance);
     bool hasRefused(String& failure) const;
     void rereadRefused();
-    bool reread(Instance* instance);
+    bool reread(Instance* instance, bool& isRemoved);
     bool applyAll(String& failure);
     bool apply(Action& action, String& failure);
     bool applyUpdate(Action& action, String& failure);
@@ -248,7 +250,7 @@ private:
     void askForUnsureLinks();
     bool isLinked(const Action& action) const;
     bool isNew(const Instance* object) const;
-    void settleHistory(History::Draft& draft) noexcept;
+    void settleHistory(Outcome& left) noexcept;
     void finish(Actions& done) noexcept;
     void forget() noexcept;
     void release() noexcept;

@@ -53,8 +53,10 @@ public:
     /// never added raises INSTERR (ERROR).
     virtual void remove();
 
-    /// Brings the fields up to date with the database and fires the change or
-    /// removal that was found. An object with pending changes is left alone.
+    /// Brings the fields up to date with the database and fires the change that
+    /// was found, by this call or by a query since the last event. An object
+    /// that is not stored any more is marked as removed, which is told once. One
+    /// with pending changes is left alone; what was found is told all the same.
     virtual void refresh();
 
     /// Locks the stored object until the end of the transaction. Raises
@@ -137,8 +139,10 @@ private:
     friend class TransactionManager;
 
     // Linked: a link of this instance is pending. Raised: the commit under way
-    // has raised its version for a link. Gone: the removal was committed. Ahead:
-    // read ahead for a sibling, and the application has not had it yet.
+    // has raised its version for a link. Gone: the removal was committed, or a
+    // refresh has found it. Untold: brought up to date since the last event; of
+    // one that is Gone, that it was a refresh. Ahead: read ahead for a sibling,
+    // and the application has not had it yet.
     enum Flag : std::uint32_t {
         Removed = 1,
         Visited = 2,
@@ -146,6 +150,7 @@ private:
         Linked = 8,
         Raised = 16,
         Gone = 32,
+        Untold = 64,
         Ahead = 128
     };
 
@@ -153,6 +158,9 @@ private:
     Model* ownModel(const char* operation) const;
     const Model* checkedModel() const;
     void forgetPointer(PointerBase* pointer) const noexcept;
+
+    // Somebody else has removed it, as a refresh has found.
+    bool isLost() const { return flag(Gone) && flag(Untold); }
 
     bool flag(Flag which) const { return (flags & which) != 0; }
     void setFlag(Flag which, bool on) {

@@ -117,12 +117,14 @@ public:
     /// The instance in memory with that id, or null. Never asks the database.
     Instance* get(unsigned long objectID) const;
 
-    /// As get; otherwise the object is loaded. Null when `cls` and its sub
-    /// classes have no such object.
+    /// As get, but not an object that a refresh has found removed; otherwise it
+    /// is loaded. Null when `cls` and its sub classes have no such object.
     Instance* getInstance(unsigned long objectID, Class* cls);
 
     /// Files an instance that a driver has filled with what is stored, or that
-    /// it has brought up to date. May start a collection.
+    /// it has brought up to date. One that was removed is stored again then. A
+    /// new one that was removed since its cursor was opened is marked so. May
+    /// start a collection.
     void set(Instance* instance);
 
     /// Frees every instance that no Pointer, pending change or selection
@@ -276,6 +278,7 @@ private:
     bool requireOpen(const char* operation) const;
     void link(bool made, Instance* first, const String& firstRole, Instance* second,
               const String& secondRole, Association* association);
+    bool noteRemoval(Instance* instance);
     void recordLink(bool made, Instance* first, const String& firstRole, Instance* second,
                     const String& secondRole, Association* association);
     bool isAdded(const Instance* instance, const char* operation) const;

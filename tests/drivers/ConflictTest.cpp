@@ -272,6 +272,24 @@ TEST_F(ConflictTest, TellsOfARemovalThatARefreshFinds) {
     ann->refresh();
 
     EXPECT_EQ(1, ear.removed);
+    EXPECT_TRUE(ann->isRemoved());
+    EXPECT_EQ(nullptr, mine.getInstance(ann->getObjectID(), mine.personClass));
+    ann->refresh();
+    EXPECT_EQ(1, ear.removed);
+}
+
+TEST_F(ConflictTest, TellsWithARefreshWhatAQueryHasBrought) {
+    changeTheirs();
+    Ear ear;
+    mine.personClass->addListener(&ear);
+    ASSERT_EQ(ann.getInstance(), mine.findPerson("Ann"));
+    ASSERT_EQ(77, ann->age);
+
+    ann->refresh();
+    ann->refresh();
+
+    EXPECT_EQ(1, ear.changed);
+    mine.personClass->removeListener(&ear);
 }
 
 TEST_F(ConflictTest, KeepsAPendingChangeInARefresh) {

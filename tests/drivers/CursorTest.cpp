@@ -22,6 +22,17 @@ protected:
         model.garbageCollect();
     }
 
+    // In a transaction, after which no object is in memory.
+    void removeTheOldest(int count) {
+        model.startTransaction();
+        SelectionOf<Person> oldest(model.personClass);
+        oldest.where(oldest["age"] >= 100 - count);
+        while (oldest.next())
+            oldest.value()->remove();
+        model.commit();
+        model.garbageCollect();
+    }
+
     StaffModel model;
 };
 
@@ -90,6 +101,52 @@ TEST_F(CursorTest, DeliversRowsThatTheLoopRemoves) {
     }
 
     EXPECT_EQ(100, count);
+}
+
+// A row that was read before must not make an object that seems to be stored.
+TEST_F(CursorTest, MarksRemovedObjectsThatItMakesAnew) {
+    SelectionOf<Person> people(model.personClass);
+    people.orderBy(people["age"]);
+    ASSERT_TRUE(people.next());
+    removeTheOldest(50);
+    int removed = 0;
+    int count = 1;
+    for (; people.next(); ++count)
+        removed += people.value()->isRemoved() ? 1 : 0;
+
+    EXPECT_EQ(100, count);
+    EXPECT_EQ(50, removed);
+    EXPECT_EQ("50", ask("SELECT count(*) FROM [Person]"));
+}
+
+TEST_F(CursorTest, KeepsNoUndoFromBringingBackWhatItHasDelivered) {
+    SelectionOf<Person> people(model.personClass);
+    people.orderBy(people["age"]);
+    ASSERT_TRUE(people.next());
+    removeTheOldest(50);
+    std::vector<Pointer<Person>> all;
+    while (people.next())
+        all.emplace_back(people.value());
+
+    model.undo();
+
+    EXPECT_EQ("100", ask("SELECT count(*) FROM [Person]"));
+    for (const Pointer<Person>& person : all)
+        EXPECT_FALSE(person->isRemoved());
+    EXPECT_EQ(99, all.back()->age);
+}
+
+TEST_F(CursorTest, TakesAnObjectThatAnUndoHasBroughtBackForStored) {
+    SelectionOf<Person> people(model.personClass);
+    people.orderBy(people["age"]);
+    ASSERT_TRUE(people.next());
+    removeTheOldest(50);
+    model.undo();
+    model.garbageCollect();
+
+    SelectionOf<Person> again(model.personClass);
+    while (again.next())
+        EXPECT_FALSE(again.value()->isRemoved());
 }
 
 TEST_F(CursorTest, ChangesEachRowOnce) {

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "tests/drivers/PlainSqlite.h"
 #include "tests/drivers/TemporaryFolder.h"
 #include "tests/object/NotingListener.h"
 #include "tests/support/Raises.h"
@@ -38,6 +39,12 @@ protected:
     static void makeOlder(Person* person) {
         person->change();
         person->age = 31;
+    }
+
+    int theirsRead() {
+        Person* read = theirs.findPerson("Ann");
+        read->refresh();
+        return read->age;
     }
 
     std::string id() const { return " " + std::to_string(ann->getObjectID()); }
@@ -82,6 +89,203 @@ TEST_F(RefreshEventTest, IsFiredOnceForOneChange) {
     ann->refresh();
 
     EXPECT_EQ(2U, log.size());
+}
+
+TEST_F(RefreshEventTest, TellsOnceWhatAQueryHasBrought) {
+    letOthers(makeOlder);
+    ASSERT_EQ(ann.getInstance(), model.findPerson("Ann"));
+    ASSERT_EQ(31, ann->age);
+    EXPECT_TRUE(log.empty());
+
+    ann->refresh();
+
+    EXPECT_EQ((Log{"own: changed Person" + id(), "class: changed Person" + id()}), log);
+    ann->refresh();
+    EXPECT_EQ(2U, log.size());
+}
+
+TEST_F(RefreshEventTest, TellsOnceOfSeveralChangesThatDifferentReadsHaveBrought) {
+    letOthers(makeOlder);
+    model.findPerson("Ann");
+    letOthers(makeOlder);
+    const Pointer<Person> bob(model.findPerson("Bob"));
+    letOthers([](Person* person) {
+        person->change();
+        person->age = 33;
+    });
+
+    ann->refresh();
+    ann->refresh();
+
+    EXPECT_EQ(33, ann->age);
+    EXPECT_EQ(2U, log.size());
+}
+
+TEST_F(RefreshEventTest, DoesNotRepeatWhatACommitHasTold) {
+    letOthers(makeOlder);
+    model.findPerson("Ann");
+    model.startTransaction();
+    ann->change();
+    ann->age = 50;
+    model.commit();
+    log.clear();
+
+    ann->refresh();
+
+    EXPECT_TRUE(log.empty());
+}
+
+TEST_F(RefreshEventTest, TellsOfAQuerysChangeAfterARollbackToo) {
+    letOthers(makeOlder);
+    model.findPerson("Ann");
+    model.startTransaction();
+    ann->change();
+    ann->age = 50;
+    model.rollback();
+
+    ann->refresh();
+
+    EXPECT_EQ(31, ann->age);
+    EXPECT_EQ(2U, log.size());
+}
+
+TEST_F(RefreshEventTest, IsNotFiredForWhatWasLoadedAnew) {
+    const Pointer<Person> bob(model.findPerson("Bob"));
+    letOthers(makeOlder);
+    ann->removeListener(&own);
+    ann = nullptr;
+    model.garbageCollect();
+    ann = model.findPerson("Ann");
+
+    ann->refresh();
+
+    EXPECT_TRUE(log.empty());
+}
+
+TEST_F(RefreshEventTest, KeepsForTheNextOneWhatAFailedOneCouldNotTell) {
+    letOthers(makeOlder);
+    model.findPerson("Ann");
+    PlainSqlite(folder.path("staff.db")).run("UPDATE Person SET age = 'x', KesVersion = 9");
+    {
+        const ReturningHandler handler;
+        ann->refresh();
+        EXPECT_EQ((std::vector<std::string>{"REFFAIL"}), handler.codes());
+        EXPECT_TRUE(log.empty());
+    }
+    EXPECT_EQ(31, ann->age);
+    PlainSqlite(folder.path("staff.db")).run("UPDATE Person SET age = 31, KesVersion = 1");
+
+    ann->refresh();
+
+    EXPECT_EQ(2U, log.size());
+}
+
+TEST_F(RefreshEventTest, MarksAnObjectThatIsNotStoredAnyMoreAndTellsOnce) {
+    letOthers([](Person* person) { person->remove(); });
+    bool wasMarked = false;
+    own.then = [&] { wasMarked = ann->isRemoved(); };
+
+    ann->refresh();
+
+    EXPECT_TRUE(wasMarked);
+    EXPECT_TRUE(ann->isRemoved());
+    EXPECT_EQ(nullptr, model.getInstance(ann->getObjectID(), model.personClass));
+    EXPECT_STREQ("Ann", ann->name);
+    ann->refresh();
+    EXPECT_EQ((Log{"own: removed Person" + id(), "class: removed Person" + id()}), log);
+}
+
+TEST_F(RefreshEventTest, RefusesToWriteWhatItHasFoundRemoved) {
+    letOthers([](Person* person) { person->remove(); });
+    ann->refresh();
+
+    EXPECT_RAISES("INSTERR", ann->change());
+    EXPECT_RAISES("LOCKFAIL", ann->lock());
+    ann->remove();
+    EXPECT_FALSE(model.isPending(ann));
+}
+
+TEST_F(RefreshEventTest, LeavesTheMarkOfAnObjectWithAPendingChangeToALaterOne) {
+    letOthers([](Person* person) { person->remove(); });
+    model.startTransaction();
+    ann->change();
+    ann->age = 50;
+
+    ann->refresh();
+    EXPECT_FALSE(ann->isRemoved());
+    EXPECT_EQ(50, ann->age);
+    EXPECT_RAISES("COMFAIL", model.commit());
+    EXPECT_FALSE(ann->isRemoved());
+    ann->refresh();
+
+    EXPECT_TRUE(ann->isRemoved());
+    EXPECT_EQ(30, ann->age);
+}
+
+TEST_F(RefreshEventTest, MarksNoObjectThatIsYetToBeStored) {
+    model.startTransaction();
+    const Pointer<Person> cid(model.newPerson("Cid"));
+
+    cid->refresh();
+
+    EXPECT_FALSE(cid->isRemoved());
+    model.commit();
+    EXPECT_EQ(cid.getInstance(), model.findPerson("Cid"));
+}
+
+TEST_F(RefreshEventTest, SaysNothingOfARemovalThatACommitHasTold) {
+    model.startTransaction();
+    ann->remove();
+    model.commit();
+    log.clear();
+
+    ann->refresh();
+
+    EXPECT_TRUE(log.empty());
+    EXPECT_TRUE(ann->isRemoved());
+}
+
+TEST_F(RefreshEventTest, FindsTheSameObjectAgainThatOthersHaveBroughtBack) {
+    for (const bool isQuery : {false, true}) {
+        letOthers([](Person* person) { person->remove(); });
+        ann->refresh();
+        ASSERT_TRUE(ann->isRemoved());
+        theirs.undo();
+        log.clear();
+
+        if (isQuery)
+            EXPECT_EQ(ann.getInstance(),
+                      model.getInstance(ann->getObjectID(), model.personClass));
+        else
+            ann->refresh();
+
+        EXPECT_FALSE(ann->isRemoved());
+        EXPECT_EQ(ann.getInstance(), model.findPerson("Ann"));
+        ann->refresh();
+        EXPECT_EQ((Log{"class: changed Person" + id()}), log);
+        model.startTransaction();
+        ann->change();
+        ++ann->age;
+        model.commit();
+        EXPECT_EQ(ann->age, theirsRead());
+    }
+}
+
+TEST_F(RefreshEventTest, LetsAnUndoKnowWhatItHasFoundRemoved) {
+    model.startTransaction();
+    ann->change();
+    ann->age = 50;
+    model.commit();
+    letOthers([](Person* person) {
+        person->refresh();
+        person->remove();
+    });
+    ann->refresh();
+
+    EXPECT_RAISES("Transaction::undo/redo", model.undo());
+
+    EXPECT_TRUE(ann->isRemoved());
+    EXPECT_EQ(nullptr, theirs.findPerson("Ann"));
 }
 
 TEST_F(RefreshEventTest, TellsOfARemovalAfterWhichTheInstanceForgetsItsListeners) {

@@ -179,6 +179,27 @@ void refreshRemoved(Check& check) {
     object->refresh();
     check.expectEqual(0, ear.changed, "change events");
     check.expectEqual(1, ear.removed, "removal events");
+    check.expect(object->isRemoved(), "the object is not marked as removed");
+    object->getClass()->removeListener(&ear);
+}
+
+// A query brings an object up to date and tells nobody; the model does, with the
+// next refresh, when the driver has handed the object to Model::set.
+void refreshBehindAQuery(Check& check) {
+    Sessions sessions(check, "queried");
+    const unsigned long id = sessions.store(1)[0];
+    Object* object = sessions.get(sessions.two, id);
+    Ear ear;
+    object->getClass()->addListener(&ear);
+    transact(sessions.one, [&] { Sessions::change(*sessions.get(sessions.one, id), 11); });
+    Selection all(sessions.two[sessions.name]);
+    while (all.next())
+        continue;
+    check.expectEqual(11, Sessions::valueOf(*object), "the value behind the query");
+    check.expectEqual(0, ear.changed, "change events of the query");
+    object->refresh();
+    object->refresh();
+    check.expectEqual(1, ear.changed, "change events of the refreshes behind it");
     object->getClass()->removeListener(&ear);
 }
 
@@ -348,6 +369,7 @@ void addConflictChecks(Suite& suite) {
     suite.add("refresh.unchanged", refreshUnchanged);
     suite.add("refresh.changed", refreshChanged);
     suite.add("refresh.removed", refreshRemoved);
+    suite.add("refresh.behind-a-query", refreshBehindAQuery);
     suite.add("refresh.pending", refreshPending);
     suite.add("refresh.interrupted", [](Check& c) { refreshInterrupted(c, false); });
     suite.add("refresh.interrupted-query", [](Check& c) { refreshInterrupted(c, true); });
