@@ -128,6 +128,21 @@ public:
     /// False when the end of a transaction ends the queries that are under way.
     virtual bool keepsCursors() const { return true; }
 
+    /// Whether a query outside of a transaction would not show the present state
+    /// as long as earlier ones are under way, so that their rows have to be kept
+    /// aside first. Called before each; `isReading` tells whether there may be
+    /// such queries, `forSnapshot` whether beginSnapshot comes next.
+    virtual bool needsRoom(bool isReading, bool forSnapshot) {
+        static_cast<void>(isReading);
+        static_cast<void>(forSnapshot);
+        return false;
+    }
+
+    /// Queries that are executed between the two show one state of the database.
+    /// Called outside of a transaction.
+    virtual void beginSnapshot() {}
+    virtual void endSnapshot() noexcept {}
+
     /// Connects again when the connection has broken, and returns whether it
     /// did: what was taken for the old session is not the new one's. Called when
     /// nothing depends on it: a model begins to use it.

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -36,9 +37,15 @@ struct QueryPlan {
 /// Cursors share the plan, so they outlive the definition.
 class SqlDefinition final : public SelectionDefinition {
 public:
-    explicit SqlDefinition(std::shared_ptr<const QueryPlan> itsPlan) : plan(std::move(itsPlan)) {}
+    SqlDefinition(std::shared_ptr<const QueryPlan> itsPlan, std::size_t itsClasses,
+                  std::uint64_t itsNumber)
+        : plan(std::move(itsPlan)),
+          classes(itsClasses),
+          number(itsNumber) {}
 
     const std::shared_ptr<const QueryPlan> plan;
+    const std::size_t classes;   // each of which has a cursor
+    const std::uint64_t number;  // of the definitions of this driver; never 0
 };
 
 }  // namespace Kes::sql

@@ -13,9 +13,8 @@
 #include <vector>
 
 #include <kes/Blob.h>
-#include <kes/Timestamp.h>
-
 #include <kes/Handler.h>
+#include <kes/Timestamp.h>
 
 #include "drivers/common/ClassTable.h"
 

@@ -1,6 +1,7 @@
 #include "drivers/common/SqlDriver.h"
 
 #include <new>
+#include <utility>
 #include <vector>
 
 #include <kes/Class.h>
@@ -49,7 +50,9 @@ std::string SqlDriver::nameOf(const Instance* instance) {
 // Runs the work of a slot. Of what it throws the driver's own becomes the message,
 // and the application's passes.
 template <class Work>
-bool SqlDriver::attempt(std::string_view what, Work work) {
+bool SqlDriver::attempt(std::string_view what, Work work, bool keepsSnapshot) {
+    if (!keepsSnapshot)
+        endSnapshot();
     std::string words;
     FailureKind kind = FailureKind::Unclassified;
     try {
@@ -66,6 +69,7 @@ bool SqlDriver::attempt(std::string_view what, Work work) {
     } catch (const std::exception& failure) {
         words = failure.what();
     }
+    endSnapshot();
     noteLoss(words, kind);
     failureKind = kind;
     message = describe(std::string(what), words).c_str();
@@ -278,6 +282,29 @@ void SqlDriver::beforeReading(const Class* cls) {
     flush();
     if (session->connection->isolatesReads() && cls->getModel()->transactionStarted())
         prepareToWrite();
+    makeRoom(false);
+}
+
+void SqlDriver::makeRoom(bool forSnapshot) {
+    if (!session->connection->inTransaction() &&
+        session->connection->needsRoom(!cursors.empty(), forSnapshot))
+        settleCursors();
+}
+
+// An object lies in one class, so a query for one by its id needs no snapshot. A
+// transaction that reads one state throughout is one, and another cannot be had.
+void SqlDriver::beginSnapshot(const SqlDefinition& query) {
+    if (query.classes < 2 || query.plan->isById || session->connection->inTransaction())
+        return;
+    makeRoom(true);
+    session->connection->beginSnapshot();
+    opening = query.number;
+    toOpen = query.classes;
+}
+
+void SqlDriver::endSnapshot() noexcept {
+    if (std::exchange(opening, 0) != 0 && session != nullptr)
+        session->connection->endSnapshot();
 }
 
 bool SqlDriver::commit() {
@@ -359,8 +386,6 @@ bool SqlDriver::refresh(Instance* instance) {
     bool unchanged = true;
     const bool done = attempt("refreshing the " + nameOf(instance), [&] {
         beforeReading(instance->getClass());
-        if (!session->connection->inTransaction())
-            settleCursors();
         unchanged = refreshFrom(instance);
     });
     if (!done) {
@@ -422,20 +447,35 @@ SelectionDefinition* SqlDriver::defineSelection(AssociatedClass* associatedClass
                 " objects",
             [&] {
                 SqlTranslator translator(session->tables, *dialect);
-                definition = new SqlDefinition(translator.render(*associatedClass));
+                definition = new SqlDefinition(
+                    translator.render(*associatedClass),
+                    Tables::concreteClasses(associatedClass->getClass()).size(), ++definitions);
             });
     return definition;
 }
 
+// The cursors of one selection show one state: the first begins the snapshot, and
+// all are executed before it ends.
 DBDriverSelection* SqlDriver::fetch(Class* cls, SelectionDefinition* definition) {
-    DBDriverSelection* cursor = nullptr;
-    attempt("selecting " + std::string(static_cast<const char*>(cls->getName())) + " objects",
-            [&] {
+    const auto& query = *static_cast<SqlDefinition*>(definition);
+    const bool goesOn = opening == query.number;
+    std::unique_ptr<SqlSelection> cursor;
+    attempt(
+        "selecting " + std::string(static_cast<const char*>(cls->getName())) + " objects",
+        [&] {
+            if (!goesOn) {
                 beforeReading(cls);
-                cursor = new SqlSelection(this, session->tables.of(cls),
-                                          static_cast<SqlDefinition*>(definition)->plan);
-            });
-    return cursor;
+                beginSnapshot(query);
+            }
+            cursor = std::make_unique<SqlSelection>(this, session->tables.of(cls), query.plan);
+            if (opening == 0)
+                return;
+            cursor->begin();
+            if (--toOpen == 0)
+                endSnapshot();
+        },
+        goesOn);
+    return cursor.release();
 }
 
 bool SqlDriver::readLinks(Association* association, const String& role,

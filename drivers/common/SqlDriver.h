@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -25,6 +26,7 @@
 
 namespace Kes::sql {
 
+class SqlDefinition;
 class SqlSelection;
 
 /// A concrete driver derives from it and says how to connect.
@@ -116,7 +118,10 @@ private:
     };
 
     template <class Work>
-    bool attempt(std::string_view what, Work work);
+    bool attempt(std::string_view what, Work work, bool keepsSnapshot = false);
+    void makeRoom(bool forSnapshot);
+    void beginSnapshot(const SqlDefinition& query);
+    void endSnapshot() noexcept;
     void prepareToWrite();
     void prepareSchema();
     void forgetModel();
@@ -142,6 +147,12 @@ private:
     FailureKind failureKind = FailureKind::None;  // of the failure that message tells
     DBDriverStatus status;
     bool settling = false;
+
+    // While the cursors of one selection over several classes are opened: its
+    // number, and how many are to come.
+    std::uint64_t opening = 0;
+    std::size_t toOpen = 0;
+    std::uint64_t definitions = 0;
     String versionFailure;  // of getVersion or setVersion, "" for none
     FailureKind versionKind = FailureKind::Unclassified;
     std::ostream* trace = nullptr;  // borrowed

@@ -1,6 +1,7 @@
 #include "drivers/common/SqlSelection.h"
 
 #include <new>
+#include <utility>
 
 #include <kes/Class.h>
 #include <kes/Exception.h>
@@ -72,9 +73,21 @@ bool SqlSelection::next() {
     return onRow;
 }
 
+void SqlSelection::begin() noexcept {
+    try {
+        hasFirst = statement->step();
+        isBegun = true;
+    } catch (...) {
+        broken = std::current_exception();
+        statement->reset();
+    }
+}
+
 bool SqlSelection::advance() {
     if (broken != nullptr)
         std::rethrow_exception(broken);
+    if (std::exchange(isBegun, false))
+        return hasFirst;
     return buffer != nullptr ? buffer->advance() : statement->step();
 }
 
@@ -143,7 +156,8 @@ void SqlSelection::keepRows() {
     if (onRow && current == nullptr)
         materialise();
     auto kept = std::make_unique<RowBuffer>(static_cast<int>(table.columns().size()));
-    while (statement->step())
+    bool hasMore = std::exchange(isBegun, false) ? hasFirst : statement->step();
+    for (; hasMore; hasMore = statement->step())
         kept->append(*statement);
     giveBack();
     buffer = std::move(kept);

@@ -28,6 +28,9 @@ public:
     SqlSelection& operator=(const SqlSelection&) = delete;
     ~SqlSelection() override;
 
+    /// Executes the query at once. A failure shows at the first advance.
+    void begin() noexcept;
+
     bool next() override;
     Instance* getInstance() override;
 
@@ -54,6 +57,8 @@ private:
     std::unique_ptr<Statement> statement;  // null when settled or finished
     std::unique_ptr<RowBuffer> buffer;
     std::exception_ptr broken;  // what kept it from being settled
+    bool isBegun = false;   // with the first row still to be delivered
+    bool hasFirst = false;  // if there is one
     bool onRow = false;
     Pointer<Instance> current;
 };

@@ -245,6 +245,7 @@ void MariadbConnection::makeWay(MariadbStatement* user) {
         posting->sendPosts();
     if (streaming != nullptr)
         streaming->stepAside();
+    releaseSnapshot();
     if (std::exchange(isInDoubt, false) && inside && !isGone)
         askForTransaction();
     checkUse();

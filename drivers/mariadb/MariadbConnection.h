@@ -56,6 +56,8 @@ public:
     void beginSchema() override;
     void commit() override;
     void rollback() override;
+    void beginSnapshot() override;
+    void endSnapshot() noexcept override;
     bool isolatesReads() const override { return settings.isolation != "read committed"; }
     bool inTransaction() override { return inside; }
     bool renew() override;
@@ -113,6 +115,9 @@ public:
     /// leaves aside.
     void readStatusBehindRows();
 
+    /// Ends a snapshot that only waited for the last of its rows.
+    void releaseSnapshot() noexcept;
+
     /// The transaction cannot be committed any more.
     void noteFailure(const SqlFailure& cause);
 
@@ -154,6 +159,8 @@ private:
     bool bulk = false;
     bool clustered = false;
     bool foldsTables = false;
+    enum class Snapshot : unsigned char { None, Open, Ended };
+    Snapshot snapshot = Snapshot::None;
     bool isFresh = true;               // connected, and not used since
     bool inside = false;               // of a transaction
     bool isSchema = false;             // the transaction holds the schema lock

@@ -66,6 +66,7 @@ void MariadbConnection::lose(const std::string& words) {
                  FailureKind::LostConnection);
     inside = false;
     isInDoubt = false;
+    snapshot = Snapshot::None;
 }
 
 bool MariadbConnection::isOpenAtServer() const {
@@ -118,6 +119,7 @@ void MariadbConnection::noteEndOfRows() noexcept {
         note(SqlFailure(explain(code, mysql_error(handle)), kindOf(code)), code);
     else
         noteEnd();
+    releaseSnapshot();
 }
 
 void MariadbConnection::readStatusBehindRows() {
@@ -126,6 +128,34 @@ void MariadbConnection::readStatusBehindRows() {
     if (packet != nullptr && packet[0] == EndOfRows)
         handle->server_status = packet[3] | static_cast<unsigned>(packet[4]) << 8;
     checkTransaction();
+    releaseSnapshot();
+}
+
+// At the level at which each query sees what is committed by then the server has
+// no snapshot for several.
+void MariadbConnection::beginSnapshot() {
+    makeWay(nullptr);
+    if (settings.isolation != "repeatable read")
+        send("SET TRANSACTION ISOLATION LEVEL REPEATABLE READ");
+    send("START TRANSACTION WITH CONSISTENT SNAPSHOT, READ ONLY");
+    snapshot = Snapshot::Open;
+}
+
+// The rows of the last query are still on the wire.
+void MariadbConnection::endSnapshot() noexcept {
+    if (snapshot == Snapshot::Open)
+        snapshot = Snapshot::Ended;
+    releaseSnapshot();
+}
+
+void MariadbConnection::releaseSnapshot() noexcept {
+    if (snapshot != Snapshot::Ended || streaming != nullptr || lost.has_value())
+        return;
+    snapshot = Snapshot::None;
+    if (sendUnchecked("COMMIT"))
+        return;
+    const unsigned code = mysql_errno(handle);
+    note(SqlFailure(explain(code, mysql_error(handle)), kindOf(code)), code);
 }
 
 void MariadbConnection::noteFailure(const SqlFailure& cause) {

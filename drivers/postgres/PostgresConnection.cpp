@@ -181,8 +181,11 @@ void PostgresConnection::endTransaction(const std::string& why) {
 unsigned long PostgresConnection::enterCursor() {
     if (transaction == Transaction::None) {
         beforeSending();
-        link.execute("BEGIN", {});
+        const bool isIsolated = isolatesReads();
+        link.execute(isHolding && !isIsolated ? "BEGIN ISOLATION LEVEL REPEATABLE READ" : "BEGIN",
+                     {});
         transaction = Transaction::Reading;
+        isSnapshot = isHolding || isIsolated;
     }
     ++openCursors;
     return generation;
@@ -196,12 +199,31 @@ void PostgresConnection::leaveCursor(const std::string& name,
         return;
     --openCursors;
     try {
-        if (transaction == Transaction::Reading && openCursors == 0) {
-            link.execute("COMMIT", {Wish::Courtesy});
-            endTransaction("");
-        } else {
+        if (transaction == Transaction::Reading && openCursors == 0 && !isHolding)
+            endReading();
+        else
             link.execute("CLOSE " + name, {Wish::Courtesy});
-        }
+        link.sync();
+    } catch (const std::exception&) {
+        // The connection broke, and the next command tells so.
+    }
+}
+
+void PostgresConnection::endReading() {
+    link.execute("COMMIT", {Wish::Courtesy});
+    endTransaction("");
+}
+
+bool PostgresConnection::needsRoom(bool, bool forSnapshot) {
+    return transaction == Transaction::Reading && (isSnapshot || forSnapshot);
+}
+
+void PostgresConnection::endSnapshot() noexcept {
+    isHolding = false;
+    if (transaction != Transaction::Reading || openCursors > 0 || link.isLost())
+        return;
+    try {
+        endReading();
         link.sync();
     } catch (const std::exception&) {
         // The connection broke, and the next command tells so.

@@ -3,7 +3,8 @@
 // Statements outside of a transaction stand for themselves. A cursor needs a
 // transaction on the server: the first one begins a reading transaction, and the
 // last one ends it, unnoticed by the driver. The driver settles all cursors
-// before it begins a transaction that writes.
+// before it begins a transaction that writes, and before a query that has to show
+// the present when the reading transaction shows one state throughout.
 
 #pragma once
 
@@ -37,6 +38,9 @@ public:
     void commit() override;
     void rollback() override;
     bool inTransaction() override { return transaction == Transaction::Writing; }
+    bool needsRoom(bool isReading, bool forSnapshot) override;
+    void beginSnapshot() override { isHolding = true; }
+    void endSnapshot() noexcept override;
     bool isolatesReads() const override { return isolation != "read committed"; }
     bool keepsCursors() const override { return false; }
     bool takesIdsAside() const override { return true; }
@@ -71,6 +75,7 @@ private:
     void makeSchema();
     void setUp();
     void endTransaction(const std::string& why);
+    void endReading();
     std::string traced(const char* text) const { return link.isTracing() ? text : ""; }
 
     PostgresWire link;
@@ -79,6 +84,8 @@ private:
     std::string isolation;
     Transaction transaction = Transaction::None;
     bool isFresh = true;  // connected for the model that begins to use it
+    bool isSnapshot = false;  // the reading transaction shows one state throughout
+    bool isHolding = false;   // it stays, though no cursor may be open
     int openCursors = 0;
     unsigned long generation = 0;
     std::string ended;  // why the cursors of the last generation are lost

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
@@ -190,8 +191,9 @@ SqliteConnection::SqliteConnection(const SqliteSettings& wanted) : settings(want
         checkWritable();
         configure();
         checkJournal();
+        keepsLog = ask("PRAGMA journal_mode") == "wal";
         if (!settings.readOnly)
-            file = std::make_unique<SqliteFile>(database, ask("PRAGMA journal_mode") == "wal");
+            file = std::make_unique<SqliteFile>(database, keepsLog);
     } catch (...) {
         sqlite3_close_v2(database);
         throw;
@@ -226,6 +228,7 @@ void SqliteConnection::makeFile() const {
 }
 
 SqliteConnection::~SqliteConnection() {
+    holding.reset();
     sqlite3_close_v2(database);
 }
 
@@ -354,6 +357,45 @@ void SqliteConnection::rollback() {
 
 bool SqliteConnection::inTransaction() {
     return sqlite3_get_autocommit(database) == 0;
+}
+
+// All queries of a connection show the state of the oldest one under way. Without
+// a log others cannot commit meanwhile.
+bool SqliteConnection::needsRoom(bool isReading, bool) {
+    if (!keepsLog)
+        return false;
+    const std::optional<std::uint32_t> now = commitCount();
+    if (isReading && now.has_value() && now == seen)
+        return false;
+    seen = now;
+    return isReading;
+}
+
+// The index of the log, which all connections have in common, counts the commits.
+// A statement that asked for them would cost a connection of its own.
+std::optional<std::uint32_t> SqliteConnection::commitCount() const {
+    constexpr int RegionSize = 32768;
+    constexpr std::size_t Counter = 2;  // of the words
+    sqlite3_file* opened = nullptr;
+    void volatile* region = nullptr;
+    if (sqlite3_file_control(database, "main", SQLITE_FCNTL_FILE_POINTER, &opened) != SQLITE_OK ||
+        opened == nullptr || opened->pMethods == nullptr || opened->pMethods->iVersion < 2 ||
+        opened->pMethods->xShmMap(opened, 0, RegionSize, 0, &region) != SQLITE_OK ||
+        region == nullptr)
+        return std::nullopt;
+    auto* words = static_cast<std::uint32_t*>(const_cast<void*>(region));
+    return std::atomic_ref<std::uint32_t>(words[Counter]).load(std::memory_order_acquire);
+}
+
+// A query that is under way, were the others without a row.
+void SqliteConnection::beginSnapshot() {
+    if (holding == nullptr)
+        holding = prepare("SELECT 1 FROM sqlite_schema");
+    holding->step();
+}
+
+void SqliteConnection::endSnapshot() noexcept {
+    holding->reset();
 }
 
 void SqliteConnection::traceTo(std::ostream* stream) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "drivers/common/Connection.h"
@@ -44,6 +45,9 @@ public:
     void commit() override;
     void rollback() override;
     bool inTransaction() override;
+    bool needsRoom(bool isReading, bool forSnapshot) override;
+    void beginSnapshot() override;
+    void endSnapshot() noexcept override;
     SizeLimit sizeLimit() const override;
     void traceTo(std::ostream* stream) override;
 
@@ -58,12 +62,16 @@ private:
     void checkEncoding();
     void checkWritable() const;
     void checkJournal();
+    std::optional<std::uint32_t> commitCount() const;
     [[noreturn]] void fail(int code) const;
 
     SqliteSettings settings;
     sqlite3* database = nullptr;
     std::unique_ptr<SqliteFile> file;  // null when opened for reading
     std::ostream* trace = nullptr;  // borrowed
+    bool keepsLog = false;          // the journal mode is wal
+    std::optional<std::uint32_t> seen;  // commits when the oldest query under way began
+    std::unique_ptr<Statement> holding;
 };
 
 }  // namespace Kes::sql

@@ -155,7 +155,9 @@ public:
     /// answered. `associatedClass` is borrowed and outlives the definition.
     virtual SelectionDefinition* defineSelection(AssociatedClass* associatedClass) = 0;
 
-    /// A cursor, new, for the caller; null, with a message, on failure.
+    /// A cursor, new, for the caller; null, with a message, on failure. The
+    /// cursors of one definition show one state of the database; the library
+    /// fetches them, and advances each once, with no other call in between.
     virtual DBDriverSelection* fetch(Class* cls, SelectionDefinition* definition) = 0;
 
     /// Writes every statement with its values to a borrowed stream.

@@ -201,6 +201,62 @@ TEST_F(CursorTest, GoesOnWhenSomebodyElseHasCommitted) {
     EXPECT_EQ(100, count);
 }
 
+TEST_F(CursorTest, LetsLaterReadsSeeWhatSomebodyElseHasCommitted) {
+    StaffModel other;
+    open(other);
+    SelectionOf<Person> people(model.personClass);
+    SelectionOf<Person> oldest(model.personClass);
+    oldest.orderBy(oldest["age"], false);
+    ASSERT_TRUE(people.next());
+    ASSERT_TRUE(oldest.next());
+    other.startTransaction();
+    const Pointer<Person> fresh(other.newPerson("fresh"));
+    const Pointer<Person> changed(other.findPerson("P50"));
+    changed->change();
+    changed->age = 5000;
+    fresh->parent = changed;
+    other.commit();
+
+    EXPECT_NE(nullptr, model.getInstance(fresh->getObjectID(), model.personClass));
+    const Pointer<Person> mine(model.findPerson("P50"));
+    EXPECT_EQ(5000, mine->age);
+    EXPECT_EQ(1U, mine->children.size());
+    model.startTransaction();
+    mine->change();
+    mine->age = 50;
+    model.commit();
+    EXPECT_EQ("50", ask("SELECT [age] FROM [Person] WHERE [name] = 'P50'"));
+
+    for (SelectionOf<Person>* each : {&people, &oldest}) {
+        std::set<std::string> names;
+        do
+            names.insert(static_cast<const char*>(each->value()->name));
+        while (each->next());
+        EXPECT_EQ(100U, names.size());
+        EXPECT_FALSE(names.contains("fresh"));
+    }
+}
+
+TEST_F(CursorTest, LetsEachQueryOfALoopSeeThePresent) {
+    StaffModel other;
+    open(other);
+    const Pointer<Person> counter(other.findPerson("P0"));
+    SelectionOf<Person> people(model.personClass);
+    int count = 0;
+    while (people.next()) {
+        ++count;
+        if (count % 10 != 0)
+            continue;
+        other.startTransaction();
+        counter->change();
+        counter->age = 1000 + count;
+        other.commit();
+        EXPECT_EQ(1000 + count, model.findPerson("P0")->age);
+    }
+
+    EXPECT_EQ(100, count);
+}
+
 TEST_F(CursorTest, InterleavesWithOthers) {
     SelectionOf<Person> outer(model.personClass);
     outer.where(outer["age"] < 10);

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "tests/drivers/FreeModel.h"
 #include "tests/drivers/PlainSqlite.h"
 #include "tests/drivers/ReadOnly.h"
@@ -242,6 +244,35 @@ TEST_F(SqliteTest, WaitsForALockNoLongerThanItIsTold) {
     ann->change();
     model.commit();
     EXPECT_EQ("32", holder.ask("SELECT age FROM Person"));
+}
+
+// To take rows aside costs what their number costs, so it is done for a reason.
+TEST_F(SqliteTest, TakesRowsAsideOnlyWhenOthersHaveCommitted) {
+    make(file);
+    StaffModel model;
+    model.openWith("sqlite", file.c_str());
+    model.startTransaction();
+    for (int i = 0; i < 100; ++i)
+        model.newPerson("somebody");
+    model.newCompany("Firm");
+    model.commit();
+    std::ostringstream trace;
+    model.traceSQLTo(trace);
+    SelectionOf<Person> people(model.personClass);
+    ASSERT_TRUE(people.next());
+    for (int i = 0; i < 10; ++i)
+        EXPECT_NE(nullptr, model.findCompany("Firm"));
+
+    // A query is traced when it ends.
+    EXPECT_EQ(std::string::npos, trace.str().find("\"Person\"")) << trace.str();
+    make(file);
+    EXPECT_NE(nullptr, model.findCompany("Firm"));
+    EXPECT_NE(std::string::npos, trace.str().find("\"Person\""));
+    int count = 1;
+    while (people.next())
+        ++count;
+    EXPECT_EQ(101, count);
+    model.disableSQLTrace();
 }
 
 TEST_F(SqliteTest, SurvivesAFullDatabase) {

@@ -222,7 +222,7 @@ const Defect AllDefects[] = {
      "--only inheritance --only structure.no-fields --only order.own-field --only order.by-id",
      {"inheritance.200-wide", "inheritance.20-deep", "inheritance.4-deep", "inheritance.class-kept",
       "inheritance.conditions", "inheritance.each-level-selected", "inheritance.every-level-stored",
-      "inheritance.links", "order.by-id", "order.own-field", "structure.no-fields"},
+      "inheritance.links", "inheritance.one-state", "order.by-id", "order.own-field", "structure.no-fields"},
      {}},
     {"or-is-and",
      "--only 'conditions.trees.*-3-from-left' --only 'conditions.trees.*-10-from-right' "

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <set>
 #include <sstream>
 
@@ -291,6 +292,44 @@ void haveManyFields(Check& check, int count, bool mayRefuse) {
         check.expect(std::get<int>((*read)["field" + std::to_string(i)]) == i, "a field");
 }
 
+// Somebody else changes the objects of both classes, between the two cursors.
+void selectOneState(Check& check) {
+    const std::vector<Shape> shapes{Shape("State").field("value", Kind::Int).asAbstract(),
+                                    Shape("StateA", "State"), Shape("StateB", "State")};
+    CheckModel writer(check, "States", shapes);
+    CheckModel reader(check, "States", shapes);
+    writer.open();
+    reader.open();
+    const std::vector<std::string> classes{"StateA", "StateB"};
+    std::vector<Pointer<Object>> objects;
+    transact(writer, [&] {
+        for (const std::string& each : classes)
+            objects.emplace_back(writer.make(each));
+    });
+    Selection all(reader["State"]);
+    AssociatedClass frozen(all);
+    const std::unique_ptr<SelectionDefinition> definition(reader.defineSelection(&frozen));
+    std::vector<std::unique_ptr<DBDriverSelection>> cursors;
+    for (const std::string& each : classes) {
+        cursors.emplace_back(reader.fetch(reader[each], definition.get()));
+        check.require(cursors.back() != nullptr && cursors.back()->next(), "a class has no rows");
+        const Raised raised = raisedBy([&] {
+            transact(writer, [&] {
+                for (const Pointer<Object>& object : objects) {
+                    object->change();
+                    (*object)["value"] = 1;
+                }
+            });
+        });
+        if (raised)
+            break;  // the driver keeps others from writing meanwhile
+    }
+    std::set<int> values;
+    for (const auto& cursor : cursors)
+        values.insert(std::get<int>((*static_cast<Object*>(cursor->getInstance()))["value"]));
+    check.expectEqual<std::size_t>(1, values.size(), "the states that one selection shows");
+}
+
 }  // namespace
 
 void addInheritanceChecks(Suite& suite) {
@@ -302,6 +341,7 @@ void addInheritanceChecks(Suite& suite) {
     suite.add("inheritance.4-deep", [](Check& c) { nestDeeply(c, 4); });
     suite.add("inheritance.20-deep", [](Check& c) { nestDeeply(c, 20); });
     suite.add("inheritance.200-wide", branchWidely);
+    suite.add("inheritance.one-state", selectOneState);
     suite.add("structure.no-fields", haveNoFields);
     suite.add("structure.every-kind", haveEveryKind);
     suite.add("structure.100-fields", [](Check& c) { haveManyFields(c, 100, false); });

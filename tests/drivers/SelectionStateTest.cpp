@@ -1,0 +1,171 @@
+// What a selection over several classes shows while others commit.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <set>
+#include <vector>
+
+#include "tests/drivers/DriverTest.h"
+#include "tests/support/StaffModel.h"
+
+namespace Kes::testing {
+
+class SelectionStateTest : public DriverTest {
+protected:
+    SelectionStateTest() {
+        open(theirs);
+        theirs.startTransaction();
+        theirs.carClass->newInstance();
+        theirs.boatClass->newInstance();
+        theirs.commit();
+        open(mine);
+    }
+
+    // All to one year, in one transaction.
+    void changeAll(int year) {
+        SelectionOf<Vehicle> all(theirs.vehicleClass);
+        theirs.startTransaction();
+        while (all.next()) {
+            all.value()->change();
+            all.value()->year = year;
+        }
+        theirs.commit();
+    }
+
+    void addBoth(int year) {
+        theirs.startTransaction();
+        for (Class* each : {theirs.carClass, theirs.boatClass})
+            static_cast<Vehicle*>(each->newInstance())->year = year;
+        theirs.commit();
+    }
+
+    StaffModel mine;
+    StaffModel theirs;
+};
+
+// The cursors of a selection, opened one by one.
+class Opened {
+public:
+    explicit Opened(StaffModel& itsModel, int year = -1)
+        : model(itsModel), selection(model.vehicleClass) {
+        if (year >= 0)
+            selection.where(selection["year"] == year);
+        frozen = std::make_unique<AssociatedClass>(selection);
+        definition.reset(model.defineSelection(frozen.get()));
+    }
+
+    bool open(Class* cls) {
+        cursors.emplace_back(model.fetch(cls, definition.get()));
+        return cursors.back()->next();
+    }
+
+    std::vector<int> years() {
+        std::vector<int> found;
+        for (const auto& cursor : cursors)
+            found.push_back(static_cast<Vehicle*>(cursor->getInstance())->year);
+        return found;
+    }
+
+private:
+    StaffModel& model;
+    SelectionOf<Vehicle> selection;
+    std::unique_ptr<AssociatedClass> frozen;
+    std::unique_ptr<SelectionDefinition> definition;
+    std::vector<std::unique_ptr<DBDriverSelection>> cursors;
+};
+
+TEST_F(SelectionStateTest, IsOneForAllClasses) {
+    Opened selection(mine);
+    ASSERT_TRUE(selection.open(mine.carClass));
+    changeAll(1);
+
+    ASSERT_TRUE(selection.open(mine.boatClass));
+
+    EXPECT_EQ((std::vector<int>{0, 0}), selection.years());
+}
+
+TEST_F(SelectionStateTest, IsOneAlsoBehindAClassWithoutObjects) {
+    Opened selection(mine, 5);
+    ASSERT_FALSE(selection.open(mine.carClass));
+    addBoth(5);
+
+    EXPECT_FALSE(selection.open(mine.boatClass));
+}
+
+TEST_F(SelectionStateTest, IsOneBesideASelectionUnderWay) {
+    mine.startTransaction();
+    for (int i = 0; i < 300; ++i)
+        mine.newPerson("somebody");
+    mine.commit();
+    SelectionOf<Person> people(mine.personClass);
+    ASSERT_TRUE(people.next());
+    Opened selection(mine);
+    ASSERT_TRUE(selection.open(mine.carClass));
+    changeAll(1);
+
+    ASSERT_TRUE(selection.open(mine.boatClass));
+
+    EXPECT_EQ((std::vector<int>{0, 0}), selection.years());
+    int count = 1;
+    while (people.next())
+        ++count;
+    EXPECT_EQ(300, count);
+}
+
+TEST_F(SelectionStateTest, IsOneInAStartedTransaction) {
+    mine.startTransaction();
+    Opened selection(mine);
+    ASSERT_TRUE(selection.open(mine.carClass));
+    changeAll(1);
+
+    ASSERT_TRUE(selection.open(mine.boatClass));
+
+    EXPECT_EQ((std::vector<int>{0, 0}), selection.years());
+    mine.rollback();
+}
+
+TEST_F(SelectionStateTest, DoesNotKeepLaterQueriesFromThePresent) {
+    theirs.startTransaction();
+    for (int i = 0; i < 400; ++i)
+        theirs.carClass->newInstance();
+    theirs.commit();
+    SelectionOf<Vehicle> vehicles(mine.vehicleClass);
+    ASSERT_TRUE(vehicles.next());
+    changeAll(1);
+
+    SelectionOf<Vehicle> present(mine.vehicleClass);
+    present.where(present["year"] == 1);
+    int count = 0;
+    while (present.next())
+        ++count;
+    EXPECT_EQ(402, count);
+    mine.startTransaction();
+    mine.newPerson("somebody");
+    mine.commit();
+    count = 1;
+    while (vehicles.next())
+        ++count;
+    EXPECT_EQ(402, count);
+}
+
+// One that is given up between its classes leaves nothing behind.
+TEST_F(SelectionStateTest, EndsWithASelectionThatIsNotOpenedToItsEnd) {
+    {
+        Opened selection(mine);
+        ASSERT_TRUE(selection.open(mine.carClass));
+    }
+    changeAll(1);
+
+    Opened selection(mine);
+    ASSERT_TRUE(selection.open(mine.carClass));
+    ASSERT_TRUE(selection.open(mine.boatClass));
+
+    EXPECT_EQ((std::vector<int>{1, 1}), selection.years());
+    mine.startTransaction();
+    mine.newPerson("somebody");
+    mine.commit();
+    EXPECT_EQ("1", ask("SELECT count(*) FROM [Person]"));
+}
+
+}  // namespace Kes::testing
