@@ -274,6 +274,12 @@ private:
         program << "start\n";
         states.resize(position + 1);
         recordSome(session, 1 + pick(10));
+
+        // What changes nothing is no entry of the history.
+        if (present.empty())
+            add(session);
+        const Id changed = any();
+        setFields(session, changed, present[changed].plate, pick(100));
         if (pick(6) == 0)
             runTheirs();
         if (pick(7) == 0) {
