@@ -20,7 +20,7 @@ ClassTable& Tables::of(Class* cls) {
 void Tables::forget() {
     last = nullptr;
     tables.clear();
-    dissolving.clear();
+    referring.clear();
 }
 
 bool Tables::isManyToMany(const Association* association) {
