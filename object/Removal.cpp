@@ -74,9 +74,29 @@ void Removal::run(Instance* instance) {
         return;
     instance->setRemoved(true);
     if (myActive != nullptr)
-        myActive->enter(instance);
+        myActive->removeWithin(instance);
     else
         Removal().removeAll(instance);
+}
+
+// A remove operation that a class has overridden finds its object recorded when
+// the one of Instance returns. Far down it does not: a cascade may be deeper
+// than the stack.
+void Removal::removeWithin(Instance* instance) {
+    const std::size_t base = frames.size();
+    enter(instance);
+    if (depth == MostDepth)
+        return;
+    ++depth;
+    try {
+        workOff(base);
+    } catch (...) {
+        --depth;
+        keepFrames(base);
+        frames.erase(frames.begin() + static_cast<std::ptrdiff_t>(base), frames.end());
+        throw;
+    }
+    --depth;
 }
 
 bool Removal::runAlone(Instance* instance) {
@@ -95,25 +115,25 @@ bool Removal::removeAll(Instance* first) {
     const Activation activation(this);
     try {
         enter(first);
-        if (workOff())
+        if (workOff(0))
             return true;
     } catch (...) {
-        keepFrames();
+        keepFrames(0);
         throw;
     }
-    keepFrames();
+    keepFrames(0);
     return false;
 }
 
 // What was not recorded is not removed.
-void Removal::keepFrames() {
-    for (const Frame& frame : frames)
-        frame.instance->setRemoved(false);
+void Removal::keepFrames(std::size_t base) {
+    for (std::size_t i = base; i < frames.size(); ++i)
+        frames[i].instance->setRemoved(false);
 }
 
-bool Removal::workOff() {
-    while (!frames.empty()) {
-        if (step())
+bool Removal::workOff(std::size_t base) {
+    while (frames.size() > base) {
+        if (!failed && step())
             continue;
         if (failed)
             return false;

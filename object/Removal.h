@@ -1,9 +1,9 @@
 // Removing an instance and what its associations cascade to.
 //
 // Cascades may run through chains of a million instances, so the walk keeps a
-// stack of its own: an instance that a cascade reaches puts a frame on it and
-// returns, and the outermost removal works the frames off, deepest first. That
-// keeps the order of plain recursion: the partners of an instance are removed
+// stack of its own. An instance that a cascade reaches puts a frame on it, and
+// works it off at once while that is not too deep; then the removal around it does
+// so, deepest first. Both keep the order of plain recursion: the partners of an instance are removed
 // before the instance itself is recorded.
 
 #pragma once
@@ -50,14 +50,18 @@ private:
 
     void enter(Instance* instance);
     bool removeAll(Instance* first);
-    void keepFrames();
-    bool workOff();
+    void keepFrames(std::size_t base);
+    void removeWithin(Instance* instance);
+    bool workOff(std::size_t base);
     bool step();
     void release(Instance* instance, const Reference& reference);
     void release(Instance* instance, const Reference& reference, Instance* member);
 
     std::vector<Frame> frames;
+    static constexpr int MostDepth = 500;  // of nested remove operations, on the stack
+
     bool cascading = true;
+    int depth = 0;
     bool failed = false;  // a reference could not be loaded, and the handler returned
 };
 

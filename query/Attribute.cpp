@@ -28,7 +28,8 @@ void Attribute::deleteThis(Attribute* attribute) {
         return AttributeCondition<String>(new Attribute(*this), Condition::code, value); \
     }                                                                                \
     AttributeCondition<String> Attribute::operator symbol(const char* value) const { \
-        return AttributeCondition<String>(new Attribute(*this), Condition::code, value); \
+        const String text(value);                                                    \
+        return AttributeCondition<String>(new Attribute(*this), Condition::code, text); \
     }
 
 KES_BUILD_ALL(==, EQUAL)

@@ -15,13 +15,15 @@ namespace Kes {
 Condition::~Condition() = default;
 
 CombinationCondition Condition::operator&(const Condition& other) const {
-    Condition* rightCopy = other.getNew();
-    return CombinationCondition(getNew(), AND, rightCopy);
+    std::unique_ptr<Condition> rightCopy(other.getNew());
+    Condition* leftCopy = getNew();
+    return CombinationCondition(leftCopy, AND, rightCopy.release());
 }
 
 CombinationCondition Condition::operator||(const Condition& other) const {
-    Condition* rightCopy = other.getNew();
-    return CombinationCondition(getNew(), OR, rightCopy);
+    std::unique_ptr<Condition> rightCopy(other.getNew());
+    Condition* leftCopy = getNew();
+    return CombinationCondition(leftCopy, OR, rightCopy.release());
 }
 
 CombinationCondition::CombinationCondition(Condition* leftOperand, LogicalOperator logicalOperator,
@@ -40,12 +42,10 @@ bool isCombination(const Condition& condition) {
 }  // namespace
 
 // Copies with a list of work instead of recursion: a chain of a million
-// operands is as deep as it is long.
+// operands is as deep as it is long. What is copied belongs to this object at
+// once, so that its destructor frees it when memory runs out.
 CombinationCondition::CombinationCondition(const CombinationCondition& other)
-    : Condition(other),
-      left(nullptr),
-      right(nullptr),
-      op(other.op) {
+    : CombinationCondition(nullptr, other.op, nullptr) {
     std::vector<std::pair<Condition**, const Condition*>> work{{&left, other.left},
                                                                {&right, other.right}};
     while (!work.empty()) {
@@ -64,17 +64,28 @@ CombinationCondition::CombinationCondition(const CombinationCondition& other)
 }
 
 CombinationCondition::~CombinationCondition() {
-    std::vector<Condition*> work{right, left};
-    while (!work.empty()) {
-        Condition* next = work.back();
-        work.pop_back();
+    destroy(left);
+    destroy(right);
+}
+
+// Needs no memory: a combination on the way down keeps the one above it in the
+// place of its left operand, which is destroyed first.
+void CombinationCondition::destroy(Condition* tree) {
+    CombinationCondition* above = nullptr;
+    for (Condition* next = tree;;) {
         if (next != nullptr && isCombination(*next)) {
             auto* joined = static_cast<CombinationCondition*>(next);
-            work.push_back(joined->right);
-            work.push_back(joined->left);
-            joined->left = joined->right = nullptr;
+            next = std::exchange(joined->left, above);
+            above = joined;
+            continue;
         }
         delete next;
+        if (above == nullptr)
+            return;
+        CombinationCondition* done = above;
+        above = static_cast<CombinationCondition*>(std::exchange(done->left, nullptr));
+        next = std::exchange(done->right, nullptr);
+        delete done;
     }
 }
 
@@ -96,9 +107,11 @@ AttributeCondition<T>::AttributeCondition(Attribute* comparedAttribute, int comp
 template <class T>
 AttributeCondition<T>::AttributeCondition(const AttributeCondition& other)
     : Condition(other),
-      attribute(new Attribute(*other.attribute)),
+      attribute(nullptr),
       op(other.op),
-      value(other.value) {}
+      value(other.value) {
+    attribute = new Attribute(*other.attribute);
+}
 
 template <class T>
 AttributeCondition<T>::~AttributeCondition() {
@@ -159,9 +172,11 @@ ManyAssociatedCondition::ManyAssociatedCondition(Role* testedRole,
 
 ManyAssociatedCondition::ManyAssociatedCondition(const ManyAssociatedCondition& other)
     : Condition(other),
-      role(new Role(*other.role)),
-      op(other.op),
-      associatedClass(new AssociatedClass(*other.associatedClass)) {}
+      op(other.op) {
+    auto roleCopy = std::make_unique<Role>(*other.role);
+    associatedClass = new AssociatedClass(*other.associatedClass);
+    role = roleCopy.release();
+}
 
 ManyAssociatedCondition::~ManyAssociatedCondition() {
     delete role;

@@ -1,5 +1,7 @@
 #include <kes/Role.h>
 
+#include <memory>
+
 #include <kes/Selection.h>
 
 namespace Kes {
@@ -13,8 +15,9 @@ OneAssociatedCondition testOne(const Role& role, Condition::AssociationOperator 
 
 ManyAssociatedCondition testMany(const Role& role, Condition::AssociationOperator op,
                                  Selection& nested) {
+    auto tested = std::make_unique<Role>(role);
     auto* frozen = new AssociatedClass(nested);
-    return ManyAssociatedCondition(new Role(role), op, frozen);
+    return ManyAssociatedCondition(tested.release(), op, frozen);
 }
 
 constexpr auto Equal = Condition::Associations::EQUAL;

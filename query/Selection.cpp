@@ -18,7 +18,19 @@
 
 namespace Kes {
 
-Selection::Selection(Class* selectedClass) : cls(selectedClass), alias("t") {}
+namespace {
+
+std::shared_ptr<const bool> lifeOf(const Class* cls) {
+    const Model* model = cls != nullptr ? cls->getModel() : nullptr;
+    return model != nullptr ? model->getLife() : nullptr;
+}
+
+}  // namespace
+
+Selection::Selection(Class* selectedClass)
+    : cls(selectedClass),
+      alias("t"),
+      modelLives(lifeOf(selectedClass)) {}
 
 // Cursors speak to the database: another thread, or the child of a fork, leaves
 // them open. The pointer to the last instance tells the model of it.
@@ -27,6 +39,7 @@ Selection::~Selection() {
     delete sortHandler;
     delete frozen;
     delete condition;
+    delete given;
     if (state != nullptr && state->thread != platform::currentThreadId())
         cursors.clear();
     cursors.clearAndDelete();
@@ -45,7 +58,7 @@ Role Selection::operator()(const String& associationName, const String& roleName
 }
 
 Association* Selection::findAssociation(const String& associationName) const {
-    const Model* model = cls != nullptr ? cls->getModel() : nullptr;
+    const Model* model = cls != nullptr && !isOrphaned() ? cls->getModel() : nullptr;
     return model != nullptr ? model->getAssociation(associationName) : nullptr;
 }
 
@@ -63,24 +76,44 @@ Role Selection::operator()(const String& associationName) const {
 }
 
 Selection& Selection::where(const Condition& newCondition) {
-    Condition* fresh = newCondition.getNew();  // the argument may be the old one
-    if (isOwnCopy)
-        delete condition;
-    condition = fresh;
-    isOwnCopy = true;
+    if (state != nullptr) {
+        fail("Selection::where",
+             "The selection is under way and takes no condition any more; make a new one");
+        return *this;
+    }
+    setCondition(newCondition.getNew());  // the argument may be the old one
     return *this;
 }
 
 void Selection::setCondition(Condition* newCondition) {
     condition = newCondition;
-    isOwnCopy = false;
+    delete std::exchange(given, nullptr);
 }
 
 void Selection::orderBy(const Attribute& attribute, bool ascending) {
-    sortOrders.add(new SortOrder(attribute, ascending));
+    auto fresh = std::make_unique<SortOrder>(attribute, ascending);
+    sortOrders.add(fresh.get());
+    fresh.release();
+}
+
+void Selection::requireRows() {
+    if (isAtEnd())
+        fail("Selection::begin",
+             "The selection was gone through before, which works once; make a new one");
+}
+
+bool Selection::isAtEnd() const {
+    return state != nullptr && cursors.size() == 0 && state->ahead.empty() &&
+           state->failure == nullptr;
+}
+
+bool Selection::isOrphaned() const {
+    return modelLives != nullptr && !*modelLives;
 }
 
 bool Selection::next() {
+    if (isOrphaned() && !isAtEnd())
+        return failOnOrphan();
     if (state != nullptr && state->thread != platform::currentThreadId())
         cls->getModel()->threadCheck.verify();
     if (state != nullptr && !state->ahead.empty())
@@ -181,8 +214,10 @@ bool Selection::openCursors() {
         std::unique_ptr<DBDriverSelection> cursor(cls->getModel()->fetch(each, definition));
         if (cursor == nullptr)
             return failOnDriver();
-        if (cursor->next())
-            cursors.add(cursor.release());
+        if (!cursor->next())
+            continue;
+        cursors.add(cursor.get());
+        cursor.release();
     }
     if (sortOrders.size() > 0 && concrete.size() > 1)
         state->merge = std::make_unique<MergeHeap>(sortOrders);
@@ -209,6 +244,21 @@ bool Selection::advanceCurrent() {
     return true;
 }
 
+void Selection::fail(const char* operation, const char* reason) {
+    Exception(Exception::ERROR, "SELERR", operation, reason).handle();
+}
+
+// Its cursors know that their driver is gone.
+bool Selection::failOnOrphan() {
+    cursors.clearAndDelete();
+    if (state == nullptr)
+        state = new SelectionState;
+    state->ahead.clear();
+    state->failure = nullptr;
+    fail("Selection::next", "The model of the selection was destroyed; destroy the selection first");
+    return false;
+}
+
 // Ends the selection and tells why.
 bool Selection::failOnDriver() {
     cursors.clearAndDelete();
@@ -224,19 +274,35 @@ bool Selection::failOnDriver() {
     return false;
 }
 
+// A selection whose condition was taken before keeps a copy, so that it may be
+// nested once more; for its own rows it has none.
 AssociatedClass::AssociatedClass(Selection& selection)
     : cls(selection.cls),
       alias(selection.alias),
-      condition(selection.condition),
+      condition(nullptr),
       sortOrders(selection.sortOrders) {
-    selection.setCondition(nullptr);
+    if (selection.frozen != nullptr && selection.frozen->condition != nullptr) {
+        condition = selection.frozen->condition->getNew();
+    } else if (selection.condition == nullptr && selection.given != nullptr &&
+               selection.state == nullptr) {
+        condition = selection.given->getNew();
+    } else {
+        const bool isNested = selection.state == nullptr && selection.condition != nullptr;
+        Condition* copy = isNested ? selection.condition->getNew() : nullptr;
+        condition = selection.condition;
+        selection.setCondition(nullptr);
+        selection.given = copy;
+    }
 }
 
 AssociatedClass::AssociatedClass(const AssociatedClass& other)
     : cls(other.cls),
       alias(other.alias),
-      condition(other.condition != nullptr ? other.condition->getNew() : nullptr),
-      sortOrders(other.sortOrders) {}
+      condition(nullptr),
+      sortOrders(other.sortOrders) {
+    if (other.condition != nullptr)
+        condition = other.condition->getNew();
+}
 
 AssociatedClass::~AssociatedClass() {
     delete condition;

@@ -40,6 +40,7 @@ Model::Model(const String& modelName, int cacheCapacity)
 // By any thread: whose model it was matters no more. In the child of a fork the
 // connection is the parent's, which a farewell from here would end.
 Model::~Model() {
+    *life = false;
     if (threadCheck.isInherited())
         driver = nullptr;
     threadCheck.reset();

@@ -66,14 +66,14 @@ void Model::set(Instance* instance) {
 
         // What the application has not had yet is no change to it.
         instance->setFlag(Instance::Untold, !instance->flag(Instance::Ahead));
-        return;
+    } else {
+        siblings->noteFiled(instance);
+        if (objects->hasLost(instance)) {
+            instance->setRemoved(true);
+            instance->setFlag(Instance::Gone, true);
+        }
+        objects->file(instance);
     }
-    siblings->noteFiled(instance);
-    if (objects->hasLost(instance)) {
-        instance->setRemoved(true);
-        instance->setFlag(Instance::Gone, true);
-    }
-    objects->file(instance);
     if (objects->isCollectionDue())
         objects->collect(*transactions);
 }

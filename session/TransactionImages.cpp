@@ -176,10 +176,11 @@ void TransactionManager::rereadRefused() {
 // works has nothing to tell of that.
 bool TransactionManager::reread(Instance* instance, bool& isRemoved) {
     try {
-        if (!isUnknown(instance) && digestFields(instance) == instance->fingerprint)
+        const ErrorSilence silence;
+        const std::uint64_t digest = digestFields(instance);  // no driver fills what throws
+        if (!isUnknown(instance) && digest == instance->fingerprint)
             return false;
         instance->version = UnknownVersion;
-        const ErrorSilence silence;
         model->keepFailure(model->failures);
         const SiblingLoader::DriverScope asking(model);
         const bool isCurrent = model->driver->refresh(instance);

@@ -294,10 +294,27 @@ std::string SqlTranslator::idIn(const std::string& subquery, bool equal) const {
     return idColumn() + (equal ? " IN (" : " NOT IN (") + subquery + ")";
 }
 
+// An id says nothing about an object of another database, and one of another
+// class is nobody's partner.
+void SqlTranslator::requirePartner(const End& end, const Role& role,
+                                   const Instance* instance) const {
+    const Class* given = instance->getClass();
+    const std::string named = textOf(given->getName()) + " object " +
+                              std::to_string(instance->getObjectID());
+    if (given->getModel() != end.partner->getModel())
+        refuse("a role \"" + textOf(role.getRole()) + "\" that cannot be compared with the " +
+               named + ", which belongs to another model: look it up in this one");
+    if (!given->isA(end.partner))
+        refuse("a role \"" + textOf(role.getRole()) + "\" that cannot be compared with the " +
+               named + ": its partners are " + textOf(end.partner->getName()) + " objects");
+}
+
 void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
                               Instance* instance) {
     isIdTest = false;
     const End end = endOf(*role);
+    if (instance != nullptr)
+        requirePartner(end, *role, instance);
     const std::string ownColumn = scopes.back().alias + "." + end.own;
     const bool equal = op == Condition::Associations::EQUAL;
     if (end.isOne) {

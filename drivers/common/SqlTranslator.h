@@ -72,6 +72,7 @@ private:
     void compareReal(const Attribute& attribute, int op, double value);
     void compareUnsigned(const Attribute& attribute, int op, unsigned long value);
     End endOf(const Role& role);
+    void requirePartner(const End& end, const Role& role, const Instance* instance) const;
     std::string idColumn() const;
     std::string idIn(const std::string& subquery, bool equal) const;
     [[noreturn]] void refuse(const std::string& why) const;

@@ -73,6 +73,8 @@ public:
     Condition* getNew() const override;
 
 private:
+    static void destroy(Condition* tree);
+
     Condition* left;   // owned
     Condition* right;  // owned
     LogicalOperator op;

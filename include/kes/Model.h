@@ -86,6 +86,9 @@ public:
     Association* getAssociation(const String& associationName) const;
     const ValPtrHashtable<String, Class>& getClasses() const { return classes; }
 
+    /// True while the model lives, for what may outlive it.
+    std::shared_ptr<const bool> getLife() const { return life; }
+
     /// In the order of declaration.
     const std::vector<Class*>& getDeclaredClasses() const { return classOrder; }
     const std::vector<Association*>& getDeclaredAssociations() const { return associationOrder; }
@@ -316,6 +319,7 @@ private:
     SiblingLoader* siblings;             // owned
     std::ostream* trace = nullptr;       // borrowed; null while not traced
     mutable ThreadCheck threadCheck;
+    std::shared_ptr<bool> life = std::make_shared<bool>(true);
 
     // What the two tables hold, in the order of declaration.
     std::vector<Class*> classOrder;

@@ -33,7 +33,8 @@ public:
     OneAssociatedCondition operator!=(const Pointer<Instance>& instance) const;
 
     /// Takes the selection's condition away from it: the nested selection must
-    /// not be iterated afterwards.
+    /// not be iterated afterwards, as it would deliver all objects of its class.
+    /// It may be nested again, with the same condition.
     ManyAssociatedCondition operator==(Selection& nested) const;
     ManyAssociatedCondition operator!=(Selection& nested) const;
 

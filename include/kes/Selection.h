@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <memory>
+
 #include <kes/Attribute.h>
 #include <kes/Condition.h>
 #include <kes/DBDriver.h>
@@ -48,6 +50,8 @@ private:
 /// that the references of many are loaded together: up to 256, and at most a
 /// quarter of the cache's capacity. A row that fails fails when it is reached.
 ///
+/// It should go before its model does; one that does not ends with an error.
+///
 /// Copies share every owned pointer: never let two copies be destroyed.
 class KES_EXPORT Selection {
 public:
@@ -67,9 +71,10 @@ public:
     /// an association of the class with itself, where both roles are its own.
     Role operator()(const String& associationName) const;
 
-    /// Stores a copy of the condition in place of an earlier one, which is freed
-    /// only if it was such a copy too: one that setCondition adopted is left to
-    /// whoever made it.
+    /// Stores a copy of the condition in place of an earlier one, which is
+    /// neither freed nor combined: whoever replaces it takes it with
+    /// getCondition first. Raises SELERR (ERROR) behind the first next, which
+    /// changes nothing then.
     Selection& where(const Condition& newCondition);
 
     /// Adopts the condition; an earlier one is neither freed nor combined.
@@ -85,13 +90,18 @@ public:
     Class* getClass() const { return cls; }
 
     /// Advances; true when an instance is available. Raises SELERR (ERROR) with
-    /// the driver's words when the query or a row fails, SORTFAIL (ERROR) for a
-    /// boolean key.
+    /// the driver's words when the query or a row fails, and when the model was
+    /// destroyed meanwhile, SORTFAIL (ERROR) for a boolean key. False for ever
+    /// behind the last row.
     bool next();
 
     /// The instance delivered last, kept alive by this selection; null before
     /// the first. Borrowed from the model.
     Instance* value() { return currentValue; }
+
+protected:
+    /// Raises SELERR (ERROR) where all rows were delivered before.
+    void requireRows();
 
 private:
     friend class AssociatedClass;
@@ -104,6 +114,10 @@ private:
     bool openCursors();
     bool advanceCurrent();
     bool failOnDriver();
+    bool failOnOrphan();
+    bool isAtEnd() const;
+    bool isOrphaned() const;
+    static void fail(const char* operation, const char* reason);
 
     Class* cls;
     SelectionDefinition* definition = nullptr;     // owned
@@ -113,10 +127,11 @@ private:
     SortHandler* sortHandler = nullptr;  // owned; null unless merging
     Pointer<Instance> currentValue;
     Condition* condition = nullptr;  // owned
-    bool isOwnCopy = false;          // the condition was made by where
+    Condition* given = nullptr;      // owned; a copy of what a condition has taken
     String alias;
     AssociatedClass* frozen = nullptr;  // owned
     SelectionState* state = nullptr;    // owned; merging and reading ahead
+    std::shared_ptr<const bool> modelLives;  // null without a class
 };
 
 /// The frozen description of a selection, for drivers and nested conditions.

@@ -47,7 +47,12 @@ public:
         T* current = nullptr;
     };
 
-    Iterator begin() { return Iterator(this); }
+    /// Raises SELERR (ERROR) for a selection that was gone through before.
+    Iterator begin() {
+        requireRows();
+        return Iterator(this);
+    }
+
     std::default_sentinel_t end() const { return {}; }
 };
 

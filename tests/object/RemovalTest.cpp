@@ -494,4 +494,83 @@ TEST_F(RemovalTest, IsTakenBackByARollback) {
     EXPECT_TRUE(ann->children.contains(bob));
 }
 
+namespace {
+
+// Looks at itself when the operation of Instance has returned.
+class Watchful : public Instance {
+public:
+    explicit Watchful(Class* c) : Instance(c) {}
+    void handle(Handler* h) override {
+        Instance::handle(h);
+        h->handleOneAssociated("Tree", "above", &above, Association::CascadeRemove);
+        h->handleManyAssociated("Tree", "below", &below);
+    }
+    void remove() override {
+        Instance::remove();
+        ++removals;
+        recorded += inTransaction() ? 1 : 0;
+    }
+
+    One<Watchful> above{this};
+    Many<Watchful> below{this};
+    static inline int removals = 0;
+    static inline int recorded = 0;
+};
+
+class WatchfulModel : public Model {
+public:
+    WatchfulModel() : Model("watchful", 1000000) { open("sqlite", ":memory:", "", "", ""); }
+    Watchful* make() { return static_cast<Watchful*>(cls->newInstance()); }
+
+protected:
+    void declareModel() override {
+        setVersion(1);
+        cls = addClass("Watchful", 1,
+                       [](Class* c) -> Instance* { return new Watchful(c); });
+    }
+
+private:
+    Class* cls = nullptr;
+};
+
+}  // namespace
+
+TEST(OverriddenRemoveTest, FindsItsObjectRecordedWithinACascade) {
+    WatchfulModel model;
+    const Pointer<Watchful> top(model.make());
+    for (int i = 0; i < 3; ++i) {
+        Watchful* middle = model.make();
+        middle->above = top;
+        for (int k = 0; k < 2; ++k)
+            model.make()->above = middle;
+    }
+    model.commit();
+    Watchful::removals = Watchful::recorded = 0;
+
+    top->remove();
+
+    EXPECT_EQ(10, Watchful::removals);
+    EXPECT_EQ(10, Watchful::recorded);
+    model.rollback();
+    EXPECT_EQ(3U, top->below.size());
+}
+
+TEST(OverriddenRemoveTest, MayCascadeDeeperThanTheStack) {
+    WatchfulModel model;
+    const Pointer<Watchful> top(model.make());
+    Watchful* last = top;
+    for (int i = 1; i < 100000; ++i) {
+        Watchful* next = model.make();
+        next->above = last;
+        last = next;
+    }
+    model.commit();
+    Watchful::removals = 0;
+
+    top->remove();
+    model.commit();
+
+    EXPECT_EQ(100000, Watchful::removals);
+}
+
 }  // namespace Kes::testing

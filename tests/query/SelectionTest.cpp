@@ -144,18 +144,18 @@ private:
 
 }  // namespace
 
-TEST_F(SelectionTest, FreesTheCopiesThatItMadeOfConditions) {
+TEST_F(SelectionTest, LeavesTheCopyAloneThatItReplaces) {
     int deaths = 0;
     {
         const Mortal original(deaths);
         Selection people(model.personClass);
         people.where(original);
-        const Condition* first = people.getCondition();
-        EXPECT_NE(&original, first);
+        const std::unique_ptr<Condition> first(people.getCondition());
+        EXPECT_NE(&original, first.get());
         people.where(original);
-        EXPECT_EQ(1, deaths);
-        people.where(*people.getCondition());
-        EXPECT_EQ(2, deaths);
+        const std::unique_ptr<Condition> second(people.getCondition());
+        people.where(*second);
+        EXPECT_EQ(0, deaths);
     }
 
     EXPECT_EQ(4, deaths);
@@ -260,7 +260,7 @@ TEST_F(SelectionTest, SortsByWhatWasSaidBeforeTheFirstNextOnly) {
     SelectionOf<Vehicle> vehicles(model.vehicleClass);
     EXPECT_STREQ("car", vehicles.nextValue()->name);
     vehicles.orderBy(vehicles["year"]);
-    vehicles.where(vehicles["year"] == 99);
+    EXPECT_RAISES("SELERR", vehicles.where(vehicles["year"] == 99));
 
     EXPECT_STREQ("boat", vehicles.nextValue()->name);
     EXPECT_EQ(nullptr, vehicles.nextValue());
@@ -303,6 +303,128 @@ TEST_F(SelectionTest, ReturnsEverythingAfterItWasNested) {
     people.where(people("Works") == firms);
 
     EXPECT_TRUE(firms.next());
+}
+
+TEST_F(SelectionTest, KeepsItsConditionForANestingToCome) {
+    Person* ann = model.newPerson("Ann");
+    ann->employer = model.newCompany("Firm");
+    ann->friends.add(model.newPerson("Bob"));
+    model.commit();
+    Selection firms(model.companyClass);
+    firms.where(firms["name"] == "nothing");
+    for (int time = 0; time < 3; ++time) {
+        Selection people(model.personClass);
+        people.where(people("Works") == firms);
+        EXPECT_FALSE(people.next()) << time;
+    }
+    firms.where(firms["name"] == "Firm");
+    Selection people(model.personClass);
+    people.where(people("Works") == firms);
+    EXPECT_TRUE(people.next());
+}
+
+TEST_F(SelectionTest, KeepsItsConditionForANestingWhenItIsUnderWay) {
+    Person* ann = model.newPerson("Ann");
+    ann->employer = model.newCompany("Firm");
+    model.newCompany("Other");
+    model.commit();
+    Selection firms(model.companyClass);
+    firms.where(firms["name"] == "Other");
+    EXPECT_TRUE(firms.next());
+
+    Selection people(model.personClass);
+    people.where(people("Works") == firms);
+
+    EXPECT_FALSE(people.next());
+}
+
+TEST_F(SelectionTest, IsNotGoneThroughTwice) {
+    model.newPerson("Ann");
+    model.newPerson("Bob");
+    model.commit();
+    SelectionOf<Person> people(model.personClass);
+    int count = 0;
+    for (const Person* each : people)
+        count += each != nullptr ? 1 : 0;
+    EXPECT_EQ(2, count);
+
+    EXPECT_RAISES("SELERR", for (const Person* each : people) count += each != nullptr ? 1 : 0);
+
+    EXPECT_EQ(2, count);
+    EXPECT_FALSE(people.next());
+}
+
+TEST_F(SelectionTest, MayBeGoneThroughToItsEndWhenItHasBegun) {
+    model.newPerson("Ann");
+    model.newPerson("Bob");
+    model.commit();
+    SelectionOf<Person> people(model.personClass);
+    EXPECT_STREQ("Ann", people.nextValue()->name);
+
+    for (const Person* each : people)
+        EXPECT_STREQ("Bob", each->name);
+}
+
+TEST_F(SelectionTest, TakesNoObjectOfAnotherModel) {
+    StaffModel other;
+    other.openWith();
+    Pointer<Company> foreign(other.newCompany("Firm"));
+    Pointer<Person> stranger(other.newPerson("Bob"));
+    other.commit();
+    Person* ann = model.newPerson("Ann");
+    ann->employer = model.newCompany("Firm");
+    model.commit();
+    const auto raisedFor = [&](const Condition& condition) {
+        Selection people(model.personClass);
+        people.where(condition);
+        return messageRaisedBy([&] { people.next(); });
+    };
+    const Selection all(model.personClass);
+
+    for (const std::string& said :
+         {raisedFor(all("Works") == foreign), raisedFor(all("Works") != foreign),
+          raisedFor(all("Friendship", "friends") == stranger),
+          raisedFor(all("Family", "children") == stranger)})
+        EXPECT_NE(std::string::npos, said.find("which belongs to another model")) << said;
+}
+
+TEST_F(SelectionTest, TakesNoObjectOfAnotherClass) {
+    Pointer<Person> ann(model.newPerson("Ann"));
+    Pointer<Company> firm(model.newCompany("Firm"));
+    model.commit();
+    Selection people(model.personClass);
+    people.where(people("Works") == ann);
+
+    const std::string said = messageRaisedBy([&] { people.next(); });
+
+    EXPECT_NE(std::string::npos, said.find("its partners are Company objects")) << said;
+    Selection firms(model.companyClass);
+    firms.where(firms("Works") == firm);
+    EXPECT_RAISES("SELERR", firms.next());
+}
+
+TEST(OrphanedSelectionTest, EndsWithAnErrorBehindItsModel) {
+    auto model = std::make_unique<StaffModel>();
+    model->openWith();
+    model->newPerson("Ann");
+    model->newPerson("Bob");
+    model->commit();
+    SelectionOf<Person> fresh(model->personClass), begun(model->personClass);
+    SelectionOf<Person> ended(model->personClass);
+    fresh.where(fresh["age"] == 0);
+    begun.next();
+    while (ended.next())
+        continue;
+
+    model.reset();
+
+    EXPECT_RAISES("SELERR", fresh.next());
+    EXPECT_FALSE(fresh.next());
+    EXPECT_RAISES("SELERR", begun.next());
+    EXPECT_FALSE(begun.next());
+    EXPECT_FALSE(ended.next());
+    EXPECT_EQ(nullptr, begun.value());
+    EXPECT_EQ(nullptr, begun("Works").getAssociation());
 }
 
 TEST_F(SelectionTest, IsCalledTInQueries) {

@@ -513,4 +513,20 @@ TEST_F(ObjectCacheTest, RegistersAMillionPointersInConstantTimeEach) {
     EXPECT_EQ(0, Counted::alive);
 }
 
+TEST(CollectionRuleTest, CountsAnInstanceThatIsFiledAlready) {
+    StaffModel model(0);
+    model.openWith();
+    const Pointer<Person> kept(model.newPerson("Kept"));
+    const unsigned long lost = model.newPerson("Lost")->getObjectID();
+    model.commit();
+    model.garbageCollect();
+    ASSERT_NE(nullptr, model.getInstance(lost, model.personClass));
+
+    for (int i = 0; i < 40; ++i)
+        model.set(kept);
+
+    EXPECT_EQ(nullptr, model.get(lost));
+    EXPECT_EQ(kept.getInstance(), model.get(kept->getObjectID()));
+}
+
 }  // namespace Kes::testing
