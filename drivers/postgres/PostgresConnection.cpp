@@ -181,14 +181,21 @@ void PostgresConnection::endTransaction(const std::string& why) {
 unsigned long PostgresConnection::enterCursor() {
     if (transaction == Transaction::None) {
         beforeSending();
-        const bool isIsolated = isolatesReads();
-        link.execute(isHolding && !isIsolated ? "BEGIN ISOLATION LEVEL REPEATABLE READ" : "BEGIN",
-                     {});
-        transaction = Transaction::Reading;
-        isSnapshot = isHolding || isIsolated;
+        beginReading();
     }
     ++openCursors;
     return generation;
+}
+
+// In the middle of a batch it is too late to choose an isolation.
+void PostgresConnection::beginReading() {
+    const bool isIsolated = isolatesReads();
+    const bool isChosen = isHolding && !isIsolated;
+    if (isChosen)
+        link.sync();
+    link.execute(isChosen ? "BEGIN ISOLATION LEVEL REPEATABLE READ" : "BEGIN", {});
+    transaction = Transaction::Reading;
+    isSnapshot = isHolding || isIsolated;
 }
 
 // Sent at once, so that the server does not keep a snapshot for a program that

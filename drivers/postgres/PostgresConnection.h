@@ -75,6 +75,7 @@ private:
     void makeSchema();
     void setUp();
     void endTransaction(const std::string& why);
+    void beginReading();
     void endReading();
     std::string traced(const char* text) const { return link.isTracing() ? text : ""; }
 
