@@ -108,15 +108,16 @@ private:
         bool isFetched;
     };
 
-    // `each` shows what the reference did then.
+    // `each` shows what the reference did, also when this throws.
     static void take(One& each) {
-        const One old{each.ref, each.ref->getInstance(), each.ref->getObjectID(),
-                      each.ref->isFetched()};
-        each.ref->setFetched(each.isFetched);
-        each.ref->setObjectID(each.id);
-        if (each.isFetched)
-            each.ref->setInstance(each.held);
-        each = old;
+        const One wanted = each;
+        each.held = each.ref->getInstance();
+        each.id = each.ref->getObjectID();
+        each.isFetched = each.ref->isFetched();
+        wanted.ref->setFetched(wanted.isFetched);
+        wanted.ref->setObjectID(wanted.id);
+        if (wanted.isFetched)
+            wanted.ref->setInstance(wanted.held);
     }
 
     // The reserved fields are set when everything else has succeeded.
