@@ -1,6 +1,7 @@
 #include "tests/histories/Anomaly.h"
 
 #include <algorithm>
+#include <ostream>
 
 namespace Kes::testing {
 
@@ -23,6 +24,10 @@ const char* nameOf(Anomaly anomaly) {
 
 bool Level::permits(Anomaly anomaly) const {
     return std::find(permitted.begin(), permitted.end(), anomaly) != permitted.end();
+}
+
+void PrintTo(const Level& level, std::ostream* stream) {
+    *stream << level.engine << " " << level.option;
 }
 
 std::vector<Level> levelsOf(const std::string& engine) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,9 @@ struct Level {
 
     bool permits(Anomaly anomaly) const;
 };
+
+/// What GoogleTest shows of one.
+void PrintTo(const Level& level, std::ostream* stream);
 
 /// The levels of a database, its default first. docs/isolation.md shows them,
 /// and a test compares the page with this list.
