@@ -78,7 +78,7 @@ Transaction::Outcome Worker::attempt(Work work) {
     } catch (const Exception& raised) {
         if (!isOrdinary(raised.getCode()))
             throw;
-        const bool isUnknown = std::string(raised.getMessage()).find("not known") != std::string::npos;
+        const bool isUnknown = model.getFailureKind() == FailureKind::UnknownOutcome;
         if (model.transactionStarted())
             model.rollback();
         return isUnknown ? Transaction::Unknown : Transaction::Refused;
@@ -218,7 +218,7 @@ void Worker::makeEntries() {
         } catch (const Exception& raised) {
             if (!isOrdinary(raised.getCode()))
                 throw;
-            if (std::string(raised.getMessage()).find("not known") != std::string::npos)
+            if (model.getFailureKind() == FailureKind::UnknownOutcome)
                 outcome = Transaction::Unknown;
         }
     };
