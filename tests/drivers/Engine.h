@@ -70,6 +70,10 @@ public:
     /// The option that has a lock waited for no longer than that, in ms.
     virtual std::string waitingAtMost(int limit) const = 0;
 
+    /// The same for as short as is possible: what has to wait for a session of
+    /// the same thread waits in vain.
+    virtual std::string hardlyWaiting() const { return waitingAtMost(50); }
+
     /// Whether names that differ in case only are one name.
     virtual bool foldsTableNames() const = 0;
     virtual bool foldsColumnNames() const = 0;

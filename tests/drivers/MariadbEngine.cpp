@@ -67,6 +67,8 @@ public:
     std::string waitingAtMost(int limit) const override {
         return "lock_timeout=" + std::to_string(limit);
     }
+    // Whole seconds, or not at all.
+    std::string hardlyWaiting() const override { return waitingAtMost(0); }
     bool foldsTableNames() const override { return false; }
     bool foldsColumnNames() const override { return true; }
     bool keepsNegativeZeros() const override { return false; }

@@ -1,6 +1,7 @@
 #include "tests/histories/Anomaly.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <ostream>
 
 namespace Kes::testing {
@@ -41,6 +42,18 @@ std::vector<Level> levelsOf(const std::string& engine) {
     return {{engine, "isolation=read committed", skews},
             {engine, "isolation=repeatable read", writeSkew},
             {engine, "isolation=serializable", strongest}};
+}
+
+std::string driverUnderTest() {
+    const char* set = std::getenv("KES_TEST_DRIVER");
+    return set != nullptr ? set : "sqlite";
+}
+
+std::string shownName(const ::testing::TestParamInfo<Level>& info) {
+    const std::string& option = info.param.option;
+    std::string name = option.empty() ? "default" : option.substr(option.find('=') + 1);
+    std::replace(name.begin(), name.end(), ' ', '_');
+    return name;
 }
 
 }  // namespace Kes::testing

@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <iosfwd>
 #include <string>
@@ -41,5 +43,11 @@ void PrintTo(const Level& level, std::ostream* stream);
 /// The levels of a database, its default first. docs/isolation.md shows them,
 /// and a test compares the page with this list.
 std::vector<Level> levelsOf(const std::string& engine);
+
+/// What KES_TEST_DRIVER says.
+std::string driverUnderTest();
+
+/// The level's name within that of a test.
+std::string shownName(const ::testing::TestParamInfo<Level>& info);
 
 }  // namespace Kes::testing

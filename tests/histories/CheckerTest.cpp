@@ -1,6 +1,11 @@
-// The checker is shown one history of each kind.
+// The checker is shown one history of each kind, and the guide's table is held
+// against the one that the checker goes by.
 
 #include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
 
 #include "tests/histories/History.h"
 
@@ -146,6 +151,33 @@ TEST(HistoryCheckerTest, ReadsWhatItWrites) {
     EXPECT_EQ("4 2 1 1234567890123 1 2 1 2 10 12 2 0 2 3 13 3 14", made.text());
     EXPECT_EQ(made.text(), Transaction::parse(made.text()).text());
     EXPECT_ANY_THROW(Transaction::parse("4 2 1 12 1 2 1"));
+}
+
+TEST(IsolationPageTest, SaysWhatTheTestsPermit) {
+    std::vector<std::string> expected;
+    for (const auto& [engine, name] : {std::pair{"sqlite", "SQLite"},
+                                       {"postgres", "PostgreSQL"},
+                                       {"mariadb", "MariaDB"},
+                                       {"galera", "Galera"}}) {
+        bool isDefault = true;
+        for (const Level& level : levelsOf(engine)) {
+            std::string row = std::string("| ") + name + " |";
+            if (!level.option.empty())
+                row += " `" + level.option + "`" + (isDefault ? " (default)" : "");
+            for (const Anomaly anomaly : {Anomaly::ReadSkew, Anomaly::WriteSkew})
+                row += level.permits(anomaly) ? " | yes" : " | no";
+            expected.push_back(row + " |");
+            isDefault = false;
+        }
+    }
+
+    std::ifstream page(KES_DOCS "/isolation.md");
+    std::vector<std::string> rows;
+    for (std::string line; std::getline(page, line);)
+        if (line.find("| yes |") != std::string::npos || line.find("| no |") != std::string::npos)
+            rows.push_back(line);
+
+    EXPECT_EQ(expected, rows);
 }
 
 }  // namespace Kes::testing

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -30,17 +28,6 @@ unsigned seed = 20261122;
 constexpr int Processes = 5;
 constexpr int Seats = 6;
 constexpr int Tables = 3;
-
-std::string driver() {
-    const char* set = std::getenv("KES_TEST_DRIVER");
-    return set != nullptr ? set : "sqlite";
-}
-
-std::string shownName(const ::testing::TestParamInfo<Level>& info) {
-    std::string name = info.param.option.empty() ? "default" : info.param.option.substr(10);
-    std::replace(name.begin(), name.end(), ' ', '_');
-    return name;
-}
 
 }  // namespace
 
@@ -200,7 +187,8 @@ TEST_P(HistoryTest, ShowsNoAnomalyThatTheLevelForbids) {
     RecordProperty("transactions", static_cast<int>(history.size()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, HistoryTest, ::testing::ValuesIn(levelsOf(driver())), shownName);
+INSTANTIATE_TEST_SUITE_P(Levels, HistoryTest, ::testing::ValuesIn(levelsOf(driverUnderTest())),
+                         shownName);
 
 }  // namespace Kes::testing
 
