@@ -61,7 +61,18 @@ private:
             findings.push_back({anomaly, std::string(nameOf(anomaly)) + ": " + text});
     }
 
-    std::string describe(Node node) const { return "[" + history[node].text() + "]"; }
+    // Long lists by their ends.
+    std::string describe(Node node) const {
+        const Transaction& each = history[node];
+        std::string text = "[process " + std::to_string(each.process) + " at " +
+                           std::to_string(each.begun) + ":";
+        for (const ListRead& read : each.reads)
+            text += " " + std::to_string(read.list) + " up to " +
+                    (read.seen.empty() ? "nothing" : std::to_string(read.seen.back())) + ",";
+        for (const Append& append : each.appends)
+            text += " " + std::to_string(append.value) + " to " + std::to_string(append.list) + ",";
+        return text + "]";
+    }
 
     void noteWrites() {
         for (Node node = 0; node < history.size(); ++node) {
@@ -165,7 +176,9 @@ private:
                 if (history[writer].outcome == Transaction::Done &&
                     history[writer].ended < history[node].begun)
                     report(Anomaly::StaleRead,
-                           describe(node) + " has not seen " + describe(writer));
+                           describe(node) + " has not seen " + describe(writer) + ", " +
+                               std::to_string(history[node].begun - history[writer].ended) +
+                               " ns before");
     }
 
     // A topological order of the flow; what is left over lies on a cycle.
