@@ -115,7 +115,7 @@ void SqliteFile::checkLog() const {
     const auto found = std::filesystem::file_size(log, fault);
     sqlite3_file* file = fileOf(database, SQLITE_FCNTL_JOURNAL_POINTER);
     if (fault)
-        fail("the file \"" + log + "\", a part of the database, was deleted or moved",
+        fail("the file \"" + log.string() + "\", a part of the database, was deleted or moved",
              FailureKind::UnknownOutcome);
 
     // An empty one was written back as a whole, perhaps a moment ago.
@@ -123,10 +123,10 @@ void SqliteFile::checkLog() const {
     if (found != 0 && file != nullptr &&
         file->pMethods->xRead(file, start, sizeof start, 0) == SQLITE_OK &&
         (bigEndian(start) & ~1U) != LogMagic)
-        fail("the file \"" + log + "\", a part of the database, was truncated or replaced",
+        fail("the file \"" + log.string() + "\", a part of the database, was truncated or replaced",
              FailureKind::UnknownOutcome);
     if (!std::filesystem::exists(index, fault))
-        fail("the file \"" + index + "\", a part of the database, was deleted or moved",
+        fail("the file \"" + index.string() + "\", a part of the database, was deleted or moved",
              FailureKind::UnknownOutcome);
 }
 

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 #include <kes/Failure.h>
@@ -36,8 +37,11 @@ private:
 
     sqlite3* database;
     std::string path;  // absolute; empty where there is no file
-    std::string log;   // empty in the other journal modes
-    std::string index;
+
+    // Paths already, for nothing may need memory once the commit stands. Both are
+    // empty in the other journal modes.
+    std::filesystem::path log;
+    std::filesystem::path index;
     std::int64_t known = 0;  // bytes that the file had
 };
 
