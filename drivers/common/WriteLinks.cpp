@@ -187,7 +187,9 @@ void WriteQueue::emptyTaken() {
         if (holder.mayHaveForerunner)
             takers[{association, isOneRole}][partner->getObjectID()] = holder.instance;
     }
-    for (const auto& [key, taken] : takers) {
+    for (const auto& entry : takers) {
+        const auto& key = entry.first;
+        const auto& taken = entry.second;
         Association* association = key.first;
         const String& role = key.second ? association->getOneRole() : association->getOtherRole();
         std::vector<std::int64_t> partners;
