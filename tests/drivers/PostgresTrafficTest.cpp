@@ -187,7 +187,8 @@ TEST_F(PostgresTrafficTest, OfAnOpenIsAHandfulOfRoundTrips) {
     StaffModel other;
     openAt(proxy, other);
 
-    EXPECT_LE(count.roundTrips(), 6);
+    // One of them reads how the classes were declared.
+    EXPECT_LE(count.roundTrips(), 7);
 }
 
 TEST_F(PostgresTrafficTest, PreparesAStatementOnce) {

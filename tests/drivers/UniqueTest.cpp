@@ -23,17 +23,18 @@ void fieldsOf(Free& object, Handler* h) {
     h->handleBool("flag", object.flag);
 }
 
+void declare(FreeModel& model) {
+    Class* cls = model.declareClass("Plate", fieldsOf);
+    for (const char* each : {"text", "number", "wide", "real", "moment"})
+        cls->addIndex(each, true);
+    model.declareClass("Paper", textField);
+}
+
 }  // namespace
 
 class UniqueTest : public DriverTest {
 protected:
-    UniqueTest()
-        : model(1, [](FreeModel& m) {
-              Class* cls = m.declareClass("Plate", fieldsOf);
-              for (const char* each : {"text", "number", "wide", "real", "moment"})
-                  cls->addIndex(each, true);
-              m.declareClass("Paper", textField);
-          }) {
+    UniqueTest() : model(1, declare) {
         open(model);
         model.startTransaction();
         for (int i = 0; i < 4; ++i) {
@@ -130,10 +131,7 @@ TEST_F(UniqueTest, AValueThatSomebodyKeepsIsRefused) {
 }
 
 TEST_F(UniqueTest, AChangeOfSomebodyElseIsStillNoticed) {
-    FreeModel other(1, [](FreeModel& m) {
-        m.declareClass("Plate", fieldsOf);
-        m.declareClass("Paper", textField);
-    });
+    FreeModel other(1, declare);
     open(other);
     Pointer<Free> theirs(static_cast<Free*>(
         other.getInstance(plates[0]->getObjectID(), other.getClass("Plate"))));

@@ -230,6 +230,7 @@ TEST_F(AssociationTest, MovesUpToASuperClassThatIsNamedLast) {
     Class* person = model.declare("Person", {one("Works", "employer")});
     model.declare("Company", {many("Works", "staff")});
     student->subclassOf(person);
+    model.setVersion(1);
 
     model.open("sqlite", ":memory:", "", "", "");
 
