@@ -203,6 +203,7 @@ void Worker::makeEntries() {
     int expected = EntriesAtOnce;
     Transaction::Outcome outcome = attempt([&] {
         const Pointer<Register> list(readQuery(window));
+        seen.insert(window);
         for (int i = 0; i < EntriesAtOnce; ++i) {
             auto* entry = static_cast<Entry*>(model.entryClass->newInstance());
             entry->batch = batch;
