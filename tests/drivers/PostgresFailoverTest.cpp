@@ -158,7 +158,8 @@ protected:
         const std::set<std::string> unknown = logged("unknown");
         EXPECT_EQ(static_cast<int>(stored.size()), countOf(stored, present));
         EXPECT_EQ(0, countOf(logged("lost"), present));
-        EXPECT_EQ(present.size(), stored.size() + countOf(unknown, present));
+        EXPECT_EQ(static_cast<int>(present.size()),
+                  static_cast<int>(stored.size()) + countOf(unknown, present));
         EXPECT_LE(unknown.size(), 3U * Processes);
         EXPECT_EQ(std::set<std::string>{}, logged("strange"));
         EXPECT_EQ("0", plain.ask("SELECT count(*) - count(DISTINCT \"KesObjectID\") FROM "
