@@ -191,6 +191,17 @@ TEST_F(TwoSidesTest, AreUnfetchedByARefreshThoughTheVersionIsTheSame) {
     EXPECT_EQ(2U, second->staff.size());
 }
 
+TEST_F(TwoSidesTest, LoseAPartnerThatOthersHaveRemoved) {
+    others.startTransaction();
+    others.findCompany("F0")->remove();
+    others.commit();
+    EXPECT_EQ(first, one->employer.get());
+
+    one->refresh();
+
+    EXPECT_EQ(nullptr, one->employer.get());
+}
+
 TEST_F(TwoSidesTest, KeepWhatIsPending) {
     model.startTransaction();
     one->employer = second;
