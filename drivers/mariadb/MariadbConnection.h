@@ -107,6 +107,10 @@ public:
     /// the transaction is gone all the same.
     void checkTransaction();
 
+    /// The same, by a question of its own. Throws as well when the connection is
+    /// of no use any more.
+    void confirmTransaction();
+
     /// The same at the end of a result that the program has left, with or without
     /// an error: what it finds is told by the next use.
     void noteEndOfRows() noexcept;

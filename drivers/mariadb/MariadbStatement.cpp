@@ -1,6 +1,7 @@
 #include "drivers/mariadb/MariadbStatement.h"
 
 #include <mysql.h>
+#include <mysqld_error.h>
 
 #include <algorithm>
 #include <cstring>
@@ -188,16 +189,28 @@ void MariadbStatement::bindBytes(int position, const void* bytes, std::size_t si
 
 // --- execution ---
 
+bool MariadbStatement::send(const std::vector<MariadbValue>& values) {
+    std::vector<MYSQL_BIND> binds(values.size(), MYSQL_BIND());
+    for (std::size_t i = 0; i < values.size(); ++i)
+        values[i].bind(binds[i]);
+    return (binds.empty() || mysql_stmt_bind_param(handle, binds.data()) == 0) &&
+           mysql_stmt_execute(handle) == 0;
+}
+
+// A node of a cluster that gives way to another one may drop a statement while it
+// prepares it, and say nothing. It has not executed it then, so it is prepared
+// anew, unless the transaction is gone too.
 void MariadbStatement::execute(const std::vector<MariadbValue>& values) {
     checkSize(values);
     if (generation != connection.currentGeneration())
         prepare();
-    std::vector<MYSQL_BIND> binds(values.size(), MYSQL_BIND());
-    for (std::size_t i = 0; i < values.size(); ++i)
-        values[i].bind(binds[i]);
     const auto begun = MariadbConnection::Clock::now();
-    const bool done = (binds.empty() || mysql_stmt_bind_param(handle, binds.data()) == 0) &&
-                      mysql_stmt_execute(handle) == 0;
+    bool done = send(values);
+    if (!done && mysql_stmt_errno(handle) == ER_UNKNOWN_STMT_HANDLER) {
+        prepare();
+        connection.confirmTransaction();
+        done = send(values);
+    }
     if (connection.isTraced())
         connection.write(expanded(sql, values), begun);
     if (!done)

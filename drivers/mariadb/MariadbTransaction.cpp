@@ -95,6 +95,12 @@ void MariadbConnection::askForTransaction() {
     noteEnd();
 }
 
+void MariadbConnection::confirmTransaction() {
+    if (inside && !isGone)
+        askForTransaction();
+    checkUse();
+}
+
 // A transaction that stayed open would be committed by the begin of the next. A node
 // of a cluster may answer the first ROLLBACK with the conflict that ended it.
 void MariadbConnection::endAtServer() {
