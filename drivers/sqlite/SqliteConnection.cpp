@@ -329,7 +329,10 @@ std::unique_ptr<Statement> SqliteConnection::prepare(const std::string& text) {
                                         SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
     if (code != SQLITE_OK)
         fail(code);
-    return std::make_unique<SqliteStatement>(database, statement, settings);
+    std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> owned(statement, sqlite3_finalize);
+    auto prepared = std::make_unique<SqliteStatement>(database, statement, settings);
+    owned.release();
+    return prepared;
 }
 
 void SqliteConnection::execute(const std::string& text) {
