@@ -121,6 +121,7 @@ TEST_F(SelectionTest, AppliesTheLastConditionOnly) {
     model.commit();
     SelectionOf<Person> people(model.personClass);
     people.where(people["age"] == 1);
+    const std::unique_ptr<Condition> replaced(people.getCondition());
     people.where(people["age"] == 2);
 
     EXPECT_EQ("Bob", people.nextValue()->name);
