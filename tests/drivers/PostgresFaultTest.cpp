@@ -175,8 +175,11 @@ protected:
 };
 
 TEST_F(PostgresSilenceTest, IsAnUnknownOutcomeWhereItAnswersNoCommit) {
+    // What was read before may have a transaction of its own, which ends first.
+    mine.startTransaction();
+    ann->lock();
     change(ann, 31);
-    proxy.swallowAnswer("COMMIT");
+    proxy.swallowAnswer(std::string("COMMIT\0", 7));  // and no "READ COMMITTED"
 
     const std::string message = messageRaisedBy([&] { mine.commit(); });
 
