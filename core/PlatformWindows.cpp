@@ -17,8 +17,8 @@ namespace {
 std::string findOwnFolder() {
     HMODULE self = nullptr;
     char path[MAX_PATH];
-    const DWORD how = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
-                      GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+    const DWORD how =
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
     if (!GetModuleHandleExA(how, reinterpret_cast<const char*>(&findOwnFolder), &self))
         return "";
     const std::string file(path, GetModuleFileNameA(self, path, MAX_PATH));

@@ -119,8 +119,8 @@ void Timestamp::setYear(int year) {
     const int before = getYear();
     const bool pastFebruary = getMonth() > 2;
     const long old = getDaysFromYears(before) + (isLeapYear(before) && pastFebruary ? 1 : 0);
-    days = plus(minus(days, old),
-                getDaysFromYears(year) + (isLeapYear(year) && pastFebruary ? 1 : 0));
+    days =
+        plus(minus(days, old), getDaysFromYears(year) + (isLeapYear(year) && pastFebruary ? 1 : 0));
 }
 
 void Timestamp::setMonth(int month) {

@@ -21,7 +21,10 @@ bool isNull(const void* object) {
 }  // namespace
 
 Class::Class(const String& className, int classVersion, Model* owner, Factory make)
-    : name(className.unshared()), version(classVersion), model(owner), factory(make) {}
+    : name(className.unshared()),
+      version(classVersion),
+      model(owner),
+      factory(make) {}
 
 Class::~Class() {
     delete listeners;

@@ -13,7 +13,9 @@ public:
     /// With `settle` no association is created or completed: ends that a sub
     /// class declared before its super class was known move up to this class.
     ClassDeclarationHandler(Class* declared, Model* owner, bool settle = false)
-        : cls(declared), model(owner), settling(settle) {}
+        : cls(declared),
+          model(owner),
+          settling(settle) {}
 
     void handleOneAssociated(const String& name, const String& role, OneAssociatedInstance* ref,
                              Association::ConsistencyRule rule) override;

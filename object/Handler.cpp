@@ -28,8 +28,7 @@ InitAssocHandler::InitAssocHandler(const InitAssocHandler& other) = default;
 InitAssocHandler& InitAssocHandler::operator=(const InitAssocHandler& other) = default;
 InitAssocHandler::~InitAssocHandler() = default;
 
-void InitAssocHandler::handleOneAssociated(const String&, const String&,
-                                           OneAssociatedInstance* ref,
+void InitAssocHandler::handleOneAssociated(const String&, const String&, OneAssociatedInstance* ref,
                                            Association::ConsistencyRule) {
     ref->setFetched(true);
 }

@@ -69,7 +69,6 @@ void InspectHandler::handleBlob(const String& name, Blob& value) {
 void InspectHandler::handleOneAssociated(const String&, const String&, OneAssociatedInstance*,
                                          Association::ConsistencyRule) {}
 
-void InspectHandler::handleManyAssociated(const String&, const String&,
-                                          ManyAssociatedInstances*) {}
+void InspectHandler::handleManyAssociated(const String&, const String&, ManyAssociatedInstances*) {}
 
 }  // namespace Kes

@@ -128,8 +128,7 @@ void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
     }
     visit(itsPartner);
     known = known || (unchanged && !ref.isFetched());
-    model->link(add, instance, role, itsPartner, association->getAssociatedRole(role),
-                association);
+    model->link(add, instance, role, itsPartner, association->getAssociatedRole(role), association);
     if (known)
         model->noteUnchangedLink(instance, itsPartner);
     else if (!ref.isFetched() && !seen)
@@ -149,8 +148,9 @@ bool LinkHandler::isOpposite(const String& name, const String& itsRole) const {
 // not have: what is going to be stored is not what memory shows after that.
 bool LinkHandler::leadsElsewhere(OneAssociatedInstance& ref) const {
     const Instance* held = ref.isFetched() ? ref.getInstance() : nullptr;
-    const unsigned long id =
-        !ref.isFetched() ? ref.getObjectID() : held != nullptr ? held->getObjectID() : 0;
+    const unsigned long id = !ref.isFetched()  ? ref.getObjectID()
+                             : held != nullptr ? held->getObjectID()
+                                               : 0;
     return id != instance->getObjectID() && (mode == Remove || id != 0);
 }
 

@@ -21,8 +21,7 @@ public:
     const String& getRole() const { return *role; }
     const String& getOtherRole() const;
 
-    void handleOneAssociated(const String& name, const String& itsRole,
-                             OneAssociatedInstance* ref,
+    void handleOneAssociated(const String& name, const String& itsRole, OneAssociatedInstance* ref,
                              Association::ConsistencyRule rule) override;
     void handleManyAssociated(const String& name, const String& itsRole,
                               ManyAssociatedInstances* ref) override;
@@ -41,15 +40,15 @@ private:
 class RoleReader final : public EmptyHandler {
 public:
     RoleReader(const String& itsAssociation, const String& itsRole)
-        : association(itsAssociation), role(itsRole) {}
+        : association(itsAssociation),
+          role(itsRole) {}
 
     void read(Instance* instance);
 
     OneAssociatedInstance* one = nullptr;     // null when the role is none of that kind
     ManyAssociatedInstances* many = nullptr;  // as above
 
-    void handleOneAssociated(const String& name, const String& itsRole,
-                             OneAssociatedInstance* ref,
+    void handleOneAssociated(const String& name, const String& itsRole, OneAssociatedInstance* ref,
                              Association::ConsistencyRule rule) override;
     void handleManyAssociated(const String& name, const String& itsRole,
                               ManyAssociatedInstances* ref) override;
@@ -67,7 +66,10 @@ public:
 
     /// `linked` plays `linkedRole` in the association. All are borrowed.
     LinkHandler(Instance* linked, Association* of, const String& linkedRole, Mode how)
-        : instance(linked), association(of), role(linkedRole), mode(how) {}
+        : instance(linked),
+          association(of),
+          role(linkedRole),
+          mode(how) {}
 
     void visit(Instance* partner);
 
@@ -75,8 +77,7 @@ public:
     /// sides in memory, and the change recorded.
     void change(ManyAssociatedInstances& ref, Instance* partner);
 
-    void handleOneAssociated(const String& name, const String& itsRole,
-                             OneAssociatedInstance* ref,
+    void handleOneAssociated(const String& name, const String& itsRole, OneAssociatedInstance* ref,
                              Association::ConsistencyRule rule) override;
     void handleManyAssociated(const String& name, const String& itsRole,
                               ManyAssociatedInstances* ref) override;

@@ -142,7 +142,8 @@ void ManyReference::clear() {
 }
 
 ManyReference::Cursor::Cursor(const ManyReference* reference, std::size_t start)
-    : of(reference), position(start) {
+    : of(reference),
+      position(start) {
     ++of->iterating;
     while (!atEnd() && of->members[position] == nullptr)
         ++position;

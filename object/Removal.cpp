@@ -30,7 +30,8 @@ public:
 class Removal::Collector final : public EmptyHandler {
 public:
     Collector(const Model* itsModel, std::vector<Reference>& found)
-        : model(itsModel), references(found) {}
+        : model(itsModel),
+          references(found) {}
 
     void handleOneAssociated(const String& name, const String& role, OneAssociatedInstance* ref,
                              Association::ConsistencyRule) override {
@@ -47,8 +48,7 @@ public:
         Reference found{association, textOf(association, role), nullptr, ref};
         const bool cascade = association->getConsistencyRule() == Association::CascadeRemove;
         const bool otherIsMany =
-            association->getPluralityFor(association->getAssociatedRole(role)) ==
-            Association::Many;
+            association->getPluralityFor(association->getAssociatedRole(role)) == Association::Many;
         found.cascades = cascade && !otherIsMany;
         found.dissolves = cascade || otherIsMany;
 
@@ -179,8 +179,8 @@ void Removal::release(Instance* instance, const Reference& reference) {
     if (partner == nullptr)
         return;
     if (partner->isRemoved())
-        instance->getClass()->getModel()->rememberReference(
-            instance, *reference.one, reference.association, *reference.role);
+        instance->getClass()->getModel()->rememberReference(instance, *reference.one,
+                                                            reference.association, *reference.role);
     else
         instance->set(*reference.one, nullptr);
 }

@@ -3,8 +3,8 @@
 // Cascades may run through chains of a million instances, so the walk keeps a
 // stack of its own. An instance that a cascade reaches puts a frame on it, and
 // works it off at once while that is not too deep; then the removal around it does
-// so, deepest first. Both keep the order of plain recursion: the partners of an instance are removed
-// before the instance itself is recorded.
+// so, deepest first. Both keep the order of plain recursion: the partners of an instance are
+// removed before the instance itself is recorded.
 
 #pragma once
 

@@ -10,26 +10,26 @@ void Attribute::deleteThis(Attribute* attribute) {
     delete attribute;
 }
 
-#define KES_BUILD(symbol, code, type)                                  \
-    AttributeCondition<type> Attribute::operator symbol(type value) const { \
+#define KES_BUILD(symbol, code, type)                                                  \
+    AttributeCondition<type> Attribute::operator symbol(type value) const {            \
         return AttributeCondition<type>(new Attribute(*this), Condition::code, value); \
     }
 
-#define KES_BUILD_ALL(symbol, code)                                                  \
-    KES_BUILD(symbol, code, unsigned long)                                           \
-    KES_BUILD(symbol, code, long)                                                    \
-    KES_BUILD(symbol, code, int)                                                     \
-    KES_BUILD(symbol, code, unsigned int)                                            \
-    KES_BUILD(symbol, code, bool)                                                    \
-    KES_BUILD(symbol, code, float)                                                   \
-    KES_BUILD(symbol, code, double)                                                  \
-    KES_BUILD(symbol, code, Timestamp)                                               \
-    AttributeCondition<String> Attribute::operator symbol(const String& value) const { \
+#define KES_BUILD_ALL(symbol, code)                                                      \
+    KES_BUILD(symbol, code, unsigned long)                                               \
+    KES_BUILD(symbol, code, long)                                                        \
+    KES_BUILD(symbol, code, int)                                                         \
+    KES_BUILD(symbol, code, unsigned int)                                                \
+    KES_BUILD(symbol, code, bool)                                                        \
+    KES_BUILD(symbol, code, float)                                                       \
+    KES_BUILD(symbol, code, double)                                                      \
+    KES_BUILD(symbol, code, Timestamp)                                                   \
+    AttributeCondition<String> Attribute::operator symbol(const String& value) const {   \
         return AttributeCondition<String>(new Attribute(*this), Condition::code, value); \
-    }                                                                                \
-    AttributeCondition<String> Attribute::operator symbol(const char* value) const { \
-        const String text(value);                                                    \
-        return AttributeCondition<String>(new Attribute(*this), Condition::code, text); \
+    }                                                                                    \
+    AttributeCondition<String> Attribute::operator symbol(const char* value) const {     \
+        const String text(value);                                                        \
+        return AttributeCondition<String>(new Attribute(*this), Condition::code, text);  \
     }
 
 KES_BUILD_ALL(==, EQUAL)

@@ -255,7 +255,8 @@ bool Selection::failOnOrphan() {
         state = new SelectionState;
     state->ahead.clear();
     state->failure = nullptr;
-    fail("Selection::next", "The model of the selection was destroyed; destroy the selection first");
+    fail("Selection::next",
+         "The model of the selection was destroyed; destroy the selection first");
     return false;
 }
 

@@ -17,7 +17,7 @@ namespace Kes {
 class SelectionState {
 public:
     const std::uint32_t thread = platform::currentThreadId();  // whose cursors they are
-    std::unique_ptr<MergeHeap> merge;  // null when nothing is merged
+    std::unique_ptr<MergeHeap> merge;                          // null when nothing is merged
     SiblingLoader::Reading reading;
     std::deque<Pointer<Instance>> ahead;  // read, and not delivered yet
     std::exception_ptr failure;           // what ended the reading ahead

@@ -151,7 +151,8 @@ private:
 class RestoreHandler final : public ImageReader<RestoreHandler> {
 public:
     RestoreHandler(const ImageStore& source, FieldImage image)
-        : ImageReader(image), store(source) {}
+        : ImageReader(image),
+          store(source) {}
 
     template <class T>
     void plain(T& value) {
@@ -181,7 +182,9 @@ private:
 class CompareHandler final : public ImageReader<CompareHandler> {
 public:
     CompareHandler(const ImageStore& source, FieldImage image, FieldSet& result)
-        : ImageReader(image), store(source), different(result) {}
+        : ImageReader(image),
+          store(source),
+          different(result) {}
 
     // Compares bits: a NaN equals itself, and 0.0 differs from -0.0.
     template <class T>

@@ -21,8 +21,8 @@ void History::open(bool started) {
 // Changes without a transaction join the newest one. Where none was ever
 // started each commit gets a record, or a history would grow without an end.
 void History::noteStep() {
-    const bool isFull = !undoList.empty() && !undoList.front().started &&
-                        !undoList.front().commits.empty();
+    const bool isFull =
+        !undoList.empty() && !undoList.front().started && !undoList.front().commits.empty();
     if (undoList.empty() || isFull) {
         if (maxUndoSize <= 0)
             return;

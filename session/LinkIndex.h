@@ -15,9 +15,7 @@ namespace Kes {
 
 class LinkIndex {
 public:
-    void note(const Instance* instance, std::size_t action) {
-        actions[instance].push_back(action);
-    }
+    void note(const Instance* instance, std::size_t action) { actions[instance].push_back(action); }
 
     /// The pending links that mention the instance, in recording order; null
     /// when there is none.

@@ -32,8 +32,8 @@ TransactionManager::LinkOutcome::LinkOutcome(const TransactionManager& source) :
         unsigned long before = entry.objectID;
         if (entry.fetched)
             before = entry.instance != nullptr ? entry.instance->getObjectID() : 0;
-        seats[static_cast<OneAssociatedInstance*>(entry.ref)] = {
-            entry.owner, entry.association, entry.ownerIsOne, before, before};
+        seats[static_cast<OneAssociatedInstance*>(entry.ref)] = {entry.owner, entry.association,
+                                                                 entry.ownerIsOne, before, before};
     }
     for (const Action& action : manager.pending)
         if (action.second != nullptr)
@@ -146,9 +146,9 @@ void TransactionManager::LinkOutcome::compareMembers(Outcome& left) const {
             continue;
         const String& firstRole = roleOf(action.association, action.firstIsOne);
         const bool memberIsFirst = isOne(action.association, firstRole);
-        RoleReader reader(action.association->getName(),
-                          memberIsFirst ? firstRole
-                                        : action.association->getAssociatedRole(firstRole));
+        RoleReader reader(
+            action.association->getName(),
+            memberIsFirst ? firstRole : action.association->getAssociatedRole(firstRole));
         reader.read(memberIsFirst ? action.first : action.second);
         const auto seat = reader.one != nullptr ? seats.find(reader.one) : seats.end();
         if (seat != seats.end())
@@ -163,8 +163,7 @@ void TransactionManager::LinkOutcome::compareMember(Instance* owner, const Seat&
     reader.read(owner);
     if (owner->isRemoved() || reader.many == nullptr || !reader.many->isFetched())
         return;
-    const bool belongs =
-        !seat.owner->isRemoved() && living(seat.partner) == owner->getObjectID();
+    const bool belongs = !seat.owner->isRemoved() && living(seat.partner) == owner->getObjectID();
     if (reader.many->contains(seat.owner) != belongs)
         left.memberRepairs.push_back({reader.many, seat.owner, belongs});
 }

@@ -99,8 +99,7 @@ bool Model::isDeclarable(std::unique_ptr<Class>& cls) const {
         static_cast<void>(cls.release());
     } else {
         if (cls->superClass != nullptr)
-            while (cls->superClass->subClasses.remove(cls.get()) != nullptr) {
-            }
+            while (cls->superClass->subClasses.remove(cls.get()) != nullptr) {}
         for (Class* sub : cls->subClasses)
             sub->superClass = nullptr;
     }
@@ -126,9 +125,9 @@ bool Model::isDeclarable(std::unique_ptr<Association>& association) const {
     const Association* known = associations.get(associationName);
     Class* ends[] = {association->getOneClass(), association->getOtherClass()};
     const Model* home = ends[0] != nullptr ? ends[0]->getModel() : nullptr;
-    const bool isDeclared = known == association.get() ||
-                            (home != nullptr &&
-                             home->getAssociation(associationName) == association.get());
+    const bool isDeclared =
+        known == association.get() ||
+        (home != nullptr && home->getAssociation(associationName) == association.get());
     String fault;
     if (known != nullptr)
         fault = String("The association ") + associationName +
@@ -143,8 +142,7 @@ bool Model::isDeclarable(std::unique_ptr<Association>& association) const {
     else
         for (Class* end : ends)
             if (end != nullptr)
-                while (end->associations.remove(association.get()) != nullptr) {
-                }
+                while (end->associations.remove(association.get()) != nullptr) {}
     raise("DECLERR", "Model::addAssociation", fault);
     return false;
 }

@@ -44,8 +44,7 @@ public:
         marker.push(ref->getInstance());
     }
 
-    void handleManyAssociated(const String&, const String&,
-                              ManyAssociatedInstances* ref) override {
+    void handleManyAssociated(const String&, const String&, ManyAssociatedInstances* ref) override {
         if (const auto* known = dynamic_cast<const ManyReference*>(ref)) {
             for (Instance* member : SweepAccess::members(*known))
                 marker.push(member);

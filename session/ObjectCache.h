@@ -66,9 +66,7 @@ public:
     void makeRoom(const Losses& more);
 
     /// Whether the instance comes from a row of before its removal.
-    bool hasLost(const Instance* instance) {
-        return !losses.empty() && findLost(instance);
-    }
+    bool hasLost(const Instance* instance) { return !losses.empty() && findLost(instance); }
 
     /// Frees what neither a pointer nor the transaction reaches.
     void collect(const TransactionManager& transactions);

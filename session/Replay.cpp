@@ -46,7 +46,8 @@ bool isOneToOne(const Association* association) {
 class ReferenceEmptier final : public EmptyHandler {
 public:
     ReferenceEmptier(TransactionManager& recorder, Instance* itsOwner)
-        : transactions(recorder), owner(itsOwner) {}
+        : transactions(recorder),
+          owner(itsOwner) {}
 
     void handleOneAssociated(const String& name, const String& role, OneAssociatedInstance* ref,
                              Association::ConsistencyRule) override {
@@ -59,8 +60,7 @@ public:
         ref->setFetched(true);
     }
 
-    void handleManyAssociated(const String&, const String&,
-                              ManyAssociatedInstances* ref) override {
+    void handleManyAssociated(const String&, const String&, ManyAssociatedInstances* ref) override {
         if (ref->isFetched())
             for (ref->reset(); ref->next();)
                 transactions.rememberMember(owner, *ref, ref->value(), false);
@@ -104,9 +104,8 @@ void Replay::reverse(const CommittedSteps& commit) {
     for (auto step = steps.rbegin(); step != steps.rend(); ++step)
         if (step->kind == Step::Changed)
             restore(*step, commit.images);
-    backwards(
-        [](const Step& s) { return s.kind == Step::Pointed && isOneToOne(s.association); },
-        &Replay::unpair);
+    backwards([](const Step& s) { return s.kind == Step::Pointed && isOneToOne(s.association); },
+              &Replay::unpair);
     backwards([](const Step& s) { return s.kind == Step::Pointed; }, &Replay::point);
     backwards([](const Step& s) { return s.kind == Step::Linked || s.kind == Step::Unlinked; },
               &Replay::relink);

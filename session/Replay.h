@@ -36,7 +36,8 @@ public:
     struct Abandoned {};
 
     Replay(Model* itsModel, TransactionManager& recorder)
-        : model(itsModel), transactions(recorder) {}
+        : model(itsModel),
+          transactions(recorder) {}
 
     /// Throws one of the above, or what the driver or a handler throws.
     void run(const History::Record& record);

@@ -63,12 +63,8 @@ private:
 
     void write(const Action& action) {
         switch (action.kind) {
-        case Action::Add:
-            add(Step::Added, action.first);
-            break;
-        case Action::Update:
-            add(Step::Changed, action.first).image = action.image;
-            break;
+        case Action::Add: add(Step::Added, action.first); break;
+        case Action::Update: add(Step::Changed, action.first).image = action.image; break;
         case Action::Remove: {
             Step& step = add(Step::Removed, action.first);
             step.image = action.image;
@@ -76,12 +72,9 @@ private:
             break;
         }
         case Action::Link:
-        case Action::Unlink:
-            writeLink(action);
-            break;
+        case Action::Unlink: writeLink(action); break;
         case Action::Dropped:
-        case Action::Superseded:
-            break;
+        case Action::Superseded: break;
         }
     }
 
@@ -109,8 +102,7 @@ private:
         if (isNew(entry.owner))
             return;
         const unsigned long before = partnerBefore(entry);
-        const unsigned long after =
-            entry.owner->isRemoved() ? 0 : outcome.partnerOf(entry);
+        const unsigned long after = entry.owner->isRemoved() ? 0 : outcome.partnerOf(entry);
         if (before == after)
             return;
         Step& step = add(Step::Pointed, entry.owner);

@@ -101,15 +101,13 @@ bool TransactionManager::applyLink(Action& action) {
     if ((isDropped(first) && (isDropped(second) || !secondHoldsRow)) ||
         (isDropped(second) && !holdsRow))
         return true;
-    const bool linkFlag =
-        holdsRow && (first->pending != 0 || first->flag(Instance::Raised));
+    const bool linkFlag = holdsRow && (first->pending != 0 || first->flag(Instance::Raised));
     if (holdsRow && !linkFlag) {
         first->nextVersion();
         first->setFlag(Instance::Raised, true);
     }
     return kind == Action::Link
-               ? model->driver->addLink(first, firstRole, second, secondRole, association,
-                                        linkFlag)
+               ? model->driver->addLink(first, firstRole, second, secondRole, association, linkFlag)
                : model->driver->removeLink(first, firstRole, second, secondRole, association,
                                            linkFlag);
 }
@@ -308,8 +306,8 @@ void TransactionManager::askForUnsureLinks() {
         const std::size_t most = 1000 + 64 * each.owners.size();
         auto* reader = dynamic_cast<LinkReader*>(model->driver);
         const SiblingLoader::DriverScope asking(model);
-        each.isKnown = reader != nullptr &&
-                       reader->readLinks(key.first, role, each.owners, most, found);
+        each.isKnown =
+            reader != nullptr && reader->readLinks(key.first, role, each.owners, most, found);
         for (const StoredLink& link : found)
             each.stored.emplace(link.owner, link.member);
     }
@@ -317,9 +315,9 @@ void TransactionManager::askForUnsureLinks() {
         const auto known = action.second != nullptr
                                ? asked.find({action.association, action.firstIsOne})
                                : asked.end();
-        if (known == asked.end() || !std::binary_search(known->second.owners.begin(),
-                                                        known->second.owners.end(),
-                                                        action.first->getObjectID()))
+        if (known == asked.end() ||
+            !std::binary_search(known->second.owners.begin(), known->second.owners.end(),
+                                action.first->getObjectID()))
             continue;
         std::set<Pair>& stored = known->second.stored;
         const Pair pair(action.first->getObjectID(), action.second->getObjectID());
@@ -340,8 +338,7 @@ bool TransactionManager::isLinked(const Action& action) const {
     const String& otherRole = association->getAssociatedRole(role);
     Class* cls = association->getClassFor(otherRole);
     auto isMember = std::make_unique<OneAssociatedCondition>(
-        new Role(cls, otherRole, association), Condition::AssociationOperator::EQUAL,
-        action.first);
+        new Role(cls, otherRole, association), Condition::AssociationOperator::EQUAL, action.first);
     auto isSecond = std::make_unique<AttributeCondition<unsigned long>>(
         new Attribute(cls, "KesObjectID"), Condition::EQUAL, action.second->getObjectID());
     Selection selection(cls);

@@ -218,17 +218,14 @@ bool TransactionManager::apply(Action& action, String& failure) {
     case Action::Add:
         first->fingerprint = digestFields(first);
         return succeeds([&] { return model->driver->insert(first); }, failure);
-    case Action::Update:
-        return applyUpdate(action, failure);
+    case Action::Update: return applyUpdate(action, failure);
     case Action::Remove:
         first->nextVersion();
         return succeeds([&] { return model->driver->remove(first); }, failure);
     case Action::Link:
-    case Action::Unlink:
-        return succeeds([&] { return applyLink(action); }, failure);
+    case Action::Unlink: return succeeds([&] { return applyLink(action); }, failure);
     case Action::Dropped:
-    case Action::Superseded:
-        break;
+    case Action::Superseded: break;
     }
     return true;
 }
@@ -319,12 +316,9 @@ void TransactionManager::revertAction(const Action& action) {
         if (action.image != nullptr)
             restoreFields(action.image, first);
         break;
-    case Action::Remove:
-        first->setRemoved(false);
-        break;
+    case Action::Remove: first->setRemoved(false); break;
     case Action::Link:
-    case Action::Unlink:
-        break;
+    case Action::Unlink: break;
     }
 }
 
@@ -413,24 +407,15 @@ void TransactionManager::announceOne(const Action& action) {
     if (action.kind == Action::Update)
         action.first->setFlag(Instance::Untold, false);
     switch (action.kind) {
-    case Action::Add:
-        action.first->getClass()->fireInstanceAdded(action.first);
-        break;
-    case Action::Update:
-        action.first->getClass()->fireInstanceChanged(action.first);
-        break;
-    case Action::Remove:
-        action.first->getClass()->fireInstanceRemoved(action.first);
-        break;
-    case Action::Link:
-        action.association->fireAssociationAdded(action.first, action.second);
-        break;
+    case Action::Add: action.first->getClass()->fireInstanceAdded(action.first); break;
+    case Action::Update: action.first->getClass()->fireInstanceChanged(action.first); break;
+    case Action::Remove: action.first->getClass()->fireInstanceRemoved(action.first); break;
+    case Action::Link: action.association->fireAssociationAdded(action.first, action.second); break;
     case Action::Unlink:
         action.association->fireAssociationRemoved(action.first, action.second);
         break;
     case Action::Dropped:
-    case Action::Superseded:
-        break;
+    case Action::Superseded: break;
     }
 }
 

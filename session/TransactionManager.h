@@ -67,11 +67,11 @@ struct Action {
     bool changedNothing = false;  // of links: they were there, or gone, already
     bool isUnsure = false;        // of links: memory could not tell
     Instance* first;
-    Instance* second = nullptr;           // of links
-    Association* association = nullptr;   // of links
-    FieldImage image = nullptr;           // of updates and removals: the stored fields
-    std::uint64_t digest = 0;             // of updates and adds: what `first` had before
-    unsigned long firstVersion = 0;       // before the driver heard of it
+    Instance* second = nullptr;          // of links
+    Association* association = nullptr;  // of links
+    FieldImage image = nullptr;          // of updates and removals: the stored fields
+    std::uint64_t digest = 0;            // of updates and adds: what `first` had before
+    unsigned long firstVersion = 0;      // before the driver heard of it
     unsigned long secondVersion = 0;
 };
 
@@ -112,8 +112,8 @@ public:
     /// Takes a pending removal back; false when none is pending. The object
     /// keeps its id, but not the links that the removal dissolved.
     bool recordRevival(Instance* instance);
-    void recordLink(Action::Kind kind, Instance* first, const String& firstRole,
-                    Instance* second, Association* association);
+    void recordLink(Action::Kind kind, Instance* first, const String& firstRole, Instance* second,
+                    Association* association);
 
     /// The link that was recorded last had been made, or dissolved, before; or
     /// nothing in memory tells.

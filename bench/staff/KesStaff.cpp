@@ -187,8 +187,7 @@ Result insertAll(StaffModel& model, const StaffData& data, const Clock& clock) {
         companies.push_back(company);
     }
     for (const PersonData& each : data.persons) {
-        makePerson(model, each)->employer =
-            companies[static_cast<std::size_t>(each.company)];
+        makePerson(model, each)->employer = companies[static_cast<std::size_t>(each.company)];
         ++result.count;
     }
     model.commit();
@@ -240,8 +239,7 @@ Result query(StaffModel& model, const Clock& clock) {
     for (int i = 0; i < 200; ++i) {
         const int age = 18 + i % 50;
         SelectionOf<Person> found(model.persons);
-        found.where((found["age"] >= age) & (found["age"] < age + 1) &
-                    found["name"].like("P1%"));
+        found.where((found["age"] >= age) & (found["age"] < age + 1) & found["name"].like("P1%"));
         for (Person* person : found) {
             ++result.count;
             result.sum += lengthOf(person->name);

@@ -25,8 +25,8 @@ double secondsOf(const timeval& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
-Measurement runHere(const std::string& program, const std::string& step,
-                    const std::string& file, const StaffData& data) {
+Measurement runHere(const std::string& program, const std::string& step, const std::string& file,
+                    const StaffData& data) {
     Measurement measured;
     Time::time_point started;
     rusage before{};
@@ -54,8 +54,7 @@ Measurement runHere(const std::string& program, const std::string& step,
     int status = EXIT_FAILURE;
     try {
         const Measurement measured = runHere(program, step, file, data);
-        if (write(pipe, &measured, sizeof measured) ==
-            static_cast<ssize_t>(sizeof measured))
+        if (write(pipe, &measured, sizeof measured) == static_cast<ssize_t>(sizeof measured))
             status = EXIT_SUCCESS;
     } catch (Kes::Exception& raised) {
         std::cerr << raised.asString() << "\n";
@@ -67,8 +66,8 @@ Measurement runHere(const std::string& program, const std::string& step,
 
 }  // namespace
 
-Measurement measure(const std::string& program, const std::string& step,
-                    const std::string& file, const StaffData& data) {
+Measurement measure(const std::string& program, const std::string& step, const std::string& file,
+                    const StaffData& data) {
     int ends[2];
     if (pipe(ends) != 0)
         throw std::runtime_error("no pipe");

@@ -19,8 +19,8 @@ struct Measurement {
 
 /// Runs the step of a program in a forked process. Throws std::runtime_error
 /// with the step named when it fails or takes more than ten minutes.
-Measurement measure(const std::string& program, const std::string& step,
-                    const std::string& file, const StaffData& data);
+Measurement measure(const std::string& program, const std::string& step, const std::string& file,
+                    const StaffData& data);
 
 struct Spread {
     double median;

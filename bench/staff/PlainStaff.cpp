@@ -76,8 +76,7 @@ public:
     void bind(int at, std::int64_t value) { sqlite3_bind_int64(statement, at, value); }
     void bind(int at, double value) { sqlite3_bind_double(statement, at, value); }
     void bind(int at, const std::string& text) {
-        sqlite3_bind_text(statement, at, text.data(), static_cast<int>(text.size()),
-                          SQLITE_STATIC);
+        sqlite3_bind_text(statement, at, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
     }
     void bindNull(int at) { sqlite3_bind_null(statement, at); }
 
@@ -223,9 +222,9 @@ Result lookUp(Database& database, const std::vector<std::int64_t>& ids, const St
 Result query(Database& database, const Clock& clock) {
     Result result;
     database.run("PRAGMA case_sensitive_like=ON");
-    Query found(database, (std::string(PersonColumns) +
-                           " WHERE age >= ? AND age < ? AND name LIKE ?")
-                              .c_str());
+    Query found(
+        database,
+        (std::string(PersonColumns) + " WHERE age >= ? AND age < ? AND name LIKE ?").c_str());
     const std::string pattern = "P1%";
     clock.start();
     for (int i = 0; i < 200; ++i) {
@@ -357,8 +356,8 @@ Result insertVehicles(Database& database, const StaffData& data, const Clock& cl
 }
 
 Vehicle readVehicle(Query& row, int kind) {
-    Vehicle vehicle{row.integer(0), row.integer(1), row.text(2),
-                    static_cast<int>(row.integer(3)), 0, 0, 0};
+    Vehicle vehicle{
+        row.integer(0), row.integer(1), row.text(2), static_cast<int>(row.integer(3)), 0, 0, 0};
     if (kind == 0)
         vehicle.doors = static_cast<int>(row.integer(4));
     else if (kind == 1)
@@ -387,8 +386,7 @@ Result iterateVehicles(Database& database, const Clock& clock) {
     while (true) {
         int best = -1;
         for (int kind = 0; kind < 3; ++kind)
-            if (heads[kind] != nullptr &&
-                (best < 0 || heads[kind]->name < heads[best]->name))
+            if (heads[kind] != nullptr && (best < 0 || heads[kind]->name < heads[best]->name))
                 best = kind;
         if (best < 0)
             break;

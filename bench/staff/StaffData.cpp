@@ -21,8 +21,8 @@ StaffData::StaffData(int count) {
         persons.push_back(std::move(person));
     }
     for (int i = 0; i < count * 9 / 10; ++i)
-        vehicles.push_back({letters(6, 24), 1950 + draw(75), 2 + draw(4), draw(1000) / 16.0,
-                            100L * draw(500)});
+        vehicles.push_back(
+            {letters(6, 24), 1950 + draw(75), 2 + draw(4), draw(1000) / 16.0, 100L * draw(500)});
     lookups.resize(static_cast<std::size_t>(count));
     std::iota(lookups.begin(), lookups.end(), 0);
     std::shuffle(lookups.begin(), lookups.end(), random);

@@ -25,7 +25,7 @@ namespace {
 
 using namespace bench;
 
-const std::vector<std::string> AllSteps{"S1", "S2", "S3a", "S3b", "S4",  "S5",
+const std::vector<std::string> AllSteps{"S1", "S2", "S3a", "S3b", "S4", "S5",
                                         "S6", "S7", "S8",  "S9i", "S9"};
 
 // The better of the published ratios of the libraries that have both an
@@ -194,12 +194,13 @@ bool Circuit::run() {
     std::printf("step             Kes                by hand         ratio  peer*    count\n");
     bool agree = true;
     for (const std::string& step : AllSteps)
-        if (settings.steps == "all" || ("," + settings.steps + ",").find("," + step + ",") !=
-                                           std::string::npos)
+        if (settings.steps == "all" ||
+            ("," + settings.steps + ",").find("," + step + ",") != std::string::npos)
             agree = runStep(step) && agree;
     if (!settings.quiet)
-        std::printf("* the best library with an identity map and a version check, measured on\n"
-                    "  another machine against the same program by hand; below it is ahead\n");
+        std::printf(
+            "* the best library with an identity map and a version check, measured on\n"
+            "  another machine against the same program by hand; below it is ahead\n");
     return agree;
 }
 

@@ -40,8 +40,8 @@ public:
         add(name, FieldKind::Timestamp);
     }
     void handleBlob(const String& name, Blob&) override { add(name, FieldKind::Blob); }
-    void handleOneAssociated(const String& association, const String& role,
-                             OneAssociatedInstance*, Association::ConsistencyRule) override {
+    void handleOneAssociated(const String& association, const String& role, OneAssociatedInstance*,
+                             Association::ConsistencyRule) override {
         add(role, FieldKind::Reference, association);
     }
     void handleManyAssociated(const String&, const String&, ManyAssociatedInstances*) override {}
@@ -62,7 +62,9 @@ private:
 };
 
 ClassTable::ClassTable(Class* itsClass, const Dialect& itsDialect, Connection& itsConnection)
-    : cls(itsClass), dialect(itsDialect), connection(itsConnection) {
+    : cls(itsClass),
+      dialect(itsDialect),
+      connection(itsConnection) {
     const std::unique_ptr<Instance> dummy(cls->getDummy());
     Learner learn(*this);
     handleFields(dummy.get(), &learn);
@@ -109,9 +111,8 @@ Statement& ClassTable::insert(std::unique_ptr<Statement>& kept, std::size_t rows
 
 Statement& ClassTable::remove() {
     if (removing == nullptr)
-        removing = connection.prepare("DELETE FROM " + quotedTable + " WHERE " +
-                                      column(IdColumn) + " = ? AND " + column(VersionColumn) +
-                                      " = ?");
+        removing = connection.prepare("DELETE FROM " + quotedTable + " WHERE " + column(IdColumn) +
+                                      " = ? AND " + column(VersionColumn) + " = ?");
     return *removing;
 }
 
@@ -214,8 +215,8 @@ StatementPool& ClassTable::pool(const std::string& tail) {
 
 std::unique_ptr<Statement> ClassTable::take(StatementPool& from, const std::string& tail) {
     if (from.empty())
-        return connection.prepareCursor("SELECT " + columnList + " FROM " + quotedTable +
-                                        " AS t" + tail);
+        return connection.prepareCursor("SELECT " + columnList + " FROM " + quotedTable + " AS t" +
+                                        tail);
     std::unique_ptr<Statement> taken = std::move(from.back());
     from.pop_back();
     return taken;

@@ -57,8 +57,7 @@ std::string Dialect::dropView(const std::string& quotedName) const {
     return "DROP VIEW IF EXISTS " + quotedName;
 }
 
-std::string Dialect::renameTable(const std::string& quotedFrom,
-                                 const std::string& quotedTo) const {
+std::string Dialect::renameTable(const std::string& quotedFrom, const std::string& quotedTo) const {
     return "ALTER TABLE " + quotedFrom + " RENAME TO " + quotedTo;
 }
 

@@ -111,9 +111,7 @@ public:
 
     /// Two names with the same folding are one to the database.
     virtual std::string fold(const std::string& identifier) const { return identifier; }
-    virtual std::string foldColumn(const std::string& identifier) const {
-        return fold(identifier);
-    }
+    virtual std::string foldColumn(const std::string& identifier) const { return fold(identifier); }
     virtual std::size_t mostColumns() const { return 1000; }
 
     /// Why the database does not keep the finite number; empty when it does.

@@ -61,8 +61,8 @@ int FieldBinder::bindSome(Statement& target, const ClassTable& itsTable, Instanc
 
 int FieldBinder::nextParameter() {
     const auto position = static_cast<std::size_t>(column++);
-    if (set != nullptr && (position / 64 >= set->size() ||
-                           ((*set)[position / 64] >> position % 64 & 1) == 0))
+    if (set != nullptr &&
+        (position / 64 >= set->size() || ((*set)[position / 64] >> position % 64 & 1) == 0))
         return -1;
     return parameter++;
 }

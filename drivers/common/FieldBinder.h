@@ -17,8 +17,8 @@ namespace Kes::sql {
 /// it is dissolved, takes it away where it stands there.
 struct LinkValue {
     int column;
-    unsigned long partner;     // 0 for none
-    const Instance* check;     // the partner, when somebody may have removed it
+    unsigned long partner;  // 0 for none
+    const Instance* check;  // the partner, when somebody may have removed it
     bool isDissolved = false;
 };
 
@@ -29,7 +29,8 @@ struct LinkValue {
 class FieldBinder final : public Handler {
 public:
     FieldBinder(const Dialect& itsDialect, const Connection& itsConnection)
-        : dialect(itsDialect), connection(itsConnection) {}
+        : dialect(itsDialect),
+          connection(itsConnection) {}
 
     /// All columns, in order, to the parameters from `first` on; the values are
     /// good until a row is bound to parameter 0. References come from the links,
@@ -84,8 +85,8 @@ private:
 
     // The texts and blobs of the row that is being bound.
     SizeLimit limit;
-    std::size_t bytes = 0;    // that the limit counts
-    std::size_t largest = 0;  // of them, in one field
+    std::size_t bytes = 0;     // that the limit counts
+    std::size_t largest = 0;   // of them, in one field
     std::string largestField;  // no String: threads may share the name's text
 
     // Formatted values of the rows that are being bound.

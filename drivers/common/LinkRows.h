@@ -17,7 +17,8 @@ namespace Kes::sql {
 class LinkRows {
 public:
     LinkRows(const Dialect& itsDialect, Connection& itsConnection)
-        : dialect(itsDialect), connection(itsConnection) {}
+        : dialect(itsDialect),
+          connection(itsConnection) {}
 
     /// False when there are more than `most`.
     bool read(const Association& association, const String& role,

@@ -17,9 +17,8 @@ std::string textOf(const String& text) {
 
 std::string trimmed(const std::string& text) {
     const auto first = text.find_first_not_of(' ');
-    return first == std::string::npos
-               ? ""
-               : text.substr(first, text.find_last_not_of(' ') - first + 1);
+    return first == std::string::npos ? ""
+                                      : text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
 std::string knownColumns(const ClassTable& table) {
@@ -74,9 +73,8 @@ std::vector<IndexPlan> Names::indexesOf(const ClassTable& table) {
             for (const std::string& column : columns)
                 name += (column == columns.front() ? "" : ",") + column;
             name += index.isUnique() ? " unique" : "";
-            const bool known = std::any_of(plans.begin(), plans.end(), [&](const IndexPlan& p) {
-                return p.name == name;
-            });
+            const bool known = std::any_of(plans.begin(), plans.end(),
+                                           [&](const IndexPlan& p) { return p.name == name; });
             if (!known)
                 plans.push_back({name, columns, index.isUnique()});
         }
@@ -128,10 +126,9 @@ void Names::checkColumns(const ClassTable& table) {
                              " are the same column to the database; rename one of them");
     }
     if (table.columns().size() > dialect.mostColumns())
-        throw SqlFailure("the class " + table.name() + " has " +
-                         std::to_string(table.columns().size()) +
-                         " fields, more than the limit of " +
-                         std::to_string(dialect.mostColumns()));
+        throw SqlFailure(
+            "the class " + table.name() + " has " + std::to_string(table.columns().size()) +
+            " fields, more than the limit of " + std::to_string(dialect.mostColumns()));
 }
 
 void Names::checkAssociation(const Association& association) {
@@ -160,8 +157,8 @@ void Names::check(const Model& model, Tables& tables) {
         const std::string owner = "the class " + name;
         const std::string fault = dialect.nameFault(name);
         if (!fault.empty())
-            throw SqlFailure("the name \"" + name + "\" of " + owner + " is not possible: " +
-                             fault);
+            throw SqlFailure("the name \"" + name + "\" of " + owner +
+                             " is not possible: " + fault);
         checkOwner(name, owner);
         if (cls->getSubClasses().size() > 0)
             claim(ClassTable::viewName(cls), "the view of " + owner);

@@ -64,9 +64,8 @@ std::string Options::getText(const std::string& key, const std::string& otherwis
 }
 
 bool Options::getBool(const std::string& key, bool otherwise) const {
-    const std::string choice =
-        getChoice(key, {"true", "false", "yes", "no", "on", "off", "1", "0"},
-                  otherwise ? "true" : "false");
+    const std::string choice = getChoice(key, {"true", "false", "yes", "no", "on", "off", "1", "0"},
+                                         otherwise ? "true" : "false");
     return choice == "true" || choice == "yes" || choice == "on" || choice == "1";
 }
 
@@ -78,9 +77,8 @@ long Options::getNumber(const std::string& key, long least, long most, long othe
     long value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc() || end != text.data() + text.size() || value < least || value > most)
-        throw SqlFailure("the option \"" + key + "\" takes a number from " +
-                         std::to_string(least) + " to " + std::to_string(most) + ", not \"" +
-                         text + "\"");
+        throw SqlFailure("the option \"" + key + "\" takes a number from " + std::to_string(least) +
+                         " to " + std::to_string(most) + ", not \"" + text + "\"");
     return value;
 }
 

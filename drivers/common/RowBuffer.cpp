@@ -45,8 +45,8 @@ void RowBuffer::append(Row& row) {
 void RowBuffer::spill() {
     if (file == nullptr)
         file.reset(std::tmpfile());
-    if (file == nullptr || std::fwrite(packed.data(), 1, packed.size(), file.get()) !=
-                               packed.size())
+    if (file == nullptr ||
+        std::fwrite(packed.data(), 1, packed.size(), file.get()) != packed.size())
         throw SqlFailure("the rows of a selection under way do not fit into a temporary file");
     packed.clear();
 }

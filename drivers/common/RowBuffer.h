@@ -52,9 +52,9 @@ private:
     void take(void* data, std::size_t size);
 
     int columns;
-    std::vector<char> packed;     // rows that wait
-    std::size_t at = 0;           // the reading position in `packed`
-    std::uint64_t waiting = 0;    // rows not delivered yet
+    std::vector<char> packed;   // rows that wait
+    std::size_t at = 0;         // the reading position in `packed`
+    std::uint64_t waiting = 0;  // rows not delivered yet
     std::unique_ptr<std::FILE, CloseFile> file;
     bool reading = false;
     std::vector<Field> fields;        // of the current row

@@ -51,7 +51,9 @@ private:
 class RowLoader::Exchange final : public Handler {
 public:
     Exchange(std::vector<Value>& itsValues, Instance* itsInstance)
-        : values(itsValues), instance(itsInstance), before(instance->getVersion()) {}
+        : values(itsValues),
+          instance(itsInstance),
+          before(instance->getVersion()) {}
 
     void run() {
         limit = values.size();
@@ -93,8 +95,7 @@ public:
             ones.push_back({ref, nullptr, std::get<Partner>(values[position]).id, false});
         ++position;
     }
-    void handleManyAssociated(const String&, const String&,
-                              ManyAssociatedInstances* ref) override {
+    void handleManyAssociated(const String&, const String&, ManyAssociatedInstances* ref) override {
         if (!isUndoing)
             manies.push_back(ref);
     }
@@ -171,8 +172,7 @@ void RowLoader::renew(Row& source, const ClassTable& itsTable, Instance* instanc
 }
 
 template <class T>
-RowLoader::Value RowLoader::read(void (RowLoader::*handle)(const String&, T&),
-                                 const String& name) {
+RowLoader::Value RowLoader::read(void (RowLoader::*handle)(const String&, T&), const String& name) {
     T value{};
     (this->*handle)(name, value);
     return value;

@@ -49,8 +49,7 @@ void SpareValues::bind(Statement& statement, int parameter, FieldKind kind, unsi
     case FieldKind::Int:
     case FieldKind::UInt:
     case FieldKind::ULong: return statement.bind(parameter, least + number);
-    case FieldKind::Long:
-        return statement.bind(parameter, static_cast<std::int64_t>(random()));
+    case FieldKind::Long: return statement.bind(parameter, static_cast<std::int64_t>(random()));
     case FieldKind::Float:
     case FieldKind::Double:  // both hold 24 bits
         turn = (turn + 1) % (1U << 23);

@@ -142,14 +142,12 @@ void SqlDriver::forgetModel() {
 // The slot has no result: a failure shows at the commit that follows, because
 // the transaction is gone by then.
 void SqlDriver::setVersion(const String& name, int version, const String& kind) {
-    const bool done = attempt("writing the version of " +
-                                  std::string(static_cast<const char*>(name)),
-                              [&] {
-                                  prepareToWrite();
-                                  session->schema.setVersion(static_cast<const char*>(name),
-                                                             version,
-                                                             static_cast<const char*>(kind));
-                              });
+    const bool done =
+        attempt("writing the version of " + std::string(static_cast<const char*>(name)), [&] {
+            prepareToWrite();
+            session->schema.setVersion(static_cast<const char*>(name), version,
+                                       static_cast<const char*>(kind));
+        });
     if (!done)
         noteVersionFailure();
 }
@@ -203,13 +201,13 @@ bool SqlDriver::createView(Class* cls) {
 }
 
 bool SqlDriver::createAssociation(Association* association) {
-    return attempt("making the table of " +
-                       std::string(static_cast<const char*>(association->getName())),
-                   [&] {
-                       requireVersions();
-                       prepareSchema();
-                       session->schema.createAssociation(association);
-                   });
+    return attempt(
+        "making the table of " + std::string(static_cast<const char*>(association->getName())),
+        [&] {
+            requireVersions();
+            prepareSchema();
+            session->schema.createAssociation(association);
+        });
 }
 
 const String& SqlDriver::getErrorMessage() {
@@ -404,7 +402,7 @@ bool SqlDriver::refreshFrom(Instance* instance) {
     const bool isStored = reading->step();
     const auto stored =
         isStored ? static_cast<unsigned long>(reading->integer(ClassTable::VersionColumn)) : 0;
-    status.code = !isStored                         ? DBDriverStatus::Removed
+    status.code = !isStored                          ? DBDriverStatus::Removed
                   : stored == instance->getVersion() ? DBDriverStatus::Unchanged
                                                      : DBDriverStatus::Changed;
     if (status.code == DBDriverStatus::Changed &&
@@ -425,12 +423,14 @@ bool SqlDriver::lock(Instance* instance) {
         const auto stored = isStored ? static_cast<unsigned long>(asking.integer(0)) : 0;
         asking.reset();
         if (!isStored)
-            throw SqlFailure("it is not stored: somebody else has removed it, or it was never "
-                             "committed",
-                             FailureKind::Conflict);
+            throw SqlFailure(
+                "it is not stored: somebody else has removed it, or it was never "
+                "committed",
+                FailureKind::Conflict);
         if (stored != instance->getVersion())
             throw SqlFailure("somebody else has changed it: version " + std::to_string(stored) +
-                             " is stored and version " + std::to_string(instance->getVersion()) +
+                                 " is stored and version " +
+                                 std::to_string(instance->getVersion()) +
                                  " was read; refresh it and try again",
                              FailureKind::Conflict);
         if (Statement* touching = session->tables.of(instance->getClass()).touchRow()) {
@@ -483,13 +483,12 @@ bool SqlDriver::readLinks(Association* association, const String& role,
                           std::vector<StoredLink>& links) {
     bool areAll = false;
     const FailureKind before = failureKind;
-    const bool done = attempt("reading the links of " +
-                                  std::string(static_cast<const char*>(association->getName())),
-                              [&] {
-                                  beforeReading(association->getOneClass());
-                                  areAll = session->links.read(*association, role, owners, most,
-                                                               links);
-                              });
+    const bool done = attempt(
+        "reading the links of " + std::string(static_cast<const char*>(association->getName())),
+        [&] {
+            beforeReading(association->getOneClass());
+            areAll = session->links.read(*association, role, owners, most, links);
+        });
     failureKind = before;  // what fails here is told by the queries that follow
     return done && areAll;
 }

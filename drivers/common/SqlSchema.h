@@ -30,7 +30,9 @@ public:
     static constexpr int Format = 1;
 
     SqlSchema(Tables& itsTables, const Dialect& itsDialect, Connection& itsConnection)
-        : tables(itsTables), dialect(itsDialect), connection(itsConnection) {}
+        : tables(itsTables),
+          dialect(itsDialect),
+          connection(itsConnection) {}
 
     /// Throws SqlFailure for a database of a newer format. With `mayWrite` the
     /// library's own tables are made where they are missing.

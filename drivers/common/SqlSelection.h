@@ -57,8 +57,8 @@ private:
     std::unique_ptr<Statement> statement;  // null when settled or finished
     std::unique_ptr<RowBuffer> buffer;
     std::exception_ptr broken;  // what kept it from being settled
-    bool isBegun = false;   // with the first row still to be delivered
-    bool hasFirst = false;  // if there is one
+    bool isBegun = false;       // with the first row still to be delivered
+    bool hasFirst = false;      // if there is one
     bool onRow = false;
     Pointer<Instance> current;
 };

@@ -161,8 +161,8 @@ void SqlTranslator::listEquals(std::vector<Piece>& pieces) {
     pieces = std::move(listed);
 }
 
-std::string SqlTranslator::join(const std::vector<Piece>& pieces, std::size_t from,
-                                std::size_t to, const char* word) {
+std::string SqlTranslator::join(const std::vector<Piece>& pieces, std::size_t from, std::size_t to,
+                                const char* word) {
     if (to - from == 1)
         return pieces[from].text;
     const std::size_t middle = from + (to - from) / 2;
@@ -210,10 +210,10 @@ void SqlTranslator::compareUnsigned(const Attribute& attribute, int op, unsigned
     if (value > largest) {
         // No stored number is that large.
         column(attribute, Family::Number);
-        current.text = op == Condition::LESS || op == Condition::LESS_OR_EQUAL ||
-                               op == Condition::NOT_EQUAL
-                           ? Always
-                           : Never;
+        current.text =
+            op == Condition::LESS || op == Condition::LESS_OR_EQUAL || op == Condition::NOT_EQUAL
+                ? Always
+                : Never;
         return;
     }
     compare(attribute, op, Family::Number, static_cast<std::int64_t>(value));
@@ -271,12 +271,11 @@ SqlTranslator::End SqlTranslator::endOf(const Role& role) {
         refuse("no role or association \"" + name + "\" for the condition to test");
     if (role.getRole() != association->getOneRole() &&
         role.getRole() != association->getOtherRole())
-        refuse("no role \"" + name + "\" in the association " +
-               textOf(association->getName()));
+        refuse("no role \"" + name + "\" in the association " + textOf(association->getName()));
     const Class* holder = association->getClassFor(role.getRole());
     if (!scopes.back().table->getClass()->isA(holder))
-        refuse("no role \"" + name + "\" of its own: it is played by " +
-               textOf(holder->getName()) + " objects");
+        refuse("no role \"" + name + "\" of its own: it is played by " + textOf(holder->getName()) +
+               " objects");
     const String& opposite = association->getAssociatedRole(role.getRole());
     return {association,
             dialect.quote(name),
@@ -299,8 +298,8 @@ std::string SqlTranslator::idIn(const std::string& subquery, bool equal) const {
 void SqlTranslator::requirePartner(const End& end, const Role& role,
                                    const Instance* instance) const {
     const Class* given = instance->getClass();
-    const std::string named = textOf(given->getName()) + " object " +
-                              std::to_string(instance->getObjectID());
+    const std::string named =
+        textOf(given->getName()) + " object " + std::to_string(instance->getObjectID());
     if (given->getModel() != end.partner->getModel())
         refuse("a role \"" + textOf(role.getRole()) + "\" that cannot be compared with the " +
                named + ", which belongs to another model: look it up in this one");
@@ -309,8 +308,7 @@ void SqlTranslator::requirePartner(const End& end, const Role& role,
                named + ": its partners are " + textOf(end.partner->getName()) + " objects");
 }
 
-void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
-                              Instance* instance) {
+void SqlTranslator::translate(Role* role, Condition::AssociationOperator op, Instance* instance) {
     isIdTest = false;
     const End end = endOf(*role);
     if (instance != nullptr)
@@ -320,11 +318,10 @@ void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
     if (end.isOne) {
         current.text = instance == nullptr ? ownColumn + (equal ? " IS NULL" : " IS NOT NULL")
                        : equal             ? ownColumn + " = ?"
-                                           : "(" + ownColumn + " IS NULL OR " + ownColumn +
-                                                 " <> ?)";
+                               : "(" + ownColumn + " IS NULL OR " + ownColumn + " <> ?)";
     } else if (end.isManyToMany) {
-        const std::string owners = "SELECT " + end.opposite + " FROM " +
-                                   dialect.quote(textOf(end.association->getName()));
+        const std::string owners =
+            "SELECT " + end.opposite + " FROM " + dialect.quote(textOf(end.association->getName()));
         current.text = instance == nullptr ? idIn(owners, !equal)
                                            : idIn(owners + " WHERE " + end.own + " = ?", equal);
     } else {
@@ -332,10 +329,9 @@ void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
                                                      : tables.of(instance->getClass()).table();
         const std::string owners =
             "SELECT " + end.opposite + " FROM " + from + " WHERE " + end.opposite + " IS NOT NULL";
-        current.text =
-            instance == nullptr
-                ? idIn(owners, !equal)
-                : idIn(owners + " AND " + dialect.quote("KesObjectID") + " = ?", equal);
+        current.text = instance == nullptr
+                           ? idIn(owners, !equal)
+                           : idIn(owners + " AND " + dialect.quote("KesObjectID") + " = ?", equal);
     }
     current.parameters.clear();
     if (instance != nullptr)
@@ -366,9 +362,9 @@ void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
     const std::string found = "SELECT " + ids + from + where;
     if (end.isOne) {
         const std::string ownColumn = scopes.back().alias + "." + end.own;
-        nested.text = equal ? ownColumn + " IN (" + found + ")"
-                            : "(" + ownColumn + " IS NULL OR " + ownColumn + " NOT IN (" + found +
-                                  "))";
+        nested.text =
+            equal ? ownColumn + " IN (" + found + ")"
+                  : "(" + ownColumn + " IS NULL OR " + ownColumn + " NOT IN (" + found + "))";
     } else if (end.isManyToMany) {
         nested.text = idIn("SELECT " + end.opposite + " FROM " +
                                dialect.quote(textOf(end.association->getName())) + " WHERE " +

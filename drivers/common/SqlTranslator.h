@@ -20,7 +20,8 @@ namespace Kes::sql {
 class SqlTranslator final : public ConditionTranslator {
 public:
     SqlTranslator(Tables& itsTables, const Dialect& itsDialect)
-        : tables(itsTables), dialect(itsDialect) {}
+        : tables(itsTables),
+          dialect(itsDialect) {}
 
     std::shared_ptr<const QueryPlan> render(AssociatedClass& selection);
 
@@ -61,8 +62,7 @@ private:
     enum class Family { Number, Text, Time };
 
     Piece piece(Condition* condition);
-    std::vector<Piece> operands(Condition* left, Condition::LogicalOperator op,
-                                Condition* right);
+    std::vector<Piece> operands(Condition* left, Condition::LogicalOperator op, Condition* right);
     static void listEquals(std::vector<Piece>& pieces);
     static std::string join(const std::vector<Piece>& pieces, std::size_t from, std::size_t to,
                             const char* word);

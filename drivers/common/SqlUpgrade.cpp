@@ -32,8 +32,7 @@ std::string format(T value) {
 bool fits(FieldKind kind, std::int64_t value) {
     switch (kind) {
     case FieldKind::Int:
-        return value >= std::numeric_limits<int>::min() &&
-               value <= std::numeric_limits<int>::max();
+        return value >= std::numeric_limits<int>::min() && value <= std::numeric_limits<int>::max();
     case FieldKind::UInt: return value >= 0 && value <= std::numeric_limits<unsigned>::max();
     case FieldKind::ULong:
     case FieldKind::Reference: return value >= 0;
@@ -184,8 +183,8 @@ void SqlUpgrade::toReal(Row& row, const Kept& kept, Statement& target) {
     } else if (kind == Row::Integer) {
         const std::int64_t stored = row.integer(kept.source);
         value = static_cast<double>(stored);
-        exact = std::fabs(value) <= 9007199254740992.0 &&
-                static_cast<std::int64_t>(value) == stored;
+        exact =
+            std::fabs(value) <= 9007199254740992.0 && static_cast<std::int64_t>(value) == stored;
     } else if (kind == Row::Text) {
         std::size_t size = 0;
         const char* text = row.text(kept.source, size);
@@ -213,8 +212,7 @@ void SqlUpgrade::toText(Row& row, const Kept& kept, Statement& target) {
 }
 
 void SqlUpgrade::toTime(Row& row, const Kept& kept, Statement& target) {
-    if (row.kind(kept.source) != Row::Text ||
-        !isTime(row, kept.source))
+    if (row.kind(kept.source) != Row::Text || !isTime(row, kept.source))
         refuse(row, kept);
     toText(row, kept, target);
 }

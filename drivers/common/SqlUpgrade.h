@@ -15,7 +15,9 @@ namespace Kes::sql {
 class SqlUpgrade {
 public:
     SqlUpgrade(const ClassTable& itsTable, const Dialect& itsDialect, Connection& itsConnection)
-        : table(itsTable), dialect(itsDialect), connection(itsConnection) {}
+        : table(itsTable),
+          dialect(itsDialect),
+          connection(itsConnection) {}
 
     /// `quotedTarget` has the columns of the class as it is now declared. With
     /// `inSteps` the rows are committed now and then, and at the end.

@@ -40,24 +40,27 @@ std::vector<Class*> Tables::concreteClasses(const Class* end) {
 // goes; so it does for what a removal takes along.
 bool Referrer::isUnnamed() const {
     return holder != nullptr && association->getConsistencyRule() == Association::Unlink &&
-           association->getPluralityFor(association->getAssociatedRole(*role)) ==
-               Association::Many;
+           association->getPluralityFor(association->getAssociatedRole(*role)) == Association::Many;
 }
 
 Referrer Tables::linkTable(Association* association, const String& role) const {
     const std::string table = dialect.quote(static_cast<const char*>(association->getName()));
     const std::string column = dialect.quote(static_cast<const char*>(role));
-    return {table,   column,  association,
-            &role,   nullptr, "DELETE FROM " + table + " WHERE " + column + " IN "};
+    return {table, column,  association,
+            &role, nullptr, "DELETE FROM " + table + " WHERE " + column + " IN "};
 }
 
 Referrer Tables::referenceOf(Class* holder, Association* association, const String& role) const {
     const std::string table = dialect.quote(static_cast<const char*>(holder->getName()));
     const std::string column = dialect.quote(static_cast<const char*>(role));
     const std::string version = dialect.quote("KesVersion");
-    return {table,  column, association,
-            &role,  holder, "UPDATE " + table + " SET " + column + " = NULL, " + version + " = " +
-                                version + " + 1 WHERE " + column + " IN "};
+    return {table,
+            column,
+            association,
+            &role,
+            holder,
+            "UPDATE " + table + " SET " + column + " = NULL, " + version + " = " + version +
+                " + 1 WHERE " + column + " IN "};
 }
 
 std::vector<Referrer> Tables::referrersOf(const Class* cls) const {

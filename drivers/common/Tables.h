@@ -28,7 +28,8 @@ struct Referrer {
 class Tables {
 public:
     Tables(const Dialect& itsDialect, Connection& itsConnection)
-        : dialect(itsDialect), connection(itsConnection) {}
+        : dialect(itsDialect),
+          connection(itsConnection) {}
 
     ClassTable& of(Class* cls);
 

@@ -77,8 +77,8 @@ void WriteQueue::link(bool made, Instance* first, const String& firstRole, Insta
         setReference(second, secondRole, first, change, second->inTransaction(), false);
 }
 
-void WriteQueue::setReference(Instance* owner, const String& role, Instance* partner,
-                              Change change, bool elsewhere, bool raisedBefore) {
+void WriteQueue::setReference(Instance* owner, const String& role, Instance* partner, Change change,
+                              bool elsewhere, bool raisedBefore) {
     // The row goes, whatever stands in it, or has gone, or never came.
     if (owner->isRemoved() && (owner->inTransaction() || change != Change::Make))
         return;
@@ -203,8 +203,7 @@ void WriteQueue::emptyTaken() {
             });
             const std::uint32_t ticket =
                 found.empty() ? 0 : positions.find(taken.at(found.front().partner));
-            emptyRows(holder, association, role, found,
-                      ticket != InstanceMap::None ? ticket : 0);
+            emptyRows(holder, association, role, found, ticket != InstanceMap::None ? ticket : 0);
         }
     }
 }
@@ -271,10 +270,10 @@ void WriteQueue::postEmptied(Class* holder, const String& role,
                              std::size_t ticket) {
     const ClassTable& table = tables.of(holder);
     const std::string version = table.column(ClassTable::VersionColumn);
-    const std::string change =
-        "UPDATE " + table.table() + " SET " + dialect.quote(static_cast<const char*>(role)) +
-        " = NULL" + (raising ? ", " + version + " = " + version + " + 1" : "") + " WHERE " +
-        table.column(ClassTable::IdColumn) + " IN ";
+    const std::string change = "UPDATE " + table.table() + " SET " +
+                               dialect.quote(static_cast<const char*>(role)) + " = NULL" +
+                               (raising ? ", " + version + " = " + version + " + 1" : "") +
+                               " WHERE " + table.column(ClassTable::IdColumn) + " IN ";
     for (std::size_t begin = 0; begin < ids.size(); begin += IdList::Longest) {
         const IdList list(ids, begin, IdList::Longest);
         Statement& statement = kept(change + list.text());
@@ -392,9 +391,8 @@ void WriteQueue::checkPartners(Class* cls, const std::vector<std::int64_t>& ids)
             touching.run();
         }
         // With the version, so that no index answers and is locked alone.
-        Statement& asking =
-            kept("SELECT " + id + ", " + table.column(ClassTable::VersionColumn) + " FROM " +
-                 table.table() + where + dialect.sharedLock());
+        Statement& asking = kept("SELECT " + id + ", " + table.column(ClassTable::VersionColumn) +
+                                 " FROM " + table.table() + where + dialect.sharedLock());
         list.bindTo(asking);
         std::vector<std::int64_t> stored;
         while (asking.step())

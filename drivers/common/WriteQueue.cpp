@@ -174,9 +174,9 @@ bool WriteQueue::isByRow(const std::vector<std::size_t>& order) const {
 
 void WriteQueue::sortByRow(std::vector<std::size_t>& order) const {
     if (!isByRow(order))
-        std::stable_sort(
-            order.begin(), order.end(),
-            [&](std::size_t left, std::size_t right) { return precedes(left, right); });
+        std::stable_sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
+            return precedes(left, right);
+        });
 }
 
 // Each row has one operation. Who goes makes room for who comes, in unique
@@ -203,8 +203,7 @@ void WriteQueue::postRows() {
 }
 
 // Runs are worth a statement that takes the locks in the order of the rows.
-void WriteQueue::preferRuns(std::vector<std::size_t>& removals,
-                            std::vector<std::size_t>& updates) {
+void WriteQueue::preferRuns(std::vector<std::size_t>& removals, std::vector<std::size_t>& updates) {
     std::vector<std::size_t> order(removals);
     order.insert(order.end(), updates.begin(), updates.end());
     const std::size_t runs = countRuns(order);
@@ -239,15 +238,16 @@ void WriteQueue::lockRows(std::vector<std::size_t> order) {
         std::vector<std::int64_t> ids;
         std::size_t end = begin;
         for (; end < order.size() && operations[order[end]].instance->getClass() == cls; ++end)
-            ids.push_back(static_cast<std::int64_t>(operations[order[end]].instance->getObjectID()));
+            ids.push_back(
+                static_cast<std::int64_t>(operations[order[end]].instance->getObjectID()));
         const ClassTable& table = tables.of(cls);
         const std::string id = table.column(ClassTable::IdColumn);
         for (std::size_t at = 0; at < ids.size(); at += IdList::Longest) {
             const IdList list(ids, at, IdList::Longest);
             try {
-                Statement& locking = kept("SELECT " + id + " FROM " + table.table() + " WHERE " +
-                                          id + " IN " + list.text() + " ORDER BY " + id +
-                                          dialect.rowLock());
+                Statement& locking =
+                    kept("SELECT " + id + " FROM " + table.table() + " WHERE " + id + " IN " +
+                         list.text() + " ORDER BY " + id + dialect.rowLock());
                 list.bindTo(locking);
                 while (locking.step())
                     continue;
@@ -309,8 +309,8 @@ void WriteQueue::postInserts() {
     for (std::size_t begin = 0; begin < order.size();) {
         Class* cls = classAt(order[begin]);
         const std::size_t most = tables.of(cls).insertedRows();
-        const bool isMany = most > 1 && most <= order.size() - begin &&
-                            classAt(order[begin + most - 1]) == cls;
+        const bool isMany =
+            most > 1 && most <= order.size() - begin && classAt(order[begin + most - 1]) == cls;
         if (isMany)
             postMany(&order[begin], most);
         else

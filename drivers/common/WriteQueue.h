@@ -198,7 +198,7 @@ private:
     InstanceMap positions;                // of row operations
     std::vector<unsigned long> inserted;  // flushed in this transaction
     bool insertedIsSorted = true;
-    bool holdsUnique = false;     // rows of classes with unique indexes
+    bool holdsUnique = false;          // rows of classes with unique indexes
     const Class* lastClass = nullptr;  // whose row was queued last
 
     // Of one-to-one links in the queue: who refers to the partner by the role in

@@ -55,9 +55,9 @@ PostgresConnection::~PostgresConnection() {
 
 // The names that the model uses mean tables of one schema.
 void PostgresConnection::configure(bool isPooled) {
-    const auto asking =
-        prepare("SELECT pg_catalog.current_schema(), EXISTS (SELECT 1 FROM "
-                "pg_catalog.pg_namespace WHERE nspname = ?), pg_catalog.pg_backend_pid()");
+    const auto asking = prepare(
+        "SELECT pg_catalog.current_schema(), EXISTS (SELECT 1 FROM "
+        "pg_catalog.pg_namespace WHERE nspname = ?), pg_catalog.pg_backend_pid()");
     bindText(*asking, 0, schema);
     asking->step();
     if (!isPooled && asking->integer(2) != link.process())
@@ -75,10 +75,11 @@ void PostgresConnection::configure(bool isPooled) {
 // Settings, prepared statements and cursors belong to a session of the server.
 // Where others use it in between, commits that succeed land in their tables.
 void PostgresConnection::refusePooler() {
-    throw SqlFailure("the server that answers is not the one that was connected to, so a pooler "
-                     "stands between; let it keep a session of the server for each connection "
-                     "(pool_mode=session in pgbouncer) and open with the option pooler=session, "
-                     "or connect to the server itself");
+    throw SqlFailure(
+        "the server that answers is not the one that was connected to, so a pooler "
+        "stands between; let it keep a session of the server for each connection "
+        "(pool_mode=session in pgbouncer) and open with the option pooler=session, "
+        "or connect to the server itself");
 }
 
 // Another session may be making it too.
@@ -260,8 +261,9 @@ void PostgresConnection::beginSchema() {
     link.sync();
     link.execute("BEGIN ISOLATION LEVEL READ COMMITTED", {Wish::Nothing, 0, 0, traced("BEGIN")});
     transaction = Transaction::Writing;
-    execute("SELECT pg_catalog.pg_advisory_xact_lock(pg_catalog.hashtext('kes ' || "
-            "pg_catalog.current_schema()))");
+    execute(
+        "SELECT pg_catalog.pg_advisory_xact_lock(pg_catalog.hashtext('kes ' || "
+        "pg_catalog.current_schema()))");
 }
 
 void PostgresConnection::commit() {
@@ -284,15 +286,17 @@ void PostgresConnection::commit() {
     }
     endTransaction("the transaction was committed");
     if (std::strcmp(PQcmdStatus(answer.get()), "COMMIT") != 0)
-        throw SqlFailure("the database has rolled the transaction back, because one of its "
-                         "statements had failed" +
-                             (refusal.empty() ? "" : ": " + refusal),
-                         refusalKind);
+        throw SqlFailure(
+            "the database has rolled the transaction back, because one of its "
+            "statements had failed" +
+                (refusal.empty() ? "" : ": " + refusal),
+            refusalKind);
     if (link.isUnreplicated())
-        throw SqlFailure("it is not known whether the transaction outlives this server: it is "
-                         "stored here, but somebody ended the wait for the synchronous standby; "
-                         "look before it is tried again",
-                         FailureKind::UnknownOutcome);
+        throw SqlFailure(
+            "it is not known whether the transaction outlives this server: it is "
+            "stored here, but somebody ended the wait for the synchronous standby; "
+            "look before it is tried again",
+            FailureKind::UnknownOutcome);
 }
 
 // A server that is gone has rolled back by itself.
@@ -316,8 +320,9 @@ void PostgresConnection::rollback() {
 IdBlock PostgresConnection::takeIds(unsigned long least, unsigned long count) {
     if (blocks.empty()) {
         if (taking == nullptr)
-            taking = prepare("SELECT pg_catalog.nextval('kes_ids') FROM "
-                             "pg_catalog.generate_series(1, ?)");
+            taking = prepare(
+                "SELECT pg_catalog.nextval('kes_ids') FROM "
+                "pg_catalog.generate_series(1, ?)");
         constexpr unsigned long most = 64;
         const unsigned long wanted = std::clamp(count / 64, 1UL, most);
         taking->bind(0, static_cast<std::int64_t>(wanted));

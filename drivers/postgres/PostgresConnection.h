@@ -84,12 +84,12 @@ private:
     std::string schema;
     std::string isolation;
     Transaction transaction = Transaction::None;
-    bool isFresh = true;  // connected for the model that begins to use it
+    bool isFresh = true;      // connected for the model that begins to use it
     bool isSnapshot = false;  // the reading transaction shows one state throughout
     bool isHolding = false;   // it stays, though no cursor may be open
     int openCursors = 0;
     unsigned long generation = 0;
-    std::string ended;  // why the cursors of the last generation are lost
+    std::string ended;   // why the cursors of the last generation are lost
     std::string prefix;  // of names, which no other session has
     unsigned long names = 0;
     int posts = 0;  // since the last sync

@@ -35,8 +35,9 @@ std::string PostgresDialect::typeOf(FieldKind kind) const {
 
 // A session takes a block with each value of the sequence.
 std::vector<std::string> PostgresDialect::idStore() const {
-    return {"CREATE SEQUENCE IF NOT EXISTS kes_ids AS bigint MINVALUE 1 START WITH 1 INCREMENT BY " +
-            std::to_string(PostgresConnection::IdsPerValue)};
+    return {
+        "CREATE SEQUENCE IF NOT EXISTS kes_ids AS bigint MINVALUE 1 START WITH 1 INCREMENT BY " +
+        std::to_string(PostgresConnection::IdsPerValue)};
 }
 
 // Who removes the partner looks for links in the state from before they were

@@ -89,9 +89,8 @@ PostgresSource::PostgresSource(const std::string& source, const std::string& pas
     limits.network = 1000 * options.getNumber("network_timeout", 0, 86400, 0);
     isPooled = options.getChoice("pooler", {"none", "session"}, "none") == "session";
     schema = options.getText("schema", "");
-    isolation = options.getChoice("isolation",
-                                  {"read committed", "repeatable read", "serializable"},
-                                  "read committed");
+    isolation = options.getChoice(
+        "isolation", {"read committed", "repeatable read", "serializable"}, "read committed");
     if (isConnectionText(source))
         demandReadable(source);
 

@@ -20,8 +20,8 @@ struct PostgresSource {
     /// Throws SqlFailure for an unknown or wrong option. `source` is a URL
     /// (postgresql://host:port/database), a text of key=value pairs or the name
     /// of a database; `options` may name every parameter of the client library.
-    PostgresSource(const std::string& source, const std::string& password,
-                   const std::string& user, const std::string& optionText);
+    PostgresSource(const std::string& source, const std::string& password, const std::string& user,
+                   const std::string& optionText);
 
     /// `source` as messages may show it: without a password.
     static std::string shown(const std::string& source);

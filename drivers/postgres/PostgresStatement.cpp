@@ -282,7 +282,8 @@ std::string PostgresStatement::expanded() const {
 }
 
 PostgresCursor::PostgresCursor(PostgresConnection& itsConnection, const std::string& itsText)
-    : PostgresStatement(itsConnection, itsText), name(itsConnection.freshName()) {}
+    : PostgresStatement(itsConnection, itsText),
+      name(itsConnection.freshName()) {}
 
 PostgresCursor::~PostgresCursor() {
     PostgresCursor::reset();
@@ -314,9 +315,8 @@ void PostgresCursor::fetch() {
 void PostgresCursor::adjustBatch() {
     const std::size_t size = std::max(PQresultMemorySize(rows.get()), std::size_t{1});
     const std::size_t fitting = BatchSize * static_cast<std::size_t>(rowCount()) / size;
-    batch = static_cast<int>(std::clamp(fitting, std::size_t{1},
-                                        static_cast<std::size_t>(std::min(batch * Growth,
-                                                                          LargestBatch))));
+    batch = static_cast<int>(std::clamp(
+        fitting, std::size_t{1}, static_cast<std::size_t>(std::min(batch * Growth, LargestBatch))));
 }
 
 bool PostgresCursor::step() {

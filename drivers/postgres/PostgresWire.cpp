@@ -185,7 +185,8 @@ void PostgresWire::note(int done, Purpose&& purpose, std::size_t size,
             lose(words);
         throw SqlFailure(words);
     }
-    sent.push_back({std::move(purpose), prepared, isTracing() ? Clock::now() : Clock::time_point()});
+    sent.push_back(
+        {std::move(purpose), prepared, isTracing() ? Clock::now() : Clock::time_point()});
     unsent += size;
     if (unsent >= MostUnsent)
         flush();
@@ -232,9 +233,9 @@ void PostgresWire::execute(const Prepared& prepared, const WireValues& values, P
     demandConnection();
     static const std::vector<int> formats(65536, Binary);
     const int count = static_cast<int>(values.values.size());
-    const int done = PQsendQueryPrepared(connection, prepared.name.c_str(), count,
-                                         values.values.data(), values.sizes.data(),
-                                         count <= 65535 ? formats.data() : nullptr, Binary);
+    const int done =
+        PQsendQueryPrepared(connection, prepared.name.c_str(), count, values.values.data(),
+                            values.sizes.data(), count <= 65535 ? formats.data() : nullptr, Binary);
     std::size_t size = 64;
     for (const int each : values.sizes)
         size += static_cast<std::size_t>(each);
@@ -243,8 +244,8 @@ void PostgresWire::execute(const Prepared& prepared, const WireValues& values, P
 
 void PostgresWire::execute(const std::string& text, Purpose purpose) {
     demandConnection();
-    const int done = PQsendQueryParams(connection, text.c_str(), 0, nullptr, nullptr, nullptr,
-                                       nullptr, Binary);
+    const int done =
+        PQsendQueryParams(connection, text.c_str(), 0, nullptr, nullptr, nullptr, nullptr, Binary);
     note(done, std::move(purpose), text.size());
 }
 
@@ -374,8 +375,9 @@ std::string PostgresWire::explain(const pg_result* result) const {
     if (says(words, "serializable mode in a hot standby"))
         return words + "; open it with isolation=repeatable read";
     if (state == "54000" && says(words, "index row"))
-        return words + "; an index holds texts of some 2700 bytes, more where they can be "
-                       "compressed: shorten the text, or drop the index";
+        return words +
+               "; an index holds texts of some 2700 bytes, more where they can be "
+               "compressed: shorten the text, or drop the index";
     if (state == "53100")
         return words + "; make room and try again";
     return words;

@@ -63,7 +63,9 @@ class SqliteStatement final : public Statement {
 public:
     SqliteStatement(sqlite3* itsDatabase, sqlite3_stmt* itsStatement,
                     const SqliteSettings& itsSettings)
-        : database(itsDatabase), statement(itsStatement), settings(itsSettings) {}
+        : database(itsDatabase),
+          statement(itsStatement),
+          settings(itsSettings) {}
     SqliteStatement(const SqliteStatement&) = delete;
     SqliteStatement& operator=(const SqliteStatement&) = delete;
     ~SqliteStatement() override { sqlite3_finalize(statement); }
@@ -101,8 +103,8 @@ public:
         check(sqlite3_bind_double(statement, parameter + 1, value));
     }
     void bindText(int parameter, const char* text, std::size_t size) override {
-        check(sqlite3_bind_text64(statement, parameter + 1, text, size, SQLITE_STATIC,
-                                  SQLITE_UTF8));
+        check(
+            sqlite3_bind_text64(statement, parameter + 1, text, size, SQLITE_STATIC, SQLITE_UTF8));
     }
 
     // A null pointer would be bound as NULL, which is another value.
@@ -266,8 +268,8 @@ void SqliteConnection::checkJournal() {
     if (settings.readOnly || !isFile() || !isMade)
         return;
     sqlite3_busy_timeout(database, 0);
-    const int code = sqlite3_exec(database, "BEGIN IMMEDIATE; PRAGMA user_version=0", nullptr,
-                                  nullptr, nullptr);
+    const int code =
+        sqlite3_exec(database, "BEGIN IMMEDIATE; PRAGMA user_version=0", nullptr, nullptr, nullptr);
     if (code != SQLITE_OK && (code & 0xFF) != SQLITE_BUSY)
         fail(code);
     rollback();

@@ -67,9 +67,9 @@ private:
 
     SqliteSettings settings;
     sqlite3* database = nullptr;
-    std::unique_ptr<SqliteFile> file;  // null when opened for reading
-    std::ostream* trace = nullptr;  // borrowed
-    bool keepsLog = false;          // the journal mode is wal
+    std::unique_ptr<SqliteFile> file;   // null when opened for reading
+    std::ostream* trace = nullptr;      // borrowed
+    bool keepsLog = false;              // the journal mode is wal
     std::optional<std::uint32_t> seen;  // commits when the oldest query under way began
     std::unique_ptr<Statement> holding;
 };

@@ -45,11 +45,11 @@ std::unique_ptr<Connection> SqliteDriver::connect(const String& source, const St
     settings.create = options.getBool("create", settings.create);
     settings.readOnly = options.getBool("readonly", settings.readOnly);
     settings.busyTimeout = options.getNumber("busy_timeout", 0, 86400000, settings.busyTimeout);
-    settings.journalMode = options.getChoice(
-        "journal_mode", {"wal", "delete", "truncate", "persist", "memory", "off"},
-        settings.journalMode);
-    settings.synchronous = options.getChoice("synchronous", {"off", "normal", "full", "extra"},
-                                             settings.synchronous);
+    settings.journalMode =
+        options.getChoice("journal_mode", {"wal", "delete", "truncate", "persist", "memory", "off"},
+                          settings.journalMode);
+    settings.synchronous =
+        options.getChoice("synchronous", {"off", "normal", "full", "extra"}, settings.synchronous);
     settings.secureDelete =
         options.getChoice("secure_delete", {"on", "off", "fast"}, settings.secureDelete);
     settings.cacheSize = options.getNumber("cache_size", 0, 1L << 30, settings.cacheSize);

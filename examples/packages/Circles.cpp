@@ -15,7 +15,10 @@ namespace {
 class Walk {
 public:
     explicit Walk(const std::vector<std::vector<std::size_t>>& graph)
-        : edges(graph), order(graph.size()), lowest(graph.size()), isOpen(graph.size()) {}
+        : edges(graph),
+          order(graph.size()),
+          lowest(graph.size()),
+          isOpen(graph.size()) {}
 
     std::vector<std::vector<std::size_t>> run() {
         for (std::size_t node = 0; node < edges.size(); ++node)

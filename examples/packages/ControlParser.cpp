@@ -31,9 +31,9 @@ enum Field : std::size_t {
 
 // In the order of Field, in lower case: names are compared without case.
 constexpr std::array<std::string_view, 16> fieldNames = {
-    "package",    "version",     "architecture", "maintainer",    "section", "priority",
-    "homepage",   "description", "sha256",       "pre-depends",   "depends", "provides",
-    "status",     "installed-size", "size",      "essential",
+    "package",  "version",        "architecture", "maintainer",  "section", "priority",
+    "homepage", "description",    "sha256",       "pre-depends", "depends", "provides",
+    "status",   "installed-size", "size",         "essential",
 };
 
 char lower(char c) {
@@ -63,7 +63,8 @@ bool isSha256(std::string_view text) {
 }  // namespace
 
 ControlParser::ControlParser(std::istream& in, ProblemSink sink)
-    : input(in), report(std::move(sink)) {
+    : input(in),
+      report(std::move(sink)) {
     static_assert(fieldNames.size() == fieldCount);
 }
 

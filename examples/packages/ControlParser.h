@@ -24,7 +24,7 @@ struct PackageRecord {
     std::string priority;
     std::string homepage;
     std::string summary;
-    std::string sha256;  ///< 64 hexadecimal digits
+    std::string sha256;   ///< 64 hexadecimal digits
     std::string depends;  ///< Pre-Depends and Depends, joined by a comma
     std::string provides;
     std::string status;      ///< of the dpkg status file

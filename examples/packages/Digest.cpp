@@ -101,8 +101,8 @@ public:
 
 Digest digestOf(PackageModel& model) {
     Digester digester;
-    for (Kes::Class* cls : {model.packages(), model.virtualPackages(), model.maintainers(),
-                            model.sections()})
+    for (Kes::Class* cls :
+         {model.packages(), model.virtualPackages(), model.maintainers(), model.sections()})
         for (Kes::Instance* object : Kes::SelectionOf<Kes::Instance>(cls))
             digester.addFields(object);
     for (const Package* package : Kes::SelectionOf<Package>(model.packages()))

@@ -176,7 +176,7 @@ std::size_t allLinks(const Catalogue& catalogue) {
 // Records everything and commits it. Returns how long that took without the
 // removal, in seconds.
 double store(PackageModel& model, const Catalogue& catalogue, bool replace, Importer& importer,
-           std::ostream& out, bool onTerminal) {
+             std::ostream& out, bool onTerminal) {
     if (replace) {
         Progress removal(out, onTerminal, "Removing the old catalogue", 0);
         removeCatalogue(model);

@@ -102,7 +102,8 @@ void Upgrade::handle(Kes::Handler* handler) {
 
 // The capacity lets a whole catalogue stay in memory.
 PackageModel::PackageModel(int modelVersion)
-    : Model("packages", 1'000'000), declared(modelVersion) {}
+    : Model("packages", 1'000'000),
+      declared(modelVersion) {}
 
 int PackageModel::storedVersion() const {
     return getDriver()->getVersion(getName(), "MODEL");

@@ -9,7 +9,10 @@
 namespace packages {
 
 Progress::Progress(std::ostream& stream, bool onTerminal, std::string name, std::size_t units)
-    : out(stream), terminal(onTerminal), step(std::move(name)), total(units) {}
+    : out(stream),
+      terminal(onTerminal),
+      step(std::move(name)),
+      total(units) {}
 
 void Progress::advance(std::size_t count) {
     done += count;

@@ -60,9 +60,8 @@ std::unique_ptr<PackageModel> openVersion(const Arguments& arguments, int versio
     auto model = std::make_unique<PackageModel>(version);
     if (arguments.trace)
         model->traceSQLTo(std::cerr);
-    model->open(arguments.driver.c_str(), arguments.source.c_str(),
-                readPassword(arguments).c_str(), arguments.user.c_str(),
-                arguments.options.c_str());
+    model->open(arguments.driver.c_str(), arguments.source.c_str(), readPassword(arguments).c_str(),
+                arguments.user.c_str(), arguments.options.c_str());
     return model;
 }
 
@@ -146,8 +145,9 @@ void runImport(const Arguments& arguments) {
     const std::unique_ptr<PackageModel> model = openModel(arguments);
     const bool filled = holdsCatalogue(*model);
     if (filled && !arguments.replace)
-        throw std::runtime_error("the database holds a catalogue; --replace puts the new one "
-                                 "in its place");
+        throw std::runtime_error(
+            "the database holds a catalogue; --replace puts the new one "
+            "in its place");
     const Catalogue catalogue = readCatalogue(arguments);
     describe(catalogue);
     const ImportResult result =
@@ -157,8 +157,8 @@ void runImport(const Arguments& arguments) {
     };
     std::cout << "Stored " << grouped(static_cast<long>(result.objects)) << " objects ("
               << perSecond(result.objects) << " per second) and "
-              << grouped(static_cast<long>(result.links)) << " links ("
-              << perSecond(result.links) << " per second)\n";
+              << grouped(static_cast<long>(result.links)) << " links (" << perSecond(result.links)
+              << " per second)\n";
 }
 
 void addOptions(CLI::App& app, Arguments& arguments) {
@@ -180,32 +180,33 @@ void addCommands(CLI::App& app, Arguments& arguments) {
     import->add_flag("--replace", arguments.replace, "Remove the catalogue that is there");
     import->add_flag("--all-messages", arguments.allMessages,
                      "Show all messages about the catalogue and not the first 20");
-    import->callback([&] { runImport(arguments); });
+    import->callback([&] { runImport(arguments);
+});
 
-    app.add_subcommand("report", "Show figures of the catalogue")->callback([&] {
-        writeReport(*openFilled(arguments), std::cout);
-    });
+app.add_subcommand("report", "Show figures of the catalogue")->callback([&] {
+    writeReport(*openFilled(arguments), std::cout);
+});
 
-    CLI::App* const show = app.add_subcommand("show", "Show one entry");
-    show->add_option("NAME", arguments.name, "Name of a package")->required();
-    show->callback([&] { showEntry(*openFilled(arguments), arguments.name, std::cout); });
+CLI::App* const show = app.add_subcommand("show", "Show one entry");
+show->add_option("NAME", arguments.name, "Name of a package")->required();
+show->callback([&] { showEntry(*openFilled(arguments), arguments.name, std::cout); });
 
-    CLI::App* const needs = app.add_subcommand("needs", "Show all that an entry depends on");
-    needs->add_option("NAME", arguments.name, "Name of a package")->required();
-    needs->callback([&] { showNeeds(*openFilled(arguments), arguments.name, std::cout); });
+CLI::App* const needs = app.add_subcommand("needs", "Show all that an entry depends on");
+needs->add_option("NAME", arguments.name, "Name of a package")->required();
+needs->callback([&] { showNeeds(*openFilled(arguments), arguments.name, std::cout); });
 
-    CLI::App* const attempt =
-        app.add_subcommand("try", "Change, undo and redo; show the events as they fire");
-    attempt->add_option("NAME", arguments.name,
-                        "Name of a package; without it one that some others need");
-    attempt->callback([&] {
-        tryChanges([&] { return openFilled(arguments); }, arguments.name, std::cout);
-    });
+CLI::App* const attempt =
+    app.add_subcommand("try", "Change, undo and redo; show the events as they fire");
+attempt->add_option("NAME", arguments.name,
+                    "Name of a package; without it one that some others need");
+attempt->callback([&] {
+    tryChanges([&] { return openFilled(arguments); }, arguments.name, std::cout);
+});
 
-    app.add_subcommand("upgrade", "Take the database to version 2 of the model")->callback([&] {
-        upgradeCatalogue([&](int version) { return openVersion(arguments, version); }, std::cout);
-    });
-}
+app.add_subcommand("upgrade", "Take the database to version 2 of the model")->callback([&] {
+    upgradeCatalogue([&](int version) { return openVersion(arguments, version); }, std::cout);
+});
+}  // namespace
 
 int fail(const char* message) {
     std::cout.flush();
@@ -233,7 +234,7 @@ int run(int argc, char** argv) {
     }
 }
 
-}  // namespace
+}  // namespace packages
 
 }  // namespace packages
 

@@ -28,14 +28,14 @@ public:
     void deleteThis();
     static void deleteThis(Attribute* attribute);
 
-#define KES_COMPARISON(symbol)                                          \
+#define KES_COMPARISON(symbol)                                                    \
     AttributeCondition<unsigned long> operator symbol(unsigned long value) const; \
-    AttributeCondition<long> operator symbol(long value) const;         \
-    AttributeCondition<int> operator symbol(int value) const;           \
+    AttributeCondition<long> operator symbol(long value) const;                   \
+    AttributeCondition<int> operator symbol(int value) const;                     \
     AttributeCondition<unsigned int> operator symbol(unsigned int value) const;   \
-    AttributeCondition<bool> operator symbol(bool value) const;         \
-    AttributeCondition<float> operator symbol(float value) const;       \
-    AttributeCondition<double> operator symbol(double value) const;     \
+    AttributeCondition<bool> operator symbol(bool value) const;                   \
+    AttributeCondition<float> operator symbol(float value) const;                 \
+    AttributeCondition<double> operator symbol(double value) const;               \
     AttributeCondition<Timestamp> operator symbol(Timestamp value) const;         \
     AttributeCondition<String> operator symbol(const String& value) const;        \
     AttributeCondition<String> operator symbol(const char* value) const;
@@ -67,7 +67,8 @@ public:
     /// `fieldList` names fields and one-reference roles, separated by commas.
     /// Drivers check it when they make the class's storage.
     Index(const String& fieldList, bool isUniqueIndex)
-        : fields(fieldList.unshared()), unique(isUniqueIndex) {}
+        : fields(fieldList.unshared()),
+          unique(isUniqueIndex) {}
 
     const String& getFields() const { return fields; }
     bool isUnique() const { return unique; }

@@ -24,7 +24,9 @@ private:
 class KES_EXPORT AssociationEvent {
 public:
     AssociationEvent(Instance* one, Instance* other, Association* of)
-        : oneInstance(one), otherInstance(other), association(of) {}
+        : oneInstance(one),
+          otherInstance(other),
+          association(of) {}
 
     Instance* getOneInstance() const { return oneInstance; }
     Instance* getOtherInstance() const { return otherInstance; }
@@ -40,7 +42,9 @@ private:
 class KES_EXPORT ModelEvent {
 public:
     ModelEvent(Model* itsModel, int classes, int processed)
-        : model(itsModel), nrOfClasses(classes), nrOfClassesProcessed(processed) {}
+        : model(itsModel),
+          nrOfClasses(classes),
+          nrOfClassesProcessed(processed) {}
 
     Model* getModel() const { return model; }
     int getNrOfClasses() const { return nrOfClasses; }

@@ -50,7 +50,8 @@ public:
     /// Raises DRVERR, LOADDRIV, DBOPENERR, the errors of schema synchronisation
     /// (DELCLS, CRECLS, CREVW, CREASS) or ROLLFAIL, all ERROR; the model is
     /// closed then. A declaration that cannot be stored, such as an association
-    /// that no second class reports, raises DECLERR (ERROR). The password is passed to the driver and not kept.
+    /// that no second class reports, raises DECLERR (ERROR). The password is passed to the driver
+    /// and not kept.
     void open(const String& driverName, const String& source, const String& password,
               const String& user, const String& options);
 
@@ -174,8 +175,8 @@ public:
     /// Records that two instances were linked or unlinked. Applications use
     /// Instance::set, add and remove, which keep the references in step and can
     /// be undone.
-    void add(Instance* first, const String& firstRole, Instance* second,
-             const String& secondRole, Association* association);
+    void add(Instance* first, const String& firstRole, Instance* second, const String& secondRole,
+             Association* association);
     void remove(Instance* first, const String& firstRole, Instance* second,
                 const String& secondRole, Association* association);
 
@@ -312,12 +313,12 @@ private:
     ValPtrHashtable<String, Class> classes;             // owns its classes
     ValPtrHashtable<String, Association> associations;  // owns its associations
     int version = 0;
-    DBDriver* driver = nullptr;          // owned; null while closed
-    FailureReporter* failures = nullptr; // the driver, where it reports kinds; else null
-    TransactionManager* transactions;    // owned
-    ObjectCache* objects;                // owned
-    SiblingLoader* siblings;             // owned
-    std::ostream* trace = nullptr;       // borrowed; null while not traced
+    DBDriver* driver = nullptr;           // owned; null while closed
+    FailureReporter* failures = nullptr;  // the driver, where it reports kinds; else null
+    TransactionManager* transactions;     // owned
+    ObjectCache* objects;                 // owned
+    SiblingLoader* siblings;              // owned
+    std::ostream* trace = nullptr;        // borrowed; null while not traced
     mutable ThreadCheck threadCheck;
     std::shared_ptr<bool> life = std::make_shared<bool>(true);
 

@@ -19,7 +19,9 @@ namespace Kes {
 class KES_EXPORT Role {
 public:
     Role(Class* owner, const String& roleName, Association* of)
-        : cls(owner), role(roleName.unshared()), association(of) {}
+        : cls(owner),
+          role(roleName.unshared()),
+          association(of) {}
 
     Class* getClass() const { return cls; }
     const String& getRole() const { return role; }

@@ -129,8 +129,8 @@ private:
     Condition* condition = nullptr;  // owned
     Condition* given = nullptr;      // owned; a copy of what a condition has taken
     String alias;
-    AssociatedClass* frozen = nullptr;  // owned
-    SelectionState* state = nullptr;    // owned; merging and reading ahead
+    AssociatedClass* frozen = nullptr;       // owned
+    SelectionState* state = nullptr;         // owned; merging and reading ahead
     std::shared_ptr<const bool> modelLives;  // null without a class
 };
 

@@ -17,7 +17,8 @@ class ValVector {
 public:
     /// Both in entries; below 0 counts as 0. Allocates nothing yet.
     ValVector(int initialCapacity, int growth)
-        : capacity(initialCapacity > 0 ? initialCapacity : 0), increment(growth) {}
+        : capacity(initialCapacity > 0 ? initialCapacity : 0),
+          increment(growth) {}
     ValVector(const ValVector& other) : ValVector(other.capacity, other.increment) {
         *this = other;
     }

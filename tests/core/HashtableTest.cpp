@@ -255,7 +255,9 @@ using Leavers = ValPtrHashtable<String, struct Leaver>;
 // Takes itself, and what is filed beside it, out of the table in the end.
 struct Leaver {
     Leaver(Leavers& home, const String& itsName, int& counter)
-        : of(home), name(itsName), deletions(counter) {
+        : of(home),
+          name(itsName),
+          deletions(counter) {
         of.set(name, this);
     }
     Leaver(const Leaver&) = delete;

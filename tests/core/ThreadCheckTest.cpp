@@ -160,8 +160,8 @@ std::string outputOf(void (*work)()) {
     close(ends[0]);
     int status = 0;
     waitpid(child, &status, 0);
-    return all + (WIFEXITED(status) ? ", status " + std::to_string(WEXITSTATUS(status))
-                                    : ", killed");
+    return all +
+           (WIFEXITED(status) ? ", status " + std::to_string(WEXITSTATUS(status)) : ", killed");
 }
 
 TEST(ThreadCheckDeathTest, WritesOutWhatTheStandardStreamsHoldInTheEnd) {

@@ -20,7 +20,8 @@ public:
     /// `itsSettings` are assignments of variables that the server's script in
     /// KES_TEST_ENGINES knows. Starts nothing.
     explicit OwnServer(std::string itsName, std::string itsSettings = "")
-        : name(std::move(itsName)), settings(std::move(itsSettings)) {}
+        : name(std::move(itsName)),
+          settings(std::move(itsSettings)) {}
     OwnServer(const OwnServer&) = delete;
     OwnServer& operator=(const OwnServer&) = delete;
     ~OwnServer() {

@@ -14,17 +14,19 @@ namespace {
 // numbers whose order tells collations apart.
 std::string catalogueText() {
     std::string text;
-    const char* const names[] = {"alpha",  "Alpha-lib", "a2-tool",  "A-tool",   "beta2",
-                                 "beta10", "z-ende",    "zz_top",   "lib+plus", "lib.dot"};
+    const char* const names[] = {"alpha",  "Alpha-lib", "a2-tool", "A-tool",   "beta2",
+                                 "beta10", "z-ende",    "zz_top",  "lib+plus", "lib.dot"};
     const char* const keepers[] = {"Zo\xC3\xAB <zoe@example.org>", "ada <ada@example.org>",
                                    "Ada <ada@example.org>", "\xE5\xBF\x83 <heart@example.org>"};
     for (int i = 0; i < 120; ++i) {
         const std::string name = names[i % 10] + ("-" + std::to_string(i / 10));
         text += "Package: " + name + "\nVersion: " + std::to_string(i) + ":1.0~rc" +
-                std::to_string(i % 7) + "\nMaintainer: " + keepers[i % 4] +
-                "\nSection: " + (i % 3 == 0 ? "libs" : i % 3 == 1 ? "games" : "Web") +
-                "\nInstalled-Size: " + std::to_string(i * i * 37 % 5000) + "\nDepends: " +
-                names[(i * 7 + 3) % 10] + "-" + std::to_string(i % 12) + ", " +
+                std::to_string(i % 7) + "\nMaintainer: " + keepers[i % 4] + "\nSection: " +
+                (i % 3 == 0   ? "libs"
+                 : i % 3 == 1 ? "games"
+                              : "Web") +
+                "\nInstalled-Size: " + std::to_string(i * i * 37 % 5000) +
+                "\nDepends: " + names[(i * 7 + 3) % 10] + "-" + std::to_string(i % 12) + ", " +
                 names[(i * 3) % 10] + "-" + std::to_string((i + 5) % 12) +
                 (i % 11 == 0 ? ", nowhere" : "") + "\n" +
                 (i % 13 == 0 ? "Provides: virtual-thing\n" : "") +

@@ -31,7 +31,9 @@ public:
 class PaperModel : public Model {
 public:
     explicit PaperModel(int schemaVersion = 1, bool withIndex = true)
-        : Model("papers", 1000), wanted(schemaVersion), isIndexed(withIndex) {}
+        : Model("papers", 1000),
+          wanted(schemaVersion),
+          isIndexed(withIndex) {}
 
     Class* paperClass = nullptr;
 
@@ -44,8 +46,7 @@ public:
 protected:
     void declareModel() override {
         setVersion(wanted);
-        paperClass =
-            addClass("Paper", wanted, [](Class* c) -> Instance* { return new Paper(c); });
+        paperClass = addClass("Paper", wanted, [](Class* c) -> Instance* { return new Paper(c); });
         if (isIndexed)
             paperClass->addIndex("title", false);
     }

@@ -306,8 +306,7 @@ TEST_F(PostgresParkedTest, OpensEachTime) {
 }
 
 TEST_F(PostgresParkedTest, KeepsItsSessionWhenThatIsAlive) {
-    const std::string asking =
-        "SELECT pid FROM pg_stat_activity WHERE application_name = 'parked'";
+    const std::string asking = "SELECT pid FROM pg_stat_activity WHERE application_name = 'parked'";
     const std::string before = ask(asking);
     parked.close();
 

@@ -133,8 +133,9 @@ TEST_F(PostgresServerTest, StoresNothingOnADiskThatIsFull) {
     const std::string place = server.path("small/space");
     plain.run("COPY (SELECT 1) TO PROGRAM 'cat > /dev/null && mkdir " + place + "'");
     plain.run("CREATE TABLESPACE small LOCATION '" + place + "'");
-    plain.run("CREATE TABLE ballast TABLESPACE small AS SELECT "
-              "repeat('x', 1000) FROM generate_series(1, 20000)");
+    plain.run(
+        "CREATE TABLE ballast TABLESPACE small AS SELECT "
+        "repeat('x', 1000) FROM generate_series(1, 20000)");
     PaperModel model;
     open(model, "options=-c default_tablespace=small");
 

@@ -43,8 +43,8 @@ public:
             bind(path, kept);
         }
         bind(path, path);
-        possible &= ::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY | MS_BIND,
-                            nullptr) == 0;
+        possible &=
+            ::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY | MS_BIND, nullptr) == 0;
         if (!but.empty())
             bind(kept + "/" + but, path + "/" + but);
     }

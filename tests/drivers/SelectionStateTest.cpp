@@ -48,7 +48,8 @@ protected:
 class Opened {
 public:
     explicit Opened(StaffModel& itsModel, int year = -1)
-        : model(itsModel), selection(model.vehicleClass) {
+        : model(itsModel),
+          selection(model.vehicleClass) {
         if (year >= 0)
             selection.where(selection["year"] == year);
         frozen = std::make_unique<AssociatedClass>(selection);

@@ -13,7 +13,9 @@ class UndoTest : public DriverTest, public ::testing::WithParamInterface<unsigne
 
 TEST_P(UndoTest, UndoesAndRedoesARandomProgram) {
     try {
-        UndoProgram(GetParam(), [&](Model& model) { open(model); }, false).run();
+        UndoProgram(
+            GetParam(), [&](Model& model) { open(model); }, false)
+            .run();
     } catch (const std::exception& failure) {
         FAIL() << failure.what();
     }

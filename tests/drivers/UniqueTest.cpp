@@ -133,8 +133,8 @@ TEST_F(UniqueTest, AValueThatSomebodyKeepsIsRefused) {
 TEST_F(UniqueTest, AChangeOfSomebodyElseIsStillNoticed) {
     FreeModel other(1, declare);
     open(other);
-    Pointer<Free> theirs(static_cast<Free*>(
-        other.getInstance(plates[0]->getObjectID(), other.getClass("Plate"))));
+    Pointer<Free> theirs(
+        static_cast<Free*>(other.getInstance(plates[0]->getObjectID(), other.getClass("Plate"))));
     theirs->flag = !theirs->flag;
     theirs->change();
     other.commit();

@@ -37,22 +37,25 @@ protected:
 
 TEST_F(ControlParserTest, ReadsEveryField) {
     const std::string checksum(64, 'a');
-    parse("Package: bash\n"
-          "Status: install ok installed\n"
-          "Version: 5.2-1\n"
-          "Architecture: amd64\n"
-          "Maintainer: Ada <ada@example.org>\n"
-          "Section: shells\n"
-          "Priority: required\n"
-          "Homepage: https://example.org/\n"
-          "Installed-Size: 7164\n"
-          "Size: 1490000\n"
-          "Essential: yes\n"
-          "Depends: base-files\n"
-          "Pre-Depends: libc6 (>= 2.36)\n"
-          "Provides: sh\n"
-          "SHA256: " + checksum + "\n"
-          "Description: a shell\n long text\n .\n more\n\n");
+    parse(
+        "Package: bash\n"
+        "Status: install ok installed\n"
+        "Version: 5.2-1\n"
+        "Architecture: amd64\n"
+        "Maintainer: Ada <ada@example.org>\n"
+        "Section: shells\n"
+        "Priority: required\n"
+        "Homepage: https://example.org/\n"
+        "Installed-Size: 7164\n"
+        "Size: 1490000\n"
+        "Essential: yes\n"
+        "Depends: base-files\n"
+        "Pre-Depends: libc6 (>= 2.36)\n"
+        "Provides: sh\n"
+        "SHA256: " +
+        checksum +
+        "\n"
+        "Description: a shell\n long text\n .\n more\n\n");
 
     ASSERT_EQ(records.size(), 1U);
     EXPECT_THAT(messages, IsEmpty());
@@ -134,8 +137,7 @@ TEST_F(ControlParserTest, DropsALineOfTenMegabytesAndItsPackage) {
 
     EXPECT_THAT(names(), ElementsAre("b"));
     EXPECT_EQ(records[0].line, 6);
-    EXPECT_THAT(messages,
-                ElementsAre("3: the line is longer than 1 MiB; package a is left out"));
+    EXPECT_THAT(messages, ElementsAre("3: the line is longer than 1 MiB; package a is left out"));
 }
 
 TEST_F(ControlParserTest, DropsAFieldThatGrowsTooLongByContinuation) {
@@ -145,13 +147,13 @@ TEST_F(ControlParserTest, DropsAFieldThatGrowsTooLongByContinuation) {
     parse(text + "\nPackage: b\nVersion: 1\n\n");
 
     EXPECT_THAT(names(), ElementsAre("b"));
-    EXPECT_THAT(messages,
-                ElementsAre("6: the field is longer than 1 MiB; package a is left out"));
+    EXPECT_THAT(messages, ElementsAre("6: the field is longer than 1 MiB; package a is left out"));
 }
 
 TEST_F(ControlParserTest, LeavesAPackageOutThatIsNotUtf8) {
-    parse("Package: a\nMaintainer: Ren\xE9 <r@example.org>\nVersion: 1\n\n"
-          "Package: b\nVersion: 1\n\n");
+    parse(
+        "Package: a\nMaintainer: Ren\xE9 <r@example.org>\nVersion: 1\n\n"
+        "Package: b\nVersion: 1\n\n");
 
     EXPECT_THAT(names(), ElementsAre("b"));
     EXPECT_THAT(messages, ElementsAre("2: the line is not valid UTF-8; package a is left out"));
@@ -165,29 +167,29 @@ TEST_F(ControlParserTest, LeavesAPackageOutThatContainsANulByte) {
 }
 
 TEST_F(ControlParserTest, LeavesAPackageOutWithALineThatIsNoField) {
-    parse("Package: a\nnonsense\nVersion: 1\n\n continued\nPackage: b\nVersion: 1\n\n"
-          "Package: c\nVersion: 1\n\n");
+    parse(
+        "Package: a\nnonsense\nVersion: 1\n\n continued\nPackage: b\nVersion: 1\n\n"
+        "Package: c\nVersion: 1\n\n");
 
     EXPECT_THAT(names(), ElementsAre("c"));
-    EXPECT_THAT(messages,
-                ElementsAre("2: the line is neither a field nor a continuation; "
-                            "package a is left out",
-                            "5: a continuation line stands before the first field; "
-                            "package b is left out"));
+    EXPECT_THAT(messages, ElementsAre("2: the line is neither a field nor a continuation; "
+                                      "package a is left out",
+                                      "5: a continuation line stands before the first field; "
+                                      "package b is left out"));
 }
 
 TEST_F(ControlParserTest, LeavesAPackageOutWithAFieldThatOccursTwice) {
     parse("Package: a\nVersion: 1\nversion: 2\n\n");
 
     EXPECT_THAT(records, IsEmpty());
-    EXPECT_THAT(messages,
-                ElementsAre("3: the field version occurs twice; package a is left out"));
+    EXPECT_THAT(messages, ElementsAre("3: the field version occurs twice; package a is left out"));
 }
 
 TEST_F(ControlParserTest, RefusesSizesThatAreNone) {
-    parse("Package: a\nVersion: 1\nInstalled-Size: big\n\n"
-          "Package: b\nVersion: 1\nSize: 99999999999999999999\n\n"
-          "Package: c\nVersion: 1\nSize: -1\n\n");
+    parse(
+        "Package: a\nVersion: 1\nInstalled-Size: big\n\n"
+        "Package: b\nVersion: 1\nSize: 99999999999999999999\n\n"
+        "Package: c\nVersion: 1\nSize: -1\n\n");
 
     EXPECT_THAT(records, IsEmpty());
     EXPECT_THAT(messages,

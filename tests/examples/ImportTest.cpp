@@ -89,26 +89,27 @@ TEST_F(ImportTest, LeavesAnUntouchedDatabaseEmpty) {
 TEST_F(ImportTest, ReportsWhatWasStored) {
     import(smallCatalogue);
 
-    EXPECT_EQ(report(), "Objects\n"
-                        "           4  Package\n"
-                        "           1  VirtualPackage\n"
-                        "           2  Maintainer\n"
-                        "           2  Section\n"
-                        "\nMaintainers with most packages\n"
-                        "           2  Ada <ada@example.org>\n"
-                        "           2  Ben <ben@example.org>\n"
-                        "\nEntries that most packages depend on\n"
-                        "           2  lib\n"
-                        "           1  data\n"
-                        "           1  shell (virtual)\n"
-                        "\nLargest by installed size, in KiB\n"
-                        "       1,500  app\n"
-                        "         300  lib\n"
-                        "          20  data\n"
-                        "           0  dash\n"
-                        "           0  shell\n"
-                        "\nWho maintains lib\n"
-                        "  Ben <ben@example.org>\n");
+    EXPECT_EQ(report(),
+              "Objects\n"
+              "           4  Package\n"
+              "           1  VirtualPackage\n"
+              "           2  Maintainer\n"
+              "           2  Section\n"
+              "\nMaintainers with most packages\n"
+              "           2  Ada <ada@example.org>\n"
+              "           2  Ben <ben@example.org>\n"
+              "\nEntries that most packages depend on\n"
+              "           2  lib\n"
+              "           1  data\n"
+              "           1  shell (virtual)\n"
+              "\nLargest by installed size, in KiB\n"
+              "       1,500  app\n"
+              "         300  lib\n"
+              "          20  data\n"
+              "           0  dash\n"
+              "           0  shell\n"
+              "\nWho maintains lib\n"
+              "  Ben <ben@example.org>\n");
 }
 
 TEST_F(ImportTest, ShowsEveryFieldOfAPackage) {
@@ -138,8 +139,9 @@ TEST_F(ImportTest, ShowsTheProvidersOfAVirtualPackage) {
 TEST_F(ImportTest, FollowsNeedsThroughACircleToTheirEnd) {
     import(smallCatalogue);
 
-    EXPECT_EQ(needs("app"), "data\nlib\nshell (virtual; provided by dash)\n"
-                            "app needs 3 entries, 320 KiB installed\n");
+    EXPECT_EQ(needs("app"),
+              "data\nlib\nshell (virtual; provided by dash)\n"
+              "app needs 3 entries, 320 KiB installed\n");
     EXPECT_EQ(needs("lib"), "data\nlib needs 1 entry, 20 KiB installed\n");
 }
 

@@ -14,9 +14,9 @@ namespace {
 
 void check(const packages::PackageRecord& record) {
     for (const std::string* text :
-         {&record.name, &record.version, &record.architecture, &record.maintainer,
-          &record.section, &record.priority, &record.homepage, &record.summary, &record.sha256,
-          &record.depends, &record.provides, &record.status}) {
+         {&record.name, &record.version, &record.architecture, &record.maintainer, &record.section,
+          &record.priority, &record.homepage, &record.summary, &record.sha256, &record.depends,
+          &record.provides, &record.status}) {
         demand(text->find('\0') == std::string::npos, "a NUL in a text");
         demand(Kes::sql::isValidUtf8(text->data(), text->size()), "no UTF-8: " + *text);
     }

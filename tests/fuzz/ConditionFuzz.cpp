@@ -26,8 +26,8 @@ const unsigned long ULongs[] = {0, 1, 1UL << 53, (1UL << 53) + 1, LONG_MAX, LONG
 const double Doubles[] = {0.0, -0.0, 0.1, DBL_MAX, -DBL_MAX, 5e-324};
 const float Floats[] = {0.0F, 0.1F, -1.5F, FLT_MAX, 16777216.0F, 1e-45F};
 const char* const Texts[] = {"", "a", "A", "a%_b", "\\", "\xC3\xA4 \xE2\x82\xAC"};
-const Timestamp Times[] = {{1, 1, 1, 0, 0, 0},        {1999, 12, 31, 23, 59, 59},
-                           {2000, 1, 1, 0, 0, 0},     {2000, 2, 29, 12, 0, 0},
+const Timestamp Times[] = {{1, 1, 1, 0, 0, 0},         {1999, 12, 31, 23, 59, 59},
+                           {2000, 1, 1, 0, 0, 0},      {2000, 2, 29, 12, 0, 0},
                            {7899, 12, 31, 23, 59, 59}, {2000, 1, 1, 0, 0, 1}};
 
 class Row final : public Instance {
@@ -95,9 +95,7 @@ protected:
     }
 };
 
-RowModel* makeModel() try {
-    return new RowModel;
-} catch (const Exception& refused) {
+RowModel* makeModel() try { return new RowModel; } catch (const Exception& refused) {
     demand(false, refused.getMessage());
     return nullptr;
 }
@@ -159,8 +157,7 @@ public:
         case 0: return compare<int>("number", Ints, [](const Row& r) { return r.number; });
         case 1: return compare<long>("wide", Longs, [](const Row& r) { return r.wide; });
         case 2: return compare<unsigned>("count", UInts, [](const Row& r) { return r.count; });
-        case 3:
-            return compare<unsigned long>("size", ULongs, [](const Row& r) { return r.size; });
+        case 3: return compare<unsigned long>("size", ULongs, [](const Row& r) { return r.size; });
         case 4: return compare<double>("real", Doubles, [](const Row& r) { return r.real; });
         case 5: return compare<float>("single", Floats, [](const Row& r) { return r.single; });
         case 6: {

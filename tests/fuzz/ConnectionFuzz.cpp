@@ -43,8 +43,7 @@ void readOptions(const Texts& texts) {
 void openSqlite(const Texts& texts) {
     const std::unique_ptr<Kes::DBDriver> driver(Kes::DBDriverManager::getDBDriver("sqlite"));
     demand(driver != nullptr, "no SQLite driver");
-    if (driver->open(":memory:", texts.password.c_str(), texts.user.c_str(),
-                     texts.options.c_str()))
+    if (driver->open(":memory:", texts.password.c_str(), texts.user.c_str(), texts.options.c_str()))
         driver->close();
     else
         demand(driver->getErrorMessage().size() > 0, "a refusal without words");
@@ -66,8 +65,7 @@ void readMariadb(const Texts& texts) {
 #ifdef KES_FUZZ_POSTGRES
 void readPostgres(const Texts& texts) {
     static_cast<void>(Kes::sql::PostgresSource::shown(texts.source));
-    const Kes::sql::PostgresSource source(texts.source, texts.password, texts.user,
-                                          texts.options);
+    const Kes::sql::PostgresSource source(texts.source, texts.password, texts.user, texts.options);
     for (const auto& [key, value] : source.parameters)
         demand(!key.empty(), "a parameter without a name");
 }

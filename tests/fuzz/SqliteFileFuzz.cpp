@@ -65,10 +65,10 @@ protected:
 class Database {
 public:
     Database() {
-        std::string pattern = (std::filesystem::is_directory("/dev/shm")
-                                   ? std::filesystem::path("/dev/shm")
-                                   : std::filesystem::temp_directory_path()) /
-                              "kes-fuzz-XXXXXX";
+        std::string pattern =
+            (std::filesystem::is_directory("/dev/shm") ? std::filesystem::path("/dev/shm")
+                                                       : std::filesystem::temp_directory_path()) /
+            "kes-fuzz-XXXXXX";
         demand(mkdtemp(pattern.data()) != nullptr, "no temporary folder");
         folder = pattern;
         file = folder + "/family.db";

@@ -37,8 +37,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text = input.text();
 
     Timestamp valid(any);
-    valid.setAllDays(
-        FirstDay + static_cast<long>(static_cast<unsigned long>(any.getAllDays()) % AllDays));
+    valid.setAllDays(FirstDay +
+                     static_cast<long>(static_cast<unsigned long>(any.getAllDays()) % AllDays));
     valid.setAllSeconds(
         static_cast<long>(static_cast<unsigned long>(any.getAllSeconds()) % DaySeconds));
     goThereAndBack(valid, "%Y-%m-%d %H:%M:%S");

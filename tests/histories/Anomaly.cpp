@@ -37,8 +37,7 @@ std::vector<Level> levelsOf(const std::string& engine) {
     if (engine == "sqlite")
         return {{engine, "", skews}};
     // Nodes of a cluster certify what is written and not what is read.
-    const std::vector<Anomaly> strongest =
-        engine == "galera" ? writeSkew : std::vector<Anomaly>();
+    const std::vector<Anomaly> strongest = engine == "galera" ? writeSkew : std::vector<Anomaly>();
     return {{engine, "isolation=read committed", skews},
             {engine, "isolation=repeatable read", writeSkew},
             {engine, "isolation=serializable", strongest}};

@@ -64,8 +64,8 @@ private:
     // Long lists by their ends.
     std::string describe(Node node) const {
         const Transaction& each = history[node];
-        std::string text = "[process " + std::to_string(each.process) + " at " +
-                           std::to_string(each.begun) + ":";
+        std::string text =
+            "[process " + std::to_string(each.process) + " at " + std::to_string(each.begun) + ":";
         for (const ListRead& read : each.reads)
             text += " " + std::to_string(read.list) + " up to " +
                     (read.seen.empty() ? "nothing" : std::to_string(read.seen.back())) + ",";
@@ -107,8 +107,8 @@ private:
                 report(Anomaly::LostCommit, describe(node));
             else if (kept > 0 && kept < each.appends.size())
                 report(Anomaly::StoredRefusal, "a part of " + describe(node));
-            isStored.push_back(kept > 0 || (each.appends.empty() &&
-                                            each.outcome == Transaction::Done));
+            isStored.push_back(kept > 0 ||
+                               (each.appends.empty() && each.outcome == Transaction::Done));
         }
     }
 

@@ -75,22 +75,21 @@ TEST(HistoryCheckerTest, FindsAReadOfWhatWasNeverStored) {
 }
 
 TEST(HistoryCheckerTest, FindsAReadOfWhatATransactionWroteOver) {
-    EXPECT_EQ("intermediate read", found({transaction({}, {{1, 10}, {1, 11}}),
-                                          transaction({{1, {10}}}, {})},
-                                         {{1, {10, 11}}}));
-}
-
-TEST(HistoryCheckerTest, FindsALostUpdate) {
-    EXPECT_EQ("lost update",
-              found({transaction({}, {{1, 10}}), transaction({}, {{1, 11}}),
-                     transaction({{1, {11}}}, {})},
+    EXPECT_EQ("intermediate read",
+              found({transaction({}, {{1, 10}, {1, 11}}), transaction({{1, {10}}}, {})},
                     {{1, {10, 11}}}));
 }
 
+TEST(HistoryCheckerTest, FindsALostUpdate) {
+    EXPECT_EQ("lost update", found({transaction({}, {{1, 10}}), transaction({}, {{1, 11}}),
+                                    transaction({{1, {11}}}, {})},
+                                   {{1, {10, 11}}}));
+}
+
 TEST(HistoryCheckerTest, FindsTransactionsThatHaveSeenEachOther) {
-    EXPECT_EQ("circular flow", found({transaction({{2, {20}}}, {{1, 10}}),
-                                      transaction({{1, {10}}}, {{2, 20}})},
-                                     {{1, {10}}, {2, {20}}}));
+    EXPECT_EQ("circular flow",
+              found({transaction({{2, {20}}}, {{1, 10}}), transaction({{1, {10}}}, {{2, 20}})},
+                    {{1, {10}}, {2, {20}}}));
 }
 
 TEST(HistoryCheckerTest, FindsWritesInTwoOrders) {
@@ -142,8 +141,8 @@ TEST(HistoryCheckerTest, FindsAReadThatIsOlderThanACommitBefore) {
 }
 
 TEST(HistoryCheckerTest, ReadsWhatItWrites) {
-    Transaction made = transaction({{1, {10, 12}}, {2, {}}}, {{3, 13}, {3, 14}},
-                                   Transaction::Unknown);
+    Transaction made =
+        transaction({{1, {10, 12}}, {2, {}}}, {{3, 13}, {3, 14}}, Transaction::Unknown);
     made.process = 4;
     made.isSelection = true;
     made.begun = 1234567890123;

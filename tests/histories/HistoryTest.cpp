@@ -52,9 +52,9 @@ protected:
                     engine->source();
                 Worker worker(process, seed + static_cast<unsigned>(process), lists,
                               logOf(process));
-                engine->open(worker.getModel(),
-                             GetParam().option + (GetParam().option.empty() ? "" : ";") +
-                                 engine->waitingAtMost(2000));
+                engine->open(worker.getModel(), GetParam().option +
+                                                    (GetParam().option.empty() ? "" : ";") +
+                                                    engine->waitingAtMost(2000));
                 worker.run(Worker::now() + static_cast<long>(secondsPerLevel * 1e9));
                 worker.getModel().close();
             }));
@@ -153,7 +153,8 @@ protected:
         for (const std::string role : {"[friends]", "[friendOf]"})
             expectNone("friends who are gone",
                        "[Friendship] f WHERE NOT EXISTS (SELECT 1 FROM [Guest] g WHERE "
-                       "g.[KesObjectID] = f." + role + ")");
+                       "g.[KesObjectID] = f." +
+                           role + ")");
     }
 
     // Enough for the time, so that lists stay short.

@@ -47,8 +47,7 @@ protected:
         engine->open(maker);
         for (Side& side : sides) {
             const std::string level = GetParam().option;
-            engine->open(side.model,
-                         level + (level.empty() ? "" : ";") + engine->hardlyWaiting());
+            engine->open(side.model, level + (level.empty() ? "" : ";") + engine->hardlyWaiting());
         }
     }
 
@@ -60,9 +59,9 @@ protected:
     }
     unsigned long makeTable(int number) {
         const unsigned long id = make(&HistoryModel::tableClass);
-        engine->run("UPDATE [Table] SET [number] = " + std::to_string(number) +
-                    ", [KesVersion] = [KesVersion] + 1 WHERE [KesObjectID] = " +
-                    std::to_string(id));
+        engine->run(
+            "UPDATE [Table] SET [number] = " + std::to_string(number) +
+            ", [KesVersion] = [KesVersion] + 1 WHERE [KesObjectID] = " + std::to_string(id));
         return id;
     }
     std::string stored(const std::string& what, unsigned long id) {
@@ -106,9 +105,9 @@ protected:
             if (side.model.transactionStarted())
                 side.model.rollback();
         }
-        SCOPED_TRACE("in the order " + shown + ", committed: " +
-                     std::to_string(sides[0].committed) + std::to_string(sides[1].committed) +
-                     std::to_string(sides[2].committed));
+        SCOPED_TRACE("in the order " + shown +
+                     ", committed: " + std::to_string(sides[0].committed) +
+                     std::to_string(sides[1].committed) + std::to_string(sides[2].committed));
         end();
     }
 

@@ -18,8 +18,9 @@ TEST_P(InterleavingTest, LosesNoUpdate) {
                      },
                      [&] { side.commit(); }};
     };
-    play({script(sides[0]), script(sides[1])}, [&] { id = makeTable(0); },
-         [&] { EXPECT_EQ(sides[0].committed + sides[1].committed, storedNumber(id)); });
+    play(
+        {script(sides[0]), script(sides[1])}, [&] { id = makeTable(0); },
+        [&] { EXPECT_EQ(sides[0].committed + sides[1].committed, storedNumber(id)); });
 }
 
 TEST_P(InterleavingTest, ShowsAPartOfACommitWhereThatIsPermitted) {
@@ -34,19 +35,18 @@ TEST_P(InterleavingTest, ShowsAPartOfACommitWhereThatIsPermitted) {
                            }
                        },
                        [&] { sides[0].commit(); }};
-    const Steps reader{[&] { sides[1].start(); },
-                       [&] { seenA = sides[1].table(a)->number; },
-                       [&] { seenB = sides[1].table(b)->number; },
-                       [&] { sides[1].commit(); }};
-    play({writer, reader},
-         [&] {
-             a = makeTable(0);
-             b = makeTable(0);
-         },
-         [&] {
-             if (sides[1].committed && seenA != seenB)
-                 seen.insert(Anomaly::ReadSkew);
-         });
+    const Steps reader{[&] { sides[1].start(); }, [&] { seenA = sides[1].table(a)->number; },
+                       [&] { seenB = sides[1].table(b)->number; }, [&] { sides[1].commit(); }};
+    play(
+        {writer, reader},
+        [&] {
+            a = makeTable(0);
+            b = makeTable(0);
+        },
+        [&] {
+            if (sides[1].committed && seenA != seenB)
+                seen.insert(Anomaly::ReadSkew);
+        });
     expectAsPermitted(Anomaly::ReadSkew);
 }
 
@@ -67,15 +67,16 @@ TEST_P(InterleavingTest, LetsTwoReadWhatTheOtherOneWritesWhereThatIsPermitted) {
                      },
                      [&] { side.commit(); }};
     };
-    play({script(sides[0], ids[0]), script(sides[1], ids[1])},
-         [&] {
-             for (unsigned long& id : ids)
-                 id = makeTable(1);
-         },
-         [&] {
-             if (storedNumber(ids[0]) + storedNumber(ids[1]) == 0)
-                 seen.insert(Anomaly::WriteSkew);
-         });
+    play(
+        {script(sides[0], ids[0]), script(sides[1], ids[1])},
+        [&] {
+            for (unsigned long& id : ids)
+                id = makeTable(1);
+        },
+        [&] {
+            if (storedNumber(ids[0]) + storedNumber(ids[1]) == 0)
+                seen.insert(Anomaly::WriteSkew);
+        });
     expectAsPermitted(Anomaly::WriteSkew);
 }
 
@@ -97,12 +98,13 @@ TEST_P(InterleavingTest, KeepsTwoFromItThatLockWhatTheyRead) {
                      },
                      [&] { side.commit(); }};
     };
-    play({script(sides[0], ids[0], ids[1]), script(sides[1], ids[1], ids[0])},
-         [&] {
-             for (unsigned long& id : ids)
-                 id = makeTable(1);
-         },
-         [&] { EXPECT_LT(0, storedNumber(ids[0]) + storedNumber(ids[1])); });
+    play(
+        {script(sides[0], ids[0], ids[1]), script(sides[1], ids[1], ids[0])},
+        [&] {
+            for (unsigned long& id : ids)
+                id = makeTable(1);
+        },
+        [&] { EXPECT_LT(0, storedNumber(ids[0]) + storedNumber(ids[1])); });
 }
 
 TEST_P(InterleavingTest, ShowsASelectionInOneState) {
@@ -118,40 +120,41 @@ TEST_P(InterleavingTest, ShowsASelectionInOneState) {
     const Steps writer{[&] {
                            sides[0].start();
                            for (int i = 0; i < 2; ++i) {
-                               const Pointer<Register> list(sides[0].find<Register>(
-                                   sides[0].model.registerClass, ids[i]));
+                               const Pointer<Register> list(
+                                   sides[0].find<Register>(sides[0].model.registerClass, ids[i]));
                                list->change();
                                list->values = "new";
                            }
                        },
                        [&] { sides[0].commit(); }};
-    const Steps reader{[&] {
-                           all = std::make_unique<SelectionOf<Register>>(
-                               sides[1].model.registerClass);
-                           all->where((*all)["values"] != "past");
-                           read();
-                       },
-                       [&] {
-                           while (read())
-                               continue;
-                           all.reset();
-                           sides[1].committed = true;
-                       }};
-    play({writer, reader},
-         [&] {
-             shown.clear();
-             engine->run("UPDATE [EvenRegister] SET [values] = 'past'");
-             engine->run("UPDATE [OddRegister] SET [values] = 'past'");
-             maker.startTransaction();
-             for (int i = 0; i < 2; ++i) {
-                 auto* list = static_cast<Register*>(maker.classes[i]->newInstance());
-                 list->number = ++numbers;
-                 list->values = "old";
-                 ids[i] = list->getObjectID();
-             }
-             maker.commit();
-         },
-         [&] { EXPECT_EQ(sides[1].committed ? 1U : 0U, shown.size()); });
+    const Steps reader{
+        [&] {
+            all = std::make_unique<SelectionOf<Register>>(sides[1].model.registerClass);
+            all->where((*all)["values"] != "past");
+            read();
+        },
+        [&] {
+            while (read())
+                continue;
+            all.reset();
+            sides[1].committed = true;
+        }};
+    play(
+        {writer, reader},
+        [&] {
+            shown.clear();
+            engine->run("UPDATE [EvenRegister] SET [values] = 'past'");
+            engine->run("UPDATE [OddRegister] SET [values] = 'past'");
+            maker.startTransaction();
+            for (int i = 0; i < 2; ++i) {
+                auto* list = static_cast<Register*>(maker.classes[i]->newInstance());
+                list->number = ++numbers;
+                list->values = "old";
+                ids[i] = list->getObjectID();
+            }
+            maker.commit();
+        },
+        [&] { EXPECT_EQ(sides[1].committed ? 1U : 0U, shown.size()); });
 }
 
 // A collection that is read behind a counter is no older than the counter.
@@ -185,23 +188,24 @@ TEST_P(InterleavingTest, ReadsNothingOlderThanWhatItHasRead) {
                        },
                        [&] { seenMembers = sides[1].table(tables[1])->guests.size(); },
                        [&] { sides[1].commit(); }};
-    play({writer, reader},
-         [&] {
-             seenNumber = 0;
-             seenMembers = 0;
-             engine->run("UPDATE [Table] SET [number] = -1");
-             for (unsigned long& table : tables)
-                 table = makeTable(0);
-             guest = make(&HistoryModel::guestClass);
-         },
-         [&] {
-             if (sides[1].committed) {
-                 EXPECT_LE(static_cast<std::size_t>(seenNumber), seenMembers);
-             }
-         });
+    play(
+        {writer, reader},
+        [&] {
+            seenNumber = 0;
+            seenMembers = 0;
+            engine->run("UPDATE [Table] SET [number] = -1");
+            for (unsigned long& table : tables)
+                table = makeTable(0);
+            guest = make(&HistoryModel::guestClass);
+        },
+        [&] {
+            if (sides[1].committed) {
+                EXPECT_LE(static_cast<std::size_t>(seenNumber), seenMembers);
+            }
+        });
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, InterleavingTest,
-                         ::testing::ValuesIn(levelsOf(driverUnderTest())), shownName);
+INSTANTIATE_TEST_SUITE_P(Levels, InterleavingTest, ::testing::ValuesIn(levelsOf(driverUnderTest())),
+                         shownName);
 
 }  // namespace Kes::testing

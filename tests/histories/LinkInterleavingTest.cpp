@@ -20,16 +20,17 @@ TEST_P(LinkInterleavingTest, LeavesNoReferenceToWhatIsRemoved) {
                             sides[1].guest(guest)->refresh();
                         },
                         [&] { sides[1].table(table)->remove(); }, [&] { sides[1].commit(); }};
-    play({linker, remover},
-         [&] {
-             table = makeTable(0);
-             guest = make(&HistoryModel::guestClass);
-         },
-         [&] {
-             expectNone("references to nobody",
-                        "[Guest] g WHERE g.[table] IS NOT NULL AND NOT EXISTS (SELECT 1 FROM "
-                        "[Table] t WHERE t.[KesObjectID] = g.[table])");
-         });
+    play(
+        {linker, remover},
+        [&] {
+            table = makeTable(0);
+            guest = make(&HistoryModel::guestClass);
+        },
+        [&] {
+            expectNone("references to nobody",
+                       "[Guest] g WHERE g.[table] IS NOT NULL AND NOT EXISTS (SELECT 1 FROM "
+                       "[Table] t WHERE t.[KesObjectID] = g.[table])");
+        });
 }
 
 TEST_P(LinkInterleavingTest, LeavesNoLinkToWhatIsRemoved) {
@@ -38,26 +39,26 @@ TEST_P(LinkInterleavingTest, LeavesNoLinkToWhatIsRemoved) {
                            sides[0].start();
                            sides[0].guest(guests[0])->refresh();
                        },
-                       [&] {
-                           sides[0].guest(guests[0])->friends.add(sides[0].guest(guests[1]));
-                       },
+                       [&] { sides[0].guest(guests[0])->friends.add(sides[0].guest(guests[1])); },
                        [&] { sides[0].commit(); }};
     const Steps remover{[&] {
                             sides[1].start();
                             sides[1].guest(guests[0])->refresh();
                         },
                         [&] { sides[1].guest(guests[1])->remove(); }, [&] { sides[1].commit(); }};
-    play({linker, remover},
-         [&] {
-             for (unsigned long& guest : guests)
-                 guest = make(&HistoryModel::guestClass);
-         },
-         [&] {
-             for (const std::string role : {"[friends]", "[friendOf]"})
-                 expectNone("links to nobody",
-                            "[Friendship] f WHERE NOT EXISTS (SELECT 1 FROM [Guest] g WHERE "
-                            "g.[KesObjectID] = f." + role + ")");
-         });
+    play(
+        {linker, remover},
+        [&] {
+            for (unsigned long& guest : guests)
+                guest = make(&HistoryModel::guestClass);
+        },
+        [&] {
+            for (const std::string role : {"[friends]", "[friendOf]"})
+                expectNone("links to nobody",
+                           "[Friendship] f WHERE NOT EXISTS (SELECT 1 FROM [Guest] g WHERE "
+                           "g.[KesObjectID] = f." +
+                               role + ")");
+        });
 }
 
 TEST_P(LinkInterleavingTest, GivesASeatToOneGuest) {
@@ -70,17 +71,18 @@ TEST_P(LinkInterleavingTest, GivesASeatToOneGuest) {
                      },
                      [&] { side.guest(mine)->seat = side.seat(seat); }, [&] { side.commit(); }};
     };
-    play({script(sides[0], guests[0]), script(sides[1], guests[1])},
-         [&] {
-             seat = make(&HistoryModel::seatClass);
-             for (unsigned long& guest : guests)
-                 guest = make(&HistoryModel::guestClass);
-         },
-         [&] {
-             expectSoundSeats();
-             const bool isTaken = !stored("[guest] FROM [Seat]", seat).empty();
-             EXPECT_EQ(sides[0].committed || sides[1].committed, isTaken);
-         });
+    play(
+        {script(sides[0], guests[0]), script(sides[1], guests[1])},
+        [&] {
+            seat = make(&HistoryModel::seatClass);
+            for (unsigned long& guest : guests)
+                guest = make(&HistoryModel::guestClass);
+        },
+        [&] {
+            expectSoundSeats();
+            const bool isTaken = !stored("[guest] FROM [Seat]", seat).empty();
+            EXPECT_EQ(sides[0].committed || sides[1].committed, isTaken);
+        });
 }
 
 TEST_P(LinkInterleavingTest, KeepsANewPairWhenTheFormerOneParts) {
@@ -116,24 +118,25 @@ TEST_P(LinkInterleavingTest, KeepsANewPairWhenTheFormerOneParts) {
                                    sides[1].commit();
                                }
                            }};
-        play({taker, leaver},
-             [&] {
-                 seat = make(&HistoryModel::seatClass);
-                 former = make(&HistoryModel::guestClass);
-                 next = make(&HistoryModel::guestClass);
-                 maker.startTransaction();
-                 static_cast<Guest*>(maker.getInstance(former, maker.guestClass))->seat =
-                     static_cast<Seat*>(maker.getInstance(seat, maker.seatClass));
-                 maker.commit();
-             },
-             [&] {
-                 expectSoundSeats();
-                 if (sides[0].committed) {
-                     EXPECT_EQ(std::to_string(next), stored("[guest] FROM [Seat]", seat));
-                 } else if (sides[1].committed) {
-                     EXPECT_EQ("", stored("[guest] FROM [Seat]", seat));
-                 }
-             });
+        play(
+            {taker, leaver},
+            [&] {
+                seat = make(&HistoryModel::seatClass);
+                former = make(&HistoryModel::guestClass);
+                next = make(&HistoryModel::guestClass);
+                maker.startTransaction();
+                static_cast<Guest*>(maker.getInstance(former, maker.guestClass))->seat =
+                    static_cast<Seat*>(maker.getInstance(seat, maker.seatClass));
+                maker.commit();
+            },
+            [&] {
+                expectSoundSeats();
+                if (sides[0].committed) {
+                    EXPECT_EQ(std::to_string(next), stored("[guest] FROM [Seat]", seat));
+                } else if (sides[1].committed) {
+                    EXPECT_EQ("", stored("[guest] FROM [Seat]", seat));
+                }
+            });
     }
 }
 
@@ -150,27 +153,28 @@ TEST_P(LinkInterleavingTest, MovesAMemberToOnePlace) {
                      },
                      [&] { side.commit(); }};
     };
-    play({script(sides[0], tables[0]), script(sides[1], tables[1])},
-         [&] {
-             for (unsigned long& table : tables)
-                 table = makeTable(0);
-             guest = make(&HistoryModel::guestClass);
-             maker.startTransaction();
-             static_cast<Guest*>(maker.getInstance(guest, maker.guestClass))->table =
-                 static_cast<Table*>(maker.getInstance(tables[2], maker.tableClass));
-             maker.commit();
-         },
-         [&] {
-             const std::string at = stored("[table] FROM [Guest]", guest);
-             std::set<std::string> places;
-             if (sides[0].committed)
-                 places.insert(std::to_string(tables[0]));
-             if (sides[1].committed)
-                 places.insert(std::to_string(tables[1]));
-             if (places.empty())
-                 places.insert(std::to_string(tables[2]));
-             EXPECT_EQ(1U, places.count(at)) << at;
-         });
+    play(
+        {script(sides[0], tables[0]), script(sides[1], tables[1])},
+        [&] {
+            for (unsigned long& table : tables)
+                table = makeTable(0);
+            guest = make(&HistoryModel::guestClass);
+            maker.startTransaction();
+            static_cast<Guest*>(maker.getInstance(guest, maker.guestClass))->table =
+                static_cast<Table*>(maker.getInstance(tables[2], maker.tableClass));
+            maker.commit();
+        },
+        [&] {
+            const std::string at = stored("[table] FROM [Guest]", guest);
+            std::set<std::string> places;
+            if (sides[0].committed)
+                places.insert(std::to_string(tables[0]));
+            if (sides[1].committed)
+                places.insert(std::to_string(tables[1]));
+            if (places.empty())
+                places.insert(std::to_string(tables[2]));
+            EXPECT_EQ(1U, places.count(at)) << at;
+        });
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, LinkInterleavingTest,

@@ -67,9 +67,7 @@ protected:
         before = versions();
     }
 
-    int versions() {
-        return std::stoi(engine->ask("SELECT sum([KesVersion]) FROM [Guest]"));
-    }
+    int versions() { return std::stoi(engine->ask("SELECT sum([KesVersion]) FROM [Guest]")); }
 
     const std::unique_ptr<Engine> engine = Engine::make();
     int before = 0;

@@ -37,7 +37,10 @@ bool isOrdinary(const String& code) {
 }  // namespace
 
 Worker::Worker(int itsNumber, unsigned seed, int itsLists, const std::string& logFile)
-    : number(itsNumber), lists(itsLists), random(seed), log(logFile) {
+    : number(itsNumber),
+      lists(itsLists),
+      random(seed),
+      log(logFile) {
     log << std::unitbuf;
 }
 

@@ -16,20 +16,37 @@ using Names = std::vector<std::string>;
 
 // Only changes are for others to tell of.
 template <class T>
-concept TellsOfAdditions = requires(T& target, Instance* i) { target.fireInstanceAdded(i); };
+concept TellsOfAdditions = requires(T& target, Instance* i) {
+    target.fireInstanceAdded(i);
+};
 template <class T>
-concept TellsOfChanges = requires(T& target, Instance* i) { target.fireInstanceChanged(i); };
+concept TellsOfChanges = requires(T& target, Instance* i) {
+    target.fireInstanceChanged(i);
+};
 template <class T>
-concept TellsOfRemovals = requires(T& target, Instance* i) { target.fireInstanceRemoved(i); };
+concept TellsOfRemovals = requires(T& target, Instance* i) {
+    target.fireInstanceRemoved(i);
+};
 template <class T>
-concept TellsOfItself = requires(T& target) { target.fireInstanceChanged(); } ||
-                        requires(T& target) { target.fireInstanceRemoved(); };
+concept TellsOfItself = requires(T& target) {
+    target.fireInstanceChanged();
+}
+|| requires(T& target) {
+    target.fireInstanceRemoved();
+};
 template <class T>
-concept TellsOfLinks =
-    requires(T& target, Instance* i) { target.fireAssociationAdded(i, i); } ||
-    requires(T& target, Instance* i) { target.fireAssociationRemoved(i, i); } ||
-    requires(T& target, Association* a, Instance* i) { target.fireAssociationAdded(a, i); } ||
-    requires(T& target, Association* a, Instance* i) { target.fireAssociationRemoved(a, i); };
+concept TellsOfLinks = requires(T& target, Instance* i) {
+    target.fireAssociationAdded(i, i);
+}
+|| requires(T& target, Instance* i) {
+    target.fireAssociationRemoved(i, i);
+}
+|| requires(T& target, Association* a, Instance* i) {
+    target.fireAssociationAdded(a, i);
+}
+|| requires(T& target, Association* a, Instance* i) {
+    target.fireAssociationRemoved(a, i);
+};
 
 static_assert(TellsOfChanges<Class>);
 static_assert(!TellsOfAdditions<Class> && !TellsOfRemovals<Class>);

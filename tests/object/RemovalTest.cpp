@@ -525,8 +525,7 @@ public:
 protected:
     void declareModel() override {
         setVersion(1);
-        cls = addClass("Watchful", 1,
-                       [](Class* c) -> Instance* { return new Watchful(c); });
+        cls = addClass("Watchful", 1, [](Class* c) -> Instance* { return new Watchful(c); });
     }
 
 private:

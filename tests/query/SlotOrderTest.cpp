@@ -84,8 +84,8 @@ TEST(SlotOrderTest, HoldsForHandlers) {
 
 template <class... Arguments>
 long translation() {
-    return slotOf(static_cast<void (ConditionTranslator::*)(Arguments...)>(
-        &ConditionTranslator::translate));
+    return slotOf(
+        static_cast<void (ConditionTranslator::*)(Arguments...)>(&ConditionTranslator::translate));
 }
 
 TEST(SlotOrderTest, HoldsForTranslators) {

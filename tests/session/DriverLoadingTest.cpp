@@ -67,8 +67,7 @@ TEST(DriverLoadingTest, ReturnsNullForItWhenTheHandlerReturns) {
 TEST(DriverLoadingTest, SaysWhereAnIntactDriverIsToBeHad) {
     DBDriverManager::setDownloadLocation("the shelf");
 
-    const std::string message =
-        messageRaisedBy([] { DBDriverManager::getDBDriver("hollow"); });
+    const std::string message = messageRaisedBy([] { DBDriverManager::getDBDriver("hollow"); });
 
     EXPECT_EQ("Dynamic library hollow.dll is corrupt please download the newest from the shelf",
               message);
@@ -110,11 +109,11 @@ TEST(DriverLoadingTest, HasNoReasonBehindADriverThatWasFound) {
 }
 
 TEST(DriverLoadingTest, LoadsAPathUnlessTheApplicationForbidsIt) {
-    const std::filesystem::path kept = std::filesystem::temp_directory_path() /
-                                       ("kes-path-" + std::to_string(getpid()) + ".dll");
-    std::filesystem::copy_file(std::filesystem::read_symlink("/proc/self/exe").parent_path() /
-                                   "../lib/kes/sqlite.dll",
-                               kept);
+    const std::filesystem::path kept =
+        std::filesystem::temp_directory_path() / ("kes-path-" + std::to_string(getpid()) + ".dll");
+    std::filesystem::copy_file(
+        std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../lib/kes/sqlite.dll",
+        kept);
 
     DBDriverManager::setPathsAllowed(false);
     const DriverPointer forbidden(DBDriverManager::getDBDriver(kept.c_str()));

@@ -63,8 +63,7 @@ TEST(FieldDigestTest, FindsAChangeBetweenValuesThatWereChosenToLookAlike) {
     model.commit();
     pair->first = pair->second = 0;
     Selection stored(model.pairClass);
-    stored.where((stored["first"] == 1000000L) &
-                 (stored["second"] == -7856431568647413692L));
+    stored.where((stored["first"] == 1000000L) & (stored["second"] == -7856431568647413692L));
 
     EXPECT_TRUE(stored.next());
 }

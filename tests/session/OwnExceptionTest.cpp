@@ -83,7 +83,8 @@ std::string textOf(Many<Row>& many) {
 std::string stateOf(Row* row) {
     return textOf(row) + " " + std::to_string(row->n) + " v" + std::to_string(row->getVersion()) +
            " >" + textOf(row->next.get()) + " <" + textOf(row->previous) + " to " +
-           textOf(row->to) + " from " + textOf(row->from) + (row->isRemoved() ? " removed; " : "; ");
+           textOf(row->to) + " from " + textOf(row->from) +
+           (row->isRemoved() ? " removed; " : "; ");
 }
 
 int myTold = 0;
@@ -251,17 +252,20 @@ TEST_F(OwnExceptionTest, ThatComesAgainAndAgainPassesThroughACommit) {
 TEST_F(OwnExceptionTest, OfAStandardTypeComesOutOnce) {
     Row::burn = [] { throw std::runtime_error("cannot be read"); };
 
-    tryEachCall([&] { changeAndCommit(); }, [](const std::exception_ptr& caught) {
-        return wordsOf(caught).find("cannot be read") != std::string::npos && myTold <= 1;
-    });
+    tryEachCall([&] { changeAndCommit(); },
+                [](const std::exception_ptr& caught) {
+                    return wordsOf(caught).find("cannot be read") != std::string::npos &&
+                           myTold <= 1;
+                });
 }
 
 TEST_F(OwnExceptionTest, ThatWasRaisedIsToldOnce) {
     Row::burn = raise;
 
-    tryEachCall([&] { changeAndCommit(); }, [](const std::exception_ptr& caught) {
-        return wordsOf(caught) == "MINE: the row cannot be read" && myTold == 1;
-    });
+    tryEachCall([&] { changeAndCommit(); },
+                [](const std::exception_ptr& caught) {
+                    return wordsOf(caught) == "MINE: the row cannot be read" && myTold == 1;
+                });
 }
 
 TEST_F(OwnExceptionTest, OfAHandlerComesOutAsItIsAndOnce) {
@@ -275,9 +279,10 @@ TEST_F(OwnExceptionTest, OfAHandlerOfAStandardTypeComesOutAsItIsAndOnce) {
     Row::burn = raise;
     myThrows = Throws::Standard;
 
-    tryEachCall([&] { changeAndCommit(); }, [](const std::exception_ptr& caught) {
-        return wordsOf(caught) == "by the handler" && myTold == 1;
-    });
+    tryEachCall([&] { changeAndCommit(); },
+                [](const std::exception_ptr& caught) {
+                    return wordsOf(caught) == "by the handler" && myTold == 1;
+                });
 }
 
 TEST_F(OwnExceptionTest, BehindARefusedChangeIsNotToldByTheRollback) {

@@ -254,8 +254,7 @@ TEST_F(RefreshEventTest, FindsTheSameObjectAgainThatOthersHaveBroughtBack) {
         log.clear();
 
         if (isQuery)
-            EXPECT_EQ(ann.getInstance(),
-                      model.getInstance(ann->getObjectID(), model.personClass));
+            EXPECT_EQ(ann.getInstance(), model.getInstance(ann->getObjectID(), model.personClass));
         else
             ann->refresh();
 

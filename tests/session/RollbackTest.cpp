@@ -49,8 +49,7 @@ protected:
         EXPECT_EQ(bob.getInstance(), ann->spouse.get());
         EXPECT_EQ(ann.getInstance(), bob->marriedTo.get());
         EXPECT_EQ(nullptr, bob->employer.get());
-        EXPECT_TRUE(ann->friends.contains(cid.getInstance() ? static_cast<Person*>(cid)
-                                                            : nullptr));
+        EXPECT_TRUE(ann->friends.contains(cid.getInstance() ? static_cast<Person*>(cid) : nullptr));
         EXPECT_EQ(1U, ann->friends.size());
         EXPECT_EQ(1U, cid->friendOf.size());
         EXPECT_TRUE(firm->staff.contains(static_cast<Person*>(ann)));

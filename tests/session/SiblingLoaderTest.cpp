@@ -148,7 +148,7 @@ TEST_F(SiblingLoaderTest, FailsWhereTheRowFailsThoughItWasReadAhead) {
     recording.failAt(10, "cursor.getInstance");
 
     int delivered = 0;
-    EXPECT_RAISES("SELERR", while (firms.next()) ++delivered);
+    EXPECT_RAISES("SELERR", while (firms.next())++ delivered);
 
     EXPECT_EQ(9, delivered);
     EXPECT_FALSE(firms.next());
@@ -308,9 +308,8 @@ TEST_F(FreshSiblingTest, SeesWhatOthersCommittedASecondAgo) {
     const std::vector<Pointer<Company>> all = readFirms();
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(all[static_cast<std::size_t>(i)]->staff.empty());
-    letOthers([](StaffModel& other) {
-        other.newPerson("New")->employer = other.findCompany("F4");
-    });
+    letOthers(
+        [](StaffModel& other) { other.newPerson("New")->employer = other.findCompany("F4"); });
 
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
 

@@ -242,8 +242,7 @@ TEST_P(ThreadOwnerOfObjectsTest, IsTheOnlyOneThatPasses) {
     Person* const person = ann;
     Company* const company = firm;
 
-    EXPECT_RAISES("MTERR",
-                  onAnotherThread([&] { GetParam().make(model, person, company); }));
+    EXPECT_RAISES("MTERR", onAnotherThread([&] { GetParam().make(model, person, company); }));
 
     model.commit();
     EXPECT_FALSE(ann->isRemoved());

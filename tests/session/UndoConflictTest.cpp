@@ -20,9 +20,10 @@ protected:
         const int rankBefore = bob->rank;
         const unsigned long versionBefore = bob->getVersion();
 
-        EXPECT_EQ("Somebody else has removed or changed one of the objects you want to undo or "
-                  "redo, Transaction is aborted",
-                  messageRaisedBy([&] { model.undo(); }));
+        EXPECT_EQ(
+            "Somebody else has removed or changed one of the objects you want to undo or "
+            "redo, Transaction is aborted",
+            messageRaisedBy([&] { model.undo(); }));
 
         EXPECT_EQ(before, state());
         EXPECT_EQ(rankBefore, bob->rank);

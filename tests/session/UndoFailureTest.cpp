@@ -26,7 +26,8 @@ protected:
         for (const Pointer<Node>* each : {&ann, &bob, &cid, &dan, &eve, &fay, &gus}) {
             const Node* node = *each;
             state.push_back(std::to_string(node->rank) + (node->isRemoved() ? " removed " : " ") +
-                            std::to_string(node->getVersion()) + (node->inTransaction() ? "!" : ""));
+                            std::to_string(node->getVersion()) +
+                            (node->inTransaction() ? "!" : ""));
             if (node->isRemoved())
                 continue;
             state.back() += " " + number(node->boss) + number(node->whole) + number(node->mate) +

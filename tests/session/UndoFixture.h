@@ -57,8 +57,8 @@ protected:
 
     std::string ask(const std::string& query) const { return PlainSqlite(file).ask(query); }
     std::string column(const std::string& name, const Instance* of) const {
-        return ask("SELECT " + name + " FROM Node WHERE KesObjectID = " +
-                   std::to_string(of->getObjectID()));
+        return ask("SELECT " + name +
+                   " FROM Node WHERE KesObjectID = " + std::to_string(of->getObjectID()));
     }
     static std::string id(const Instance* of) { return std::to_string(of->getObjectID()); }
 

@@ -16,11 +16,11 @@ public:
 
     int plate = 0;  // unique
     int rank = 0;
-    One<Item> boss{this};   // Leading
+    One<Item> boss{this};  // Leading
     Many<Item> team{this};
     One<Item> whole{this};  // Owning, which cascades
     Many<Item> parts{this};
-    One<Item> mate{this};   // Mating
+    One<Item> mate{this};  // Mating
     One<Item> mateOf{this};
     Many<Item> likes{this};  // Liking
     Many<Item> likedBy{this};

@@ -221,8 +221,7 @@ private:
         const std::set<Id> wrapped = who(world, Wrap, id);
         demand(idsOf(box.content) == who(world, Shelf, id), &box, "content");
         demand(idsOf(box.labelled) == labelled, &box, "labelled");
-        demand(wrapped.size() <= 1 &&
-                   idOf(box.wrapped) == (wrapped.empty() ? 0 : *wrapped.begin()),
+        demand(wrapped.size() <= 1 && idOf(box.wrapped) == (wrapped.empty() ? 0 : *wrapped.begin()),
                &box, "wrapped");
     }
 };
@@ -468,8 +467,8 @@ private:
     void setFields(Session& session, Id id, int plate, int rank) {
         program << "assign " << id << " plate " << plate << " rank " << rank << '\n';
         const bool isBox = present[id].isBox;
-        Instance* object = isBox ? static_cast<Instance*>(session.model.box(id))
-                                 : session.model.item(id);
+        Instance* object =
+            isBox ? static_cast<Instance*>(session.model.box(id)) : session.model.item(id);
         const bool isFirst = pick(2) == 0;
         if (isFirst)
             object->change();
@@ -593,8 +592,7 @@ private:
         for (const auto& [each, o] : present)
             all.emplace_back(o.isBox ? static_cast<Instance*>(session.model.box(each))
                                      : session.model.item(each));
-        const auto at = static_cast<std::size_t>(
-            std::distance(present.begin(), present.find(id)));
+        const auto at = static_cast<std::size_t>(std::distance(present.begin(), present.find(id)));
         all[at]->remove();
         std::vector<Id> gone;
         for (const Pointer<Instance>& each : all)

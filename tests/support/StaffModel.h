@@ -19,9 +19,9 @@ public:
     One<Company> employer{this};  // Works
     One<Person> spouse{this};     // Marriage
     One<Person> marriedTo{this};
-    Many<Person> friends{this};   // Friendship
+    Many<Person> friends{this};  // Friendship
     Many<Person> friendOf{this};
-    One<Person> parent{this};     // Family
+    One<Person> parent{this};  // Family
     Many<Person> children{this};
 };
 
@@ -66,8 +66,8 @@ public:
     ~StaffModel() override = default;
 
     /// Opens a database, by default one in memory.
-    void openWith(const char* driverFile = "sqlite", const char* file = ":memory:",
-                  const char* openOptions = "");
+    void openWith(const char* driverFile = "sqlite",
+                  const char* file = ":memory:", const char* openOptions = "");
 
     Person* newPerson(const char* called, int age = 0);
     Company* newCompany(const char* called);

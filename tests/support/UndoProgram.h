@@ -225,7 +225,8 @@ private:
         if (order == 0)
             object->change();
         if (pick(2) == 0) {
-            o.label = std::string(static_cast<std::size_t>(pick(150)), static_cast<char>('a' + pick(26)));
+            o.label =
+                std::string(static_cast<std::size_t>(pick(150)), static_cast<char>('a' + pick(26)));
             object->label = o.label.c_str();
         }
         if (order == 1)
@@ -311,8 +312,8 @@ private:
     }
 
     void compare(const char* where, const World& seen) {
-        demand(oracle.world == seen, "expected\n" + describe(oracle.world) + where + '\n' +
-                                         describe(seen));
+        demand(oracle.world == seen,
+               "expected\n" + describe(oracle.world) + where + '\n' + describe(seen));
     }
 
     void demand(bool truth, const std::string& otherwise) const {

@@ -43,8 +43,8 @@ std::size_t readChoice(const std::string& key, const std::string& text,
             return position;
         list += (position++ == 0 ? "" : ", ") + std::string(choice);
     }
-    throw std::invalid_argument("the option \"" + key + "\" is one of " + list + ", not \"" +
-                                text + "\"");
+    throw std::invalid_argument("the option \"" + key + "\" is one of " + list + ", not \"" + text +
+                                "\"");
 }
 
 void enter(FaultSettings& settings, const std::string& key, const std::string& value) {
@@ -128,8 +128,8 @@ void FaultPlan::note(const std::string& slot, const std::string& details, bool d
         return;
     // Opened for each line: the process may be about to end.
     std::ofstream file(settings.log, std::ios::app);
-    file << calls << ' ' << slot << (details.empty() ? "" : " ") << details
-         << (due ? " FAULT" : "") << '\n';
+    file << calls << ' ' << slot << (details.empty() ? "" : " ") << details << (due ? " FAULT" : "")
+         << '\n';
 }
 
 bool FaultPlan::strike(const std::string& slot, bool mayThrow) {

@@ -12,8 +12,8 @@ namespace Kes::faulty {
 struct FaultSettings {
     enum Kind : std::uint8_t { Fail, Throw, Delay, Kill };
 
-    std::string driver;          // the real one
-    std::string realOptions;     // what is left for it
+    std::string driver;       // the real one
+    std::string realOptions;  // what is left for it
     Kind kind = Fail;
     std::string slot;            // only calls of this slot count; "" for all
     unsigned long at = 0;        // from 1; 0 for never

@@ -14,7 +14,9 @@ class FaultyCursor final : public DBDriverSelection {
 public:
     FaultyCursor(DBDriverSelection* itsCursor, std::shared_ptr<FaultPlan> itsPlan,
                  std::shared_ptr<Report> itsReport)
-        : real(itsCursor), plan(std::move(itsPlan)), report(std::move(itsReport)) {}
+        : real(itsCursor),
+          plan(std::move(itsPlan)),
+          report(std::move(itsReport)) {}
     FaultyCursor(const FaultyCursor&) = delete;
     FaultyCursor& operator=(const FaultyCursor&) = delete;
     ~FaultyCursor() override;

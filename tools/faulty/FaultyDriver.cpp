@@ -18,14 +18,14 @@ std::string textOf(const String& text) {
 }
 
 std::string nameOf(const Instance* instance) {
-    return textOf(instance->getClass()->getName()) + " " +
-           std::to_string(instance->getObjectID()) + " v" + std::to_string(instance->getVersion());
+    return textOf(instance->getClass()->getName()) + " " + std::to_string(instance->getObjectID()) +
+           " v" + std::to_string(instance->getVersion());
 }
 
 std::string linkOf(const Instance* first, const String& firstRole, const Instance* second,
                    const String& secondRole, const Association* association, bool linkFlag) {
-    return textOf(association->getName()) + ": " + nameOf(first) + " " + textOf(firstRole) +
-           " - " + nameOf(second) + " " + textOf(secondRole) + (linkFlag ? " (in row)" : "");
+    return textOf(association->getName()) + ": " + nameOf(first) + " " + textOf(firstRole) + " - " +
+           nameOf(second) + " " + textOf(secondRole) + (linkFlag ? " (in row)" : "");
 }
 
 // What the real driver made for a call that fails after all has no taker.
@@ -55,8 +55,7 @@ bool FaultyDriver::refuse(const std::string& words) {
 
 // Passes a call on, or lets its fault happen instead of it or behind it.
 template <class Result, class Work>
-Result FaultyDriver::call(const char* slot, const std::string& details, Result failure,
-                          Work work) {
+Result FaultyDriver::call(const char* slot, const std::string& details, Result failure, Work work) {
     report->told = false;
     if (real == nullptr) {
         refuse("faulty: the driver is not open");
@@ -106,9 +105,9 @@ bool FaultyDriver::prepare(const std::string& options, String& realOptions) {
 bool FaultyDriver::open(const String& source, const String& password, const String& user,
                         const String& options) {
     String realOptions;
-    return prepare(textOf(options), realOptions) &&
-           call("open", textOf(source), false,
-                [&] { return real->open(source, password, user, realOptions); });
+    return prepare(textOf(options), realOptions) && call("open", textOf(source), false, [&] {
+               return real->open(source, password, user, realOptions);
+           });
 }
 
 bool FaultyDriver::close() {
@@ -122,8 +121,8 @@ int FaultyDriver::getVersion(const String& name, const String& kind) {
 
 void FaultyDriver::setVersion(const String& name, int version, const String& kind) {
     const bool done =
-        call("setVersion", textOf(kind) + " " + textOf(name) + " " + std::to_string(version),
-             false, [&] {
+        call("setVersion", textOf(kind) + " " + textOf(name) + " " + std::to_string(version), false,
+             [&] {
                  real->setVersion(name, version, kind);
                  return true;
              });
@@ -147,8 +146,7 @@ bool FaultyDriver::endClassUpdate(Class* cls) {
 }
 
 bool FaultyDriver::createView(Class* cls) {
-    return call("createView", textOf(cls->getName()), false,
-                [&] { return real->createView(cls); });
+    return call("createView", textOf(cls->getName()), false, [&] { return real->createView(cls); });
 }
 
 bool FaultyDriver::createAssociation(Association* association) {
@@ -187,11 +185,9 @@ bool FaultyDriver::rollback() {
 
 bool FaultyDriver::addLink(Instance* first, const String& firstRole, Instance* second,
                            const String& secondRole, Association* association, bool linkFlag) {
-    return call("addLink", linkOf(first, firstRole, second, secondRole, association, linkFlag),
-                false, [&] {
-                    return real->addLink(first, firstRole, second, secondRole, association,
-                                         linkFlag);
-                });
+    return call(
+        "addLink", linkOf(first, firstRole, second, secondRole, association, linkFlag), false,
+        [&] { return real->addLink(first, firstRole, second, secondRole, association, linkFlag); });
 }
 
 bool FaultyDriver::insert(Instance* instance) {
