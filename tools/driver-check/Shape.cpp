@@ -51,6 +51,11 @@ Shape& Shape::asAbstract(bool isAbstractNow) {
     return *this;
 }
 
+Shape& Shape::asShared(bool isSharedNow) {
+    isShared = isSharedNow;
+    return *this;
+}
+
 Object::Object(Class* c, const Shape& itsShape) : Instance(c), shape(itsShape) {
     for (const Member* member : shape.all) {
         if (member->what == Member::Field)
@@ -201,6 +206,7 @@ void CheckModel::declareModel() {
         if (cls == nullptr)
             continue;
         cls->setAbstract(shape.isAbstract);
+        cls->setShared(shape.isShared);
         if (!shape.super.empty())
             cls->subclassOf((*this)[shape.super]);
         for (const Index& index : shape.indexes)

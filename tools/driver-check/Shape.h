@@ -48,11 +48,13 @@ struct Shape {
     Shape& index(const std::string& fields, bool isUnique = false);
     Shape& withVersion(int schemaVersion);
     Shape& asAbstract(bool isAbstractNow = true);
+    Shape& asShared(bool isSharedNow = true);
 
     std::string name;
     std::string super;
     int version = 0;  ///< 0 for the model's
     bool isAbstract = false;
+    bool isShared = false;  ///< with other models of the database
     std::vector<Member> own;
     std::vector<Index> indexes;
     std::vector<const Member*> all;  ///< inherited ones first; set by the model

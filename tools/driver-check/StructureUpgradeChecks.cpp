@@ -234,9 +234,9 @@ void keepModelsApart(Check& check) {
     two.verify(two.className(), "value", otherIds, words);
 }
 
-// A class that two models declare is one class.
+// A class that two models declare as shared is one class.
 void shareClass(Check& check) {
-    const std::vector<Shape> shapes{Shape("UpShared").field("value", Kind::Int)};
+    const std::vector<Shape> shapes{Shape("UpShared").field("value", Kind::Int).asShared()};
     CheckModel one(check, "sharing one", shapes);
     one.open();
     Pointer<Object> object;
@@ -250,6 +250,19 @@ void shareClass(Check& check) {
     check.require(seen != nullptr, "the other model's object is not to be found");
     check.expect(std::get<int>((*seen)["value"]) == 7,
                  "the other model's object has another value");
+}
+
+// A class belongs to the model that made its storage.
+void refuseClassOfAnother(Check& check) {
+    const std::vector<Shape> shapes{Shape("UpOwned").field("value", Kind::Int)};
+    CheckModel one(check, "owning one", shapes);
+    one.open();
+    one.close();
+    CheckModel two(check, "owning two", shapes);
+    const Raised raised = raisedBy([&] { two.open(); });
+    check.expect(raised.code == "DECLERR", "the class of another model was taken for one's own");
+    CheckModel again(check, "owning one", shapes);
+    again.open();
 }
 
 }  // namespace
@@ -292,6 +305,7 @@ void addStructureUpgradeChecks(Suite& suite) {
               [](Check& c) { changePlurality(c, "singular", false); });
     suite.add("upgrades.models-apart", keepModelsApart);
     suite.add("upgrades.class-shared", shareClass);
+    suite.add("upgrades.class-of-another-model", refuseClassOfAnother);
 }
 
 }  // namespace Kes::check
