@@ -12,9 +12,9 @@
 #include <kes/SortHandler.h>
 
 #include "core/Platform.h"
+#include "fetch/SiblingLoader.h"
+#include "identity/ObjectCache.h"
 #include "query/SelectionState.h"
-#include "session/ObjectCache.h"
-#include "session/SiblingLoader.h"
 
 namespace Kes {
 

@@ -9,8 +9,8 @@
 #include <kes/Pointer.h>
 
 #include "core/Platform.h"
+#include "fetch/SiblingLoader.h"
 #include "query/MergeHeap.h"
-#include "session/SiblingLoader.h"
 
 namespace Kes {
 

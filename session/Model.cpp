@@ -9,14 +9,14 @@
 #include <kes/Instance.h>
 
 #include "core/RaisedErrors.h"
+#include "fetch/SiblingLoader.h"
+#include "identity/ObjectCache.h"
 #include "object/DeclarationHandler.h"
 #include "object/FieldWalk.h"
 #include "session/ClassShape.h"
 #include "session/DriverCache.h"
-#include "session/ObjectCache.h"
 #include "session/SchemaRecords.h"
-#include "session/SiblingLoader.h"
-#include "session/TransactionManager.h"
+#include "transaction/TransactionManager.h"
 
 namespace Kes {
 

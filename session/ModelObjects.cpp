@@ -14,10 +14,10 @@
 #include <kes/Selection.h>
 
 #include "core/RaisedErrors.h"
-#include "session/FieldImage.h"
-#include "session/ObjectCache.h"
-#include "session/SiblingLoader.h"
-#include "session/TransactionManager.h"
+#include "fetch/SiblingLoader.h"
+#include "identity/ObjectCache.h"
+#include "transaction/FieldImage.h"
+#include "transaction/TransactionManager.h"
 
 namespace Kes {
 

@@ -7,7 +7,7 @@
 
 #include <kes/Kes.h>
 
-#include "session/KeyedDigest.h"
+#include "transaction/KeyedDigest.h"
 
 namespace Kes::testing {
 

@@ -1,4 +1,4 @@
-#include "session/Replay.h"
+#include "transaction/Replay.h"
 
 #include <kes/Association.h>
 #include <kes/Class.h>
@@ -9,11 +9,11 @@
 #include <kes/OneAssociatedInstance.h>
 
 #include "core/RaisedErrors.h"
+#include "identity/ObjectCache.h"
 #include "object/FieldWalk.h"
 #include "object/Links.h"
 #include "object/Removal.h"
-#include "session/ObjectCache.h"
-#include "session/TransactionManager.h"
+#include "transaction/TransactionManager.h"
 
 namespace Kes {
 

@@ -14,10 +14,10 @@
 #include <kes/OneAssociatedInstance.h>
 #include <kes/Selection.h>
 
+#include "fetch/SiblingLoader.h"
+#include "identity/ObjectCache.h"
 #include "object/Links.h"
-#include "session/ObjectCache.h"
-#include "session/SiblingLoader.h"
-#include "session/TransactionManager.h"
+#include "transaction/TransactionManager.h"
 
 namespace Kes {
 

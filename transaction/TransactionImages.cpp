@@ -16,9 +16,9 @@
 #include <kes/Pointer.h>
 
 #include "core/RaisedErrors.h"
+#include "fetch/SiblingLoader.h"
 #include "object/ListenerList.h"
-#include "session/SiblingLoader.h"
-#include "session/TransactionManager.h"
+#include "transaction/TransactionManager.h"
 
 namespace Kes {
 

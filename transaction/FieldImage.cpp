@@ -1,4 +1,4 @@
-#include "session/FieldImage.h"
+#include "transaction/FieldImage.h"
 
 #include <algorithm>
 #include <cstring>
@@ -9,7 +9,7 @@
 #include <kes/Timestamp.h>
 
 #include "object/FieldWalk.h"
-#include "session/KeyedDigest.h"
+#include "transaction/KeyedDigest.h"
 
 namespace Kes {
 

@@ -21,7 +21,7 @@
 #include <kes/Forward.h>
 #include <kes/Instance.h>
 
-#include "session/History.h"
+#include "transaction/History.h"
 
 namespace Kes {
 

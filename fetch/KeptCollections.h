@@ -3,7 +3,7 @@
 //
 // They are forgotten as soon as the application talks to the database in any
 // other way, and not used any more when they no longer stand for what would be
-// read now; see session/Freshness.h. A program that does so for every object
+// read now; see fetch/Freshness.h. A program that does so for every object
 // would have nearly all of what is loaded for siblings thrown away: it is noticed,
 // and loading together pauses, the longer the more often.
 
@@ -16,8 +16,8 @@
 #include <kes/Forward.h>
 #include <kes/String.h>
 
-#include "session/Freshness.h"
-#include "session/Pause.h"
+#include "fetch/Freshness.h"
+#include "fetch/Pause.h"
 
 namespace Kes {
 

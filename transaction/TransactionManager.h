@@ -39,9 +39,9 @@
 #include <kes/OneAssociatedInstance.h>
 #include <kes/String.h>
 
-#include "session/FieldImage.h"
-#include "session/History.h"
-#include "session/LinkIndex.h"
+#include "transaction/FieldImage.h"
+#include "transaction/History.h"
+#include "transaction/LinkIndex.h"
 
 namespace Kes {
 

@@ -12,7 +12,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "session/CommitCount.h"
+#include "transaction/CommitCount.h"
 
 namespace Kes {
 

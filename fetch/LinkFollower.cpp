@@ -1,4 +1,4 @@
-#include "session/LinkFollower.h"
+#include "fetch/LinkFollower.h"
 
 #include <kes/Association.h>
 #include <kes/Class.h>
@@ -7,9 +7,9 @@
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
 
+#include "identity/ObjectCache.h"
 #include "object/Links.h"
-#include "session/ObjectCache.h"
-#include "session/TransactionManager.h"
+#include "transaction/TransactionManager.h"
 
 namespace Kes {
 

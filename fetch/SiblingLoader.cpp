@@ -1,4 +1,4 @@
-#include "session/SiblingLoader.h"
+#include "fetch/SiblingLoader.h"
 
 #include <algorithm>
 #include <memory>
@@ -17,9 +17,9 @@
 #include <kes/Selection.h>
 
 #include "core/RaisedErrors.h"
+#include "identity/ObjectCache.h"
 #include "object/Links.h"
-#include "session/ObjectCache.h"
-#include "session/TransactionManager.h"
+#include "transaction/TransactionManager.h"
 
 namespace Kes {
 

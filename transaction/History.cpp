@@ -1,4 +1,4 @@
-#include "session/History.h"
+#include "transaction/History.h"
 
 #include <algorithm>
 

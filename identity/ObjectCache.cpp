@@ -1,10 +1,10 @@
-#include "session/ObjectCache.h"
+#include "identity/ObjectCache.h"
 
 #include <kes/Handler.h>
 #include <kes/Many.h>
 #include <kes/OneAssociatedInstance.h>
 
-#include "session/TransactionManager.h"
+#include "transaction/TransactionManager.h"
 
 namespace Kes {
 

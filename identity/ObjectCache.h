@@ -14,8 +14,8 @@
 #include <kes/Forward.h>
 #include <kes/Pointer.h>
 
-#include "session/ObjectTable.h"
-#include "session/PointerRegistry.h"
+#include "identity/ObjectTable.h"
+#include "identity/PointerRegistry.h"
 
 namespace Kes {
 

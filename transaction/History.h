@@ -13,7 +13,7 @@
 
 #include <kes/Forward.h>
 
-#include "session/FieldImage.h"
+#include "transaction/FieldImage.h"
 
 namespace Kes {
 

@@ -9,7 +9,7 @@
 //
 // No program may tell what was read ahead from what is read when it is asked for.
 // So the application is handed nothing of it that is not fresh (see
-// session/Freshness.h). Partners of one-references, and the members of siblings'
+// fetch/Freshness.h). Partners of one-references, and the members of siblings'
 // collections, enter the object cache marked as read ahead; the mark goes when
 // the application gets them, and while it stands, Model::get does not find them. One
 // that is not fresh by then is read again, together with those of the siblings.
@@ -28,9 +28,9 @@
 #include <kes/Instance.h>
 #include <kes/String.h>
 
-#include "session/Freshness.h"
-#include "session/KeptCollections.h"
-#include "session/LinkFollower.h"
+#include "fetch/Freshness.h"
+#include "fetch/KeptCollections.h"
+#include "fetch/LinkFollower.h"
 
 namespace Kes {
 

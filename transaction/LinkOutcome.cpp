@@ -1,4 +1,4 @@
-#include "session/LinkOutcome.h"
+#include "transaction/LinkOutcome.h"
 
 #include <kes/Association.h>
 #include <kes/Instance.h>
@@ -6,8 +6,8 @@
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
 
+#include "identity/ObjectCache.h"
 #include "object/Links.h"
-#include "session/ObjectCache.h"
 
 namespace Kes {
 

@@ -1,4 +1,4 @@
-#include "session/TransactionManager.h"
+#include "transaction/TransactionManager.h"
 
 #include <exception>
 #include <utility>
@@ -13,10 +13,10 @@
 
 #include "core/FatalEnd.h"
 #include "core/RaisedErrors.h"
+#include "fetch/SiblingLoader.h"
+#include "identity/ObjectCache.h"
 #include "object/ListenerList.h"
-#include "session/CommitCount.h"
-#include "session/ObjectCache.h"
-#include "session/SiblingLoader.h"
+#include "transaction/CommitCount.h"
 
 namespace Kes {
 

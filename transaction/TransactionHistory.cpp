@@ -7,10 +7,10 @@
 #include <kes/Model.h>
 #include <kes/OneAssociatedInstance.h>
 
-#include "session/LinkOutcome.h"
-#include "session/ObjectCache.h"
-#include "session/Replay.h"
-#include "session/TransactionManager.h"
+#include "identity/ObjectCache.h"
+#include "transaction/LinkOutcome.h"
+#include "transaction/Replay.h"
+#include "transaction/TransactionManager.h"
 
 namespace Kes {
 

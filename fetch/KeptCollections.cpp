@@ -1,4 +1,4 @@
-#include "session/KeptCollections.h"
+#include "fetch/KeptCollections.h"
 
 #include <utility>
 

@@ -8,7 +8,7 @@
 
 #include <unordered_map>
 
-#include "session/TransactionManager.h"
+#include "transaction/TransactionManager.h"
 
 namespace Kes {
 
