@@ -19,4 +19,12 @@ int makeFile(const char* name, unsigned permissions) {
     return fault;
 }
 
+bool identify(const char* name, FileId& id) noexcept {
+    struct stat found;
+    if (::stat(name, &found) != 0)
+        return false;
+    id = {static_cast<std::uint64_t>(found.st_dev), static_cast<std::uint64_t>(found.st_ino)};
+    return true;
+}
+
 }  // namespace Kes::sql::platform

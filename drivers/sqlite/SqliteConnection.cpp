@@ -194,6 +194,9 @@ SqliteConnection::SqliteConnection(const SqliteSettings& wanted) : settings(want
         configure();
         checkJournal();
         keepsLog = ask("PRAGMA journal_mode") == "wal";
+        // The log and its index are made by the first read.
+        if (keepsLog)
+            execute("SELECT count(*) FROM sqlite_schema");
         if (!settings.readOnly)
             file = std::make_unique<SqliteFile>(database, keepsLog);
     } catch (...) {
@@ -379,16 +382,10 @@ bool SqliteConnection::needsRoom(bool isReading, bool) {
 // The index of the log, which all connections have in common, counts the commits.
 // A statement that asked for them would cost a connection of its own.
 std::optional<std::uint32_t> SqliteConnection::commitCount() const {
-    constexpr int RegionSize = 32768;
-    constexpr std::size_t Counter = 2;  // of the words
-    sqlite3_file* opened = nullptr;
-    void volatile* region = nullptr;
-    if (sqlite3_file_control(database, "main", SQLITE_FCNTL_FILE_POINTER, &opened) != SQLITE_OK ||
-        opened == nullptr || opened->pMethods == nullptr || opened->pMethods->iVersion < 2 ||
-        opened->pMethods->xShmMap(opened, 0, RegionSize, 0, &region) != SQLITE_OK ||
-        region == nullptr)
+    constexpr int Counter = 2;  // of the words
+    auto* words = const_cast<std::uint32_t*>(logIndexOf(database));
+    if (words == nullptr)
         return std::nullopt;
-    auto* words = static_cast<std::uint32_t*>(const_cast<void*>(region));
     return std::atomic_ref<std::uint32_t>(words[Counter]).load(std::memory_order_acquire);
 }
 

@@ -3,8 +3,6 @@
 #include <sqlite3.h>
 
 #include <cstring>
-#include <filesystem>
-#include <system_error>
 
 #include "drivers/common/SqlFailure.h"
 
@@ -18,6 +16,14 @@ constexpr char Magic[] = "SQLite format 3";
 
 // The first bytes of a log; the last bit tells the order of bytes in checksums.
 constexpr unsigned LogMagic = 0x377F0682;
+constexpr int LogHeaderSize = 32;
+constexpr int FrameHeaderSize = 24;
+constexpr int SaltsAt = 16;
+
+// Words of the log's index.
+constexpr std::uint32_t IndexFormat = 3007000;
+constexpr int FramesAt = 4;
+constexpr int IndexSaltsAt = 8;
 
 unsigned bigEndian(const unsigned char* at) {
     return static_cast<unsigned>(at[0]) << 24 | static_cast<unsigned>(at[1]) << 16 |
@@ -43,14 +49,28 @@ std::int64_t sizeOf(sqlite3_file* file) {
 
 }  // namespace
 
-SqliteFile::SqliteFile(sqlite3* itsDatabase, bool keepsLog) : database(itsDatabase) {
+const volatile std::uint32_t* logIndexOf(sqlite3* database) {
+    constexpr int RegionSize = 32768;
+    sqlite3_file* file = fileOf(database, SQLITE_FCNTL_FILE_POINTER);
+    void volatile* region = nullptr;
+    if (file == nullptr || file->pMethods->iVersion < 2 ||
+        file->pMethods->xShmMap(file, 0, RegionSize, 0, &region) != SQLITE_OK)
+        return nullptr;
+    return static_cast<const volatile std::uint32_t*>(region);
+}
+
+SqliteFile::SqliteFile(sqlite3* itsDatabase, bool itKeepsLog)
+    : database(itsDatabase),
+      keepsLog(itKeepsLog) {
     const char* name = sqlite3_db_filename(database, "main");
     path = name != nullptr ? name : "";
     if (path.empty())
         return;
+    log.path = path + "-wal";
+    index.path = path + "-shm";
     if (keepsLog) {
-        log = path + "-wal";
-        index = path + "-shm";
+        platform::identify(log.path.c_str(), log.id);
+        platform::identify(index.path.c_str(), index.id);
     }
     known = sizeOf(fileOf(database, SQLITE_FCNTL_FILE_POINTER));
 }
@@ -62,19 +82,29 @@ void SqliteFile::fail(const std::string& what, FailureKind kind) {
                      kind);
 }
 
+void SqliteFile::failOnLog(const std::string& what, const std::string& how, FailureKind kind) {
+    fail("the file \"" + what + "\", a part of the database, was " + how, kind);
+}
+
 void SqliteFile::checkBefore() {
     if (path.empty())
         return;
     checkPlace(FailureKind::LostConnection);
     checkSize();
+    if (!keepsLog)
+        return;
+    checkCompanions(FailureKind::LostConnection);
+    checkLog();
 }
 
 void SqliteFile::checkAfter() {
     if (path.empty())
         return;
     checkPlace(FailureKind::UnknownOutcome);
-    if (!log.empty())
-        checkLog();
+    if (keepsLog) {
+        checkCompanions(FailureKind::UnknownOutcome);
+        checkLogStart();
+    }
     known = sizeOf(fileOf(database, SQLITE_FCNTL_FILE_POINTER));
 }
 
@@ -85,11 +115,22 @@ void SqliteFile::checkPlace(FailureKind kind) const {
         fail("the file \"" + path + "\" was deleted, moved or replaced", kind);
 }
 
+// What is not in the file itself yet lies in the log, and the index is what
+// keeps the programs that write to the log apart. SQLite leaves both alone as
+// long as anybody has the database open.
+void SqliteFile::checkCompanions(FailureKind kind) const {
+    for (const Companion* each : {&log, &index}) {
+        platform::FileId found;
+        if (!platform::identify(each->path.c_str(), found) || found != each->id)
+            failOnLog(each->path, "deleted, moved or replaced", kind);
+    }
+}
+
 // Other programs may make a file smaller; then its header says so too. Without
 // a log this transaction may be writing the file already.
 void SqliteFile::checkSize() {
     const std::int64_t size = sizeOf(fileOf(database, SQLITE_FCNTL_FILE_POINTER));
-    if (size < known && (size == 0 || (!log.empty() && !isWhole(size))))
+    if (size < known && (size == 0 || (keepsLog && !isWhole(size))))
         fail("the file \"" + path + "\" was truncated from " + std::to_string(known) + " to " +
                  std::to_string(size) + " bytes",
              FailureKind::LostConnection);
@@ -108,26 +149,32 @@ bool SqliteFile::isWhole(std::int64_t size) const {
     return !knowsPages || bigEndian(header + 28) * pageSize <= size;
 }
 
-// What is not in the file itself yet lies in the log, and the index is what
-// keeps the programs that write to the log apart.
+// Nobody else writes to the log while this transaction does, so it has to be the
+// one that the index tells of. A frame that is missing takes those behind it along.
 void SqliteFile::checkLog() const {
-    std::error_code fault;
-    const auto found = std::filesystem::file_size(log, fault);
+    const volatile std::uint32_t* words = logIndexOf(database);
     sqlite3_file* file = fileOf(database, SQLITE_FCNTL_JOURNAL_POINTER);
-    if (fault)
-        fail("the file \"" + log.string() + "\", a part of the database, was deleted or moved",
-             FailureKind::UnknownOutcome);
+    if (words == nullptr || file == nullptr || words[0] != IndexFormat || words[FramesAt] == 0)
+        return;
+    const std::uint32_t salts[] = {words[IndexSaltsAt], words[IndexSaltsAt + 1]};
+    unsigned char start[LogHeaderSize];
+    const std::int64_t size = sizeOf(file);
+    if (size < LogHeaderSize || file->pMethods->xRead(file, start, sizeof start, 0) != SQLITE_OK ||
+        (bigEndian(start) & ~1U) != LogMagic ||
+        std::memcmp(start + SaltsAt, salts, sizeof salts) != 0 ||
+        size < LogHeaderSize + std::int64_t{words[FramesAt]} *
+                                   (FrameHeaderSize + std::int64_t{bigEndian(start + 8)}))
+        failOnLog(log.path, "truncated or overwritten", FailureKind::LostConnection);
+}
 
-    // An empty one was written back as a whole, perhaps a moment ago.
+// Others may have begun it anew by now. An empty one was written back as a whole,
+// perhaps a moment ago.
+void SqliteFile::checkLogStart() const {
     unsigned char start[4];
-    if (found != 0 && file != nullptr &&
-        file->pMethods->xRead(file, start, sizeof start, 0) == SQLITE_OK &&
+    sqlite3_file* file = fileOf(database, SQLITE_FCNTL_JOURNAL_POINTER);
+    if (sizeOf(file) > 0 && file->pMethods->xRead(file, start, sizeof start, 0) == SQLITE_OK &&
         (bigEndian(start) & ~1U) != LogMagic)
-        fail("the file \"" + log.string() + "\", a part of the database, was truncated or replaced",
-             FailureKind::UnknownOutcome);
-    if (!std::filesystem::exists(index, fault))
-        fail("the file \"" + index.string() + "\", a part of the database, was deleted or moved",
-             FailureKind::UnknownOutcome);
+        failOnLog(log.path, "truncated or overwritten", FailureKind::UnknownOutcome);
 }
 
 }  // namespace Kes::sql

@@ -7,15 +7,20 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <string>
 
 #include <kes/Failure.h>
+
+#include "drivers/sqlite/Platform.h"
 
 struct sqlite3;
 struct sqlite3_file;
 
 namespace Kes::sql {
+
+/// The words of the index of the database's log, which all its connections have in
+/// common; null when there is none.
+const volatile std::uint32_t* logIndexOf(sqlite3* database);
 
 class SqliteFile {
 public:
@@ -29,19 +34,29 @@ public:
     void checkAfter();
 
 private:
+    // A file beside the database that stays the same as long as it is open.
+    struct Companion {
+        std::string path;
+        platform::FileId id;
+    };
+
     void checkPlace(FailureKind kind) const;
+    void checkCompanions(FailureKind kind) const;
     void checkSize();
     void checkLog() const;
+    void checkLogStart() const;
     [[nodiscard]] bool isWhole(std::int64_t size) const;
     [[noreturn]] static void fail(const std::string& what, FailureKind kind);
+    [[noreturn]] static void failOnLog(const std::string& what, const std::string& how,
+                                       FailureKind kind);
 
     sqlite3* database;
     std::string path;  // absolute; empty where there is no file
+    bool keepsLog;
 
-    // Paths already, for nothing may need memory once the commit stands. Both are
-    // empty in the other journal modes.
-    std::filesystem::path log;
-    std::filesystem::path index;
+    // Known by now, for nothing may need memory once the commit stands.
+    Companion log;
+    Companion index;
     std::int64_t known = 0;  // bytes that the file had
 };
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <sstream>
 
 #include "tests/drivers/FreeModel.h"
@@ -415,6 +416,15 @@ void halveIt(const std::string& file) {
     std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
 }
 
+// With the log of another database, which is as good as its own.
+void overwriteIt(const std::string& file) {
+    const std::string other = file + ".other";
+    PlainSqlite plain(other);
+    plain.run("PRAGMA journal_mode=wal; CREATE TABLE t (x); INSERT INTO t VALUES (1)");
+    std::ofstream(file, std::ios::binary)
+        << std::ifstream(other + "-wal", std::ios::binary).rdbuf();
+}
+
 }  // namespace
 
 class SqliteHarmTest : public SqliteTest, public ::testing::WithParamInterface<Harm> {
@@ -446,6 +456,7 @@ TEST_P(SqliteHarmTest, AcknowledgesNoCommitThatIsLost) {
     const std::string message = messageRaisedBy([&] { model.commit(); });
 
     EXPECT_TRUE(says(message, GetParam().words)) << message;
+    EXPECT_NE(FailureKind::UnknownOutcome, model.getFailureKind());
     EXPECT_EQ(40, bob->age);
     EXPECT_FALSE(model.transactionStarted());
 }
@@ -463,7 +474,11 @@ INSTANTIATE_TEST_SUITE_P(
         Harm{"Halved", WithLog, "", halveIt, "truncated from"},
         Harm{"LogRemoved", WithLog, "-wal", removeIt,
              "-wal\", a part of the database, was deleted"},
-        Harm{"LogEmptied", WithLog, "-wal", emptyIt, "was truncated or replaced"},
+        Harm{"LogReplaced", WithLog, "-wal", replaceIt, "-wal\", a part of the database, was"},
+        Harm{"LogEmptied", WithLog, "-wal", emptyIt, "was truncated or overwritten"},
+        Harm{"LogHalved", WithLog, "-wal", halveIt, "was truncated or overwritten"},
+        Harm{"LogOverwritten", WithLog, "-wal", overwriteIt, "was truncated or overwritten"},
+        Harm{"IndexReplaced", WithLog, "-shm", replaceIt, "-shm\", a part of the database, was"},
         Harm{"IndexRemoved", WithLog, "-shm", removeIt, "-shm\", a part of the database, was"},
         Harm{"RemovedWithoutLog", WithoutLog, "", removeIt, "deleted, moved or replaced"},
         Harm{"ReplacedWithoutLog", WithoutLog, "", replaceIt, "deleted, moved or replaced"},
