@@ -253,7 +253,7 @@ void WriteQueue::lockRows(std::vector<std::size_t> order) {
                     continue;
                 locking.reset();
             } catch (const SqlFailure& failure) {
-                throw PostFailure(order[begin + at], failure.what());
+                throw PostFailure(order[begin + at], failure);
             }
         }
         begin = end;

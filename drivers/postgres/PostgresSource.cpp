@@ -2,6 +2,7 @@
 
 #include <libpq-fe.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -26,6 +27,19 @@ bool isConnectionText(const std::string& source) {
     return isUrl(source) || source.find('=') != std::string::npos;
 }
 
+// A text that holds a password in a place where the library looks for something
+// else: behind an @ or a / that a URL had to write otherwise, or in what it takes
+// for the name of a database. It shows both in its messages.
+bool mayShowPassword(const std::string& source) {
+    if (!isConnectionText(source))
+        return source.find('@', std::min(source.find(':'), source.size())) != std::string::npos;
+    if (!isUrl(source))
+        return false;
+    const std::size_t end = source.find_first_of("@/", source.find("://") + 3);
+    const std::size_t next = end == std::string::npos ? end : source.find_first_of("@?", end + 1);
+    return next != std::string::npos && source[next] == '@';
+}
+
 // Null with the library's words for a text that it cannot read.
 ParameterList parse(const std::string& source, std::string& words) {
     char* error = nullptr;
@@ -48,8 +62,13 @@ std::string valueOf(const PQconninfoOption* list, const std::string& keyword) {
 // The library quotes what it cannot read, which may be a part of a password.
 // Only the name of an unknown parameter is fit to be shown.
 void demandReadable(const std::string& source) {
+    if (mayShowPassword(source))
+        throw SqlFailure(
+            "the source cannot be read as a connection text; write "
+            "postgresql://host:port/database, with %40 for an @ and %2F for a / that are part of "
+            "something, and give the password by itself");
     std::string words;
-    if (parse(source, words) != nullptr)
+    if (!isConnectionText(source) || parse(source, words) != nullptr)
         return;
     const bool isAboutName = words.find("invalid connection option") == 0 ||
                              words.find("invalid URI query parameter") == 0;
@@ -91,8 +110,7 @@ PostgresSource::PostgresSource(const std::string& source, const std::string& pas
     schema = options.getText("schema", "");
     isolation = options.getChoice(
         "isolation", {"read committed", "repeatable read", "serializable"}, "read committed");
-    if (isConnectionText(source))
-        demandReadable(source);
+    demandReadable(source);
 
     // Of two values the last one counts; the source is the first name of a
     // database, the one that is taken apart.
@@ -111,6 +129,8 @@ PostgresSource::PostgresSource(const std::string& source, const std::string& pas
 }
 
 std::string PostgresSource::shown(const std::string& source) {
+    if (mayShowPassword(source))
+        return "postgresql://...";
     if (!isConnectionText(source))
         return source;
     std::string ignored;

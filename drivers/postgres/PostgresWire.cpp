@@ -2,6 +2,7 @@
 
 #include <libpq-fe.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <ostream>
@@ -201,21 +202,37 @@ void PostgresWire::flush() {
             return;
 }
 
-// False when the connection broke; the next result says how.
+// False when the connection broke; the next result says how. Where the talk is
+// encrypted, the client library may hold back what has arrived already, and the
+// socket says nothing of it: one that is silent is asked again now and then.
 bool PostgresWire::await(bool toSend) {
+    constexpr int pause = 100;  // ms
+    const bool mayHoldBack =
+        !toSend && (PQsslInUse(connection) != 0 || PQgssEncInUse(connection) != 0);
     const int limit = limits.network > 0 ? static_cast<int>(limits.network) : -1;
-    if (!awaitSocket(PQsocket(connection), toSend, limit)) {
-        endTalk(PQsocket(connection));
-        lose("the server was silent for " + std::to_string(limits.network / 1000) +
-             " s, the network_timeout");
+    for (int left = limit;;) {
+        if (mayHoldBack && (PQconsumeInput(connection) == 0 || PQisBusy(connection) == 0))
+            break;
+        const int step = mayHoldBack ? std::min(left, pause) : left;
+        if (awaitSocket(PQsocket(connection), toSend, step))
+            break;
+        left -= step;
+        if (left <= 0) {
+            endTalk(PQsocket(connection));
+            lose("the server was silent for " + std::to_string(limits.network / 1000) +
+                 " s, the network_timeout");
+        }
     }
     return PQconsumeInput(connection) != 0;
 }
 
+// The client library's own wait knows what it holds back, and no end.
 Result PostgresWire::next() {
-    while (PQisBusy(connection) != 0)
-        if (!await(PQflush(connection) == 1))
+    while (PQisBusy(connection) != 0) {
+        flush();
+        if (limits.network == 0 || !await(false))
             break;
+    }
     return Result(PQgetResult(connection));
 }
 

@@ -12,8 +12,11 @@ namespace Kes::sql::platform {
 // process's mask takes some away from those that it is made with.
 int makeFile(const char* name, unsigned permissions) {
     const int file = ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (file < 0)
-        return errno == EEXIST ? 0 : errno;
+    if (file < 0) {
+        // A link that leads nowhere is there too, and SQLite would make what it names.
+        struct stat found;
+        return errno == EEXIST && ::stat(name, &found) == 0 ? 0 : errno;
+    }
     const int fault = ::fchmod(file, permissions) == 0 ? 0 : errno;
     ::close(file);
     return fault;

@@ -66,6 +66,62 @@ TEST_F(MariadbConflictTest, EndsADeadlockForOneAndLeavesNothingOfIt) {
     EXPECT_EQ("72", engine->ask("SELECT sum([age]) FROM [Person]"));
 }
 
+// Writes that go by the fields that changed take the locks of their rows before.
+TEST_F(MariadbConflictTest, TellsOfADeadlockOverTheLocksBeforeManyWrites) {
+    mine.startTransaction();
+    for (int i = 0; i < 4; ++i)
+        mine.newPerson("Crowd", i);
+    mine.commit();
+    struct Side {
+        StaffModel model;
+        std::vector<Pointer<Person>> crowd;
+        FailureKind kind = FailureKind::None;
+
+        void changeAndLock(bool isFirst) {
+            model.startTransaction();
+            (isFirst ? crowd.front() : crowd.back())->lock();
+            for (std::size_t i = 0; i < crowd.size(); ++i) {
+                crowd[i]->change();
+                if (i % 2 == 0)
+                    crowd[i]->age += 1;
+                else
+                    crowd[i]->salary += 1;
+            }
+        }
+        void commit() {
+            codeRaisedBy([&] { model.commit(); });
+            kind = model.getFailureKind();
+        }
+    };
+    const auto prepare = [&](Side& side, bool isFirst) {
+        engine->open(side.model, "lock_timeout=20000");
+        SelectionOf<Person> all(side.model.personClass);
+        all.where(all["name"] == "Crowd");
+        all.orderBy(all["age"]);
+        while (Person* each = all.nextValue())
+            side.crowd.emplace_back(each);
+        side.changeAndLock(isFirst);
+    };
+    Side here;
+    prepare(here, true);
+    std::promise<void> isLocked;
+    auto there = std::async(std::launch::async, [&] {
+        Side side;
+        prepare(side, false);
+        isLocked.set_value();
+        side.commit();
+        return side.kind;
+    });
+    isLocked.get_future().wait();
+
+    here.commit();
+    const FailureKind theirs = there.get();
+
+    const bool isOurs = here.kind != FailureKind::None;
+    EXPECT_EQ(FailureKind::Conflict, isOurs ? here.kind : theirs);
+    EXPECT_EQ(FailureKind::None, isOurs ? theirs : here.kind);
+}
+
 TEST_F(MariadbConflictTest, LeavesNothingOfATransactionThatWaitedTooLong) {
     StaffModel other;
     engine->open(other, "lock_timeout=1000");

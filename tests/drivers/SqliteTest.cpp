@@ -370,6 +370,13 @@ TEST_F(SqliteTest, MakesTheFileWithThePermissionsThatItIsTold) {
     EXPECT_EQ(perms(0666), std::filesystem::status(folder.path("shared.db")).permissions());
 }
 
+TEST_F(SqliteTest, MakesNoFileWithOtherPermissionsBehindALink) {
+    std::filesystem::create_symlink(folder.path("absent.db"), file);
+
+    EXPECT_TRUE(says(refusal(file, "mode=0600"), "the permissions that mode asks for"));
+    EXPECT_FALSE(std::filesystem::exists(folder.path("absent.db")));
+}
+
 TEST_F(SqliteTest, LeavesThePermissionsOfAFileThatExists) {
     make(file);
     std::filesystem::permissions(file, std::filesystem::perms(0640));
