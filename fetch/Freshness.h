@@ -12,16 +12,10 @@
 #include <chrono>
 #include <cstdint>
 
-#include "transaction/CommitCount.h"
+#include "fetch/CommitCount.h"
+#include "query/DeliveryObserver.h"
 
 namespace Kes {
-
-/// When something was read.
-struct ReadMoment {
-    std::uint64_t era = 0;  // 0: it was not read ahead, and stands for nothing
-    std::uint64_t commits = 0;
-    std::chrono::steady_clock::time_point when;
-};
 
 class Freshness {
 public:

@@ -9,7 +9,7 @@
 
 #include "identity/ObjectCache.h"
 #include "object/Links.h"
-#include "transaction/TransactionManager.h"
+#include "object/ReferenceState.h"
 
 namespace Kes {
 
@@ -112,7 +112,7 @@ void LinkFollower::join(Instance* instance, const End& end, unsigned long id) {
 void LinkFollower::pointBack(OneAssociatedInstance& ref, Instance* owner, Instance* partner,
                              const End& end) {
     const unsigned long before = partnerOf(ref);
-    if (before == partner->getObjectID() || TransactionManager::isTouched(ref))
+    if (before == partner->getObjectID() || ReferenceState::isTouched(ref))
         return;
     pointTo(ref, partner->getObjectID());
     if (before == 0)
@@ -130,7 +130,7 @@ void LinkFollower::leave(Instance* instance, const End& end, unsigned long id) {
     if (back.many != nullptr && back.many->isFetched())
         back.many->remove(instance);
     if (back.one != nullptr && partnerOf(*back.one) == instance->getObjectID() &&
-        !TransactionManager::isTouched(*back.one))
+        !ReferenceState::isTouched(*back.one))
         pointTo(*back.one, 0);
 }
 

@@ -1,10 +1,8 @@
 #include "identity/ObjectCache.h"
 
 #include <kes/Handler.h>
-#include <kes/Many.h>
-#include <kes/OneAssociatedInstance.h>
 
-#include "transaction/TransactionManager.h"
+#include "object/ReferenceState.h"
 
 namespace Kes {
 
@@ -28,13 +26,6 @@ std::size_t patienceAfter(std::size_t freed, std::size_t survivors) {
 
 }  // namespace
 
-// Reads the members of a many-reference without touching an iteration that the
-// application may have under way on it.
-class SweepAccess {
-public:
-    static const std::vector<Instance*>& members(const ManyReference& ref) { return ref.members; }
-};
-
 class Marker::ReferenceMarker final : public EmptyHandler {
 public:
     explicit ReferenceMarker(Marker& itsMarker) : marker(itsMarker) {}
@@ -46,7 +37,7 @@ public:
 
     void handleManyAssociated(const String&, const String&, ManyAssociatedInstances* ref) override {
         if (const auto* known = dynamic_cast<const ManyReference*>(ref)) {
-            for (Instance* member : SweepAccess::members(*known))
+            for (Instance* member : ReferenceState::members(*known))
                 marker.push(member);
             return;
         }
@@ -138,11 +129,11 @@ bool ObjectCache::findLost(const Instance* instance) {
 }
 
 // Marks that stayed behind would keep the next collection from what they hide.
-void ObjectCache::collect(const TransactionManager& transactions) try {
+void ObjectCache::collect(const std::function<void(Marker&)>& markMore) try {
     Marker marker;
     for (PointerBase* p = pointers.first(); p != nullptr; p = pointers.after(p))
         marker.mark(p->getInstance());
-    transactions.markInstances(marker);
+    markMore(marker);
     const std::size_t freed = sweep();
     pressure = 0;
     patience = patienceAfter(freed, instances.size() + orphans.size());

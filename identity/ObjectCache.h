@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <unordered_map>
 #include <unordered_set>
@@ -18,6 +19,8 @@
 #include "identity/PointerRegistry.h"
 
 namespace Kes {
+
+class Marker;
 
 class ObjectCache {
 public:
@@ -69,7 +72,8 @@ public:
     bool hasLost(const Instance* instance) { return !losses.empty() && findLost(instance); }
 
     /// Frees what neither a pointer nor the transaction reaches.
-    void collect(const TransactionManager& transactions);
+    /// `markMore` marks what else is in use.
+    void collect(const std::function<void(Marker&)>& markMore);
 
     /// Empties all pointers and frees all instances.
     void empty();

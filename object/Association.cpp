@@ -6,6 +6,7 @@
 #include <kes/Listener.h>
 
 #include "core/FatalEnd.h"
+#include "object/InstanceState.h"
 #include "object/ListenerList.h"
 
 namespace Kes {
@@ -99,8 +100,8 @@ void Association::removeListener(Listener* listener) {
 
 void Association::fireAssociationAdded(Instance* one, Instance* other) {
     FirstFailure failure;
-    failure.attempt([&] { one->fireAssociationAdded(this, other); });
-    failure.attempt([&] { other->fireAssociationAdded(this, one); });
+    failure.attempt([&] { InstanceState::fireLinked(one, this, other); });
+    failure.attempt([&] { InstanceState::fireLinked(other, this, one); });
     const AssociationEvent event(one, other, this);
     failure.attempt(
         [&] { tellListeners(listeners, [&](Listener* l) { l->associationAdded(event); }); });
@@ -109,8 +110,8 @@ void Association::fireAssociationAdded(Instance* one, Instance* other) {
 
 void Association::fireAssociationRemoved(Instance* one, Instance* other) {
     FirstFailure failure;
-    failure.attempt([&] { one->fireAssociationRemoved(this, other); });
-    failure.attempt([&] { other->fireAssociationRemoved(this, one); });
+    failure.attempt([&] { InstanceState::fireUnlinked(one, this, other); });
+    failure.attempt([&] { InstanceState::fireUnlinked(other, this, one); });
     const AssociationEvent event(one, other, this);
     failure.attempt(
         [&] { tellListeners(listeners, [&](Listener* l) { l->associationRemoved(event); }); });

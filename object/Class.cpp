@@ -8,7 +8,9 @@
 #include <kes/Pointer.h>
 
 #include "object/FieldWalk.h"
+#include "object/InstanceState.h"
 #include "object/ListenerList.h"
+#include "object/ModelGate.h"
 
 namespace Kes {
 
@@ -75,7 +77,7 @@ Instance* Class::newInstance() {
             .handle();
         return nullptr;
     }
-    model->threadCheck.verify();
+    ModelGate::thread(model).verify();
     Instance* instance = factory(this);
     Pointer<Instance> keep(instance);
     try {
@@ -94,13 +96,13 @@ Instance* Class::newInstance() {
 
 void Class::addListener(Listener* listener) {
     if (model != nullptr)
-        model->threadCheck.verify();
+        ModelGate::thread(model).verify();
     addToListeners(listeners, listener);
 }
 
 void Class::removeListener(Listener* listener) {
     if (model != nullptr)
-        model->threadCheck.verify();
+        ModelGate::thread(model).verify();
     removeFromListeners(listeners, listener);
 }
 
@@ -111,7 +113,7 @@ void Class::fireInstanceAdded(Instance* instance) {
 
 void Class::fireInstanceChanged(Instance* instance) {
     FirstFailure failure;
-    failure.attempt([&] { instance->fireInstanceChanged(); });
+    failure.attempt([&] { InstanceState::fireChanged(instance); });
     const InstanceEvent event(this, instance);
     failure.attempt(
         [&] { tellListeners(listeners, [&](Listener* l) { l->instanceChanged(event); }); });
@@ -120,7 +122,7 @@ void Class::fireInstanceChanged(Instance* instance) {
 
 void Class::fireInstanceRemoved(Instance* instance) {
     FirstFailure failure;
-    failure.attempt([&] { instance->fireInstanceRemoved(); });
+    failure.attempt([&] { InstanceState::fireRemoved(instance); });
     const InstanceEvent event(this, instance);
     failure.attempt(
         [&] { tellListeners(listeners, [&](Listener* l) { l->instanceRemoved(event); }); });

@@ -7,6 +7,7 @@
 #include <kes/Model.h>
 
 #include "object/ListenerList.h"
+#include "object/ModelGate.h"
 #include "object/Removal.h"
 
 namespace Kes {
@@ -40,7 +41,7 @@ Model* Instance::modelFor(const char* operation) const {
 Model* Instance::ownModel(const char* operation) const {
     Model* model = modelFor(operation);
     if (model != nullptr)
-        model->threadCheck.verify();
+        ModelGate::thread(model).verify();
     return model;
 }
 
@@ -48,18 +49,18 @@ Model* Instance::ownModel(const char* operation) const {
 const Model* Instance::checkedModel() const {
     const Model* model = cls != nullptr ? cls->getModel() : nullptr;
     if (model != nullptr)
-        model->threadCheck.verify();
+        ModelGate::thread(model).verify();
     return model;
 }
 
 void Instance::add() {
     if (Model* model = modelFor("Instance::add"))
-        model->add(this);
+        ModelGate::add(model, this);
 }
 
 void Instance::change() {
     if (Model* model = modelFor("Instance::change"))
-        model->update(this);
+        ModelGate::update(model, this);
 }
 
 void Instance::remove() {
@@ -90,11 +91,6 @@ void Instance::addPointer(PointerBase* pointer) const {
 void Instance::removePointer(PointerBase* pointer) const {
     if (cls != nullptr && cls->getModel() != nullptr)
         cls->getModel()->removePointer(pointer);
-}
-
-void Instance::forgetPointer(PointerBase* pointer) const noexcept {
-    if (cls != nullptr && cls->getModel() != nullptr)
-        cls->getModel()->forgetPointer(pointer);
 }
 
 void Instance::addListener(Listener* listener) {

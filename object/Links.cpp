@@ -9,6 +9,7 @@
 #include <kes/Pointer.h>
 
 #include "object/FieldWalk.h"
+#include "object/ModelGate.h"
 
 namespace Kes {
 
@@ -120,7 +121,7 @@ void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
     const bool add = mode == Add;
     bool known = ref.isFetched() && ref.contains(itsPartner) == add;
     if (ref.isFetched() && !known) {
-        model->rememberMember(instance, ref, itsPartner, add);
+        ModelGate::rememberMember(instance, ref, itsPartner, add);
         if (add)
             ref.add(itsPartner);
         else
@@ -128,11 +129,11 @@ void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
     }
     visit(itsPartner);
     known = known || (unchanged && !ref.isFetched());
-    model->link(add, instance, role, itsPartner, association->getAssociatedRole(role), association);
+    ModelGate::link(model, add, instance, role, itsPartner, association);
     if (known)
-        model->noteUnchangedLink(instance, itsPartner);
+        ModelGate::noteUnchangedLink(model, instance, itsPartner);
     else if (!ref.isFetched() && !seen)
-        model->noteUnsureLink(instance, itsPartner);
+        ModelGate::noteUnsureLink(model, instance, itsPartner);
 }
 
 void LinkHandler::visit(Instance* itsPartner) {
@@ -158,11 +159,10 @@ void LinkHandler::handleOneAssociated(const String& name, const String& itsRole,
                                       OneAssociatedInstance* ref, Association::ConsistencyRule) {
     if (!isOpposite(name, itsRole))
         return;
-    Model* model = partner->getClass()->getModel();
     seen = true;
     if (leadsElsewhere(*ref))
-        model->noteContestedLink();
-    model->rememberReference(partner, *ref, association, itsRole);
+        ModelGate::noteContestedLink(partner->getClass()->getModel());
+    ModelGate::rememberReference(partner, *ref, association, itsRole);
     ref->setInstance(mode == Add ? instance : nullptr);
     ref->setObjectID(mode == Add ? instance->getObjectID() : 0);
     ref->setFetched(true);
@@ -178,7 +178,7 @@ void LinkHandler::handleManyAssociated(const String& name, const String& itsRole
         unchanged = true;
         return;
     }
-    partner->getClass()->getModel()->rememberMember(partner, *ref, instance, add);
+    ModelGate::rememberMember(partner, *ref, instance, add);
     if (add)
         ref->add(instance);
     else
@@ -191,9 +191,7 @@ void Instance::get(OneAssociatedInstance& ref, bool force) {
     const ReferenceFinder end(this, &ref, "Instance::get");
     if (!end.found())
         return;
-    if (force)
-        cls->getModel()->forgetReadAhead();
-    cls->getModel()->loadPartner(this, ref, end.getAssociation(), end.getRole());
+    ModelGate::loadPartner(this, ref, end.getAssociation(), end.getRole(), force);
 }
 
 void Instance::get(ManyAssociatedInstances& ref, bool force) {
@@ -202,9 +200,7 @@ void Instance::get(ManyAssociatedInstances& ref, bool force) {
     const ReferenceFinder end(this, &ref, "Instance::get");
     if (!end.found())
         return;
-    if (force)
-        cls->getModel()->forgetReadAhead();
-    cls->getModel()->loadPartners(this, ref, end.getAssociation(), end.getRole());
+    ModelGate::loadMembers(this, ref, end.getAssociation(), end.getRole(), force);
 }
 
 void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
@@ -218,11 +214,11 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
     Model* model = cls->getModel();
     Association* association = end.getAssociation();
     if (!ref.isFetched())
-        model->loadPartner(this, ref, association, end.getRole());
+        ModelGate::loadPartner(this, ref, association, end.getRole(), false);
     if (!ref.isFetched())
         return;  // it could not be loaded, and the error handler returned
     const Pointer<Instance> old(ref.getInstance());
-    model->rememberReference(this, ref, association, end.getRole());
+    ModelGate::rememberReference(this, ref, association, end.getRole());
     ref.setInstance(partner);
     ref.setObjectID(partner != nullptr ? partner->getObjectID() : 0);
 
@@ -230,9 +226,9 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
         LinkHandler(this, association, end.getRole(), LinkHandler::Remove).visit(old);
     if (partner != nullptr) {
         LinkHandler(this, association, end.getRole(), LinkHandler::Add).visit(partner);
-        model->link(true, this, end.getRole(), partner, end.getOtherRole(), association);
+        ModelGate::link(model, true, this, end.getRole(), partner, association);
     } else if (old != nullptr) {
-        model->link(false, this, end.getRole(), old, end.getOtherRole(), association);
+        ModelGate::link(model, false, this, end.getRole(), old, association);
     }
 }
 

@@ -1,11 +1,13 @@
 #include <kes/Pointer.h>
 
+#include "object/ModelGate.h"
+
 namespace Kes {
 
 PointerBase::~PointerBase() = default;
 
 void PointerBase::unregister(const Instance* from) noexcept {
-    from->forgetPointer(this);
+    ModelGate::forgetPointer(from, this);
 }
 
 template class Pointer<Instance>;

@@ -8,6 +8,7 @@
 
 #include "object/FieldWalk.h"
 #include "object/Links.h"
+#include "object/ModelGate.h"
 
 namespace Kes {
 
@@ -54,7 +55,7 @@ public:
 
         // The database empties what the members refer with; only an undo asks
         // who they were, and only where the driver does not tell.
-        if (found.dissolves || model->mustKnowReferrers())
+        if (found.dissolves || ModelGate::mustKnowReferrers(model))
             references.push_back(found);
     }
 
@@ -69,8 +70,7 @@ private:
 
 void Removal::run(Instance* instance) {
     const Model* model = instance->getClass()->getModel();
-    if (!model->isUsable(instance, "Model::remove", "removed") ||
-        !model->isAdded(instance, "Model::remove"))
+    if (!ModelGate::isRemovable(model, instance))
         return;
     instance->setRemoved(true);
     if (myActive != nullptr)
@@ -138,7 +138,7 @@ bool Removal::workOff(std::size_t base) {
         if (failed)
             return false;
         Instance* finished = frames.back().instance;
-        finished->getClass()->getModel()->remove(finished);
+        ModelGate::remove(finished->getClass()->getModel(), finished);
         frames.pop_back();
     }
     return true;
@@ -179,20 +179,19 @@ void Removal::release(Instance* instance, const Reference& reference) {
     if (partner == nullptr)
         return;
     if (partner->isRemoved())
-        instance->getClass()->getModel()->rememberReference(instance, *reference.one,
-                                                            reference.association, *reference.role);
+        ModelGate::rememberReference(instance, *reference.one, reference.association,
+                                     *reference.role);
     else
         instance->set(*reference.one, nullptr);
 }
 
 void Removal::release(Instance* instance, const Reference& reference, Instance* member) {
-    Model* model = instance->getClass()->getModel();
     if (!reference.dissolves) {
         const String& role = reference.association->getAssociatedRole(*reference.role);
         RoleReader back(reference.association->getName(), role);
         back.read(member);
         if (back.one != nullptr)
-            model->rememberReference(member, *back.one, reference.association, role);
+            ModelGate::rememberReference(member, *back.one, reference.association, role);
         return;
     }
     if (!member->isRemoved()) {
@@ -201,8 +200,8 @@ void Removal::release(Instance* instance, const Reference& reference, Instance* 
             member->remove();
         return;
     }
-    model->rememberMember(instance, *reference.many, member, false);
-    model->rememberLostLink(instance, member, reference.association, *reference.role);
+    ModelGate::rememberMember(instance, *reference.many, member, false);
+    ModelGate::rememberLostLink(instance, member, reference.association, *reference.role);
     reference.many->remove(member);
 }
 

@@ -9,11 +9,13 @@
 #include <kes/Exception.h>
 #include <kes/Instance.h>
 #include <kes/Model.h>
-#include <kes/SortHandler.h>
 
 #include "core/Platform.h"
-#include "fetch/SiblingLoader.h"
 #include "identity/ObjectCache.h"
+#include "object/InstanceState.h"
+#include "object/ModelGate.h"
+#include "query/DeliveryObserver.h"
+#include "query/DriverDoor.h"
 #include "query/SelectionState.h"
 
 namespace Kes {
@@ -36,7 +38,6 @@ Selection::Selection(Class* selectedClass)
 // them open. The pointer to the last instance tells the model of it.
 Selection::~Selection() {
     delete definition;
-    delete sortHandler;
     delete frozen;
     delete condition;
     delete given;
@@ -115,7 +116,7 @@ bool Selection::next() {
     if (isOrphaned() && !isAtEnd())
         return failOnOrphan();
     if (state != nullptr && state->thread != platform::currentThreadId())
-        cls->getModel()->threadCheck.verify();
+        ModelGate::thread(cls->getModel()).verify();
     if (state != nullptr && !state->ahead.empty())
         return deliverAhead();
     if (state != nullptr && state->failure != nullptr)
@@ -124,7 +125,8 @@ bool Selection::next() {
     if (instance == nullptr)
         return false;
     currentValue = instance;
-    SiblingLoader::deliverNow(cls->getModel(), instance);
+    if (InstanceState::isAhead(instance))
+        observer->delivered(instance);
     readAhead();
     return true;
 }
@@ -141,7 +143,7 @@ Instance* Selection::read() {
         state->reader.reset();
         return nullptr;
     }
-    const SiblingLoader::DriverScope driver(cls->getModel());
+    const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
     if (state->merge != nullptr && cursors.size() > 1) {
         current = state->merge->choose(cursors);
         if (current < 0) {
@@ -153,17 +155,17 @@ Instance* Selection::read() {
     if (instance == nullptr)
         failOnDriver();
     else
-        SiblingLoader::delivered(cls->getModel(), state->reading, instance);
+        observer->read(state->delivery, instance);
     return instance;
 }
 
 // What the error handler throws is the application's when it gets there. One that
 // returns has heard of it already: the rows end where they fail.
 void Selection::readAhead() try {
-    std::size_t count = SiblingLoader::wantedAhead(cls->getModel(), state->reading);
+    std::size_t count = observer->wantedAhead(state->delivery);
     if (count == 0)
         return;
-    const SiblingLoader::AheadScope ahead(cls->getModel());
+    const DeliveryObserver::AheadScope ahead(*observer);
     for (; count > 0; --count) {
         Instance* instance = read();
         if (instance == nullptr)
@@ -178,7 +180,8 @@ bool Selection::deliverAhead() {
     currentValue = state->ahead.front();
     state->ahead.pop_front();
     if (currentValue != nullptr) {
-        SiblingLoader::deliverNow(cls->getModel(), currentValue);
+        if (InstanceState::isAhead(currentValue))
+            observer->delivered(currentValue);
         return true;
     }
 
@@ -192,12 +195,18 @@ bool Selection::start() {
     state = new SelectionState;
     if (cls == nullptr || cls->getModel() == nullptr)
         return failOnDriver();
-    state->reader = cls->getModel()->objects->reading();
+    Model* model = cls->getModel();
+    state->reader = ModelGate::objects(model).reading();
     frozen = new AssociatedClass(*this);
-    definition = cls->getModel()->defineSelection(frozen);
+    ModelGate::thread(model).doit();
+    if (observer == nullptr)
+        observer = &ModelGate::observer(model);
+    observer->asked();
+    if (model->isOpen())
+        definition = ModelGate::door(model).enter()->defineSelection(frozen);
     if (definition == nullptr)
         return failOnDriver();
-    state->reading.when = SiblingLoader::startReading(cls->getModel());
+    state->delivery.when = observer->now();
     try {
         return openCursors();
     } catch (...) {
@@ -208,7 +217,7 @@ bool Selection::start() {
 }
 
 bool Selection::openCursors() {
-    const SiblingLoader::DriverScope driver(cls->getModel());
+    const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
     const PtrList<Class> concrete = cls->getConcreteClasses();
     for (Class* each : concrete) {
         std::unique_ptr<DBDriverSelection> cursor(cls->getModel()->fetch(each, definition));
@@ -229,7 +238,7 @@ bool Selection::advanceCurrent() {
         state->merge->advanced(current);
     bool more = false;
     try {
-        const SiblingLoader::DriverScope driver(cls->getModel());
+        const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
         more = cursors[current]->next();
     } catch (...) {
         cursors.clearAndDelete();

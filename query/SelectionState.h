@@ -9,7 +9,7 @@
 #include <kes/Pointer.h>
 
 #include "core/Platform.h"
-#include "fetch/SiblingLoader.h"
+#include "query/DeliveryObserver.h"
 #include "query/MergeHeap.h"
 
 namespace Kes {
@@ -18,7 +18,7 @@ class SelectionState {
 public:
     const std::uint32_t thread = platform::currentThreadId();  // whose cursors they are
     std::unique_ptr<MergeHeap> merge;                          // null when nothing is merged
-    SiblingLoader::Reading reading;
+    Delivery delivery;
     std::deque<Pointer<Instance>> ahead;  // read, and not delivered yet
     std::exception_ptr failure;           // what ended the reading ahead
 

@@ -9,14 +9,15 @@
 #include <kes/Instance.h>
 
 #include "core/RaisedErrors.h"
-#include "fetch/SiblingLoader.h"
+#include "fetch/ReferenceLoader.h"
 #include "identity/ObjectCache.h"
 #include "object/DeclarationHandler.h"
 #include "object/FieldWalk.h"
+#include "query/DriverDoor.h"
 #include "session/ClassShape.h"
 #include "session/DriverCache.h"
 #include "session/SchemaRecords.h"
-#include "transaction/TransactionManager.h"
+#include "transaction/UnitOfWork.h"
 
 namespace Kes {
 
@@ -32,10 +33,13 @@ Model::Model(const String& modelName, int cacheCapacity)
     : name(modelName.unshared()),
       classes(String::hash, 25, 25),
       associations(String::hash, 25, 25),
-      transactions(new TransactionManager(this)),
+      transactions(new UnitOfWork(this)),
       objects(new ObjectCache(cacheCapacity)),
-      siblings(new SiblingLoader(this)),
-      errorsBefore(errorsRaised()) {}
+      door(new DriverDoor(this)),
+      references(new ReferenceLoader(this)),
+      errorsBefore(errorsRaised()) {
+    door->setObserver(references);
+}
 
 // By any thread: whose model it was matters no more. In the child of a fork the
 // connection is the parent's, which a farewell from here would end.
@@ -51,7 +55,8 @@ Model::~Model() {
     for (Association* association : associationOrder)
         delete association;
     delete transactions;
-    delete siblings;
+    delete references;
+    delete door;
     delete driver;
 }
 
@@ -399,7 +404,7 @@ void Model::close() {
                   "has returned");
         return;
     }
-    siblings->forget();
+    door->end();
     objects->empty();
     transactions->close();
     keepFailure(failures);
@@ -422,7 +427,6 @@ void Model::close() {
 
 void Model::startTransaction() {
     threadCheck.doit();
-    siblings->forget();
     forgetFailure();
     transactions->start();
 }
@@ -450,7 +454,6 @@ void Model::undo() {
         raise("Model::undo", "MDLUNDO", "Nothing to undo");
         return;
     }
-    siblings->forget();
     forgetFailure();
     if (transactions->isStarted())
         transactions->rollback();
@@ -464,7 +467,6 @@ void Model::redo() {
         raise("Model::redo", "MDLREDO", "Nothing to redo");
         return;
     }
-    siblings->forget();
     forgetFailure();
     transactions->turn(History::Redo);
 }

@@ -14,10 +14,12 @@
 #include <kes/Selection.h>
 
 #include "core/RaisedErrors.h"
-#include "fetch/SiblingLoader.h"
+#include "fetch/ReferenceLoader.h"
 #include "identity/ObjectCache.h"
+#include "object/InstanceState.h"
+#include "query/DriverDoor.h"
 #include "transaction/FieldImage.h"
-#include "transaction/TransactionManager.h"
+#include "transaction/UnitOfWork.h"
 
 namespace Kes {
 
@@ -36,51 +38,52 @@ String describe(const Instance* instance) {
 Instance* Model::get(unsigned long objectID) const {
     threadCheck.verify();
     Instance* known = objects->get(objectID);
-    return known != nullptr && siblings->isVisible(known) ? known : nullptr;
+    return known != nullptr && (!InstanceState::isAhead(known) || door->isEntered()) ? known
+                                                                                     : nullptr;
 }
 
 Instance* Model::getInstance(unsigned long objectID, Class* cls) {
     threadCheck.verify();
     Instance* known = objects->get(objectID);
-    if (known != nullptr && !known->isLost() && siblings->handOut(known))
+    if (known != nullptr && !InstanceState::isLost(known) && references->handOut(known))
         return known;
     if (objectID == 0 || cls == nullptr)
         return nullptr;
     Selection selection(cls);
     selection.setCondition(new AttributeCondition<unsigned long>(new Attribute(cls, "KesObjectID"),
                                                                  Condition::EQUAL, objectID));
-    if (!selection.next() || selection.value()->flag(Instance::Gone))
+    if (!selection.next() || InstanceState::isGone(selection.value()))
         return nullptr;
     return selection.value();
 }
 
 void Model::set(Instance* instance) {
     threadCheck.verify();
-    if (instance == scratch)
+    if (door->isScratch(instance))
         return;
-    instance->fingerprint = digestFields(instance);
+    InstanceState::setFingerprint(instance, digestFields(instance));
     if (objects->get(instance->getObjectID()) == instance) {
-        siblings->noteRenewed(instance);
-        if (instance->flag(Instance::Gone))
+        references->noteRenewed(instance);
+        if (InstanceState::isGone(instance))
             instance->setRemoved(false);
 
         // What the application has not had yet is no change to it.
-        instance->setFlag(Instance::Untold, !instance->flag(Instance::Ahead));
+        InstanceState::setUntold(instance, !InstanceState::isAhead(instance));
     } else {
-        siblings->noteFiled(instance);
+        references->noteFiled(instance);
         if (objects->hasLost(instance)) {
             instance->setRemoved(true);
-            instance->setFlag(Instance::Gone, true);
+            InstanceState::setGone(instance, true);
         }
         objects->file(instance);
     }
     if (objects->isCollectionDue())
-        objects->collect(*transactions);
+        objects->collect([this](Marker& marker) { transactions->markInstances(marker); });
 }
 
 void Model::garbageCollect() {
     threadCheck.doit();
-    objects->collect(*transactions);
+    objects->collect([this](Marker& marker) { transactions->markInstances(marker); });
 }
 
 void Model::addPointer(PointerBase* pointer) {
@@ -90,12 +93,6 @@ void Model::addPointer(PointerBase* pointer) {
 
 void Model::removePointer(PointerBase* pointer) {
     threadCheck.verify();
-    objects->pointers.remove(pointer);
-}
-
-// A pointer that is destroyed goes whoever destroys it.
-void Model::forgetPointer(PointerBase* pointer) noexcept {
-    threadCheck.note();
     objects->pointers.remove(pointer);
 }
 
@@ -141,10 +138,7 @@ void Model::add(Instance* instance) {
     }
     if (resurrected && transactions->recordRevival(instance))
         return;
-    const unsigned long id = [&] {
-        const SiblingLoader::DriverScope asking(this);
-        return driver->newObjectID();
-    }();
+    const unsigned long id = door->enter()->newObjectID();
     if (id == 0) {
         raise("OIDERR", "Model::add", driver->getErrorMessage());
         return;
@@ -152,13 +146,13 @@ void Model::add(Instance* instance) {
     if (instance->getObjectID() != 0)
         objects->orphan(instance);
     instance->setObjectID(id);
-    instance->version = 0;
+    InstanceState::setVersion(instance, 0);
     instance->setRemoved(false);
     objects->file(instance);
-    siblings->noteNew(instance->getClass());
+    references->noteNew(instance->getClass());
     transactions->recordAdd(instance);
     if (objects->isCollectionDue())
-        objects->collect(*transactions);
+        objects->collect([this](Marker& marker) { transactions->markInstances(marker); });
 }
 
 void Model::update(Instance* instance) {
@@ -191,13 +185,13 @@ void Model::remove(Instance* instance) {
 
 void Model::add(Instance* first, const String& firstRole, Instance* second,
                 const String& secondRole, Association* association) {
-    noteContestedLink();
+    transactions->contested = true;
     link(true, first, firstRole, second, secondRole, association);
 }
 
 void Model::remove(Instance* first, const String& firstRole, Instance* second,
                    const String& secondRole, Association* association) {
-    noteContestedLink();
+    transactions->contested = true;
     link(false, first, firstRole, second, secondRole, association);
 }
 
@@ -232,7 +226,7 @@ void Model::recordLink(bool made, Instance* first, const String& firstRole, Inst
 
 bool Model::isPending(const Instance* instance) const {
     threadCheck.verify();
-    return TransactionManager::isPending(instance);
+    return InstanceState::isPending(instance);
 }
 
 bool Model::getChangedFields(const Instance* instance, FieldSet& fields) const {
@@ -244,7 +238,6 @@ void Model::commit() {
     threadCheck.doit();
     if (!requireOpen("Model::commit"))
         return;
-    siblings->forget();
     forgetFailure();
     transactions->commit();
 }
@@ -253,7 +246,6 @@ void Model::rollback() {
     threadCheck.doit();
     if (!requireOpen("Model::rollback"))
         return;
-    siblings->forget();
     transactions->rollback();
 }
 
@@ -266,11 +258,9 @@ bool Model::requireOpen(const char* operation) const {
 void Model::lock(Instance* instance) {
     if (!isUsable(instance, "Model::lock", "locked"))
         return;
-    siblings->forget();
-    transactions->noteLock();  // also where the driver throws behind its work
+    transactions->noteLock();  // also where the driver throws after its work
     try {
-        const SiblingLoader::DriverScope asking(this);
-        if (driver->lock(instance))
+        if (door->ask()->lock(instance))
             return;
     } catch (...) {
         rollback();
@@ -284,27 +274,23 @@ void Model::lock(Instance* instance) {
 void Model::refresh(Instance* instance) {
     if (!isUsable(instance, "Model::refresh", "refreshed"))
         return;
-    siblings->forget();
     const Pointer<Instance> keep(instance);
     const unsigned long before = instance->getVersion();
     const ErrorWatch watch;
-    const bool isCurrent = [&] {
-        const SiblingLoader::DriverScope asking(this);
-        return driver->refresh(instance);
-    }();
+    const bool isCurrent = door->ask()->refresh(instance);
     if (!isPending(instance))
-        siblings->noteRefreshed(instance);
+        references->noteRefreshed(instance);
 
     // A query tells nobody of what it has brought.
-    if (isCurrent && (watch.hasFailed() || !instance->flag(Instance::Untold)))
+    if (isCurrent && (watch.hasFailed() || !InstanceState::isUntold(instance)))
         return;
-    const TransactionManager::Telling telling(*transactions);
+    const UnitOfWork::Telling telling(*transactions);
 
     // A driver that cannot tell any more has brought it up to date all the same.
     if (isCurrent || instance->getVersion() != before) {
-        if (instance->flag(Instance::Gone))
+        if (InstanceState::isGone(instance))
             instance->setRemoved(false);
-        instance->setFlag(Instance::Untold, false);
+        InstanceState::setUntold(instance, false);
         instance->getClass()->fireInstanceChanged(instance);
         return;
     }
@@ -322,101 +308,23 @@ void Model::refresh(Instance* instance) {
 bool Model::noteRemoval(Instance* instance) {
     if (instance->getObjectID() == 0 || isPending(instance))
         return true;
-    if (instance->flag(Instance::Gone))
+    if (InstanceState::isGone(instance))
         return false;
     objects->lose(instance->getObjectID(), instance->getVersion() + 1);
     instance->setRemoved(true);
-    instance->setFlag(Instance::Gone, true);
-    instance->setFlag(Instance::Untold, true);
+    InstanceState::setGone(instance, true);
+    InstanceState::setUntold(instance, true);
     return true;
 }
 
 SelectionDefinition* Model::defineSelection(AssociatedClass* associatedClass) {
     threadCheck.doit();
-    siblings->noteQuery();
-    const SiblingLoader::DriverScope asking(this);
-    return driver != nullptr ? driver->defineSelection(associatedClass) : nullptr;
+    return driver != nullptr ? door->ask()->defineSelection(associatedClass) : nullptr;
 }
 
 DBDriverSelection* Model::fetch(Class* cls, SelectionDefinition* definition) {
     threadCheck.doit();
-    const SiblingLoader::DriverScope asking(this);
-    return driver != nullptr ? driver->fetch(cls, definition) : nullptr;
-}
-
-void Model::rememberReference(Instance* owner, OneAssociatedInstance& ref,
-                              const Association* association, const String& role) {
-    transactions->rememberReference(owner, ref, association, role);
-}
-
-void Model::rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
-                           bool added) {
-    transactions->rememberMember(owner, ref, member, added);
-}
-
-void Model::rememberLostLink(Instance* owner, Instance* member, Association* association,
-                             const String& role) {
-    transactions->rememberLostLink(owner, member, association, role);
-}
-
-void Model::noteUnchangedLink(const Instance* first, const Instance* second) {
-    transactions->noteUnchangedLink(first, second);
-}
-
-void Model::noteUnsureLink(const Instance* first, const Instance* second) {
-    transactions->noteUnsureLink(first, second);
-}
-
-// Memory's references will have to be compared with what is going to be stored.
-void Model::noteContestedLink() {
-    transactions->contested = true;
-}
-
-// Whom a removal concerns is needed to take it back. Most drivers tell.
-bool Model::mustKnowReferrers() const {
-    return transactions->history.isKept() && !transactions->hearsOfEmptied;
-}
-
-void Model::forgetReadAhead() {
-    siblings->forget();
-}
-
-void Model::loadPartner(Instance* owner, OneAssociatedInstance& ref, Association* association,
-                        const String& role) {
-    const unsigned long id = ref.getObjectID();
-    if (id != 0) {
-        Instance* partner = objects->get(id);
-        const bool isReady = partner != nullptr && siblings->handOut(partner);
-        if (!isReady && driver != nullptr) {
-            const Pointer<Instance> keep(owner);
-
-            // The next read tries again.
-            if (!siblings->loadPartner(owner, id, association, role, partner))
-                return;
-        }
-
-        // A partner that is removed for good is kept in memory by pointers only.
-        if (partner != nullptr)
-            siblings->reveal(partner);
-        if (partner != nullptr && partner->flag(Instance::Gone))
-            partner = nullptr;
-        ref.setInstance(partner);
-    }
-    ref.setFetched(true);
-}
-
-void Model::loadPartners(Instance* owner, ManyAssociatedInstances& ref, Association* association,
-                         const String& role) {
-    const Pointer<Instance> keep(owner);
-    ref.setFetched(false);
-    const bool isStored = owner->getObjectID() != 0 && driver != nullptr;
-    if (isStored && !siblings->loadMembers(owner, association, role, ref)) {
-        ref.clear();
-        return;
-    }
-    ref.setFetched(true);
-    transactions->applyPendingLinks(owner, ref, association, role);
-    siblings->noteCollection(owner, ref, association, role);
+    return driver != nullptr ? door->enter()->fetch(cls, definition) : nullptr;
 }
 
 }  // namespace Kes

@@ -7,7 +7,9 @@
 #include <kes/OneAssociatedInstance.h>
 
 #include "identity/ObjectCache.h"
+#include "object/InstanceState.h"
 #include "object/Links.h"
+#include "object/ModelGate.h"
 
 namespace Kes {
 
@@ -23,7 +25,7 @@ const String& roleOf(const Association* association, bool isOneRole) {
 
 }  // namespace
 
-TransactionManager::LinkOutcome::LinkOutcome(const TransactionManager& source) : manager(source) {
+UnitOfWork::LinkOutcome::LinkOutcome(const UnitOfWork& source) : manager(source) {
     if (!manager.contested)
         return;
     for (const Remembered& entry : manager.journal) {
@@ -40,7 +42,7 @@ TransactionManager::LinkOutcome::LinkOutcome(const TransactionManager& source) :
             apply(action);
 }
 
-unsigned long TransactionManager::LinkOutcome::shownBy(OneAssociatedInstance& ref) {
+unsigned long UnitOfWork::LinkOutcome::shownBy(OneAssociatedInstance& ref) {
     if (!ref.isFetched())
         return ref.getObjectID();
     const Instance* held = ref.getInstance();
@@ -48,12 +50,12 @@ unsigned long TransactionManager::LinkOutcome::shownBy(OneAssociatedInstance& re
 }
 
 // Removed objects are referred to by nobody.
-unsigned long TransactionManager::LinkOutcome::living(unsigned long partner) const {
-    const Instance* known = partner != 0 ? manager.model->objects->get(partner) : nullptr;
+unsigned long UnitOfWork::LinkOutcome::living(unsigned long partner) const {
+    const Instance* known = partner != 0 ? ModelGate::objects(manager.model).get(partner) : nullptr;
     return known != nullptr && known->isRemoved() ? 0 : partner;
 }
 
-unsigned long TransactionManager::LinkOutcome::partnerOf(const Remembered& entry) const {
+unsigned long UnitOfWork::LinkOutcome::partnerOf(const Remembered& entry) const {
     auto* ref = static_cast<OneAssociatedInstance*>(entry.ref);
     if (const auto seat = seats.find(ref); seat != seats.end())
         return living(seat->second.partner);
@@ -64,8 +66,9 @@ unsigned long TransactionManager::LinkOutcome::partnerOf(const Remembered& entry
 }
 
 // A reference that no operation of Instance has touched shows what was stored.
-TransactionManager::LinkOutcome::Seat* TransactionManager::LinkOutcome::seatOf(
-    Instance* owner, const Association* association, const String& role) {
+UnitOfWork::LinkOutcome::Seat* UnitOfWork::LinkOutcome::seatOf(Instance* owner,
+                                                               const Association* association,
+                                                               const String& role) {
     RoleReader reader(association->getName(), role);
     reader.read(owner);
     if (reader.one == nullptr)
@@ -79,7 +82,7 @@ TransactionManager::LinkOutcome::Seat* TransactionManager::LinkOutcome::seatOf(
 }
 
 // What the driver makes of the call.
-void TransactionManager::LinkOutcome::apply(const Action& action) {
+void UnitOfWork::LinkOutcome::apply(const Action& action) {
     const Association* association = action.association;
     const String& firstRole = roleOf(association, action.firstIsOne);
     const String& secondRole = association->getAssociatedRole(firstRole);
@@ -104,20 +107,20 @@ void TransactionManager::LinkOutcome::apply(const Action& action) {
 
 // A pair is one pair: who loses the partner, loses it on its own side too. Seats
 // stay where they are when others are added.
-void TransactionManager::LinkOutcome::move(Seat& seat, unsigned long partner) {
+void UnitOfWork::LinkOutcome::move(Seat& seat, unsigned long partner) {
     const unsigned long left = seat.partner;
     seat.partner = partner;
     const String& role = roleOf(seat.association, seat.ownerIsOne);
     const String& otherRole = seat.association->getAssociatedRole(role);
     if (left == 0 || left == partner || !isOne(seat.association, otherRole))
         return;
-    Instance* former = manager.model->objects->get(left);
+    Instance* former = ModelGate::objects(manager.model).get(left);
     Seat* side = former != nullptr ? seatOf(former, seat.association, otherRole) : nullptr;
     if (side != nullptr && side->partner == seat.owner->getObjectID())
         side->partner = 0;
 }
 
-void TransactionManager::LinkOutcome::compare(Outcome& left) const {
+void UnitOfWork::LinkOutcome::compare(Outcome& left) const {
     const auto compareOne = [&](OneAssociatedInstance* ref, unsigned long partner) {
         const Instance* held = ref->isFetched() ? ref->getInstance() : nullptr;
         if (shownBy(*ref) != partner || (held != nullptr && held->isRemoved()))
@@ -136,10 +139,10 @@ void TransactionManager::LinkOutcome::compare(Outcome& left) const {
 }
 
 // The collections of all who had a member, have it now, or had it between.
-void TransactionManager::LinkOutcome::compareMembers(Outcome& left) const {
+void UnitOfWork::LinkOutcome::compareMembers(Outcome& left) const {
     for (const auto& [ref, seat] : seats)
         for (const unsigned long id : {seat.before, seat.partner})
-            if (Instance* owner = id != 0 ? manager.model->objects->get(id) : nullptr)
+            if (Instance* owner = id != 0 ? ModelGate::objects(manager.model).get(id) : nullptr)
                 compareMember(owner, seat, left);
     for (const Action& action : manager.pending) {
         if (action.second == nullptr)
@@ -156,8 +159,8 @@ void TransactionManager::LinkOutcome::compareMembers(Outcome& left) const {
     }
 }
 
-void TransactionManager::LinkOutcome::compareMember(Instance* owner, const Seat& seat,
-                                                    Outcome& left) const {
+void UnitOfWork::LinkOutcome::compareMember(Instance* owner, const Seat& seat,
+                                            Outcome& left) const {
     const String& memberRole = roleOf(seat.association, seat.ownerIsOne);
     RoleReader reader(seat.association->getName(), seat.association->getAssociatedRole(memberRole));
     reader.read(owner);

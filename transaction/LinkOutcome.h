@@ -8,13 +8,13 @@
 
 #include <unordered_map>
 
-#include "transaction/TransactionManager.h"
+#include "transaction/UnitOfWork.h"
 
 namespace Kes {
 
-class TransactionManager::LinkOutcome {
+class UnitOfWork::LinkOutcome {
 public:
-    explicit LinkOutcome(const TransactionManager& source);
+    explicit LinkOutcome(const UnitOfWork& source);
 
     /// The id of the partner of a reference that the journal names; 0 for none.
     unsigned long partnerOf(const Remembered& entry) const;
@@ -41,7 +41,7 @@ private:
     void compareMember(Instance* owner, const Seat& seat, Outcome& left) const;
     void compareMembers(Outcome& left) const;
 
-    const TransactionManager& manager;
+    const UnitOfWork& manager;
     Seats seats;  // none unless links contest a partner
 };
 

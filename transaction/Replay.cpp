@@ -11,9 +11,11 @@
 #include "core/RaisedErrors.h"
 #include "identity/ObjectCache.h"
 #include "object/FieldWalk.h"
+#include "object/InstanceState.h"
 #include "object/Links.h"
+#include "object/ModelGate.h"
 #include "object/Removal.h"
-#include "transaction/TransactionManager.h"
+#include "transaction/UnitOfWork.h"
 
 namespace Kes {
 
@@ -45,7 +47,7 @@ bool isOneToOne(const Association* association) {
 // makes.
 class ReferenceEmptier final : public EmptyHandler {
 public:
-    ReferenceEmptier(TransactionManager& recorder, Instance* itsOwner)
+    ReferenceEmptier(UnitOfWork& recorder, Instance* itsOwner)
         : transactions(recorder),
           owner(itsOwner) {}
 
@@ -69,7 +71,7 @@ public:
     }
 
 private:
-    TransactionManager& transactions;
+    UnitOfWork& transactions;
     Instance* owner;
 };
 
@@ -124,7 +126,7 @@ void Replay::check(const Step& step) {
         checkEnd(step.other, partnerClass(step));
         return;
     }
-    const bool isKnown = model->objects->get(step.id) != nullptr;
+    const bool isKnown = ModelGate::objects(model).get(step.id) != nullptr;
     Instance* object = find(step.id, step.cls);
     if (step.kind == Step::Pointed && step.other != 0)
         checkEnd(step.other, partnerClass(step));
@@ -159,14 +161,14 @@ void Replay::checkPending(const Step& step, Instance* object) const {
 void Replay::checkEnd(unsigned long id, Class* cls) {
     if (!knownEnds.insert(id).second)
         return;
-    const bool isKnown = model->objects->get(id) != nullptr;
+    const bool isKnown = ModelGate::objects(model).get(id) != nullptr;
     Instance* end = findEnd(id, cls);
     if (isKnown && !model->isPending(end) && readStored(id, end->getClass()) == nullptr)
         throw Conflict{};
 }
 
 Instance* Replay::find(unsigned long id, Class* cls) {
-    Instance* object = model->objects->get(id);
+    Instance* object = ModelGate::objects(model).get(id);
     if (object == nullptr)
         object = load(id, cls);
     if (object == nullptr || object->isRemoved())
@@ -176,7 +178,7 @@ Instance* Replay::find(unsigned long id, Class* cls) {
 
 // Only the class at that end of the association is known, maybe a super class.
 Instance* Replay::findEnd(unsigned long id, Class* cls) {
-    if (model->objects->get(id) != nullptr)
+    if (ModelGate::objects(model).get(id) != nullptr)
         return find(id, cls);
     const ErrorWatch loading;
     Instance* object = model->getInstance(id, cls);
@@ -201,7 +203,7 @@ Instance* Replay::load(unsigned long id, Class* cls) {
     try {
         model->set(object);
     } catch (...) {
-        if (model->objects->get(id) == object)
+        if (ModelGate::objects(model).get(id) == object)
             static_cast<void>(fresh.release());
         else
             transactions.pinned.pop_back();
@@ -221,15 +223,15 @@ Instance* Replay::readStored(unsigned long id, Class* cls) {
 
 bool Replay::isStored(Instance* reading) {
     const auto stored = transactions.readStored(reading, "Transaction::undo/redo");
-    if (stored == TransactionManager::Stored::Unknown)
+    if (stored == UnitOfWork::Stored::Unknown)
         throw Abandoned{};
-    return stored == TransactionManager::Stored::Found;
+    return stored == UnitOfWork::Stored::Found;
 }
 
 // --- reversing ---
 
 void Replay::revive(const Step& step, const ImageStore& images) {
-    Instance* object = model->objects->get(step.id);
+    Instance* object = ModelGate::objects(model).get(step.id);
     if (object != nullptr && !object->isRemoved())
         throw Conflict{};
     if (step.image == nullptr || readStored(step.id, step.cls) != nullptr)
@@ -238,13 +240,13 @@ void Replay::revive(const Step& step, const ImageStore& images) {
         object = step.cls->getDummy();
         object->setObjectID(step.id);
         object->setRemoved(true);
-        model->objects->file(object);
+        ModelGate::objects(model).file(object);
     }
     pin(object);
     ReferenceEmptier empty(transactions, object);
     walkFields(object, empty);
     images.restore(step.image, object);
-    object->version = step.after;
+    InstanceState::setVersion(object, step.after);
     object->setRemoved(false);
     transactions.recordRestored(object);
     revived.insert(object);

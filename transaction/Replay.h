@@ -25,7 +25,7 @@
 
 namespace Kes {
 
-class TransactionManager;
+class UnitOfWork;
 
 class Replay {
 public:
@@ -35,9 +35,7 @@ public:
     /// The database failed, and the error handler returned.
     struct Abandoned {};
 
-    Replay(Model* itsModel, TransactionManager& recorder)
-        : model(itsModel),
-          transactions(recorder) {}
+    Replay(Model* itsModel, UnitOfWork& recorder) : model(itsModel), transactions(recorder) {}
 
     /// Throws one of the above, or what the driver or a handler throws.
     void run(const History::Record& record);
@@ -69,7 +67,7 @@ private:
     Class* partnerClass(const Step& step) const;
 
     Model* model;
-    TransactionManager& transactions;
+    UnitOfWork& transactions;
     std::unordered_map<Class*, std::unique_ptr<Instance>> readers;
     std::unordered_set<const Instance*> revived;  // by the commit at hand
     std::unordered_set<unsigned long> knownEnds;

@@ -8,9 +8,11 @@
 #include <kes/OneAssociatedInstance.h>
 
 #include "identity/ObjectCache.h"
+#include "object/InstanceState.h"
+#include "object/ModelGate.h"
 #include "transaction/LinkOutcome.h"
 #include "transaction/Replay.h"
-#include "transaction/TransactionManager.h"
+#include "transaction/UnitOfWork.h"
 
 namespace Kes {
 
@@ -29,9 +31,9 @@ bool isManyToMany(const Association* association) {
 // is to remove the object, which dissolves its links. One-references are told by
 // what they held before the transaction and what they hold now, whichever way
 // led there.
-class TransactionManager::StepWriter {
+class UnitOfWork::StepWriter {
 public:
-    StepWriter(const TransactionManager& source, const LinkOutcome& stored)
+    StepWriter(const UnitOfWork& source, const LinkOutcome& stored)
         : manager(source),
           outcome(stored) {}
 
@@ -54,7 +56,7 @@ private:
         step.kind = kind;
         step.id = object->getObjectID();
         step.cls = object->getClass();
-        step.digest = object->fingerprint;
+        step.digest = InstanceState::fingerprint(object);
         steps.push_back(step);
         return steps.back();
     }
@@ -89,7 +91,7 @@ private:
     }
 
     void writeLostLink(const Remembered& entry) {
-        if (entry.instance->flag(Instance::Gone) || isNew(entry.owner) || isNew(entry.instance) ||
+        if (InstanceState::isGone(entry.instance) || isNew(entry.owner) || isNew(entry.instance) ||
             !isManyToMany(entry.association))
             return;
         Step& step = add(Step::Unlinked, entry.owner);
@@ -117,37 +119,37 @@ private:
     unsigned long partnerBefore(const Remembered& entry) const {
         const Instance* partner = inMemory(entry.fetched, entry.instance, entry.objectID);
         if (partner != nullptr)
-            return partner->flag(Instance::Gone) || isNew(partner) ? 0 : partner->getObjectID();
+            return InstanceState::isGone(partner) || isNew(partner) ? 0 : partner->getObjectID();
         return entry.fetched ? 0 : entry.objectID;
     }
 
     const Instance* inMemory(bool fetched, const Instance* held, unsigned long id) const {
-        return fetched || id == 0 ? held : manager.model->objects->get(id);
+        return fetched || id == 0 ? held : ModelGate::objects(manager.model).get(id);
     }
 
-    const TransactionManager& manager;
+    const UnitOfWork& manager;
     const LinkOutcome& outcome;
     std::vector<Step> steps;
 };
 
 // Added by this commit, or never stored at all.
-bool TransactionManager::isNew(const Instance* object) const {
-    if (object->pending == 0)
+bool UnitOfWork::isNew(const Instance* object) const {
+    if (InstanceState::entry(object) == 0)
         return false;
-    const Action::Kind kind = pending[object->pending - 1].kind;
+    const Action::Kind kind = pending[InstanceState::entry(object) - 1].kind;
     return kind == Action::Add || kind == Action::Dropped;
 }
 
-bool TransactionManager::keepsSteps() const {
+bool UnitOfWork::keepsSteps() const {
     return turning || history.newest(History::Undo) != nullptr;
 }
 
 // Of a change that no action stands for.
-void TransactionManager::noteStep(const Step& step) {
+void UnitOfWork::noteStep(const Step& step) {
     (outcome->isPrepared ? outcome->draft.steps().steps : outcome->told).push_back(step);
 }
 
-void TransactionManager::prepareOutcome(Outcome& left) {
+void UnitOfWork::prepareOutcome(Outcome& left) {
     LinkOutcome stored(*this);
     stored.compare(left);
     if (keepsSteps()) {
@@ -157,19 +159,19 @@ void TransactionManager::prepareOutcome(Outcome& left) {
     }
     left.isPrepared = true;
     announced.reserve(announced.size() + 1);
-    if (!model->objects->isRead())
+    if (!ModelGate::objects(model).isRead())
         return;
     for (const Action& action : pending)
         if (action.kind == Action::Remove)
             left.losses.emplace(action.first->getObjectID(), action.first->getVersion());
-    model->objects->makeRoom(left.losses);
+    ModelGate::objects(model).makeRoom(left.losses);
 }
 
 // Before the listeners hear of the commit: they may ask for the history, start
 // a transaction or undo this one.
-void TransactionManager::settleHistory(Outcome& left) noexcept {
+void UnitOfWork::settleHistory(Outcome& left) noexcept {
     History::Draft& draft = left.draft;
-    model->objects->lose(left.losses);
+    ModelGate::objects(model).lose(left.losses);
     if (!draft.steps().steps.empty())
         draft.steps().images = std::move(images);
     if (turning)
@@ -179,10 +181,11 @@ void TransactionManager::settleHistory(Outcome& left) noexcept {
     turning.reset();
     for (const Action& action : pending)
         if (action.kind == Action::Remove || action.kind == Action::Dropped)
-            action.first->setFlag(Instance::Gone, true);
+            InstanceState::setGone(action.first, true);
 }
 
-void TransactionManager::turn(History::Direction direction) {
+void UnitOfWork::turn(History::Direction direction) {
+    door().end();
     // Changes without a transaction stand in the newest record, so to undo that
     // one is to take them back first.
     if (direction == History::Undo && !pending.empty())
@@ -202,7 +205,7 @@ void TransactionManager::turn(History::Direction direction) {
 }
 
 // Records the reversing actions; false after a rollback when that is not to be.
-bool TransactionManager::replay(History::Direction direction, bool& conflict) {
+bool UnitOfWork::replay(History::Direction direction, bool& conflict) {
     started = true;
     turning = direction;
     Replay reversal(model, *this);

@@ -16,9 +16,11 @@
 #include <kes/Pointer.h>
 
 #include "core/RaisedErrors.h"
-#include "fetch/SiblingLoader.h"
+#include "object/Events.h"
+#include "object/InstanceState.h"
 #include "object/ListenerList.h"
-#include "transaction/TransactionManager.h"
+#include "object/ModelGate.h"
+#include "transaction/UnitOfWork.h"
 
 namespace Kes {
 
@@ -30,13 +32,13 @@ constexpr unsigned long UnknownVersion = std::numeric_limits<std::int64_t>::max(
 
 }  // namespace
 
-bool TransactionManager::isUnknown(const Instance* instance) {
+bool UnitOfWork::isUnknown(const Instance* instance) {
     return instance->getVersion() == UnknownVersion;
 }
 
 // Takes the image of an instance that shows what is stored.
-bool TransactionManager::takeUnassigned(Instance* instance, FieldImage& image) {
-    if (isUnknown(instance) || digestFields(instance) != instance->fingerprint)
+bool UnitOfWork::takeUnassigned(Instance* instance, FieldImage& image) {
+    if (isUnknown(instance) || digestFields(instance) != InstanceState::fingerprint(instance))
         return false;
     image = images.take(instance);
     return true;
@@ -45,13 +47,12 @@ bool TransactionManager::takeUnassigned(Instance* instance, FieldImage& image) {
 // False when what is stored cannot be told, which was raised. The image stays
 // null when it is not the state that the instance was read with: the driver is
 // going to refuse the change.
-bool TransactionManager::takeForUpdate(Instance* instance, const char* operation,
-                                       FieldImage& image) {
+bool UnitOfWork::takeForUpdate(Instance* instance, const char* operation, FieldImage& image) {
     if (takeUnassigned(instance, image))
         return true;
 
     // Refused until the contrary is certain: what is raised may throw.
-    unsigned long version = instance->version;
+    unsigned long version = instance->getVersion();
     refuse(instance);
     const std::unique_ptr<Instance> reading(instance->getClass()->getDummy());
     reading->setObjectID(instance->getObjectID());
@@ -59,22 +60,23 @@ bool TransactionManager::takeForUpdate(Instance* instance, const char* operation
     if (stored == Stored::Unknown)
         return false;
     if (stored == Stored::Found) {
-        if (version == UnknownVersion && digestFields(reading.get()) == instance->fingerprint)
+        if (version == UnknownVersion &&
+            digestFields(reading.get()) == InstanceState::fingerprint(instance))
             version = reading->getVersion();
         if (version == reading->getVersion())
             image = images.take(reading.get());
     }
-    instance->version = version;
+    InstanceState::setVersion(instance, version);
     refused.pop_back();
     return true;
 }
 
-void TransactionManager::refuse(Instance* instance) {
-    refused.push_back({instance, instance->version});
-    instance->version = UnknownVersion;
+void UnitOfWork::refuse(Instance* instance) {
+    refused.push_back({instance, instance->getVersion()});
+    InstanceState::setVersion(instance, UnknownVersion);
 }
 
-void TransactionManager::takeForRemoval(Instance* instance, FieldImage& image) {
+void UnitOfWork::takeForRemoval(Instance* instance, FieldImage& image) {
     if (takeUnassigned(instance, image))
         return;
     const std::unique_ptr<Instance> reading(instance->getClass()->getDummy());
@@ -86,30 +88,21 @@ void TransactionManager::takeForRemoval(Instance* instance, FieldImage& image) {
 
 // The driver fills an object that the model does not know with what is stored
 // under its id.
-TransactionManager::Stored TransactionManager::readStored(Instance* reading,
-                                                          const char* operation) {
-    struct Scratch {
-        explicit Scratch(Model* of, const Instance* object) : model(of), outer(of->scratch) {
-            model->scratch = object;
-        }
-        ~Scratch() { model->scratch = outer; }
-        Model* model;
-        const Instance* outer;
-    };
-    const Scratch scratch(model, reading);
-    reading->version = std::numeric_limits<unsigned long>::max();
+UnitOfWork::Stored UnitOfWork::readStored(Instance* reading, const char* operation) {
+    const DriverDoor::Scratch scratch(door(), reading);
+    InstanceState::setVersion(reading, std::numeric_limits<unsigned long>::max());
     const HandlerWatch handler;
     String failure;
     try {
-        const SiblingLoader::DriverScope asking(model);
-        if (model->driver->refresh(reading))
+        const DriverDoor::Passage driver = door().enter();
+        if (driver->refresh(reading))
             return Stored::Unknown;  // nothing stored has that version: it was raised
-        const DBDriverStatus* status = model->driver->getStatus();
+        const DBDriverStatus* status = driver->getStatus();
         if (status != nullptr && status->code == DBDriverStatus::Changed)
             return Stored::Found;
         if (status != nullptr && status->code == DBDriverStatus::Removed)
             return Stored::Absent;
-        failure = model->driver->getErrorMessage();
+        failure = driver->getErrorMessage();
     } catch (const std::exception& thrown) {
         // The driver's own, unless the error handler has thrown it.
         if (handler.getThrown() != nullptr)
@@ -120,7 +113,7 @@ TransactionManager::Stored TransactionManager::readStored(Instance* reading,
     return Stored::Unknown;
 }
 
-bool TransactionManager::hasRefused(String& failure) const {
+bool UnitOfWork::hasRefused(String& failure) const {
     for (const Refused& entry : refused)
         if (isUnknown(entry.instance)) {
             failure = String("the change of the ") + entry.instance->getClass()->getName() +
@@ -133,30 +126,30 @@ bool TransactionManager::hasRefused(String& failure) const {
 }
 
 // An instance whose fields could not all be put back shows nothing stored.
-void TransactionManager::restoreFields(FieldImage image, Instance* instance) {
+void UnitOfWork::restoreFields(FieldImage image, Instance* instance) {
     try {
         images.restore(image, instance);
     } catch (...) {
-        instance->version = UnknownVersion;
+        InstanceState::setVersion(instance, UnknownVersion);
         throw;
     }
 }
 
 // What was assigned to them goes too. One that cannot be read now either stays
 // as it is, with the version that keeps it from being written.
-void TransactionManager::rereadRefused() {
+void UnitOfWork::rereadRefused() {
     FirstFailure failure;
     std::vector<Pointer<Instance>> news;
     std::vector<Pointer<Instance>> gone;
     failure.attempt([&] {
         for (const auto& [instance, version] : refused) {
             bool isRemoved = false;
-            if (reread(instance, isRemoved) && instance->version != version)
+            if (reread(instance, isRemoved) && instance->getVersion() != version)
                 news.emplace_back(instance);
             if (!isRemoved)
                 continue;
-            instance->version = version;
-            if (model->noteRemoval(instance))
+            InstanceState::setVersion(instance, version);
+            if (ModelGate::noteRemoval(model, instance))
                 gone.emplace_back(instance);
         }
     });
@@ -164,33 +157,32 @@ void TransactionManager::rereadRefused() {
 
     // Somebody else has changed them meanwhile.
     for (const Pointer<Instance>& changedOne : news) {
-        changedOne->setFlag(Instance::Untold, false);
-        failure.attempt([&] { changedOne->getClass()->fireInstanceChanged(changedOne); });
+        InstanceState::setUntold(changedOne, false);
+        failure.attempt([&] { Events::changed(changedOne); });
     }
     for (const Pointer<Instance>& removedOne : gone)
-        failure.attempt([&] { removedOne->getClass()->fireInstanceRemoved(removedOne); });
+        failure.attempt([&] { Events::removed(removedOne); });
     failure.rethrow();
 }
 
 // False when there was no need to, or when it cannot be read: a rollback that
 // works has nothing to tell of that.
-bool TransactionManager::reread(Instance* instance, bool& isRemoved) {
+bool UnitOfWork::reread(Instance* instance, bool& isRemoved) {
     try {
         const ErrorSilence silence;
         const std::uint64_t digest = digestFields(instance);  // no driver fills what throws
-        if (!isUnknown(instance) && digest == instance->fingerprint)
+        if (!isUnknown(instance) && digest == InstanceState::fingerprint(instance))
             return false;
-        instance->version = UnknownVersion;
-        model->keepFailure(model->failures);
-        const SiblingLoader::DriverScope asking(model);
-        const bool isCurrent = model->driver->refresh(instance);
-        const DBDriverStatus* status = isCurrent ? nullptr : model->driver->getStatus();
+        InstanceState::setVersion(instance, UnknownVersion);
+        ModelGate::keepFailure(model);
+        const DriverDoor::Passage driver = door().enter();
+        const bool isCurrent = driver->refresh(instance);
+        const DBDriverStatus* status = isCurrent ? nullptr : driver->getStatus();
         isRemoved = status != nullptr && status->code == DBDriverStatus::Removed;
     } catch (...) {
-        instance->version = UnknownVersion;
+        InstanceState::setVersion(instance, UnknownVersion);
     }
-    if (model->failures != nullptr)
-        model->failures->forgetFailure();
+    ModelGate::dropFailure(model);
     return !isUnknown(instance);
 }
 

@@ -14,40 +14,42 @@
 #include <kes/OneAssociatedInstance.h>
 #include <kes/Selection.h>
 
-#include "fetch/SiblingLoader.h"
 #include "identity/ObjectCache.h"
+#include "object/InstanceState.h"
 #include "object/Links.h"
-#include "transaction/TransactionManager.h"
+#include "object/ModelGate.h"
+#include "object/ReferenceState.h"
+#include "transaction/UnitOfWork.h"
 
 namespace Kes {
 
-void TransactionManager::recordLink(Action::Kind kind, Instance* first, const String& firstRole,
-                                    Instance* second, Association* association) {
+void UnitOfWork::recordLink(Action::Kind kind, Instance* first, const String& firstRole,
+                            Instance* second, Association* association) {
     Action& action = record(kind, first);
     action.second = second;
     action.association = association;
     action.firstIsOne = firstRole == association->getOneRole();
-    first->setFlag(Instance::Linked, true);
-    second->setFlag(Instance::Linked, true);
-    second->setFlag(Instance::Ahead, false);
+    InstanceState::setLinked(first);
+    InstanceState::setLinked(second);
+    InstanceState::setAhead(second, false);
 }
 
-void TransactionManager::noteUnchangedLink(const Instance* first, const Instance* second) {
+void UnitOfWork::noteUnchangedLink(const Instance* first, const Instance* second) {
     if (!pending.empty() && pending.back().first == first && pending.back().second == second)
         pending.back().changedNothing = true;
 }
 
-void TransactionManager::noteUnsureLink(const Instance* first, const Instance* second) {
+void UnitOfWork::noteUnsureLink(const Instance* first, const Instance* second) {
     if (!pending.empty() && pending.back().first == first && pending.back().second == second)
         pending.back().isUnsure = true;
 }
 
-void TransactionManager::rememberReference(Instance* owner, OneAssociatedInstance& ref,
-                                           const Association* association, const String& role) {
+void UnitOfWork::rememberReference(Instance* owner, OneAssociatedInstance& ref,
+                                   const Association* association, const String& role) {
     Remembered entry{};
     entry.kind = Remembered::One;
     entry.fetched = ref.isFetched();
-    entry.isFirst = !ref.touched;
+    entry.isFirst = !ReferenceState::isTouched(ref);
     entry.ownerIsOne = role == association->getOneRole();
     entry.owner = owner;
     entry.ref = &ref;
@@ -55,11 +57,11 @@ void TransactionManager::rememberReference(Instance* owner, OneAssociatedInstanc
     entry.objectID = ref.getObjectID();
     entry.association = association;
     journal.push_back(entry);
-    ref.touched = true;
+    ReferenceState::setTouched(ref, true);
 }
 
-void TransactionManager::rememberMember(Instance* owner, ManyAssociatedInstances& ref,
-                                        Instance* member, bool added) {
+void UnitOfWork::rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
+                                bool added) {
     Remembered entry{};
     entry.kind = added ? Remembered::MemberAdded : Remembered::MemberRemoved;
     entry.fetched = true;
@@ -69,8 +71,8 @@ void TransactionManager::rememberMember(Instance* owner, ManyAssociatedInstances
     journal.push_back(entry);
 }
 
-void TransactionManager::rememberLostLink(Instance* owner, Instance* member,
-                                          Association* association, const String& role) {
+void UnitOfWork::rememberLostLink(Instance* owner, Instance* member, Association* association,
+                                  const String& role) {
     Remembered entry{};
     entry.kind = Remembered::LostLink;
     entry.ownerIsOne = role == association->getOneRole();
@@ -83,7 +85,7 @@ void TransactionManager::rememberLostLink(Instance* owner, Instance* member,
 // The row that holds a one-reference belongs to `first`. Its version is raised
 // once in a commit: by the instance's own action where there is one, otherwise
 // by the first link.
-bool TransactionManager::applyLink(Action& action) {
+bool UnitOfWork::applyLink(Action& action, const DriverDoor::Passage& driver) {
     Instance* first = action.first;
     Instance* second = action.second;
     action.secondVersion = second->getVersion();
@@ -101,18 +103,18 @@ bool TransactionManager::applyLink(Action& action) {
     if ((isDropped(first) && (isDropped(second) || !secondHoldsRow)) ||
         (isDropped(second) && !holdsRow))
         return true;
-    const bool linkFlag = holdsRow && (first->pending != 0 || first->flag(Instance::Raised));
+    const bool linkFlag =
+        holdsRow && (InstanceState::entry(first) != 0 || InstanceState::isRaised(first));
     if (holdsRow && !linkFlag) {
         first->nextVersion();
-        first->setFlag(Instance::Raised, true);
+        InstanceState::setRaised(first);
     }
     return kind == Action::Link
-               ? model->driver->addLink(first, firstRole, second, secondRole, association, linkFlag)
-               : model->driver->removeLink(first, firstRole, second, secondRole, association,
-                                           linkFlag);
+               ? driver->addLink(first, firstRole, second, secondRole, association, linkFlag)
+               : driver->removeLink(first, firstRole, second, secondRole, association, linkFlag);
 }
 
-void TransactionManager::revertReferences() {
+void UnitOfWork::revertReferences() {
     for (auto entry = journal.rbegin(); entry != journal.rend(); ++entry) {
         if (entry->kind == Remembered::One) {
             auto* ref = static_cast<OneAssociatedInstance*>(entry->ref);
@@ -133,7 +135,7 @@ void TransactionManager::revertReferences() {
     }
 }
 
-void TransactionManager::unfetchCollections() {
+void UnitOfWork::unfetchCollections() {
     for (const Remembered& entry : journal) {
         if (entry.kind != Remembered::MemberAdded && entry.kind != Remembered::MemberRemoved)
             continue;
@@ -143,17 +145,17 @@ void TransactionManager::unfetchCollections() {
     }
 }
 
-void TransactionManager::applyPendingLinks(Instance* owner, ManyAssociatedInstances& ref,
-                                           const Association* association, const String& role) {
+void UnitOfWork::applyPendingLinks(Instance* owner, ManyAssociatedInstances& ref,
+                                   const Association* association, const String& role) {
     if (pending.empty())
         return;
-    if (owner->flag(Instance::Linked))
+    if (InstanceState::isLinked(owner))
         applyOwnLinks(owner, ref, association, role);
     dropMovedMembers(owner, ref, association, role);
 }
 
-void TransactionManager::applyOwnLinks(Instance* owner, ManyAssociatedInstances& ref,
-                                       const Association* association, const String& role) {
+void UnitOfWork::applyOwnLinks(Instance* owner, ManyAssociatedInstances& ref,
+                               const Association* association, const String& role) {
     for (; links.covered < pending.size(); ++links.covered) {
         const Action& action = pending[links.covered];
         if (action.second == nullptr)
@@ -186,8 +188,8 @@ void TransactionManager::applyOwnLinks(Instance* owner, ManyAssociatedInstances&
 
 // Replacing a partner records the new link only: who left the owner, be it in
 // this very transaction, shows by the member's own reference.
-void TransactionManager::dropMovedMembers(Instance* owner, ManyAssociatedInstances& ref,
-                                          const Association* association, const String& role) {
+void UnitOfWork::dropMovedMembers(Instance* owner, ManyAssociatedInstances& ref,
+                                  const Association* association, const String& role) {
     const String& otherRole = association->getAssociatedRole(role);
     if (association->getPluralityFor(otherRole) != Association::One)
         return;
@@ -195,7 +197,7 @@ void TransactionManager::dropMovedMembers(Instance* owner, ManyAssociatedInstanc
     RoleReader back(association->getName(), otherRole);
     for (ref.reset(); ref.next();) {
         Instance* member = ref.value();
-        if (!member->flag(Instance::Linked))
+        if (!InstanceState::isLinked(member))
             continue;
         back.read(member);
         if (back.one != nullptr && back.one->isFetched() && back.one->getInstance() != owner)
@@ -207,32 +209,31 @@ void TransactionManager::dropMovedMembers(Instance* owner, ManyAssociatedInstanc
     }
 }
 
-void TransactionManager::listenTo(DBDriver* driver) {
+void UnitOfWork::listenTo(DBDriver* driver) {
     auto* emptying = dynamic_cast<EmptyingDriver*>(driver);
     hearsOfEmptied = emptying != nullptr && emptying->tellEmptiedTo(this);
 }
 
-void TransactionManager::stopListening(DBDriver* driver) {
+void UnitOfWork::stopListening(DBDriver* driver) {
     if (hearsOfEmptied)
         dynamic_cast<EmptyingDriver*>(driver)->tellEmptiedTo(nullptr);
     hearsOfEmptied = false;
 }
 
 // References that the transaction has touched are worked out anyway.
-void TransactionManager::referenceEmptied(Association* association, const String& role,
-                                          unsigned long id, Class* cls, unsigned long partner,
-                                          bool isRaised) {
+void UnitOfWork::referenceEmptied(Association* association, const String& role, unsigned long id,
+                                  Class* cls, unsigned long partner, bool isRaised) {
     if (outcome == nullptr)
         return;
     RoleReader reader(association->getName(), role);
-    if (Instance* owner = model->objects->get(id)) {
+    if (Instance* owner = ModelGate::objects(model).get(id)) {
         if (isRaised) {
-            raised.push_back({owner, owner->version});
+            raised.push_back({owner, owner->getVersion()});
             owner->nextVersion();
         }
         reader.read(owner);
     }
-    if (reader.one != nullptr && reader.one->touched)
+    if (reader.one != nullptr && ReferenceState::isTouched(*reader.one))
         return;
     if (reader.one != nullptr)
         outcome->repairs.push_back({reader.one, 0});
@@ -251,7 +252,7 @@ void TransactionManager::referenceEmptied(Association* association, const String
 
 // Objects that the application is going through keep their places: a collection
 // loses the one member and is not read again.
-void TransactionManager::repair(const Outcome& left) noexcept {
+void UnitOfWork::repair(const Outcome& left) noexcept {
     for (const Repair& each : left.repairs) {
         each.ref->setFetched(false);
         each.ref->setObjectID(each.partner);
@@ -286,7 +287,7 @@ struct Asked {
 
 // To take back what dissolved a link that was not there is to do nothing. Where
 // no collection in memory told, the driver does, and tells it of many at once.
-void TransactionManager::askForUnsureLinks() {
+void UnitOfWork::askForUnsureLinks() {
     using Key = std::pair<Association*, bool>;
     std::map<Key, Asked> asked;
     if (!keepsSteps())
@@ -304,8 +305,8 @@ void TransactionManager::askForUnsureLinks() {
         const String& role = key.second ? key.first->getOneRole() : key.first->getOtherRole();
         std::vector<StoredLink> found;
         const std::size_t most = 1000 + 64 * each.owners.size();
-        auto* reader = dynamic_cast<LinkReader*>(model->driver);
-        const SiblingLoader::DriverScope asking(model);
+        auto* reader = door().find<LinkReader>();
+        const DriverDoor::Passage asking = door().enter();
         each.isKnown =
             reader != nullptr && reader->readLinks(key.first, role, each.owners, most, found);
         for (const StoredLink& link : found)
@@ -331,7 +332,7 @@ void TransactionManager::askForUnsureLinks() {
 }
 
 // With a query for the one pair.
-bool TransactionManager::isLinked(const Action& action) const {
+bool UnitOfWork::isLinked(const Action& action) const {
     Association* association = action.association;
     const String& role =
         action.firstIsOne ? association->getOneRole() : association->getOtherRole();

@@ -71,7 +71,7 @@ protected:
     void fireAssociationRemoved(Instance* one, Instance* other);
 
 private:
-    friend class TransactionManager;
+    friend class Events;
 
     [[noreturn]] void failOnRole(const char* operation, const String& role) const;
 

@@ -92,7 +92,7 @@ protected:
 
 private:
     friend class Model;
-    friend class TransactionManager;
+    friend class Events;
 
     String name;
     int version;

@@ -129,14 +129,7 @@ protected:
     void fireAssociationRemoved(Association* association, Instance* other);
 
 private:
-    friend class Association;
-    friend class Class;
-    friend class Model;
-    friend class ObjectCache;
-    friend class PointerBase;
-    friend class Replay;
-    friend class SiblingLoader;
-    friend class TransactionManager;
+    friend class InstanceState;
 
     // Linked: a link of this instance is pending. Raised: the commit under way
     // has raised its version for a link. Gone: the removal was committed, or a
@@ -157,10 +150,6 @@ private:
     Model* modelFor(const char* operation) const;
     Model* ownModel(const char* operation) const;
     const Model* checkedModel() const;
-    void forgetPointer(PointerBase* pointer) const noexcept;
-
-    // Somebody else has removed it, as a refresh has found.
-    bool isLost() const { return flag(Gone) && flag(Untold); }
 
     bool flag(Flag which) const { return (flags & which) != 0; }
     void setFlag(Flag which, bool on) {
@@ -173,7 +162,7 @@ private:
     std::uint32_t flags : 8 = 0;
 
     // The group of instances that came from the same selection; see
-    // session/SiblingLoader.h. 0 while the instance belongs to none.
+    // fetch/ReferenceLoader.h. 0 while the instance belongs to none.
     std::uint32_t siblings : 24 = 0;
 
     // 1 + the position of this instance's entry in the pending transaction, so

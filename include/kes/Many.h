@@ -69,8 +69,7 @@ protected:
 
 private:
     friend class Cursor;
-    friend class SiblingLoader;
-    friend class SweepAccess;
+    friend class ReferenceState;
 
     std::size_t find(const Instance* instance) const;
     void reindex();

@@ -254,14 +254,7 @@ protected:
     void cacheDriver(DBDriver* closed);
 
 private:
-    friend class Class;
-    friend class Instance;
-    friend class LinkHandler;
-    friend class Removal;
-    friend class Replay;
-    friend class SiblingLoader;
-    friend class Selection;
-    friend class TransactionManager;
+    friend class ModelGate;
 
     bool openFreshDriver(const String& password);
     bool accepts(SchemaRecords& records, bool isUpgraded);
@@ -277,7 +270,6 @@ private:
     bool declaresSoundly() const;
     bool isDeclarable(std::unique_ptr<Class>& cls) const;
     bool isDeclarable(std::unique_ptr<Association>& association) const;
-    void forgetPointer(PointerBase* pointer) noexcept;
     bool reportsInherited(Class* cls) const;
     bool requireOpen(const char* operation) const;
     void link(bool made, Instance* first, const String& firstRole, Instance* second,
@@ -287,23 +279,6 @@ private:
                     const String& secondRole, Association* association);
     bool isAdded(const Instance* instance, const char* operation) const;
     bool isUsable(const Instance* instance, const char* operation, const char* verb) const;
-
-    // What Instance needs beyond the public operations.
-    void forgetReadAhead();
-    void loadPartner(Instance* owner, OneAssociatedInstance& ref, Association* association,
-                     const String& role);
-    void loadPartners(Instance* owner, ManyAssociatedInstances& ref, Association* association,
-                      const String& role);
-    void rememberReference(Instance* owner, OneAssociatedInstance& ref,
-                           const Association* association, const String& role);
-    void rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
-                        bool added);
-    void rememberLostLink(Instance* owner, Instance* member, Association* association,
-                          const String& role);
-    void noteUnchangedLink(const Instance* first, const Instance* second);
-    void noteUnsureLink(const Instance* first, const Instance* second);
-    void noteContestedLink();
-    bool mustKnowReferrers() const;
 
     String driverName;
     String source;
@@ -315,9 +290,10 @@ private:
     int version = 0;
     DBDriver* driver = nullptr;           // owned; null while closed
     FailureReporter* failures = nullptr;  // the driver, where it reports kinds; else null
-    TransactionManager* transactions;     // owned
+    UnitOfWork* transactions;             // owned
     ObjectCache* objects;                 // owned
-    SiblingLoader* siblings;              // owned
+    DriverDoor* door;                     // owned
+    ReferenceLoader* references;          // owned
     std::ostream* trace = nullptr;        // borrowed; null while not traced
     mutable ThreadCheck threadCheck;
     std::shared_ptr<bool> life = std::make_shared<bool>(true);
@@ -333,10 +309,6 @@ private:
     // forgot what had failed before.
     FailureKind keptFailure = FailureKind::None;
     std::uint64_t errorsBefore = 0;
-
-    // An object that a driver fills with the stored state of another one; set
-    // does not file it. Null outside of that.
-    const Instance* scratch = nullptr;
 
     // --- guarded by myMutex ---
     static Mutex myMutex;

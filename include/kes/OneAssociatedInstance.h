@@ -49,7 +49,7 @@ protected:
     ~OneAssociatedInstance() = default;
 
 private:
-    friend class TransactionManager;
+    friend class ReferenceState;
 
     bool fetched = false;
     bool touched = false;  // the pending transaction remembers what it held; not copied

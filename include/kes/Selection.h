@@ -105,6 +105,7 @@ protected:
 
 private:
     friend class AssociatedClass;
+    friend class DeliveryObserver;
 
     Association* findAssociation(const String& associationName) const;
     Instance* read();
@@ -124,7 +125,7 @@ private:
     PtrVector<DBDriverSelection> cursors{10, 10};  // owned, in concrete-class order
     PtrList<SortOrder> sortOrders;                 // owned
     int current = 0;
-    SortHandler* sortHandler = nullptr;  // owned; null unless merging
+    DeliveryObserver* observer = nullptr;  // borrowed; null for the model's
     Pointer<Instance> currentValue;
     Condition* condition = nullptr;  // owned
     Condition* given = nullptr;      // owned; a copy of what a condition has taken

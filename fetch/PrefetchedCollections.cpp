@@ -1,18 +1,19 @@
-#include "fetch/KeptCollections.h"
+#include "fetch/PrefetchedCollections.h"
 
 #include <utility>
 
 namespace Kes {
 
-KeptCollections::Entry* KeptCollections::find(const Association* association, const String& role) {
+PrefetchedCollections::Entry* PrefetchedCollections::find(const Association* association,
+                                                          const String& role) {
     for (Entry& entry : entries)
         if (entry.association == association && entry.role == role)
             return &entry;
     return nullptr;
 }
 
-void KeptCollections::keep(const Association* association, const String& role,
-                           const ReadMoment& when, Collections&& collections) {
+void PrefetchedCollections::keep(const Association* association, const String& role,
+                                 const ReadMoment& when, Collections&& collections) {
     const std::size_t loaded = collections.size();
     if (Entry* entry = find(association, role)) {
         judge(*entry);
@@ -24,8 +25,8 @@ void KeptCollections::keep(const Association* association, const String& role,
     entries.push_back({association, role.unshared(), std::move(collections), loaded, when});
 }
 
-bool KeptCollections::take(const Association* association, const String& role, unsigned long owner,
-                           std::vector<KeptMember>& members) {
+bool PrefetchedCollections::take(const Association* association, const String& role,
+                                 unsigned long owner, std::vector<PrefetchedMember>& members) {
     Entry* entry = find(association, role);
     if (entry == nullptr || !freshness.holds(entry->when))
         return false;
@@ -37,19 +38,19 @@ bool KeptCollections::take(const Association* association, const String& role, u
     return true;
 }
 
-void KeptCollections::forget() {
+void PrefetchedCollections::forget() {
     for (const Entry& entry : entries)
         judge(entry);
     entries.clear();
 }
 
-void KeptCollections::judge(const Entry& entry) {
-    pause.judge(entry.loaded, entry.loaded - entry.collections.size());
+void PrefetchedCollections::judge(const Entry& entry) {
+    backoff.judge(entry.loaded, entry.loaded - entry.collections.size());
 }
 
-void KeptCollections::noteWaste() {
+void PrefetchedCollections::noteWaste() {
     entries.clear();
-    pause.noteFailure();
+    backoff.noteFailure();
 }
 
 }  // namespace Kes

@@ -16,38 +16,38 @@
 #include <kes/Forward.h>
 #include <kes/String.h>
 
+#include "fetch/Backoff.h"
 #include "fetch/Freshness.h"
-#include "fetch/Pause.h"
 
 namespace Kes {
 
 /// A member as it was when the collection was read.
-struct KeptMember {
+struct PrefetchedMember {
     unsigned long id;
     unsigned long version;
 };
 
-class KeptCollections {
+class PrefetchedCollections {
 public:
     /// By the ids of their owners.
-    using Collections = std::unordered_map<unsigned long, std::vector<KeptMember>>;
+    using Collections = std::unordered_map<unsigned long, std::vector<PrefetchedMember>>;
 
     /// `freshness` is borrowed for life.
-    explicit KeptCollections(const Freshness& itsFreshness) : freshness(itsFreshness) {}
+    explicit PrefetchedCollections(const Freshness& itsFreshness) : freshness(itsFreshness) {}
 
     void keep(const Association* association, const String& role, const ReadMoment& when,
               Collections&& collections);
 
     /// False when the owner's collection is not kept, or not fresh any more.
     bool take(const Association* association, const String& role, unsigned long owner,
-              std::vector<KeptMember>& members);
+              std::vector<PrefetchedMember>& members);
     void forget();
 
     /// What was loaded for siblings is of no use.
     void noteWaste();
 
     /// Asked before each loading: whether it may load for siblings too.
-    bool mayLoadTogether() { return pause.isOver(); }
+    bool mayLoadTogether() { return backoff.isOver(); }
 
 private:
     struct Entry {
@@ -63,7 +63,7 @@ private:
 
     const Freshness& freshness;
     std::vector<Entry> entries;
-    Pause pause;
+    Backoff backoff;
 };
 
 }  // namespace Kes

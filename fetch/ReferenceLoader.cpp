@@ -1,4 +1,4 @@
-#include "fetch/SiblingLoader.h"
+#include "fetch/ReferenceLoader.h"
 
 #include <algorithm>
 #include <memory>
@@ -18,8 +18,10 @@
 
 #include "core/RaisedErrors.h"
 #include "identity/ObjectCache.h"
+#include "object/InstanceState.h"
 #include "object/Links.h"
-#include "transaction/TransactionManager.h"
+#include "object/ModelGate.h"
+#include "object/ReferenceState.h"
 
 namespace Kes {
 
@@ -59,27 +61,39 @@ std::unique_ptr<Condition> anyOf(Class* cls, const std::vector<unsigned long>& i
 
 }  // namespace
 
-class SiblingLoader::LoadingScope {
+// A reference that is read. Its own queries tell it of what they deliver, and
+// not the loader: nothing of that is the application's yet.
+class ReferenceLoader::Loading final : public DeliveryObserver {
 public:
-    explicit LoadingScope(SiblingLoader& itsLoader) : loader(itsLoader), outer(loader.loading) {
-        loader.loading = true;
+    explicit Loading(ReferenceLoader& itsLoader)
+        : loader(itsLoader),
+          outer(std::exchange(loader.loading, this)) {
         ++loader.loadings;
         loader.loadingBegan = loader.freshness.now();
     }
-    LoadingScope(const LoadingScope&) = delete;
-    LoadingScope& operator=(const LoadingScope&) = delete;
-    ~LoadingScope() {
+    ~Loading() {
         loader.noteRead();
         loader.loading = outer;
     }
 
+    void asked() override {}
+    ReadMoment now() const override { return loader.now(); }
+    void read(Delivery& delivery, Instance* instance) override {
+        loader.enterGroup(delivery, instance, true);
+    }
+    void delivered(Instance*) override {}
+    std::size_t wantedAhead(const Delivery& delivery) override {
+        return loader.wantedAhead(delivery);
+    }
+    bool setReadingAhead(bool on) override { return loader.setReadingAhead(on); }
+
 private:
-    SiblingLoader& loader;
-    bool outer;
+    ReferenceLoader& loader;
+    Loading* outer;
 };
 
 // Members of the collection that is being filled refer to its owner.
-class SiblingLoader::Filling {
+class ReferenceLoader::Filling {
 public:
     Filling(const Association*& which, const Association* association)
         : place(which),
@@ -93,80 +107,50 @@ private:
     const Association* outer;
 };
 
-SiblingLoader::AheadScope::AheadScope(Model* model)
-    : loader(*model->siblings),
-      outer(loader.readingAhead) {
-    loader.readingAhead = true;
-}
-
-SiblingLoader::AheadScope::~AheadScope() {
-    loader.readingAhead = outer;
-}
-
-SiblingLoader::DriverScope::DriverScope(const Model* model)
-    : loader(*model->siblings),
-      outer(DroppedPartners::noteIn(&loader.dropped)) {
-    ++loader.driverCalls;
-}
-
-SiblingLoader::DriverScope::~DriverScope() {
-    DroppedPartners::noteIn(outer);
-    if (--loader.driverCalls == 0)
-        loader.dropped.entries.clear();
-}
-
-SiblingLoader::SiblingLoader(Model* itsModel)
+ReferenceLoader::ReferenceLoader(Model* itsModel)
     : model(itsModel),
-      follower(itsModel, itsModel->objects) {}
+      door(ModelGate::door(itsModel)),
+      follower(itsModel, &ModelGate::objects(itsModel)) {}
 
-ReadMoment SiblingLoader::startReading(Model* model) {
-    return model->siblings->freshness.now();
+// The application has done, or is about to do, what may show it a newer state
+// than the one that was read ahead.
+void ReferenceLoader::asked() {
+    freshness.end();
+    kept.forget();
 }
 
-void SiblingLoader::delivered(Model* model, Reading& reading, Instance* instance) {
-    model->siblings->deliver(reading, instance);
-}
-
-std::size_t SiblingLoader::wantedAhead(Model* model, const Reading& reading) {
-    return model->siblings->wantedAhead(reading.token);
-}
-
-// What a loading reads for the siblings is not handed out yet.
-void SiblingLoader::deliverAhead(Model* model, Instance* instance) {
-    SiblingLoader& loader = *model->siblings;
-    if (loader.loading)
-        return;
-    const Group* group = loader.groupOf(instance);
-    if (group != nullptr && loader.freshness.isOfNow(group->when))
-        loader.revealAhead(instance);
+void ReferenceLoader::delivered(Instance* instance) {
+    const Group* group = groupOf(instance);
+    if (group != nullptr && freshness.isOfNow(group->when))
+        revealAhead(instance);
     else
-        instance->setFlag(Instance::Ahead, false);
+        InstanceState::setAhead(instance, false);
 }
 
-void SiblingLoader::revealAhead(Instance* instance) {
-    instance->setFlag(Instance::Ahead, false);
+void ReferenceLoader::revealAhead(Instance* instance) {
+    InstanceState::setAhead(instance, false);
     followLinks(instance);
 }
 
 // What was read before the application's latest statement may be older than what
 // the partners in memory show.
-void SiblingLoader::followLinks(Instance* instance) {
+void ReferenceLoader::followLinks(Instance* instance) {
     struct Pausing {
         DroppedPartners* outer = DroppedPartners::noteIn(nullptr);
         ~Pausing() { DroppedPartners::noteIn(outer); }
     };
     const Pausing pausing;
-    follower.follow(instance, dropped, filling);
+    follower.follow(instance, door.dropped, filling);
 }
 
-void SiblingLoader::noteRenewed(Instance* instance) {
-    sawNewer = sawNewer || loading;
-    if (!instance->flag(Instance::Ahead))
+void ReferenceLoader::noteRenewed(Instance* instance) {
+    sawNewer = sawNewer || loading != nullptr;
+    if (!InstanceState::isAhead(instance))
         followLinks(instance);
-    dropped.entries.clear();
+    door.dropped.entries.clear();
 }
 
-bool SiblingLoader::handOutFresh(Instance* instance) {
+bool ReferenceLoader::handOutFresh(Instance* instance) {
     if (!isFresh(instance))
         return false;
     revealAhead(instance);
@@ -174,16 +158,16 @@ bool SiblingLoader::handOutFresh(Instance* instance) {
     return true;
 }
 
-void SiblingLoader::deliver(Reading& reading, Instance* instance) {
+void ReferenceLoader::enterGroup(Delivery& delivery, Instance* instance, bool forReference) {
     const bool isNew = std::exchange(latest, nullptr) == instance;
-    if (isNew && !instance->flag(Instance::Ahead) && freshness.isOfNow(reading.when))
+    if (isNew && !InstanceState::isAhead(instance) && freshness.isOfNow(delivery.when))
         followLinks(instance);
 
     // Who is reached over a reference stays among those he was found with, unless
     // he was read again.
-    if (loading && !instance->flag(Instance::Ahead) && groupOf(instance) != nullptr)
+    if (forReference && !InstanceState::isAhead(instance) && groupOf(instance) != nullptr)
         return;
-    std::uint64_t& token = reading.token;
+    std::uint64_t& token = delivery.token;
     Group* group = &groups[token % groups.size()];
     const bool isKnown = token != 0 && group->id == token;
     if (!isKnown || group->members.size() >= GroupSize) {
@@ -194,22 +178,23 @@ void SiblingLoader::deliver(Reading& reading, Instance* instance) {
         group->id = lastGroup;
         group->faults = group->inherited = isRead ? AllAtOnce + 1 : 0;
         group->answered = 0;
-        group->loading = loading ? loadings : 0;
-        group->when = reading.when;
+        group->loading = forReference ? loadings : 0;
+        group->when = delivery.when;
         group->members.clear();
         token = lastGroup;
     }
     group->members.push_back(instance->getObjectID());
-    instance->siblings = group->id & (GroupIds - 1);
+    InstanceState::setGroup(instance, group->id);
 }
 
-SiblingLoader::Group* SiblingLoader::groupOf(const Instance* owner) {
-    Group& group = groups[owner->siblings % groups.size()];
-    return owner->siblings != 0 && group.id == owner->siblings ? &group : nullptr;
+ReferenceLoader::Group* ReferenceLoader::groupOf(const Instance* owner) {
+    Group& group = groups[InstanceState::group(owner) % groups.size()];
+    return InstanceState::group(owner) != 0 && group.id == InstanceState::group(owner) ? &group
+                                                                                       : nullptr;
 }
 
 // Who left his group, or whose group has given its place away, is not.
-bool SiblingLoader::isFresh(const Instance* instance) {
+bool ReferenceLoader::isFresh(const Instance* instance) {
     const Group* group = groupOf(instance);
     return group != nullptr && freshness.holds(group->when);
 }
@@ -218,7 +203,7 @@ bool SiblingLoader::isFresh(const Instance* instance) {
 // something newer: a commit that is under way may be stored already. What it has
 // read itself goes on to stand, unless the error handler has asked the database
 // meanwhile.
-void SiblingLoader::noteRead() {
+void ReferenceLoader::noteRead() {
     const bool isUndisturbed = loadingBegan.era == freshness.now().era;
     if (std::exchange(sawNewer, false) || CommitCount::isAnyUnderWay())
         freshness.end();
@@ -233,9 +218,9 @@ void SiblingLoader::noteRead() {
 }
 
 // As many as the next read of a reference would load for.
-std::size_t SiblingLoader::wantedAhead(std::uint64_t token) {
-    Group& group = groups[token % groups.size()];
-    if (group.id != token || group.faults < AllAtOnce || group.faults == group.answered)
+std::size_t ReferenceLoader::wantedAhead(const Delivery& delivery) {
+    Group& group = groups[delivery.token % groups.size()];
+    if (group.id != delivery.token || group.faults < AllAtOnce || group.faults == group.answered)
         return 0;
     const std::size_t wish = group.faults == AllAtOnce ? FewAtOnce : GroupSize;
     group.answered = group.faults;
@@ -244,27 +229,27 @@ std::size_t SiblingLoader::wantedAhead(std::uint64_t token) {
 
 // One, then a few, then all: a program that reads one reference of one object
 // should not pay for its siblings.
-std::size_t SiblingLoader::nextBatch(Group& group) const {
+std::size_t ReferenceLoader::nextBatch(Group& group) const {
     const std::size_t step = group.faults++;
     const std::size_t wish = step == 0 ? 1 : step < AllAtOnce ? FewAtOnce : GroupSize;
     return std::min(wish, room());
 }
 
-std::size_t SiblingLoader::room() const {
-    return static_cast<std::size_t>(model->objects->capacity()) / 4;
+std::size_t ReferenceLoader::room() const {
+    return static_cast<std::size_t>(ModelGate::objects(model).capacity()) / 4;
 }
 
-std::vector<unsigned long> SiblingLoader::partnersOf(const Group& group, std::size_t most,
-                                                     unsigned long wanted,
-                                                     const Association* association,
-                                                     const String& role) {
+std::vector<unsigned long> ReferenceLoader::partnersOf(const Group& group, std::size_t most,
+                                                       unsigned long wanted,
+                                                       const Association* association,
+                                                       const String& role) {
     std::vector<unsigned long> ids{wanted};
     std::unordered_set<unsigned long> seen{wanted};
     RoleReader field(association->getName(), role);
     for (const unsigned long member : group.members) {
         if (ids.size() >= most)
             break;
-        Instance* sibling = model->objects->get(member);
+        Instance* sibling = ModelGate::objects(model).get(member);
         if (sibling == nullptr)
             continue;
         field.read(sibling);
@@ -273,21 +258,21 @@ std::vector<unsigned long> SiblingLoader::partnersOf(const Group& group, std::si
         const unsigned long id = field.one->getObjectID();
         if (id == 0)
             continue;
-        const Instance* known = model->objects->get(id);
-        const bool isReady = known != nullptr && (!known->flag(Instance::Ahead) || isFresh(known));
+        const Instance* known = ModelGate::objects(model).get(id);
+        const bool isReady = known != nullptr && (!InstanceState::isAhead(known) || isFresh(known));
         if (!isReady && seen.insert(id).second)
             ids.push_back(id);
     }
     return ids;
 }
 
-bool SiblingLoader::loadPartner(Instance* owner, unsigned long id, const Association* association,
-                                const String& role, Instance*& partner) {
+bool ReferenceLoader::loadPartner(Instance* owner, unsigned long id, const Association* association,
+                                  const String& role, Instance*& partner) {
     Class* cls = association->getClassFor(association->getAssociatedRole(role));
-    const LoadingScope scope(*this);
+    Loading scope(*this);
     judgePartners();
     Group* group = groupOf(owner);
-    const std::size_t most = group != nullptr && partnersPause.isOver() ? nextBatch(*group) : 1;
+    const std::size_t most = group != nullptr && partnersBackoff.isOver() ? nextBatch(*group) : 1;
     if (most > 1) {
         const std::vector<unsigned long> ids = partnersOf(*group, most, id, association, role);
         if (ids.size() > 1) {
@@ -295,30 +280,41 @@ bool SiblingLoader::loadPartner(Instance* owner, unsigned long id, const Associa
                 sawNewer = sawNewer || partner == nullptr;
                 return true;
             }
-            partnersPause.noteFailure();
+            partnersBackoff.noteFailure();
         }
     }
     const ErrorWatch watch;
-    partner = model->getInstance(id, cls);
+    partner = readPartner(id, cls);
     sawNewer = sawNewer || partner == nullptr;
     return !watch.hasFailed();
 }
 
+// Alone, and at once the application's.
+Instance* ReferenceLoader::readPartner(unsigned long id, Class* cls) {
+    Selection selection(cls);
+    loading->watch(selection);
+    selection.setCondition(anyOf(cls, {id}).release());
+    if (!selection.next() || InstanceState::isGone(selection.value()))
+        return nullptr;
+    return selection.value();
+}
+
 // Once those that were loaded last are not handed out any more.
-void SiblingLoader::judgePartners() {
+void ReferenceLoader::judgePartners() {
     if (partnersLoaded == 0 || freshness.holds(partnersRead))
         return;
-    partnersPause.judge(partnersLoaded, partnersUsed);
+    partnersBackoff.judge(partnersLoaded, partnersUsed);
     partnersLoaded = partnersUsed = 0;
 }
 
 // The one with the first id.
-Instance* SiblingLoader::loadPartners(const std::vector<unsigned long>& ids, Class* cls) {
-    const AheadScope ahead(model);
+Instance* ReferenceLoader::loadPartners(const std::vector<unsigned long>& ids, Class* cls) {
+    const AheadScope ahead(*this);
     partnersRead = freshness.now();
     partnersLoaded += ids.size();
     ++partnersUsed;
     Selection partners(cls);
+    loading->watch(partners);
     partners.setCondition(anyOf(cls, ids).release());
     Pointer<Instance> found;
     while (partners.next())
@@ -329,7 +325,7 @@ Instance* SiblingLoader::loadPartners(const std::vector<unsigned long>& ids, Cla
 
 // False when what is read for siblings too cannot be read.
 template <class Work>
-bool SiblingLoader::succeedsForAll(Work work) {
+bool ReferenceLoader::succeedsForAll(Work work) {
     const ErrorWatch watch;
     try {
         work();
@@ -341,25 +337,25 @@ bool SiblingLoader::succeedsForAll(Work work) {
     return false;
 }
 
-bool SiblingLoader::loadMembers(Instance* owner, Association* association, const String& role,
-                                ManyAssociatedInstances& ref) {
+bool ReferenceLoader::loadMembers(Instance* owner, Association* association, const String& role,
+                                  ManyAssociatedInstances& ref) {
     if (!fill(owner, association, role, ref))
         return false;
     if (auto* known = dynamic_cast<ManyReference*>(&ref))
-        known->sort();
+        ReferenceState::sort(*known);
     return true;
 }
 
-bool SiblingLoader::fill(Instance* owner, Association* association, const String& role,
-                         ManyAssociatedInstances& ref) {
-    if (model->transactions->hasPending())
+bool ReferenceLoader::fill(Instance* owner, Association* association, const String& role,
+                           ManyAssociatedInstances& ref) {
+    if (ModelGate::hasPending(model))
         kept.forget();
     const Filling scopeOfFilling(filling, association);
     if (takeKept(owner, association, role, ref))
         return true;
-    const LoadingScope scope(*this);
+    Loading scope(*this);
     Group* group = groupOf(owner);
-    if (group != nullptr && !model->transactions->hasPending() && kept.mayLoadTogether() &&
+    if (group != nullptr && !ModelGate::hasPending(model) && kept.mayLoadTogether() &&
         loadTogether(owner, *group, association, role) && takeKept(owner, association, role, ref))
         return true;
     const ErrorWatch watch;
@@ -368,8 +364,8 @@ bool SiblingLoader::fill(Instance* owner, Association* association, const String
     return !watch.hasFailed();
 }
 
-bool SiblingLoader::loadTogether(Instance* owner, Group& group, Association* association,
-                                 const String& role) {
+bool ReferenceLoader::loadTogether(Instance* owner, Group& group, Association* association,
+                                   const String& role) {
     std::size_t most = nextBatch(group);
     if (ownersLoaded != 0 && membersLoaded != 0)
         most = std::min(most, std::min(MembersAtOnce, room()) * ownersLoaded / membersLoaded);
@@ -378,21 +374,21 @@ bool SiblingLoader::loadTogether(Instance* owner, Group& group, Association* ass
         return false;
     const String& otherRole = association->getAssociatedRole(role);
     const auto load = association->getPluralityFor(otherRole) == Association::One
-                          ? &SiblingLoader::loadBatch
-                          : &SiblingLoader::loadLinkedBatch;
+                          ? &ReferenceLoader::loadBatch
+                          : &ReferenceLoader::loadLinkedBatch;
     bool isKept = false;
     if (succeedsForAll([&] { isKept = (this->*load)(owners, association, role); }))
         return isKept;
     return refuse();
 }
 
-bool SiblingLoader::takeKept(const Instance* owner, const Association* association,
-                             const String& role, ManyAssociatedInstances& ref) {
-    std::vector<KeptMember> members;
+bool ReferenceLoader::takeKept(const Instance* owner, const Association* association,
+                               const String& role, ManyAssociatedInstances& ref) {
+    std::vector<PrefetchedMember> members;
     if (!kept.take(association, role, owner->getObjectID(), members))
         return false;
-    for (const KeptMember& each : members) {
-        Instance* member = model->objects->get(each.id);
+    for (const PrefetchedMember& each : members) {
+        Instance* member = ModelGate::objects(model).get(each.id);
         if (member == nullptr || member->getVersion() != each.version) {
             // It was freed, or read anew and may be linked to somebody else.
             ref.clear();
@@ -406,15 +402,16 @@ bool SiblingLoader::takeKept(const Instance* owner, const Association* associati
 }
 
 // The owner and siblings that have not read their collections.
-std::vector<Instance*> SiblingLoader::unreadOwners(Instance* owner, const Group& group,
-                                                   std::size_t most, const Association* association,
-                                                   const String& role) {
+std::vector<Instance*> ReferenceLoader::unreadOwners(Instance* owner, const Group& group,
+                                                     std::size_t most,
+                                                     const Association* association,
+                                                     const String& role) {
     std::vector<Instance*> owners{owner};
     RoleReader field(association->getName(), role);
     for (const unsigned long id : group.members) {
         if (owners.size() >= most)
             break;
-        Instance* sibling = model->objects->get(id);
+        Instance* sibling = ModelGate::objects(model).get(id);
         if (sibling == nullptr || sibling == owner)
             continue;
         field.read(sibling);
@@ -426,13 +423,13 @@ std::vector<Instance*> SiblingLoader::unreadOwners(Instance* owner, const Group&
 
 // A member tells by its own reference whose it is. False, with nothing kept,
 // when some member cannot tell.
-bool SiblingLoader::loadBatch(const std::vector<Instance*>& owners, Association* association,
-                              const String& role) {
-    const AheadScope ahead(model);
+bool ReferenceLoader::loadBatch(const std::vector<Instance*>& owners, Association* association,
+                                const String& role) {
+    const AheadScope ahead(*this);
     const String& otherRole = association->getAssociatedRole(role);
     Class* cls = association->getClassFor(otherRole);
     const Role back(cls, otherRole, association);
-    KeptCollections::Collections found;
+    PrefetchedCollections::Collections found;
     std::vector<std::unique_ptr<Condition>> parts;
     for (Instance* owner : owners) {
         found[owner->getObjectID()];
@@ -440,6 +437,7 @@ bool SiblingLoader::loadBatch(const std::vector<Instance*>& owners, Association*
             new Role(back), Condition::AssociationOperator::EQUAL, owner));
     }
     Selection members(cls);
+    loading->watch(members);
     members.setCondition(joinAny(std::move(parts)).release());
     RoleReader opposite(association->getName(), otherRole);
     std::size_t count = 0;
@@ -461,13 +459,13 @@ bool SiblingLoader::loadBatch(const std::vector<Instance*>& owners, Association*
 
 // Members of many owners cannot tell: the driver has to. False, with nothing
 // kept, when it does not.
-bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners, Association* association,
-                                    const String& role) {
-    auto* reader = dynamic_cast<LinkReader*>(model->driver);
+bool ReferenceLoader::loadLinkedBatch(const std::vector<Instance*>& owners,
+                                      Association* association, const String& role) {
+    auto* reader = door.find<LinkReader>();
     if (reader == nullptr)
         return false;
-    const AheadScope ahead(model);
-    KeptCollections::Collections found;
+    const AheadScope ahead(*this);
+    PrefetchedCollections::Collections found;
     std::vector<unsigned long> ids;
     ids.reserve(owners.size());
     for (const Instance* owner : owners) {
@@ -476,7 +474,7 @@ bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners, Associ
     }
     std::vector<StoredLink> links;
     const auto read = [&] {
-        const DriverScope driver(model);
+        const DriverDoor::Passage passage = door.enter();
         return reader->readLinks(association, role, ids, LinksAtOnce, links);
     };
     if (!read())
@@ -494,9 +492,11 @@ bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners, Associ
     if (!ids.empty()) {
         Class* cls = association->getClassFor(association->getAssociatedRole(role));
         Selection members(cls);
+        loading->watch(members);
         members.setCondition(anyOf(cls, ids).release());
         while (members.next()) {
-            const KeptMember member{members.value()->getObjectID(), members.value()->getVersion()};
+            const PrefetchedMember member{members.value()->getObjectID(),
+                                          members.value()->getVersion()};
             const auto [from, to] =
                 std::equal_range(links.begin(), links.end(), StoredLink{0, member.id}, byMember);
             for (auto link = from; link != to; ++link)
@@ -509,13 +509,13 @@ bool SiblingLoader::loadLinkedBatch(const std::vector<Instance*>& owners, Associ
 }
 
 // To load together was in vain: not to be tried again at once.
-bool SiblingLoader::refuse() {
+bool ReferenceLoader::refuse() {
     kept.noteWaste();
     return false;
 }
 
-void SiblingLoader::keep(const Association* association, const String& role,
-                         KeptCollections::Collections&& collections, std::size_t members) {
+void ReferenceLoader::keep(const Association* association, const String& role,
+                           PrefetchedCollections::Collections&& collections, std::size_t members) {
     membersLoaded += members;
     ownersLoaded += collections.size();
     noteRead();
@@ -523,11 +523,12 @@ void SiblingLoader::keep(const Association* association, const String& role,
 }
 
 // The members go straight into the reference, where a collection finds them.
-std::size_t SiblingLoader::loadAlone(Instance* owner, Association* association, const String& role,
-                                     ManyAssociatedInstances& ref) {
+std::size_t ReferenceLoader::loadAlone(Instance* owner, Association* association,
+                                       const String& role, ManyAssociatedInstances& ref) {
     const String& otherRole = association->getAssociatedRole(role);
     Class* cls = association->getClassFor(otherRole);
     Selection selection(cls);
+    loading->watch(selection);
     selection.setCondition(new OneAssociatedCondition(
         new Role(cls, otherRole, association), Condition::AssociationOperator::EQUAL, owner));
     std::size_t count = 0;

@@ -1,4 +1,4 @@
-#include "transaction/TransactionManager.h"
+#include "transaction/UnitOfWork.h"
 
 #include <exception>
 #include <utility>
@@ -13,10 +13,13 @@
 
 #include "core/FatalEnd.h"
 #include "core/RaisedErrors.h"
-#include "fetch/SiblingLoader.h"
+#include "fetch/CommitCount.h"
 #include "identity/ObjectCache.h"
+#include "object/Events.h"
+#include "object/InstanceState.h"
 #include "object/ListenerList.h"
-#include "transaction/CommitCount.h"
+#include "object/ModelGate.h"
+#include "object/ReferenceState.h"
 
 namespace Kes {
 
@@ -40,31 +43,36 @@ bool succeeds(Call call, String& failure) {
 
 }  // namespace
 
-void TransactionManager::start() {
+DriverDoor& UnitOfWork::door() const {
+    return ModelGate::door(model);
+}
+
+void UnitOfWork::start() {
+    door().end();
     started = true;
     history.start();
 }
 
-Action& TransactionManager::record(Action::Kind kind, Instance* first) {
+Action& UnitOfWork::record(Action::Kind kind, Instance* first) {
     Action action{};
     action.kind = kind;
     action.first = first;
-    first->setFlag(Instance::Ahead, false);
+    InstanceState::setAhead(first, false);
     if (!turning)
         history.noteStep();
     pending.push_back(action);
     return pending.back();
 }
 
-void TransactionManager::recordAdd(Instance* instance) {
+void UnitOfWork::recordAdd(Instance* instance) {
     Action& action = record(Action::Add, instance);
-    action.digest = instance->fingerprint;
-    instance->pending = static_cast<std::uint32_t>(pending.size());
+    action.digest = InstanceState::fingerprint(instance);
+    InstanceState::setEntry(instance, pending.size());
     instance->setInTransaction(true);
 }
 
-void TransactionManager::recordUpdate(Instance* instance) {
-    if (instance->pending != WithoutEntry)
+void UnitOfWork::recordUpdate(Instance* instance) {
+    if (InstanceState::entry(instance) != WithoutEntry)
         return;
     try {
         FieldImage image = nullptr;
@@ -72,24 +80,24 @@ void TransactionManager::recordUpdate(Instance* instance) {
             recordUpdate(instance, image);
     } catch (...) {
         // What was assigned may be in memory already.
-        if (instance->pending == WithoutEntry && !isUnknown(instance))
+        if (InstanceState::entry(instance) == WithoutEntry && !isUnknown(instance))
             refuse(instance);
         throw;
     }
 }
 
-void TransactionManager::recordUpdate(Instance* instance, FieldImage image) {
+void UnitOfWork::recordUpdate(Instance* instance, FieldImage image) {
     Action& action = record(Action::Update, instance);
     action.image = image;
-    action.digest = instance->fingerprint;
-    instance->pending = static_cast<std::uint32_t>(pending.size());
+    action.digest = InstanceState::fingerprint(instance);
+    InstanceState::setEntry(instance, pending.size());
     instance->setInTransaction(true);
 }
 
-void TransactionManager::recordRemove(Instance* instance) {
+void UnitOfWork::recordRemove(Instance* instance) {
     FieldImage image = nullptr;
-    if (instance->pending != WithoutEntry) {
-        Action& entry = pending[instance->pending - 1];
+    if (InstanceState::entry(instance) != WithoutEntry) {
+        Action& entry = pending[InstanceState::entry(instance) - 1];
         if (entry.kind == Action::Add) {
             entry.kind = Action::Dropped;
             instance->setInTransaction(false);
@@ -104,22 +112,22 @@ void TransactionManager::recordRemove(Instance* instance) {
     if (image == nullptr && history.isKept())
         takeForRemoval(instance, image);
     record(Action::Remove, instance).image = image;
-    instance->pending = static_cast<std::uint32_t>(pending.size());
+    InstanceState::setEntry(instance, pending.size());
     instance->setInTransaction(true);
 }
 
-void TransactionManager::recordRestored(Instance* instance) {
+void UnitOfWork::recordRestored(Instance* instance) {
     recordAdd(instance);
     pending.back().restored = true;
 }
 
-bool TransactionManager::recordRevival(Instance* instance) {
-    if (instance->pending == WithoutEntry)
+bool UnitOfWork::recordRevival(Instance* instance) {
+    if (InstanceState::entry(instance) == WithoutEntry)
         return false;
-    Action& entry = pending[instance->pending - 1];
+    Action& entry = pending[InstanceState::entry(instance) - 1];
     if (entry.kind == Action::Dropped) {
         entry.kind = Action::Superseded;
-        instance->pending = WithoutEntry;
+        InstanceState::setEntry(instance, WithoutEntry);
         instance->setRemoved(false);
         recordAdd(instance);
         return true;
@@ -135,16 +143,12 @@ bool TransactionManager::recordRevival(Instance* instance) {
     return true;
 }
 
-bool TransactionManager::isPending(const Instance* instance) {
-    return instance->pending != WithoutEntry || instance->flag(Instance::Linked);
+bool UnitOfWork::isDropped(const Instance* instance) const {
+    return InstanceState::entry(instance) != WithoutEntry &&
+           pending[InstanceState::entry(instance) - 1].kind == Action::Dropped;
 }
 
-bool TransactionManager::isDropped(const Instance* instance) const {
-    return instance->pending != WithoutEntry &&
-           pending[instance->pending - 1].kind == Action::Dropped;
-}
-
-bool TransactionManager::getChangedFields(const Instance* instance, FieldSet& fields) const {
+bool UnitOfWork::getChangedFields(const Instance* instance, FieldSet& fields) const {
     if (instance != updating)
         return false;
     fields = changed;
@@ -153,7 +157,8 @@ bool TransactionManager::getChangedFields(const Instance* instance, FieldSet& fi
 
 // Whatever is thrown, memory and database are as before the transaction by the
 // time that the caller gets it.
-void TransactionManager::commit() {
+void UnitOfWork::commit() {
+    door().end();
     const HandlerWatch handler;
     String failure;
     std::optional<Outcome> left;
@@ -164,11 +169,10 @@ void TransactionManager::commit() {
         if (applyAll(failure)) {
             prepareOutcome(*left);
             const auto complete = [&] {
-                const SiblingLoader::DriverScope asking(model);
                 std::optional<CommitCount::Scope> counted;
                 if (!pending.empty())
                     counted.emplace();
-                return model->driver->commit();
+                return door().enter()->commit();
             };
             isStored = succeeds(complete, failure);
         }
@@ -188,9 +192,9 @@ void TransactionManager::commit() {
 
 // `told` is what the error handler has thrown meanwhile: such a failure is known,
 // and a driver that turned it into a false flag has no other one to tell.
-void TransactionManager::giveUp(String failure, const std::exception_ptr& told) {
+void UnitOfWork::giveUp(String failure, const std::exception_ptr& told) {
     if (failure.size() == 0)
-        failure = model->driver->getErrorMessage();
+        failure = door().enter()->getErrorMessage();
     const bool isUnknown = model->getFailureKind() == FailureKind::UnknownOutcome;
     const std::exception_ptr later = takeBack(isUnknown);
     if (told != nullptr)
@@ -200,37 +204,37 @@ void TransactionManager::giveUp(String failure, const std::exception_ptr& told) 
         std::rethrow_exception(later);
 }
 
-bool TransactionManager::applyAll(String& failure) {
+bool UnitOfWork::applyAll(String& failure) {
     if (hasRefused(failure))
         return false;
-    const SiblingLoader::DriverScope asking(model);
+    const DriverDoor::Passage driver = door().enter();
     for (Action& action : pending)
-        if (!apply(action, failure))
+        if (!apply(action, driver, failure))
             return false;
     return true;
 }
 
-bool TransactionManager::apply(Action& action, String& failure) {
+bool UnitOfWork::apply(Action& action, const DriverDoor::Passage& driver, String& failure) {
     Instance* first = action.first;
     action.applied = true;
     action.firstVersion = first->getVersion();
     switch (action.kind) {
     case Action::Add:
-        first->fingerprint = digestFields(first);
-        return succeeds([&] { return model->driver->insert(first); }, failure);
-    case Action::Update: return applyUpdate(action, failure);
+        InstanceState::setFingerprint(first, digestFields(first));
+        return succeeds([&] { return driver->insert(first); }, failure);
+    case Action::Update: return applyUpdate(action, driver, failure);
     case Action::Remove:
         first->nextVersion();
-        return succeeds([&] { return model->driver->remove(first); }, failure);
+        return succeeds([&] { return driver->remove(first); }, failure);
     case Action::Link:
-    case Action::Unlink: return succeeds([&] { return applyLink(action); }, failure);
+    case Action::Unlink: return succeeds([&] { return applyLink(action, driver); }, failure);
     case Action::Dropped:
     case Action::Superseded: break;
     }
     return true;
 }
 
-bool TransactionManager::applyUpdate(Action& action, String& failure) {
+bool UnitOfWork::applyUpdate(Action& action, const DriverDoor::Passage& driver, String& failure) {
     Instance* first = action.first;
     first->nextVersion();
     if (action.image != nullptr) {
@@ -238,13 +242,14 @@ bool TransactionManager::applyUpdate(Action& action, String& failure) {
         images.compare(action.image, first, changed);
         updating = first;
     }
-    first->fingerprint = digestFields(first);
-    const bool done = succeeds([&] { return model->driver->update(first); }, failure);
+    InstanceState::setFingerprint(first, digestFields(first));
+    const bool done = succeeds([&] { return driver->update(first); }, failure);
     updating = nullptr;
     return done;
 }
 
-void TransactionManager::rollback() {
+void UnitOfWork::rollback() {
+    door().end();
     if (const std::exception_ptr failure = takeBack())
         std::rethrow_exception(failure);
 }
@@ -255,15 +260,11 @@ void TransactionManager::rollback() {
 // as well: each object shows one version of its row, and when that is not the
 // stored one any more, no commit takes it for the stored one. Links that stand in
 // rows of their own raise no version, so their collections are read again.
-std::exception_ptr TransactionManager::takeBack(bool mayBeStored) {
+std::exception_ptr UnitOfWork::takeBack(bool mayBeStored) {
     String failure;
-    const auto complete = [&] {
-        const SiblingLoader::DriverScope asking(model);
-        return model->driver->rollback();
-    };
-    if (!succeeds(complete, failure)) {
+    if (!succeeds([&] { return door().enter()->rollback(); }, failure)) {
         if (failure.size() == 0)
-            failure = model->driver->getErrorMessage();
+            failure = door().enter()->getErrorMessage();
         refused.clear();
         forget();
         Exception(Exception::FATAL, "ROLLFAIL", "Model::rollback", failure).handle();
@@ -281,38 +282,38 @@ std::exception_ptr TransactionManager::takeBack(bool mayBeStored) {
     return first.get();
 }
 
-void TransactionManager::revert(FirstFailure& failure) {
+void UnitOfWork::revert(FirstFailure& failure) {
     revertReferences();
     for (auto each = raised.rbegin(); each != raised.rend(); ++each)
-        each->instance->version = each->version;
+        InstanceState::setVersion(each->instance, each->version);
     for (auto action = pending.rbegin(); action != pending.rend(); ++action)
         failure.attempt([&] { revertAction(*action); });
 }
 
-void TransactionManager::revertAction(const Action& action) {
+void UnitOfWork::revertAction(const Action& action) {
     Instance* first = action.first;
     if (action.applied) {
-        first->version = action.firstVersion;
+        InstanceState::setVersion(first, action.firstVersion);
         if (action.second != nullptr)
-            action.second->version = action.secondVersion;
+            InstanceState::setVersion(action.second, action.secondVersion);
     }
     switch (action.kind) {
     case Action::Add:
     case Action::Dropped:
         if (action.restored) {
             first->setRemoved(true);
-            first->setFlag(Instance::Gone, true);
+            InstanceState::setGone(first, true);
             break;
         }
         first->setRemoved(false);
-        first->fingerprint = action.digest;
-        model->objects->orphan(first);
+        InstanceState::setFingerprint(first, action.digest);
+        ModelGate::objects(model).orphan(first);
         break;
     case Action::Update:
     case Action::Superseded:
         first->setRemoved(false);
         if (action.digest != 0)
-            first->fingerprint = action.digest;
+            InstanceState::setFingerprint(first, action.digest);
         if (action.image != nullptr)
             restoreFields(action.image, first);
         break;
@@ -322,29 +323,28 @@ void TransactionManager::revertAction(const Action& action) {
     }
 }
 
-void TransactionManager::forget() noexcept {
+void UnitOfWork::forget() noexcept {
     release();
     pending.clear();
 }
 
-void TransactionManager::finish(Actions& done) noexcept {
+void UnitOfWork::finish(Actions& done) noexcept {
     release();
     refused.clear();
     done.swap(pending);
 }
 
-void TransactionManager::release() noexcept {
-    constexpr std::uint32_t Passing = Instance::InTransaction | Instance::Linked | Instance::Raised;
+void UnitOfWork::release() noexcept {
     for (const Action& action : pending) {
-        action.first->pending = WithoutEntry;
-        action.first->flags &= ~Passing & 0xFFU;
+        InstanceState::setEntry(action.first, WithoutEntry);
+        InstanceState::endTransaction(action.first);
         if (action.second != nullptr)
-            action.second->flags &= ~Passing & 0xFFU;
+            InstanceState::endTransaction(action.second);
     }
     for (const Remembered& entry : journal)
         if (entry.isFirst)
-            static_cast<OneAssociatedInstance*>(entry.ref)->touched = false;
-    model->objects->release(pending.size());
+            ReferenceState::setTouched(*static_cast<OneAssociatedInstance*>(entry.ref), false);
+    ModelGate::objects(model).release(pending.size());
     images.clear();
     journal.clear();
     links.clear();
@@ -358,7 +358,7 @@ void TransactionManager::release() noexcept {
 }
 
 // The pending instances are gone by now, so their entries are only forgotten.
-void TransactionManager::close() {
+void UnitOfWork::close() {
     pending.clear();
     images.clear();
     journal.clear();
@@ -386,7 +386,7 @@ private:
 
 }  // namespace
 
-void TransactionManager::announce(Actions& committed) {
+void UnitOfWork::announce(Actions& committed) {
     const Telling now(*this);
     const Entered keep(announced, static_cast<const Actions*>(&committed));
     std::exception_ptr firstFailure;
@@ -403,23 +403,21 @@ void TransactionManager::announce(Actions& committed) {
         std::rethrow_exception(firstFailure);
 }
 
-void TransactionManager::announceOne(const Action& action) {
+void UnitOfWork::announceOne(const Action& action) {
     if (action.kind == Action::Update)
-        action.first->setFlag(Instance::Untold, false);
+        InstanceState::setUntold(action.first, false);
     switch (action.kind) {
-    case Action::Add: action.first->getClass()->fireInstanceAdded(action.first); break;
-    case Action::Update: action.first->getClass()->fireInstanceChanged(action.first); break;
-    case Action::Remove: action.first->getClass()->fireInstanceRemoved(action.first); break;
-    case Action::Link: action.association->fireAssociationAdded(action.first, action.second); break;
-    case Action::Unlink:
-        action.association->fireAssociationRemoved(action.first, action.second);
-        break;
+    case Action::Add: Events::added(action.first); break;
+    case Action::Update: Events::changed(action.first); break;
+    case Action::Remove: Events::removed(action.first); break;
+    case Action::Link: Events::linked(action.association, action.first, action.second); break;
+    case Action::Unlink: Events::unlinked(action.association, action.first, action.second); break;
     case Action::Dropped:
     case Action::Superseded: break;
     }
 }
 
-void TransactionManager::markInstances(Marker& marker) const {
+void UnitOfWork::markInstances(Marker& marker) const {
     const auto markActions = [&](const Actions& actions) {
         for (const Action& action : actions) {
             marker.mark(action.first);

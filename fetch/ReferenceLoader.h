@@ -23,95 +23,53 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include <kes/Instance.h>
 #include <kes/String.h>
 
 #include "fetch/Freshness.h"
-#include "fetch/KeptCollections.h"
 #include "fetch/LinkFollower.h"
+#include "fetch/PrefetchedCollections.h"
+#include "object/InstanceState.h"
+#include "query/DeliveryObserver.h"
+#include "query/DriverDoor.h"
 
 namespace Kes {
 
-class SiblingLoader {
+class ReferenceLoader final : public DeliveryObserver {
 public:
-    explicit SiblingLoader(Model* itsModel);
-    SiblingLoader(const SiblingLoader&) = delete;
-    SiblingLoader& operator=(const SiblingLoader&) = delete;
+    explicit ReferenceLoader(Model* itsModel);
 
-    /// What a selection keeps for this class.
-    struct Reading {
-        std::uint64_t token = 0;
-        ReadMoment when;
-    };
-
-    /// Asked before the selection's first statement.
-    static ReadMoment startReading(Model* model);
-
-    /// A selection has read an instance, to deliver it now or later.
-    static void delivered(Model* model, Reading& reading, Instance* instance);
-
-    /// The selection delivers an instance now, which need not be fresh: its rows
-    /// are those that it began with.
-    static void deliverNow(Model* model, Instance* instance) {
-        if (instance->flag(Instance::Ahead))
-            deliverAhead(model, instance);
+    // What the application's selections tell.
+    void asked() override;
+    ReadMoment now() const override { return freshness.now(); }
+    void read(Delivery& delivery, Instance* instance) override {
+        enterGroup(delivery, instance, false);
     }
-
-    /// How many instances the selection should read ahead of the one that it
-    /// has just delivered. What it reads counts as delivered here.
-    static std::size_t wantedAhead(Model* model, const Reading& reading);
-
-    /// While it lives, instances that are filed were not asked for yet.
-    class AheadScope {
-    public:
-        explicit AheadScope(Model* model);
-        AheadScope(const AheadScope&) = delete;
-        AheadScope& operator=(const AheadScope&) = delete;
-        ~AheadScope();
-
-    private:
-        SiblingLoader& loader;
-        bool outer;
-    };
-
-    /// While it lives, the driver asks and not the application.
-    class DriverScope {
-    public:
-        explicit DriverScope(const Model* model);
-        DriverScope(const DriverScope&) = delete;
-        DriverScope& operator=(const DriverScope&) = delete;
-        ~DriverScope();
-
-    private:
-        SiblingLoader& loader;
-        DroppedPartners* outer;
-    };
-
-    /// Whether the one who asks for an object by its id may find this one.
-    bool isVisible(const Instance* instance) const {
-        return !instance->flag(Instance::Ahead) || driverCalls > 0;
-    }
+    void delivered(Instance* instance) override;
+    std::size_t wantedAhead(const Delivery& delivery) override;
+    bool setReadingAhead(bool on) override { return std::exchange(readingAhead, on); }
 
     /// Hands the application an object of the cache; false when it has to be read
     /// again first.
     bool handOut(Instance* instance) {
-        return !instance->flag(Instance::Ahead) || handOutFresh(instance);
+        return !InstanceState::isAhead(instance) || handOutFresh(instance);
     }
 
     /// A driver files an instance, or has brought a known one up to date.
     void noteFiled(Instance* instance) {
         latest = instance;
         if (readingAhead)
-            instance->setFlag(Instance::Ahead, true);
+            InstanceState::setAhead(instance, true);
     }
     void noteRenewed(Instance* instance);
 
     /// The application gets an object that may have been read ahead, and that
     /// is as it would be read now.
     void reveal(Instance* instance) {
-        if (instance->flag(Instance::Ahead))
+        if (InstanceState::isAhead(instance))
             revealAhead(instance);
     }
 
@@ -139,19 +97,6 @@ public:
     bool loadMembers(Instance* owner, Association* association, const String& role,
                      ManyAssociatedInstances& ref);
 
-    /// The application has done, or is about to do, what may show it a newer
-    /// state than the one that was read ahead.
-    void forget() {
-        freshness.end();
-        kept.forget();
-    }
-
-    /// A query is about to start that no reference asked for.
-    void noteQuery() {
-        if (!loading)
-            forget();
-    }
-
 private:
     struct Group {
         std::uint32_t id = 0;
@@ -162,13 +107,11 @@ private:
         ReadMoment when;            // its members were read
         std::vector<unsigned long> members;
     };
-    class LoadingScope;
+    class Loading;
     class Filling;
 
-    void deliver(Reading& reading, Instance* instance);
-    static void deliverAhead(Model* model, Instance* instance);
+    void enterGroup(Delivery& delivery, Instance* instance, bool forReference);
     bool handOutFresh(Instance* instance);
-    std::size_t wantedAhead(std::uint64_t token);
     Group* groupOf(const Instance* owner);
     bool isFresh(const Instance* instance);
     void noteRead();
@@ -180,6 +123,7 @@ private:
     std::vector<unsigned long> partnersOf(const Group& group, std::size_t most,
                                           unsigned long wanted, const Association* association,
                                           const String& role);
+    Instance* readPartner(unsigned long id, Class* cls);
     Instance* loadPartners(const std::vector<unsigned long>& ids, Class* cls);
     bool fill(Instance* owner, Association* association, const String& role,
               ManyAssociatedInstances& ref);
@@ -196,28 +140,27 @@ private:
     static bool succeedsForAll(Work work);
     bool refuse();
     void keep(const Association* association, const String& role,
-              KeptCollections::Collections&& collections, std::size_t members);
+              PrefetchedCollections::Collections&& collections, std::size_t members);
     std::size_t loadAlone(Instance* owner, Association* association, const String& role,
                           ManyAssociatedInstances& ref);
 
     Model* model;
+    DriverDoor& door;
     std::array<Group, 64> groups;  // the latest; a group's place is its id modulo the size
     std::uint32_t lastGroup = 0;
 
-    bool loading = false;  // for a reference
+    Loading* loading = nullptr;  // the one for a reference that is under way
     bool readingAhead = false;
     bool sawNewer = false;                 // in the loading under way
     const Association* filling = nullptr;  // a collection of it
     Instance* latest = nullptr;            // filed, and not delivered yet
-    int driverCalls = 0;                   // within each other
     std::uint64_t loadings = 0;            // until now
     ReadMoment loadingBegan;               // the one under way
 
     LinkFollower follower;
-    DroppedPartners dropped;  // in the driver's call
     Freshness freshness;
-    KeptCollections kept{freshness};
-    Pause partnersPause;
+    PrefetchedCollections kept{freshness};
+    Backoff partnersBackoff;
     ReadMoment partnersRead;         // latest
     std::size_t partnersLoaded = 0;  // and not judged yet
     std::size_t partnersUsed = 0;

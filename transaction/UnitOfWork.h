@@ -39,6 +39,7 @@
 #include <kes/OneAssociatedInstance.h>
 #include <kes/String.h>
 
+#include "query/DriverDoor.h"
 #include "transaction/FieldImage.h"
 #include "transaction/History.h"
 #include "transaction/LinkIndex.h"
@@ -75,11 +76,11 @@ struct Action {
     unsigned long secondVersion = 0;
 };
 
-class TransactionManager final : public EmptiedListener {
+class UnitOfWork final : public EmptiedListener {
 public:
-    explicit TransactionManager(Model* itsModel) : model(itsModel) {}
-    TransactionManager(const TransactionManager&) = delete;
-    TransactionManager& operator=(const TransactionManager&) = delete;
+    explicit UnitOfWork(Model* itsModel) : model(itsModel) {}
+    UnitOfWork(const UnitOfWork&) = delete;
+    UnitOfWork& operator=(const UnitOfWork&) = delete;
 
     void start();
     bool isStarted() const { return started; }
@@ -91,15 +92,13 @@ public:
     /// While it lives, listeners are told.
     class Telling {
     public:
-        explicit Telling(TransactionManager& itsManager) : manager(itsManager) {
-            ++manager.telling;
-        }
+        explicit Telling(UnitOfWork& itsManager) : manager(itsManager) { ++manager.telling; }
         Telling(const Telling&) = delete;
         Telling& operator=(const Telling&) = delete;
         ~Telling() { --manager.telling; }
 
     private:
-        TransactionManager& manager;
+        UnitOfWork& manager;
     };
 
     void recordAdd(Instance* instance);
@@ -161,10 +160,6 @@ public:
     void applyPendingLinks(Instance* owner, ManyAssociatedInstances& ref,
                            const Association* association, const String& role);
 
-    static bool isPending(const Instance* instance);
-
-    /// Whether a pending change has changed the reference.
-    static bool isTouched(const OneAssociatedInstance& ref) { return ref.touched; }
     bool getChangedFields(const Instance* instance, FieldSet& fields) const;
     void markInstances(Marker& marker) const;
 
@@ -232,9 +227,10 @@ private:
     void rereadRefused();
     bool reread(Instance* instance, bool& isRemoved);
     bool applyAll(String& failure);
-    bool apply(Action& action, String& failure);
-    bool applyUpdate(Action& action, String& failure);
-    bool applyLink(Action& action);
+    DriverDoor& door() const;
+    bool apply(Action& action, const DriverDoor::Passage& driver, String& failure);
+    bool applyUpdate(Action& action, const DriverDoor::Passage& driver, String& failure);
+    bool applyLink(Action& action, const DriverDoor::Passage& driver);
     void giveUp(String failure, const std::exception_ptr& told);
     std::exception_ptr takeBack(bool mayBeStored = false);
     bool isDropped(const Instance* instance) const;

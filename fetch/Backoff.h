@@ -8,7 +8,7 @@
 namespace Kes {
 
 /// Each failure in a row doubles the number of attempts that are left out.
-class Pause {
+class Backoff {
 public:
     /// Asked before each attempt.
     bool isOver() {

@@ -1,0 +1,31 @@
+// What the library keeps in references beside what they refer to.
+//
+// The only friend of OneAssociatedInstance and, with its own cursors, of
+// ManyReference.
+
+#pragma once
+
+#include <vector>
+
+#include <kes/Many.h>
+#include <kes/OneAssociatedInstance.h>
+
+namespace Kes {
+
+class ReferenceState {
+public:
+    ReferenceState() = delete;
+
+    /// The pending transaction remembers what the reference held.
+    static bool isTouched(const OneAssociatedInstance& ref) { return ref.touched; }
+    static void setTouched(OneAssociatedInstance& ref, bool on) { ref.touched = on; }
+
+    /// The members without an iteration, which the application may have under
+    /// way; null marks a gap.
+    static const std::vector<Instance*>& members(const ManyReference& ref) { return ref.members; }
+
+    /// Puts the members of a collection that was just loaded in order.
+    static void sort(ManyReference& ref) { ref.sort(); }
+};
+
+}  // namespace Kes
