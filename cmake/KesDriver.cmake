@@ -12,6 +12,8 @@ function(kes_add_driver name)
     kes_add_driver_module(driver_${name} ${name} ${arg_SOURCES})
     target_include_directories(driver_${name} PRIVATE "${PROJECT_SOURCE_DIR}")
     target_link_libraries(driver_${name} PRIVATE kes_sql ${arg_CLIENT})
+    kes_guide_fuzzers(driver_${name})
+    kes_precompile(driver_${name})
     add_dependencies(drivers driver_${name})
     install(TARGETS driver_${name}
         LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/kes"

@@ -51,9 +51,69 @@ if(KES_SANITIZE)
     add_compile_options(-fno-omit-frame-pointer)
 endif()
 
-if(KES_FUZZ)
-    add_compile_options(-fsanitize=fuzzer-no-link)
+# kes_guide_fuzzers(target)
+#
+# Has the target tell fuzzers which of its paths a case takes. Tests and tools are
+# not looked into, so they are not slowed down either.
+function(kes_guide_fuzzers target)
+    if(KES_FUZZ)
+        target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+    endif()
+endfunction()
+
+# Precompiled headers, and a compiler cache that may be used with them: GCC's
+# have to be named to it, and Clang's must not depend on the time of day.
+if(KES_PRECOMPILE)
+    add_compile_options(
+        $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>
+        "$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>"
+    )
 endif()
+set(KES_STANDARD_HEADERS
+    <algorithm>
+    <atomic>
+    <chrono>
+    <cstdint>
+    <cstdlib>
+    <cstring>
+    <filesystem>
+    <fstream>
+    <functional>
+    <limits>
+    <map>
+    <memory>
+    <set>
+    <sstream>
+    <stdexcept>
+    <string>
+    <thread>
+    <unordered_map>
+    <utility>
+    <vector>
+)
+
+# kes_precompile(target)
+#
+# Compiles what the target includes of the standard library once. Only a build
+# without it proves that each source includes what it uses.
+function(kes_precompile target)
+    if(KES_PRECOMPILE STREQUAL "all")
+        target_precompile_headers(${target} PRIVATE ${KES_STANDARD_HEADERS})
+    endif()
+endfunction()
+
+# kes_tell_sanitizer(target)
+#
+# Defines KES_SANITIZED_ADDRESS or KES_SANITIZED_THREAD for what does less, or
+# measures something else, under a sanitizer. Compilers tell of it each in its own
+# way.
+function(kes_tell_sanitizer target)
+    if(KES_SANITIZE STREQUAL "thread")
+        target_compile_definitions(${target} PRIVATE KES_SANITIZED_THREAD)
+    elseif(KES_SANITIZE)
+        target_compile_definitions(${target} PRIVATE KES_SANITIZED_ADDRESS)
+    endif()
+endfunction()
 
 if(KES_COVERAGE)
     # Counted by several threads at once, also in tests.

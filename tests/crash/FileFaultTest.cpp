@@ -22,7 +22,7 @@ constexpr long Commits = 3;
 
 // How far the operations that fail lie apart, in per cent of those before them.
 // A process under a sanitizer takes ten times as long.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KES_SANITIZED_ADDRESS)
 constexpr unsigned long Apart = 25;
 #else
 constexpr unsigned long Apart = 4;

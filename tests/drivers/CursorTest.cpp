@@ -317,7 +317,7 @@ TEST_F(CursorTest, KeepsManyRowsAsideWithoutLosingOne) {
 // The largest resident size that the process has had, in bytes; with `restart`
 // from now on. The sanitizers keep what is freed, so it says nothing there.
 std::size_t peakMemory(bool restart) {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KES_SANITIZED_ADDRESS)
     static_cast<void>(restart);
     return 0;
 #else

@@ -85,7 +85,7 @@ TEST(DeclarationTest, GoesOnWhenTheHandlerReturns) {
 }
 
 // The sanitizer ends a program at such a call.
-#ifndef __SANITIZE_ADDRESS__
+#ifndef KES_SANITIZED_ADDRESS
 TEST(NullClassTest, MakesNoObject) {
     StaffModel model;
 

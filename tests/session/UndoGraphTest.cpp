@@ -7,7 +7,7 @@ namespace Kes::testing {
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(KES_SANITIZED_ADDRESS) || defined(KES_SANITIZED_THREAD)
 constexpr unsigned Seeds = 100;
 #else
 constexpr unsigned Seeds = 500;

@@ -562,7 +562,7 @@ TEST_F(UndoTest, HoldsNoObjectInMemory) {
 
 // Recursion would need some 100 bytes of stack for each of them at least.
 TEST_F(UndoTest, TakesALongCascadeBackWithoutRecursion) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(KES_SANITIZED_ADDRESS) || defined(KES_SANITIZED_THREAD)
     constexpr int Length = 20'000;
 #else
     constexpr int Length = 100'000;

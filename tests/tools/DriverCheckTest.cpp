@@ -202,7 +202,7 @@ const Defect AllDefects[] = {
       "associations.one-to-many.dissolved-from-the-other-side",
       "associations.one-to-many.made-and-dissolved-at-once"},
      {"associations.cascade", "associations.one-to-many.dissolved-and-made-at-once"}},
-#if !defined(__SANITIZE_ADDRESS__)  // with which the suite does not look at memory
+#if !defined(KES_SANITIZED_ADDRESS)  // with which the suite does not look at memory
     {"rows-hoarded",
      "--only cursors.large.all-rows --only cursors.large.given-up --only cursors.end "
      "--rows 200000",

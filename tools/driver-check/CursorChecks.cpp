@@ -23,7 +23,7 @@ namespace {
 
 // What the process keeps in memory, in bytes; 0 where that cannot be told.
 std::size_t memoryInUse() {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KES_SANITIZED_ADDRESS)
     return 0;  // what is freed stays in use for long
 #else
     std::ifstream file("/proc/self/statm");
