@@ -61,10 +61,10 @@ private:
     ClassTable& table;
 };
 
-ClassTable::ClassTable(Class* itsClass, const Dialect& itsDialect, Connection& itsConnection)
+ClassTable::ClassTable(Class* itsClass, const Dialect& itsDialect, StatementCache& itsStatements)
     : cls(itsClass),
       dialect(itsDialect),
-      connection(itsConnection) {
+      statements(itsStatements) {
     const std::unique_ptr<Instance> dummy(cls->getDummy());
     Learner learn(*this);
     handleFields(dummy.get(), &learn);
@@ -95,7 +95,7 @@ std::string ClassTable::column(int position) const {
     return dialect.quote(all[static_cast<std::size_t>(position)].name);
 }
 
-Statement& ClassTable::insert(std::unique_ptr<Statement>& kept, std::size_t rows) {
+Statement& ClassTable::insert(Statement*& kept, std::size_t rows) {
     if (kept == nullptr) {
         std::string names;
         for (std::size_t i = 0; i < all.size(); ++i)
@@ -104,15 +104,15 @@ Statement& ClassTable::insert(std::unique_ptr<Statement>& kept, std::size_t rows
         std::string text = dialect.insertRows() + quotedTable + " (" + names + ") VALUES " + row;
         for (std::size_t i = 1; i < rows; ++i)
             text += ", " + row;
-        kept = connection.prepare(text);
+        kept = &statements.keep(text);
     }
     return *kept;
 }
 
 Statement& ClassTable::remove() {
     if (removing == nullptr)
-        removing = connection.prepare("DELETE FROM " + quotedTable + " WHERE " + column(IdColumn) +
-                                      " = ? AND " + column(VersionColumn) + " = ?");
+        removing = &statements.keep("DELETE FROM " + quotedTable + " WHERE " + column(IdColumn) +
+                                    " = ? AND " + column(VersionColumn) + " = ?");
     return *removing;
 }
 
@@ -123,13 +123,13 @@ std::string ClassTable::versionQuery() const {
 
 Statement& ClassTable::versionOf() {
     if (asking == nullptr)
-        asking = connection.prepare(versionQuery());
+        asking = &statements.keep(versionQuery());
     return *asking;
 }
 
 Statement& ClassTable::lockRow() {
     if (locking == nullptr)
-        locking = connection.prepare(versionQuery() + dialect.rowLock());
+        locking = &statements.keep(versionQuery() + dialect.rowLock());
     return *locking;
 }
 
@@ -138,8 +138,8 @@ Statement* ClassTable::touchRow() {
     if (change.empty())
         return nullptr;
     if (touching == nullptr)
-        touching = connection.prepare(change + " WHERE " + column(IdColumn) + " = ?");
-    return touching.get();
+        touching = &statements.keep(change + " WHERE " + column(IdColumn) + " = ?");
+    return touching;
 }
 
 std::unique_ptr<Statement> ClassTable::takeById() {
@@ -148,12 +148,12 @@ std::unique_ptr<Statement> ClassTable::takeById() {
         idPool.pop_back();
         return taken;
     }
-    return connection.prepare("SELECT " + columnList + " FROM " + quotedTable + " AS t WHERE t." +
-                              column(IdColumn) + " = ?");
+    return statements.make("SELECT " + columnList + " FROM " + quotedTable + " AS t WHERE t." +
+                           column(IdColumn) + " = ?");
 }
 
 Statement& ClassTable::update(const ColumnSet& set) {
-    std::unique_ptr<Statement>& kept = updates[set];
+    Statement*& kept = updates[set];
     if (kept == nullptr) {
         const auto has = [&](std::size_t bit) {
             return bit / 64 < set.size() && (set[bit / 64] >> bit % 64 & 1) != 0;
@@ -166,8 +166,8 @@ Statement& ClassTable::update(const ColumnSet& set) {
             assignments += (assignments.empty() ? "" : ", ") + name + " = " +
                            (has(all.size() + i) ? "NULLIF(" + name + ", ?)" : "?");
         }
-        kept = connection.prepare("UPDATE " + quotedTable + " SET " + assignments + " WHERE " +
-                                  column(IdColumn) + " = ? AND " + column(VersionColumn) + " = ?");
+        kept = &statements.keep("UPDATE " + quotedTable + " SET " + assignments + " WHERE " +
+                                column(IdColumn) + " = ? AND " + column(VersionColumn) + " = ?");
     }
     return *kept;
 }
@@ -208,15 +208,15 @@ StatementPool& ClassTable::pool(const std::string& tail) {
     // must not fill memory with them. Pools in use are found empty.
     constexpr std::size_t mostShapes = 500;
     if (pools.size() >= mostShapes && pools.find(tail) == pools.end())
-        for (auto& [text, statements] : pools)
-            statements.clear();
+        for (auto& [text, idle] : pools)
+            idle.clear();
     return pools[tail];
 }
 
 std::unique_ptr<Statement> ClassTable::take(StatementPool& from, const std::string& tail) {
     if (from.empty())
-        return connection.prepareCursor("SELECT " + columnList + " FROM " + quotedTable + " AS t" +
-                                        tail);
+        return statements.makeCursor("SELECT " + columnList + " FROM " + quotedTable + " AS t" +
+                                     tail);
     std::unique_ptr<Statement> taken = std::move(from.back());
     from.pop_back();
     return taken;

@@ -18,8 +18,8 @@
 #include <kes/Class.h>
 #include <kes/String.h>
 
-#include "drivers/common/Connection.h"
 #include "drivers/common/Dialect.h"
+#include "drivers/common/StatementCache.h"
 
 namespace Kes::sql {
 
@@ -40,7 +40,7 @@ public:
     static constexpr int IdColumn = 0;
     static constexpr int VersionColumn = 1;
 
-    ClassTable(Class* itsClass, const Dialect& itsDialect, Connection& itsConnection);
+    ClassTable(Class* itsClass, const Dialect& itsDialect, StatementCache& itsStatements);
     ClassTable(const ClassTable&) = delete;
     ClassTable& operator=(const ClassTable&) = delete;
 
@@ -99,13 +99,13 @@ public:
 private:
     class Learner;
 
-    Statement& insert(std::unique_ptr<Statement>& kept, std::size_t rows);
+    Statement& insert(Statement*& kept, std::size_t rows);
     std::string versionQuery() const;
     const std::vector<int>& unique();
 
     Class* cls;
     const Dialect& dialect;
-    Connection& connection;
+    StatementCache& statements;
     std::vector<Column> all;
     std::vector<int> plain;
     std::unordered_map<std::string, int> positions;
@@ -113,13 +113,16 @@ private:
     bool knowsUnique = false;
     std::string quotedTable;
     std::string columnList;
-    std::unique_ptr<Statement> inserting;
-    std::unique_ptr<Statement> insertingMany;
-    std::unique_ptr<Statement> removing;
-    std::unique_ptr<Statement> asking;
-    std::unique_ptr<Statement> locking;
-    std::unique_ptr<Statement> touching;
-    std::map<ColumnSet, std::unique_ptr<Statement>> updates;
+
+    // The cache's; null until they are asked for.
+    Statement* inserting = nullptr;
+    Statement* insertingMany = nullptr;
+    Statement* removing = nullptr;
+    Statement* asking = nullptr;
+    Statement* locking = nullptr;
+    Statement* touching = nullptr;
+    std::map<ColumnSet, Statement*> updates;
+
     StatementPool idPool;
     std::unordered_map<std::string, StatementPool> pools;
 };

@@ -37,17 +37,14 @@ bool LinkRows::read(const Association& association, const String& role,
     const std::vector<std::int64_t> ids(owners.begin(), owners.end());
     for (std::size_t begin = 0; begin < ids.size(); begin += IdList::Longest) {
         const IdList list(ids, begin, IdList::Longest);
-        const std::string text = query(association, role, list.text());
-        std::unique_ptr<Statement>& statement = statements[text];
-        if (statement == nullptr)
-            statement = connection.prepareCursor(text);
-        list.bindTo(*statement);
-        const Execution execution(*statement);
-        while (statement->step()) {
+        Statement& statement = statements.keepCursor(query(association, role, list.text()));
+        list.bindTo(statement);
+        const Execution execution(statement);
+        while (statement.step()) {
             if (links.size() >= most)
                 return false;
-            links.push_back({static_cast<unsigned long>(statement->integer(0)),
-                             static_cast<unsigned long>(statement->integer(1))});
+            links.push_back({static_cast<unsigned long>(statement.integer(0)),
+                             static_cast<unsigned long>(statement.integer(1))});
         }
     }
     return true;

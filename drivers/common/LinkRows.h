@@ -2,23 +2,21 @@
 
 #pragma once
 
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include <kes/LinkReader.h>
 
-#include "drivers/common/Connection.h"
 #include "drivers/common/Dialect.h"
+#include "drivers/common/StatementCache.h"
 
 namespace Kes::sql {
 
 class LinkRows {
 public:
-    LinkRows(const Dialect& itsDialect, Connection& itsConnection)
+    LinkRows(const Dialect& itsDialect, StatementCache& itsStatements)
         : dialect(itsDialect),
-          connection(itsConnection) {}
+          statements(itsStatements) {}
 
     /// False when there are more than `most`.
     bool read(const Association& association, const String& role,
@@ -30,8 +28,7 @@ private:
                       const std::string& owners) const;
 
     const Dialect& dialect;
-    Connection& connection;
-    std::map<std::string, std::unique_ptr<Statement>> statements;  // by their texts
+    StatementCache& statements;
 };
 
 }  // namespace Kes::sql

@@ -18,6 +18,12 @@ struct ObjectFailure {
     std::exception_ptr cause;
 };
 
+/// As messages name an object.
+inline std::string nameOf(const Instance* instance) {
+    return std::string(static_cast<const char*>(instance->getClass()->getName())) + " object " +
+           std::to_string(instance->getObjectID());
+}
+
 /// Calls the object's handle operation. Throws ObjectFailure, or the SqlFailure
 /// of the handler.
 inline void handleFields(Instance* instance, Handler* handler) {

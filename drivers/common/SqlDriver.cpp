@@ -18,11 +18,13 @@ namespace Kes::sql {
 
 SqlDriver::Session::Session(std::unique_ptr<Connection> itsConnection, const Dialect& itsDialect)
     : connection(std::move(itsConnection)),
-      tables(itsDialect, *connection),
+      statements(*connection),
+      tables(itsDialect, statements),
       schema(tables, itsDialect, *connection),
-      queue(tables, itsDialect, *connection),
+      queue(tables, connection->prefersRuns() ? 32768 : 4096),
+      writer(queue, tables, statements, itsDialect, *connection),
       ids(*connection),
-      links(itsDialect, *connection) {}
+      links(itsDialect, statements) {}
 
 SqlDriver::SqlDriver(std::unique_ptr<Dialect> itsDialect) : dialect(std::move(itsDialect)) {}
 
@@ -40,11 +42,6 @@ void SqlDriver::abandonCursors() {
 
 std::string SqlDriver::describe(const std::string& attempt, const std::string& words) const {
     return dialect->name() + ": " + attempt + ": " + words;
-}
-
-std::string SqlDriver::nameOf(const Instance* instance) {
-    return std::string(static_cast<const char*>(instance->getClass()->getName())) + " object " +
-           std::to_string(instance->getObjectID());
 }
 
 // Runs the work of a slot. Of what it throws the driver's own becomes the message,
@@ -135,8 +132,10 @@ int SqlDriver::getVersion(const String& name, const String& kind) {
 // of the model before have lain.
 void SqlDriver::forgetModel() {
     abandonCursors();
-    session->queue.forgetModel();
+    session->queue.clear();
+    session->writer.forgetModel();
     session->tables.forget();
+    session->statements.forget();
 }
 
 // The slot has no result: a failure shows at the commit that follows, because
@@ -273,7 +272,7 @@ void SqlDriver::flush(bool goesOn) {
     if (session->queue.isEmpty())
         return;
     prepareToWrite();
-    session->queue.flush(goesOn);
+    session->writer.flush(goesOn);
 }
 
 void SqlDriver::beforeReading(const Class* cls) {
@@ -495,7 +494,7 @@ bool SqlDriver::readLinks(Association* association, const String& role,
 
 bool SqlDriver::tellEmptiedTo(EmptiedListener* listener) {
     if (session != nullptr)
-        session->queue.tellEmptiedTo(listener);
+        session->writer.tellEmptiedTo(listener);
     return session != nullptr;
 }
 

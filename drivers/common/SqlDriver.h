@@ -19,6 +19,7 @@
 #include "drivers/common/Dialect.h"
 #include "drivers/common/IdSource.h"
 #include "drivers/common/LinkRows.h"
+#include "drivers/common/QueueWriter.h"
 #include "drivers/common/RowLoader.h"
 #include "drivers/common/SqlSchema.h"
 #include "drivers/common/Tables.h"
@@ -107,9 +108,11 @@ private:
         Session(std::unique_ptr<Connection> itsConnection, const Dialect& itsDialect);
 
         std::unique_ptr<Connection> connection;
+        StatementCache statements;
         Tables tables;
         SqlSchema schema;
         WriteQueue queue;
+        QueueWriter writer;
         IdSource ids;
         LinkRows links;
         bool writing = false;  // a transaction was begun and not ended by the library
@@ -137,7 +140,6 @@ private:
               const String& secondRole, Association* association, bool linkFlag);
     bool schemaStep(const std::string& what, void (SqlSchema::*step)(Class*), Class* cls);
     bool refreshFrom(Instance* instance);
-    static std::string nameOf(const Instance* instance);
 
     std::unique_ptr<Dialect> dialect;
     std::unique_ptr<Session> session;  // null while closed

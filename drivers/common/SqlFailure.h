@@ -45,4 +45,16 @@ public:
     const bool isStale = false;
 };
 
+/// What fails in `work` failed as the write of that ticket.
+template <class Work>
+void postAs(std::size_t ticket, Work work) {
+    try {
+        work();
+    } catch (const PostFailure&) {
+        throw;
+    } catch (const SqlFailure& failure) {
+        throw PostFailure(ticket, failure);
+    }
+}
+
 }  // namespace Kes::sql

@@ -12,7 +12,7 @@ ClassTable& Tables::of(Class* cls) {
         return *last;
     std::unique_ptr<ClassTable>& table = tables[cls];
     if (table == nullptr)
-        table = std::make_unique<ClassTable>(cls, dialect, connection);
+        table = std::make_unique<ClassTable>(cls, dialect, statements);
     last = table.get();
     return *table;
 }

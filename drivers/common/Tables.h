@@ -27,9 +27,9 @@ struct Referrer {
 
 class Tables {
 public:
-    Tables(const Dialect& itsDialect, Connection& itsConnection)
+    Tables(const Dialect& itsDialect, StatementCache& itsStatements)
         : dialect(itsDialect),
-          connection(itsConnection) {}
+          statements(itsStatements) {}
 
     ClassTable& of(Class* cls);
 
@@ -50,7 +50,7 @@ private:
     Referrer referenceOf(Class* holder, Association* association, const String& role) const;
 
     const Dialect& dialect;
-    Connection& connection;
+    StatementCache& statements;
     std::unordered_map<const Class*, std::unique_ptr<ClassTable>> tables;
     ClassTable* last = nullptr;
     std::unordered_map<const Class*, std::vector<Referrer>> referring;
