@@ -438,12 +438,12 @@ bool Model::transactionStarted() const {
 
 bool Model::isUndoable() const {
     threadCheck.verify();
-    return transactions->history.newest(History::Undo) != nullptr;
+    return transactions->getHistory().newest(History::Undo) != nullptr;
 }
 
 bool Model::isRedoable() const {
     threadCheck.verify();
-    return transactions->history.newest(History::Redo) != nullptr;
+    return transactions->getHistory().newest(History::Redo) != nullptr;
 }
 
 // Applications compare the code with "Model::undo" and the context with
@@ -473,12 +473,12 @@ void Model::redo() {
 
 void Model::setMaxUndoSize(int count) {
     threadCheck.verify();
-    transactions->history.setMaxUndoSize(count);
+    transactions->getHistory().setMaxUndoSize(count);
 }
 
 int Model::getMaxUndoSize() const {
     threadCheck.verify();
-    return transactions->history.getMaxUndoSize();
+    return transactions->getHistory().getMaxUndoSize();
 }
 
 }  // namespace Kes

@@ -11,6 +11,8 @@
 #include "identity/ObjectCache.h"
 #include "object/InstanceState.h"
 #include "query/DriverDoor.h"
+#include "transaction/PendingLinks.h"
+#include "transaction/ReferenceJournal.h"
 #include "transaction/UnitOfWork.h"
 
 namespace Kes {
@@ -36,27 +38,29 @@ void ModelGate::noteUnsureLink(Model* model, const Instance* first, const Instan
 }
 
 void ModelGate::noteContestedLink(Model* model) {
-    model->transactions->contested = true;
+    model->transactions->getChanges().contested = true;
 }
 
 void ModelGate::rememberReference(Instance* owner, OneAssociatedInstance& ref,
                                   const Association* association, const String& role) {
-    modelOf(owner)->transactions->rememberReference(owner, ref, association, role);
+    Kes::rememberReference(modelOf(owner)->transactions->getChanges(), owner, ref, association,
+                           role);
 }
 
 void ModelGate::rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
                                bool added) {
-    modelOf(owner)->transactions->rememberMember(owner, ref, member, added);
+    Kes::rememberMember(modelOf(owner)->transactions->getChanges(), owner, ref, member, added);
 }
 
 void ModelGate::rememberLostLink(Instance* owner, Instance* member, Association* association,
                                  const String& role) {
-    modelOf(owner)->transactions->rememberLostLink(owner, member, association, role);
+    Kes::rememberLostLink(modelOf(owner)->transactions->getChanges(), owner, member, association,
+                          role);
 }
 
 // Whom a removal concerns is needed to take it back. Most drivers tell.
 bool ModelGate::mustKnowReferrers(const Model* model) {
-    return model->transactions->history.isKept() && !model->transactions->hearsOfEmptied;
+    return model->transactions->getHistory().isKept() && !model->transactions->hearsOfEmptied();
 }
 
 bool ModelGate::hasPending(const Model* model) {
@@ -105,7 +109,7 @@ void ModelGate::loadMembers(Instance* owner, ManyAssociatedInstances& ref, Assoc
         return;
     }
     ref.setFetched(true);
-    model->transactions->applyPendingLinks(owner, ref, association, role);
+    applyPendingLinks(model->transactions->getChanges(), owner, ref, association, role);
     references.noteCollection(owner, ref, association, role);
 }
 

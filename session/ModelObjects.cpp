@@ -185,13 +185,13 @@ void Model::remove(Instance* instance) {
 
 void Model::add(Instance* first, const String& firstRole, Instance* second,
                 const String& secondRole, Association* association) {
-    transactions->contested = true;
+    transactions->getChanges().contested = true;
     link(true, first, firstRole, second, secondRole, association);
 }
 
 void Model::remove(Instance* first, const String& firstRole, Instance* second,
                    const String& secondRole, Association* association) {
-    transactions->contested = true;
+    transactions->getChanges().contested = true;
     link(false, first, firstRole, second, secondRole, association);
 }
 

@@ -25,10 +25,12 @@ const String& roleOf(const Association* association, bool isOneRole) {
 
 }  // namespace
 
-UnitOfWork::LinkOutcome::LinkOutcome(const UnitOfWork& source) : manager(source) {
-    if (!manager.contested)
+LinkOutcome::LinkOutcome(const Model* itsModel, const Changes& itsChanges)
+    : model(itsModel),
+      changes(itsChanges) {
+    if (!changes.contested)
         return;
-    for (const Remembered& entry : manager.journal) {
+    for (const Remembered& entry : changes.journal) {
         if (entry.kind != Remembered::One || !entry.isFirst)
             continue;
         unsigned long before = entry.objectID;
@@ -37,12 +39,12 @@ UnitOfWork::LinkOutcome::LinkOutcome(const UnitOfWork& source) : manager(source)
         seats[static_cast<OneAssociatedInstance*>(entry.ref)] = {entry.owner, entry.association,
                                                                  entry.ownerIsOne, before, before};
     }
-    for (const Action& action : manager.pending)
+    for (const Action& action : changes.pending)
         if (action.second != nullptr)
             apply(action);
 }
 
-unsigned long UnitOfWork::LinkOutcome::shownBy(OneAssociatedInstance& ref) {
+unsigned long LinkOutcome::shownBy(OneAssociatedInstance& ref) {
     if (!ref.isFetched())
         return ref.getObjectID();
     const Instance* held = ref.getInstance();
@@ -50,12 +52,12 @@ unsigned long UnitOfWork::LinkOutcome::shownBy(OneAssociatedInstance& ref) {
 }
 
 // Removed objects are referred to by nobody.
-unsigned long UnitOfWork::LinkOutcome::living(unsigned long partner) const {
-    const Instance* known = partner != 0 ? ModelGate::objects(manager.model).get(partner) : nullptr;
+unsigned long LinkOutcome::living(unsigned long partner) const {
+    const Instance* known = partner != 0 ? ModelGate::objects(model).get(partner) : nullptr;
     return known != nullptr && known->isRemoved() ? 0 : partner;
 }
 
-unsigned long UnitOfWork::LinkOutcome::partnerOf(const Remembered& entry) const {
+unsigned long LinkOutcome::partnerOf(const Remembered& entry) const {
     auto* ref = static_cast<OneAssociatedInstance*>(entry.ref);
     if (const auto seat = seats.find(ref); seat != seats.end())
         return living(seat->second.partner);
@@ -66,9 +68,8 @@ unsigned long UnitOfWork::LinkOutcome::partnerOf(const Remembered& entry) const 
 }
 
 // A reference that no operation of Instance has touched shows what was stored.
-UnitOfWork::LinkOutcome::Seat* UnitOfWork::LinkOutcome::seatOf(Instance* owner,
-                                                               const Association* association,
-                                                               const String& role) {
+LinkOutcome::Seat* LinkOutcome::seatOf(Instance* owner, const Association* association,
+                                       const String& role) {
     RoleReader reader(association->getName(), role);
     reader.read(owner);
     if (reader.one == nullptr)
@@ -82,7 +83,7 @@ UnitOfWork::LinkOutcome::Seat* UnitOfWork::LinkOutcome::seatOf(Instance* owner,
 }
 
 // What the driver makes of the call.
-void UnitOfWork::LinkOutcome::apply(const Action& action) {
+void LinkOutcome::apply(const Action& action) {
     const Association* association = action.association;
     const String& firstRole = roleOf(association, action.firstIsOne);
     const String& secondRole = association->getAssociatedRole(firstRole);
@@ -98,7 +99,7 @@ void UnitOfWork::LinkOutcome::apply(const Action& action) {
             move(*other, first->getObjectID());
         return;
     }
-    const bool isLost = manager.isDropped(first) || manager.isDropped(second);
+    const bool isLost = changes.isDropped(first) || changes.isDropped(second);
     if (one != nullptr && (isLost || one->partner == second->getObjectID()))
         move(*one, 0);
     if (other != nullptr && (isLost || other->partner == first->getObjectID()))
@@ -107,27 +108,27 @@ void UnitOfWork::LinkOutcome::apply(const Action& action) {
 
 // A pair is one pair: who loses the partner, loses it on its own side too. Seats
 // stay where they are when others are added.
-void UnitOfWork::LinkOutcome::move(Seat& seat, unsigned long partner) {
+void LinkOutcome::move(Seat& seat, unsigned long partner) {
     const unsigned long left = seat.partner;
     seat.partner = partner;
     const String& role = roleOf(seat.association, seat.ownerIsOne);
     const String& otherRole = seat.association->getAssociatedRole(role);
     if (left == 0 || left == partner || !isOne(seat.association, otherRole))
         return;
-    Instance* former = ModelGate::objects(manager.model).get(left);
+    Instance* former = ModelGate::objects(model).get(left);
     Seat* side = former != nullptr ? seatOf(former, seat.association, otherRole) : nullptr;
     if (side != nullptr && side->partner == seat.owner->getObjectID())
         side->partner = 0;
 }
 
-void UnitOfWork::LinkOutcome::compare(Outcome& left) const {
+void LinkOutcome::compare(Repairs& repairs) const {
     const auto compareOne = [&](OneAssociatedInstance* ref, unsigned long partner) {
         const Instance* held = ref->isFetched() ? ref->getInstance() : nullptr;
         if (shownBy(*ref) != partner || (held != nullptr && held->isRemoved()))
-            left.repairs.push_back({ref, partner});
+            repairs.ones.push_back({ref, partner});
     };
-    if (!manager.contested) {
-        for (const Remembered& entry : manager.journal)
+    if (!changes.contested) {
+        for (const Remembered& entry : changes.journal)
             if (entry.kind == Remembered::One && entry.isFirst && !entry.owner->isRemoved())
                 compareOne(static_cast<OneAssociatedInstance*>(entry.ref), partnerOf(entry));
         return;
@@ -135,16 +136,16 @@ void UnitOfWork::LinkOutcome::compare(Outcome& left) const {
     for (const auto& [ref, seat] : seats)
         if (!seat.owner->isRemoved())
             compareOne(ref, living(seat.partner));
-    compareMembers(left);
+    compareMembers(repairs);
 }
 
 // The collections of all who had a member, have it now, or had it between.
-void UnitOfWork::LinkOutcome::compareMembers(Outcome& left) const {
+void LinkOutcome::compareMembers(Repairs& repairs) const {
     for (const auto& [ref, seat] : seats)
         for (const unsigned long id : {seat.before, seat.partner})
-            if (Instance* owner = id != 0 ? ModelGate::objects(manager.model).get(id) : nullptr)
-                compareMember(owner, seat, left);
-    for (const Action& action : manager.pending) {
+            if (Instance* owner = id != 0 ? ModelGate::objects(model).get(id) : nullptr)
+                compareMember(owner, seat, repairs);
+    for (const Action& action : changes.pending) {
         if (action.second == nullptr)
             continue;
         const String& firstRole = roleOf(action.association, action.firstIsOne);
@@ -155,12 +156,11 @@ void UnitOfWork::LinkOutcome::compareMembers(Outcome& left) const {
         reader.read(memberIsFirst ? action.first : action.second);
         const auto seat = reader.one != nullptr ? seats.find(reader.one) : seats.end();
         if (seat != seats.end())
-            compareMember(memberIsFirst ? action.second : action.first, seat->second, left);
+            compareMember(memberIsFirst ? action.second : action.first, seat->second, repairs);
     }
 }
 
-void UnitOfWork::LinkOutcome::compareMember(Instance* owner, const Seat& seat,
-                                            Outcome& left) const {
+void LinkOutcome::compareMember(Instance* owner, const Seat& seat, Repairs& repairs) const {
     const String& memberRole = roleOf(seat.association, seat.ownerIsOne);
     RoleReader reader(seat.association->getName(), seat.association->getAssociatedRole(memberRole));
     reader.read(owner);
@@ -168,7 +168,26 @@ void UnitOfWork::LinkOutcome::compareMember(Instance* owner, const Seat& seat,
         return;
     const bool belongs = !seat.owner->isRemoved() && living(seat.partner) == owner->getObjectID();
     if (reader.many->contains(seat.owner) != belongs)
-        left.memberRepairs.push_back({reader.many, seat.owner, belongs});
+        repairs.members.push_back({reader.many, seat.owner, belongs});
+}
+
+void Repairs::apply() const noexcept {
+    for (const One& each : ones) {
+        each.ref->setFetched(false);
+        each.ref->setObjectID(each.partner);
+    }
+    for (const Member& each : members) {
+        if (!each.belongs) {
+            each.ref->remove(each.member);
+            continue;
+        }
+        try {
+            if (!each.ref->contains(each.member))
+                each.ref->add(each.member);
+        } catch (...) {
+            each.ref->setFetched(false);
+        }
+    }
 }
 
 }  // namespace Kes

@@ -7,20 +7,43 @@
 #pragma once
 
 #include <unordered_map>
+#include <vector>
 
-#include "transaction/UnitOfWork.h"
+#include <kes/Forward.h>
+
+#include "transaction/Changes.h"
 
 namespace Kes {
 
-class UnitOfWork::LinkOutcome {
+/// What references in memory have to show once the transaction is stored.
+struct Repairs {
+    struct One {
+        OneAssociatedInstance* ref;
+        unsigned long partner;
+    };
+    struct Member {
+        ManyAssociatedInstances* ref;
+        Instance* member;
+        bool belongs;
+    };
+    std::vector<One> ones;
+    std::vector<Member> members;
+
+    /// Objects that the application is going through keep their places: a
+    /// collection loses the one member and is not read again.
+    void apply() const noexcept;
+};
+
+class LinkOutcome {
 public:
-    explicit LinkOutcome(const UnitOfWork& source);
+    /// Both are borrowed.
+    LinkOutcome(const Model* itsModel, const Changes& itsChanges);
 
     /// The id of the partner of a reference that the journal names; 0 for none.
     unsigned long partnerOf(const Remembered& entry) const;
 
     /// Enters the references in memory that show something else.
-    void compare(Outcome& left) const;
+    void compare(Repairs& repairs) const;
 
 private:
     // One reference.
@@ -38,10 +61,11 @@ private:
     Seat* seatOf(Instance* owner, const Association* association, const String& role);
     void apply(const Action& action);
     void move(Seat& seat, unsigned long partner);
-    void compareMember(Instance* owner, const Seat& seat, Outcome& left) const;
-    void compareMembers(Outcome& left) const;
+    void compareMember(Instance* owner, const Seat& seat, Repairs& repairs) const;
+    void compareMembers(Repairs& repairs) const;
 
-    const UnitOfWork& manager;
+    const Model* model;
+    const Changes& changes;
     Seats seats;  // none unless links contest a partner
 };
 

@@ -15,6 +15,8 @@
 #include "object/Links.h"
 #include "object/ModelGate.h"
 #include "object/Removal.h"
+#include "transaction/ReferenceJournal.h"
+#include "transaction/StoredState.h"
 #include "transaction/UnitOfWork.h"
 
 namespace Kes {
@@ -47,8 +49,8 @@ bool isOneToOne(const Association* association) {
 // makes.
 class ReferenceEmptier final : public EmptyHandler {
 public:
-    ReferenceEmptier(UnitOfWork& recorder, Instance* itsOwner)
-        : transactions(recorder),
+    ReferenceEmptier(Changes& itsChanges, Instance* itsOwner)
+        : changes(itsChanges),
           owner(itsOwner) {}
 
     void handleOneAssociated(const String& name, const String& role, OneAssociatedInstance* ref,
@@ -56,7 +58,7 @@ public:
         const Association* association = owner->getClass()->getModel()->getAssociation(name);
         if (association == nullptr)
             return;
-        transactions.rememberReference(owner, *ref, association, role);
+        rememberReference(changes, owner, *ref, association, role);
         ref->setInstance(nullptr);
         ref->setObjectID(0);
         ref->setFetched(true);
@@ -65,13 +67,13 @@ public:
     void handleManyAssociated(const String&, const String&, ManyAssociatedInstances* ref) override {
         if (ref->isFetched())
             for (ref->reset(); ref->next();)
-                transactions.rememberMember(owner, *ref, ref->value(), false);
+                rememberMember(changes, owner, *ref, ref->value(), false);
         ref->clear();
         ref->setFetched(true);
     }
 
 private:
-    UnitOfWork& transactions;
+    Changes& changes;
     Instance* owner;
 };
 
@@ -190,7 +192,7 @@ Instance* Replay::findEnd(unsigned long id, Class* cls) {
 }
 
 Instance* Replay::pin(Instance* object) {
-    transactions.pinned.push_back(object);
+    changes.pinned.push_back(object);
     return object;
 }
 
@@ -206,7 +208,7 @@ Instance* Replay::load(unsigned long id, Class* cls) {
         if (ModelGate::objects(model).get(id) == object)
             static_cast<void>(fresh.release());
         else
-            transactions.pinned.pop_back();
+            changes.pinned.pop_back();
         throw;
     }
     return fresh.release();
@@ -222,10 +224,10 @@ Instance* Replay::readStored(unsigned long id, Class* cls) {
 }
 
 bool Replay::isStored(Instance* reading) {
-    const auto stored = transactions.readStored(reading, "Transaction::undo/redo");
-    if (stored == UnitOfWork::Stored::Unknown)
+    const auto stored = Kes::readStored(model, reading, "Transaction::undo/redo");
+    if (stored == Stored::Unknown)
         throw Abandoned{};
-    return stored == UnitOfWork::Stored::Found;
+    return stored == Stored::Found;
 }
 
 // --- reversing ---
@@ -243,7 +245,7 @@ void Replay::revive(const Step& step, const ImageStore& images) {
         ModelGate::objects(model).file(object);
     }
     pin(object);
-    ReferenceEmptier empty(transactions, object);
+    ReferenceEmptier empty(changes, object);
     walkFields(object, empty);
     images.restore(step.image, object);
     InstanceState::setVersion(object, step.after);

@@ -26,6 +26,7 @@
 namespace Kes {
 
 class UnitOfWork;
+struct Changes;
 
 class Replay {
 public:
@@ -35,7 +36,11 @@ public:
     /// The database failed, and the error handler returned.
     struct Abandoned {};
 
-    Replay(Model* itsModel, UnitOfWork& recorder) : model(itsModel), transactions(recorder) {}
+    /// All are borrowed; `recorder` records into `itsChanges`.
+    Replay(Model* itsModel, UnitOfWork& recorder, Changes& itsChanges)
+        : model(itsModel),
+          transactions(recorder),
+          changes(itsChanges) {}
 
     /// Throws one of the above, or what the driver or a handler throws.
     void run(const History::Record& record);
@@ -68,6 +73,7 @@ private:
 
     Model* model;
     UnitOfWork& transactions;
+    Changes& changes;
     std::unordered_map<Class*, std::unique_ptr<Instance>> readers;
     std::unordered_set<const Instance*> revived;  // by the commit at hand
     std::unordered_set<unsigned long> knownEnds;

@@ -4,53 +4,34 @@
 #include <utility>
 
 #include <kes/Association.h>
-#include <kes/Class.h>
 #include <kes/DBDriver.h>
 #include <kes/Exception.h>
 #include <kes/Model.h>
-#include <kes/OneAssociatedInstance.h>
-#include <kes/Pointer.h>
 
 #include "core/FatalEnd.h"
 #include "core/RaisedErrors.h"
-#include "fetch/CommitCount.h"
 #include "identity/ObjectCache.h"
 #include "object/Events.h"
 #include "object/InstanceState.h"
 #include "object/ListenerList.h"
 #include "object/ModelGate.h"
-#include "object/ReferenceState.h"
+#include "query/DriverDoor.h"
+#include "transaction/Commit.h"
+#include "transaction/ReferenceJournal.h"
+#include "transaction/Replay.h"
+#include "transaction/Rollback.h"
+#include "transaction/StoredState.h"
 
 namespace Kes {
 
-namespace {
-
-constexpr std::size_t WithoutEntry = 0;
-
-// A driver that throws has failed like one that answers false. What else comes
-// out of it is the application's, which its objects threw when it asked them.
-template <class Call>
-bool succeeds(Call call, String& failure) {
-    try {
-        return call();
-    } catch (const Exception& thrown) {
-        failure = thrown.getMessage();
-    } catch (const std::exception& thrown) {
-        failure = thrown.what();
-    }
-    return false;
-}
-
-}  // namespace
-
-DriverDoor& UnitOfWork::door() const {
-    return ModelGate::door(model);
-}
-
 void UnitOfWork::start() {
-    door().end();
+    ModelGate::door(model).end();
     started = true;
     history.start();
+}
+
+Action* UnitOfWork::entryOf(const Instance* instance) {
+    return const_cast<Action*>(changes.find(instance));
 }
 
 Action& UnitOfWork::record(Action::Kind kind, Instance* first) {
@@ -60,28 +41,28 @@ Action& UnitOfWork::record(Action::Kind kind, Instance* first) {
     InstanceState::setAhead(first, false);
     if (!turning)
         history.noteStep();
-    pending.push_back(action);
-    return pending.back();
+    changes.pending.push_back(action);
+    return changes.pending.back();
 }
 
 void UnitOfWork::recordAdd(Instance* instance) {
     Action& action = record(Action::Add, instance);
     action.digest = InstanceState::fingerprint(instance);
-    InstanceState::setEntry(instance, pending.size());
+    InstanceState::setEntry(instance, changes.pending.size());
     instance->setInTransaction(true);
 }
 
 void UnitOfWork::recordUpdate(Instance* instance) {
-    if (InstanceState::entry(instance) != WithoutEntry)
+    if (changes.find(instance) != nullptr)
         return;
     try {
         FieldImage image = nullptr;
-        if (takeForUpdate(instance, "Model::update", image))
+        if (takeForUpdate(model, changes, instance, "Model::update", image))
             recordUpdate(instance, image);
     } catch (...) {
         // What was assigned may be in memory already.
-        if (InstanceState::entry(instance) == WithoutEntry && !isUnknown(instance))
-            refuse(instance);
+        if (changes.find(instance) == nullptr && !isUnknown(instance))
+            refuse(changes, instance);
         throw;
     }
 }
@@ -90,14 +71,14 @@ void UnitOfWork::recordUpdate(Instance* instance, FieldImage image) {
     Action& action = record(Action::Update, instance);
     action.image = image;
     action.digest = InstanceState::fingerprint(instance);
-    InstanceState::setEntry(instance, pending.size());
+    InstanceState::setEntry(instance, changes.pending.size());
     instance->setInTransaction(true);
 }
 
 void UnitOfWork::recordRemove(Instance* instance) {
     FieldImage image = nullptr;
-    if (InstanceState::entry(instance) != WithoutEntry) {
-        Action& entry = pending[InstanceState::entry(instance) - 1];
+    if (Action* known = entryOf(instance)) {
+        Action& entry = *known;
         if (entry.kind == Action::Add) {
             entry.kind = Action::Dropped;
             instance->setInTransaction(false);
@@ -110,24 +91,25 @@ void UnitOfWork::recordRemove(Instance* instance) {
     }
     // Without an image it can be removed, though not brought back.
     if (image == nullptr && history.isKept())
-        takeForRemoval(instance, image);
+        takeForRemoval(model, changes, instance, image);
     record(Action::Remove, instance).image = image;
-    InstanceState::setEntry(instance, pending.size());
+    InstanceState::setEntry(instance, changes.pending.size());
     instance->setInTransaction(true);
 }
 
 void UnitOfWork::recordRestored(Instance* instance) {
     recordAdd(instance);
-    pending.back().restored = true;
+    changes.pending.back().restored = true;
 }
 
 bool UnitOfWork::recordRevival(Instance* instance) {
-    if (InstanceState::entry(instance) == WithoutEntry)
+    Action* known = entryOf(instance);
+    if (known == nullptr)
         return false;
-    Action& entry = pending[InstanceState::entry(instance) - 1];
+    Action& entry = *known;
     if (entry.kind == Action::Dropped) {
         entry.kind = Action::Superseded;
-        InstanceState::setEntry(instance, WithoutEntry);
+        InstanceState::setEntry(instance, 0);
         instance->setRemoved(false);
         recordAdd(instance);
         return true;
@@ -135,7 +117,7 @@ bool UnitOfWork::recordRevival(Instance* instance) {
     if (entry.kind != Action::Remove)
         return false;
     FieldImage image = std::exchange(entry.image, nullptr);
-    if (image == nullptr && !takeForUpdate(instance, "Model::add", image))
+    if (image == nullptr && !takeForUpdate(model, changes, instance, "Model::add", image))
         return true;
     entry.kind = Action::Superseded;
     instance->setRemoved(false);
@@ -143,58 +125,83 @@ bool UnitOfWork::recordRevival(Instance* instance) {
     return true;
 }
 
-bool UnitOfWork::isDropped(const Instance* instance) const {
-    return InstanceState::entry(instance) != WithoutEntry &&
-           pending[InstanceState::entry(instance) - 1].kind == Action::Dropped;
+void UnitOfWork::recordLink(Action::Kind kind, Instance* first, const String& firstRole,
+                            Instance* second, Association* association) {
+    Action& action = record(kind, first);
+    action.second = second;
+    action.association = association;
+    action.firstIsOne = firstRole == association->getOneRole();
+    InstanceState::setLinked(first);
+    InstanceState::setLinked(second);
+    InstanceState::setAhead(second, false);
+}
+
+void UnitOfWork::noteUnchangedLink(const Instance* first, const Instance* second) {
+    if (!changes.pending.empty() && changes.pending.back().first == first &&
+        changes.pending.back().second == second)
+        changes.pending.back().changedNothing = true;
+}
+
+void UnitOfWork::noteUnsureLink(const Instance* first, const Instance* second) {
+    if (!changes.pending.empty() && changes.pending.back().first == first &&
+        changes.pending.back().second == second)
+        changes.pending.back().isUnsure = true;
+}
+
+void UnitOfWork::listenTo(DBDriver* driver) {
+    auto* emptying = dynamic_cast<EmptyingDriver*>(driver);
+    isListening = emptying != nullptr && emptying->tellEmptiedTo(this);
+}
+
+void UnitOfWork::stopListening(DBDriver* driver) {
+    if (isListening)
+        dynamic_cast<EmptyingDriver*>(driver)->tellEmptiedTo(nullptr);
+    isListening = false;
+}
+
+void UnitOfWork::referenceEmptied(Association* association, const String& role, unsigned long id,
+                                  Class* cls, unsigned long partner, bool isRaised) {
+    if (underWay != nullptr)
+        underWay->referenceEmptied(association, role, id, cls, partner, isRaised);
 }
 
 bool UnitOfWork::getChangedFields(const Instance* instance, FieldSet& fields) const {
-    if (instance != updating)
-        return false;
-    fields = changed;
-    return true;
+    return underWay != nullptr && underWay->getChangedFields(instance, fields);
 }
 
 // Whatever is thrown, memory and database are as before the transaction by the
 // time that the caller gets it.
 void UnitOfWork::commit() {
-    door().end();
+    ModelGate::door(model).end();
     const HandlerWatch handler;
     String failure;
-    std::optional<Outcome> left;
+    std::optional<Commit> done;
     bool isStored = false;
     try {
-        outcome = &left.emplace();
-        askForUnsureLinks();
-        if (applyAll(failure)) {
-            prepareOutcome(*left);
-            const auto complete = [&] {
-                std::optional<CommitCount::Scope> counted;
-                if (!pending.empty())
-                    counted.emplace();
-                return door().enter()->commit();
-            };
-            isStored = succeeds(complete, failure);
-        }
-        outcome = nullptr;
+        announced.reserve(announced.size() + 1);
+        underWay = &done.emplace(model, changes, keepsSteps());
+        isStored = done->run(failure);
+        underWay = nullptr;
     } catch (...) {
-        outcome = nullptr;
+        underWay = nullptr;
         takeBack();  // what fails there comes second
         throw;
     }
     if (!isStored)
         return giveUp(failure, handler.getThrown());
-    settleHistory(*left);
-    repair(*left);
-    finish(left->actions);
-    announce(left->actions);
+    settleHistory(*done);
+    done->repairs.apply();
+    release();
+    changes.refused.clear();
+    done->actions.swap(changes.pending);
+    announce(done->actions);
 }
 
 // `told` is what the error handler has thrown meanwhile: such a failure is known,
 // and a driver that turned it into a false flag has no other one to tell.
 void UnitOfWork::giveUp(String failure, const std::exception_ptr& told) {
     if (failure.size() == 0)
-        failure = door().enter()->getErrorMessage();
+        failure = ModelGate::door(model).enter()->getErrorMessage();
     const bool isUnknown = model->getFailureKind() == FailureKind::UnknownOutcome;
     const std::exception_ptr later = takeBack(isUnknown);
     if (told != nullptr)
@@ -204,52 +211,8 @@ void UnitOfWork::giveUp(String failure, const std::exception_ptr& told) {
         std::rethrow_exception(later);
 }
 
-bool UnitOfWork::applyAll(String& failure) {
-    if (hasRefused(failure))
-        return false;
-    const DriverDoor::Passage driver = door().enter();
-    for (Action& action : pending)
-        if (!apply(action, driver, failure))
-            return false;
-    return true;
-}
-
-bool UnitOfWork::apply(Action& action, const DriverDoor::Passage& driver, String& failure) {
-    Instance* first = action.first;
-    action.applied = true;
-    action.firstVersion = first->getVersion();
-    switch (action.kind) {
-    case Action::Add:
-        InstanceState::setFingerprint(first, digestFields(first));
-        return succeeds([&] { return driver->insert(first); }, failure);
-    case Action::Update: return applyUpdate(action, driver, failure);
-    case Action::Remove:
-        first->nextVersion();
-        return succeeds([&] { return driver->remove(first); }, failure);
-    case Action::Link:
-    case Action::Unlink: return succeeds([&] { return applyLink(action, driver); }, failure);
-    case Action::Dropped:
-    case Action::Superseded: break;
-    }
-    return true;
-}
-
-bool UnitOfWork::applyUpdate(Action& action, const DriverDoor::Passage& driver, String& failure) {
-    Instance* first = action.first;
-    first->nextVersion();
-    if (action.image != nullptr) {
-        changed.clear();
-        images.compare(action.image, first, changed);
-        updating = first;
-    }
-    InstanceState::setFingerprint(first, digestFields(first));
-    const bool done = succeeds([&] { return driver->update(first); }, failure);
-    updating = nullptr;
-    return done;
-}
-
 void UnitOfWork::rollback() {
-    door().end();
+    ModelGate::door(model).end();
     if (const std::exception_ptr failure = takeBack())
         std::rethrow_exception(failure);
 }
@@ -262,10 +225,10 @@ void UnitOfWork::rollback() {
 // rows of their own raise no version, so their collections are read again.
 std::exception_ptr UnitOfWork::takeBack(bool mayBeStored) {
     String failure;
-    if (!succeeds([&] { return door().enter()->rollback(); }, failure)) {
+    if (!succeeds([&] { return ModelGate::door(model).enter()->rollback(); }, failure)) {
         if (failure.size() == 0)
-            failure = door().enter()->getErrorMessage();
-        refused.clear();
+            failure = ModelGate::door(model).enter()->getErrorMessage();
+        changes.refused.clear();
         forget();
         Exception(Exception::FATAL, "ROLLFAIL", "Model::rollback", failure).handle();
 
@@ -273,100 +236,105 @@ std::exception_ptr UnitOfWork::takeBack(bool mayBeStored) {
         endProcess();
     }
     FirstFailure first;
-    revert(first);
+    revert(model, changes, first);
     if (mayBeStored)
-        unfetchCollections();
+        unfetchCollections(changes);
     history.rollBack();
     forget();
-    first.attempt([&] { rereadRefused(); });
+    first.attempt([&] { rereadRefused(model, changes); });
     return first.get();
-}
-
-void UnitOfWork::revert(FirstFailure& failure) {
-    revertReferences();
-    for (auto each = raised.rbegin(); each != raised.rend(); ++each)
-        InstanceState::setVersion(each->instance, each->version);
-    for (auto action = pending.rbegin(); action != pending.rend(); ++action)
-        failure.attempt([&] { revertAction(*action); });
-}
-
-void UnitOfWork::revertAction(const Action& action) {
-    Instance* first = action.first;
-    if (action.applied) {
-        InstanceState::setVersion(first, action.firstVersion);
-        if (action.second != nullptr)
-            InstanceState::setVersion(action.second, action.secondVersion);
-    }
-    switch (action.kind) {
-    case Action::Add:
-    case Action::Dropped:
-        if (action.restored) {
-            first->setRemoved(true);
-            InstanceState::setGone(first, true);
-            break;
-        }
-        first->setRemoved(false);
-        InstanceState::setFingerprint(first, action.digest);
-        ModelGate::objects(model).orphan(first);
-        break;
-    case Action::Update:
-    case Action::Superseded:
-        first->setRemoved(false);
-        if (action.digest != 0)
-            InstanceState::setFingerprint(first, action.digest);
-        if (action.image != nullptr)
-            restoreFields(action.image, first);
-        break;
-    case Action::Remove: first->setRemoved(false); break;
-    case Action::Link:
-    case Action::Unlink: break;
-    }
 }
 
 void UnitOfWork::forget() noexcept {
     release();
-    pending.clear();
-}
-
-void UnitOfWork::finish(Actions& done) noexcept {
-    release();
-    refused.clear();
-    done.swap(pending);
+    changes.pending.clear();
 }
 
 void UnitOfWork::release() noexcept {
-    for (const Action& action : pending) {
-        InstanceState::setEntry(action.first, WithoutEntry);
+    for (const Action& action : changes.pending) {
+        InstanceState::setEntry(action.first, 0);
         InstanceState::endTransaction(action.first);
         if (action.second != nullptr)
             InstanceState::endTransaction(action.second);
     }
-    for (const Remembered& entry : journal)
-        if (entry.isFirst)
-            ReferenceState::setTouched(*static_cast<OneAssociatedInstance*>(entry.ref), false);
-    ModelGate::objects(model).release(pending.size());
-    images.clear();
-    journal.clear();
-    links.clear();
-    raised.clear();
-    contested = false;
-    pinned.clear();
+    untouchReferences(changes);
+    ModelGate::objects(model).release(changes.pending.size());
+    changes.clearRecords();
+    changes.pinned.clear();
     turning.reset();
-    updating = nullptr;
     started = false;
     locked = false;
 }
 
 // The pending instances are gone by now, so their entries are only forgotten.
 void UnitOfWork::close() {
-    pending.clear();
-    images.clear();
-    journal.clear();
-    links.clear();
-    raised.clear();
-    contested = false;
-    refused.clear();
+    changes.pending.clear();
+    changes.clearRecords();
+    changes.refused.clear();
     history.clear();
+}
+
+bool UnitOfWork::keepsSteps() const {
+    return turning || history.newest(History::Undo) != nullptr;
+}
+
+// Before the listeners hear of the commit: they may ask for the history, start
+// a transaction or undo this one.
+void UnitOfWork::settleHistory(Commit& done) noexcept {
+    History::Draft& draft = done.draft;
+    ModelGate::objects(model).lose(done.losses);
+    if (!draft.steps().steps.empty())
+        draft.steps().images = std::move(changes.images);
+    if (turning)
+        history.turn(*turning, draft);
+    else
+        history.keep(draft);
+    turning.reset();
+    for (const Action& action : changes.pending)
+        if (action.kind == Action::Remove || action.kind == Action::Dropped)
+            InstanceState::setGone(action.first, true);
+}
+
+void UnitOfWork::turn(History::Direction direction) {
+    ModelGate::door(model).end();
+    // Changes without a transaction stand in the newest record, so to undo that
+    // one is to take them back first.
+    if (direction == History::Undo && !changes.pending.empty())
+        rollback();
+    if (direction == History::Undo)
+        history.dropVoid();
+    bool conflict = false;
+    if (replay(direction, conflict)) {
+        commit();
+        return;
+    }
+    if (conflict)
+        Exception(Exception::ERROR, "Transaction::undo/redo", "UNDOREDO",
+                  "Somebody else has removed or changed one of the objects you want to undo or "
+                  "redo, Transaction is aborted")
+            .handle();
+}
+
+// Records the reversing actions; false after a rollback when that is not to be.
+bool UnitOfWork::replay(History::Direction direction, bool& conflict) {
+    started = true;
+    turning = direction;
+    Replay reversal(model, *this, changes);
+    try {
+        reversal.run(*history.newest(direction));
+        return true;
+    } catch (const Replay::Conflict&) {
+        conflict = true;
+    } catch (const Replay::Abandoned&) {
+        // The error handler knows, and has returned.
+    } catch (...) {
+        reversal.giveUp();
+        rollback();
+        throw;
+    }
+    reversal.giveUp();
+    rollback();
+    return false;
 }
 
 namespace {
@@ -386,9 +354,9 @@ private:
 
 }  // namespace
 
-void UnitOfWork::announce(Actions& committed) {
+void UnitOfWork::announce(const Changes::Actions& committed) {
     const Telling now(*this);
-    const Entered keep(announced, static_cast<const Actions*>(&committed));
+    const Entered keep(announced, &committed);
     std::exception_ptr firstFailure;
     for (const Action& action : committed) {
         try {
@@ -418,21 +386,21 @@ void UnitOfWork::announceOne(const Action& action) {
 }
 
 void UnitOfWork::markInstances(Marker& marker) const {
-    const auto markActions = [&](const Actions& actions) {
+    const auto markActions = [&](const Changes::Actions& actions) {
         for (const Action& action : actions) {
             marker.mark(action.first);
             if (action.second != nullptr)
                 marker.mark(action.second);
         }
     };
-    markActions(pending);
-    for (const Actions* told : announced)
+    markActions(changes.pending);
+    for (const Changes::Actions* told : announced)
         markActions(*told);
-    for (Instance* instance : pinned)
+    for (Instance* instance : changes.pinned)
         marker.mark(instance);
-    for (const Refused& entry : refused)
+    for (const Versioned& entry : changes.refused)
         marker.mark(entry.instance);
-    for (const Remembered& entry : journal) {
+    for (const Remembered& entry : changes.journal) {
         marker.mark(entry.owner);
         if (entry.instance != nullptr)
             marker.mark(entry.instance);

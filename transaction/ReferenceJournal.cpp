@@ -1,0 +1,86 @@
+#include "transaction/ReferenceJournal.h"
+
+#include <kes/Association.h>
+#include <kes/ManyAssociatedInstances.h>
+#include <kes/OneAssociatedInstance.h>
+
+#include "object/ReferenceState.h"
+
+namespace Kes {
+
+void rememberReference(Changes& changes, Instance* owner, OneAssociatedInstance& ref,
+                       const Association* association, const String& role) {
+    Remembered entry{};
+    entry.kind = Remembered::One;
+    entry.fetched = ref.isFetched();
+    entry.isFirst = !ReferenceState::isTouched(ref);
+    entry.ownerIsOne = role == association->getOneRole();
+    entry.owner = owner;
+    entry.ref = &ref;
+    entry.instance = ref.isFetched() ? ref.getInstance() : nullptr;
+    entry.objectID = ref.getObjectID();
+    entry.association = association;
+    changes.journal.push_back(entry);
+    ReferenceState::setTouched(ref, true);
+}
+
+void rememberMember(Changes& changes, Instance* owner, ManyAssociatedInstances& ref,
+                    Instance* member, bool added) {
+    Remembered entry{};
+    entry.kind = added ? Remembered::MemberAdded : Remembered::MemberRemoved;
+    entry.fetched = true;
+    entry.owner = owner;
+    entry.ref = &ref;
+    entry.instance = member;
+    changes.journal.push_back(entry);
+}
+
+void rememberLostLink(Changes& changes, Instance* owner, Instance* member, Association* association,
+                      const String& role) {
+    Remembered entry{};
+    entry.kind = Remembered::LostLink;
+    entry.ownerIsOne = role == association->getOneRole();
+    entry.owner = owner;
+    entry.instance = member;
+    entry.association = association;
+    changes.journal.push_back(entry);
+}
+
+void revertReferences(const Changes& changes) {
+    for (auto entry = changes.journal.rbegin(); entry != changes.journal.rend(); ++entry) {
+        if (entry->kind == Remembered::One) {
+            auto* ref = static_cast<OneAssociatedInstance*>(entry->ref);
+            ref->setFetched(entry->fetched);
+            ref->setInstance(entry->instance);
+            ref->setObjectID(entry->objectID);
+            continue;
+        }
+        if (entry->kind == Remembered::LostLink)
+            continue;
+        auto* ref = static_cast<ManyAssociatedInstances*>(entry->ref);
+        if (!ref->isFetched())
+            continue;
+        if (entry->kind == Remembered::MemberAdded)
+            ref->remove(entry->instance);
+        else if (!ref->contains(entry->instance))
+            ref->add(entry->instance);
+    }
+}
+
+void unfetchCollections(const Changes& changes) {
+    for (const Remembered& entry : changes.journal) {
+        if (entry.kind != Remembered::MemberAdded && entry.kind != Remembered::MemberRemoved)
+            continue;
+        auto* ref = static_cast<ManyAssociatedInstances*>(entry.ref);
+        ref->clear();
+        ref->setFetched(false);
+    }
+}
+
+void untouchReferences(const Changes& changes) noexcept {
+    for (const Remembered& entry : changes.journal)
+        if (entry.isFirst)
+            ReferenceState::setTouched(*static_cast<OneAssociatedInstance*>(entry.ref), false);
+}
+
+}  // namespace Kes

@@ -1,0 +1,33 @@
+// The reference journal: what references in memory held before links changed
+// them.
+//
+// Worked off backwards, it puts all references back. The owner plays `role` in
+// the association, here and below.
+
+#pragma once
+
+#include <kes/Forward.h>
+
+#include "transaction/Changes.h"
+
+namespace Kes {
+
+void rememberReference(Changes& changes, Instance* owner, OneAssociatedInstance& ref,
+                       const Association* association, const String& role);
+void rememberMember(Changes& changes, Instance* owner, ManyAssociatedInstances& ref,
+                    Instance* member, bool added);
+
+/// A many-to-many link goes with both of its ends, without an action of its own.
+void rememberLostLink(Changes& changes, Instance* owner, Instance* member, Association* association,
+                      const String& role);
+
+void revertReferences(const Changes& changes);
+
+/// The collections that links have changed are read again when they are asked
+/// for.
+void unfetchCollections(const Changes& changes);
+
+/// The transaction is over: no reference is touched by it any more.
+void untouchReferences(const Changes& changes) noexcept;
+
+}  // namespace Kes
