@@ -1,4 +1,4 @@
-// When to stop trying for a while what was in vain.
+// Exponential back-off for an optimisation that keeps failing.
 
 #pragma once
 

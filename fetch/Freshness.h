@@ -1,5 +1,6 @@
-// How long what was read ahead stands for what would be read now.
+// Validity of what was prefetched: how long it stands for what would be read now.
 //
+// What was read ahead is indistinguishable from what is read on demand.
 // It must not be older than anything that the application may know of. So it
 // ends with every other statement for the application and at each border of a
 // transaction, with the end of any commit in this process, and when a read that

@@ -1,5 +1,5 @@
-// Keeping the two sides of a link in step in memory when a load shows that
-// somebody else has changed it.
+// Bidirectional links: keeps their two sides in step in memory when a load shows
+// that somebody else has changed one.
 //
 // The row of an object says whose partner it is. When it is loaded, and says
 // something else than a partner that is in memory already, the partner follows:

@@ -1,5 +1,5 @@
-// Collections that were loaded together with a sibling's, until they are asked
-// for.
+// Prefetched collections: those that were loaded together with a sibling's, until
+// they are asked for.
 //
 // They are forgotten as soon as the application talks to the database in any
 // other way, and not used any more when they no longer stand for what would be

@@ -1,4 +1,4 @@
-// Loading references of siblings together.
+// Lazy loading of references, with batch fetching: those of siblings together.
 //
 // Objects that one selection delivered are mostly worked on alike: whoever
 // reads a reference of the first will read it of the second. So objects are

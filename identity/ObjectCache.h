@@ -1,4 +1,4 @@
-// The objects of a model: each stored object once in memory.
+// Identity map: the objects of a model, each stored object once in memory.
 //
 // Instances are freed by mark and sweep. The roots are the registered pointers
 // and everything that the pending transaction mentions; marks spread through

@@ -1,4 +1,4 @@
-// Instances by object id.
+// Hash table of the identity map: instances by object id.
 //
 // Open addressing with linear probing, at most half full; a removal moves the
 // entries behind it up, so there are no marks to clean.

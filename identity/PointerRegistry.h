@@ -1,4 +1,5 @@
-// The registered pointers of a model, in the order of their registration.
+// Registry of the pointers that keep a model's instances alive: the roots of its
+// collection, in the order of their registration.
 //
 // A ring through the pointers themselves: registering and unregistering touch
 // two neighbours and allocate nothing.

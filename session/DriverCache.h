@@ -1,4 +1,5 @@
-// A driver that outlived its model's session.
+// Connection pool: a driver that outlived its model's session waits for the next
+// model that is opened with the same texts.
 
 #pragma once
 

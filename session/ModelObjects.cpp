@@ -18,7 +18,7 @@
 #include "identity/ObjectCache.h"
 #include "object/InstanceState.h"
 #include "query/DriverDoor.h"
-#include "transaction/FieldImage.h"
+#include "transaction/Snapshot.h"
 #include "transaction/UnitOfWork.h"
 
 namespace Kes {

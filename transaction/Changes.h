@@ -1,4 +1,4 @@
-// What a transaction knows of its changes: the data of the unit of work.
+// The data of the unit of work: what a transaction knows of its changes.
 //
 // A change is an entry of one list; an instance knows the position of its own
 // entry, so recording the n-th change looks at none of the others. What links
@@ -19,8 +19,8 @@
 #include <kes/Instance.h>
 
 #include "object/InstanceState.h"
-#include "transaction/FieldImage.h"
 #include "transaction/LinkIndex.h"
+#include "transaction/Snapshot.h"
 
 namespace Kes {
 
@@ -45,7 +45,7 @@ struct Action {
     Instance* first;
     Instance* second = nullptr;          // of links
     Association* association = nullptr;  // of links
-    FieldImage image = nullptr;          // of updates and removals: the stored fields
+    Snapshot snapshot = nullptr;         // of updates and removals: the stored fields
     std::uint64_t digest = 0;            // of updates and adds: what `first` had before
     unsigned long firstVersion = 0;      // before the driver heard of it
     unsigned long secondVersion = 0;
@@ -75,7 +75,7 @@ struct Changes {
     using Actions = std::deque<Action>;
 
     Actions pending;
-    ImageStore images;  // the snapshots that the actions name
+    SnapshotStore snapshots;  // the snapshots that the actions name
     std::vector<Remembered> journal;
     LinkIndex links;
 
@@ -112,7 +112,7 @@ struct Changes {
 
     /// All but the pending actions and what was refused.
     void clearRecords() noexcept {
-        images.clear();
+        snapshots.clear();
         journal.clear();
         links.clear();
         raised.clear();

@@ -66,9 +66,9 @@ bool Commit::apply(Action& action, const DriverDoor::Passage& driver, String& fa
 bool Commit::applyUpdate(Action& action, const DriverDoor::Passage& driver, String& failure) {
     Instance* first = action.first;
     first->nextVersion();
-    if (action.image != nullptr) {
+    if (action.snapshot != nullptr) {
         changed.clear();
-        changes.images.compare(action.image, first, changed);
+        changes.snapshots.compare(action.snapshot, first, changed);
         updating = first;
     }
     InstanceState::setFingerprint(first, digestFields(first));

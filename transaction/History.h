@@ -1,7 +1,7 @@
-// What committed transactions did, for undo and redo.
+// Undo log: what committed transactions did, for undo and redo.
 //
 // Steps name objects by their ids and hold no instance, so the history keeps
-// nothing in memory but itself. The images of a commit move into its entry as
+// nothing in memory but itself. The snapshots of a commit move into its entry as
 // they are; nothing is copied.
 
 #pragma once
@@ -13,7 +13,7 @@
 
 #include <kes/Forward.h>
 
-#include "transaction/FieldImage.h"
+#include "transaction/Snapshot.h"
 
 namespace Kes {
 
@@ -37,13 +37,13 @@ struct Step {
     std::uint64_t digest = 0;            // of the object's stored fields afterwards
     unsigned long other = 0;             // Pointed: the partner before; links: the other end
     unsigned long after = 0;             // Pointed: the partner; Removed: the version
-    FieldImage image = nullptr;          // Changed, Removed: the fields before
+    Snapshot snapshot = nullptr;         // Changed, Removed: the fields before
 };
 
 /// What one commit did.
 struct CommittedSteps {
     std::vector<Step> steps;
-    ImageStore images;
+    SnapshotStore snapshots;
 };
 
 class History {

@@ -1,4 +1,4 @@
-// The pending links by instance.
+// Index of the pending links by instance.
 //
 // Needed only when a reference is loaded while links are pending, so it is made
 // then, and brought up to date with the links that came since.

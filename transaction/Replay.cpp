@@ -96,7 +96,7 @@ void Replay::reverse(const CommittedSteps& commit) {
     knownEnds.clear();
     for (const Step& step : steps)
         if (step.kind == Step::Removed)
-            revive(step, commit.images);
+            revive(step, commit.snapshots);
     for (const Step& step : steps)
         if (step.kind != Step::Removed)
             check(step);
@@ -107,7 +107,7 @@ void Replay::reverse(const CommittedSteps& commit) {
     };
     for (auto step = steps.rbegin(); step != steps.rend(); ++step)
         if (step->kind == Step::Changed)
-            restore(*step, commit.images);
+            restore(*step, commit.snapshots);
     backwards([](const Step& s) { return s.kind == Step::Pointed && isOneToOne(s.association); },
               &Replay::unpair);
     backwards([](const Step& s) { return s.kind == Step::Pointed; }, &Replay::point);
@@ -232,11 +232,11 @@ bool Replay::isStored(Instance* reading) {
 
 // --- reversing ---
 
-void Replay::revive(const Step& step, const ImageStore& images) {
+void Replay::revive(const Step& step, const SnapshotStore& snapshots) {
     Instance* object = ModelGate::objects(model).get(step.id);
     if (object != nullptr && !object->isRemoved())
         throw Conflict{};
-    if (step.image == nullptr || readStored(step.id, step.cls) != nullptr)
+    if (step.snapshot == nullptr || readStored(step.id, step.cls) != nullptr)
         throw Conflict{};
     if (object == nullptr) {
         object = step.cls->getDummy();
@@ -247,21 +247,21 @@ void Replay::revive(const Step& step, const ImageStore& images) {
     pin(object);
     ReferenceEmptier empty(changes, object);
     walkFields(object, empty);
-    images.restore(step.image, object);
+    snapshots.restore(step.snapshot, object);
     InstanceState::setVersion(object, step.after);
     object->setRemoved(false);
     transactions.recordRestored(object);
     revived.insert(object);
 }
 
-void Replay::restore(const Step& step, const ImageStore& images) {
-    if (step.image == nullptr)
+void Replay::restore(const Step& step, const SnapshotStore& snapshots) {
+    if (step.snapshot == nullptr)
         throw Conflict{};
     Instance* object = find(step.id, step.cls);
     transactions.recordUpdate(object);
     if (!object->inTransaction())
         throw Abandoned{};
-    images.restore(step.image, object);
+    snapshots.restore(step.snapshot, object);
 }
 
 void Replay::unpair(const Step& step) {

@@ -1,4 +1,4 @@
-// Working a record of the history off: recording the actions that reverse it.
+// Replay of the undo log: records the actions that reverse one of its records.
 //
 // All objects that a commit touched are compared with what the steps remember
 // before anything is changed in memory. Then the reversal goes the way that an
@@ -63,8 +63,8 @@ private:
     Instance* pin(Instance* object);
 
     // Reversing.
-    void revive(const Step& step, const ImageStore& images);
-    void restore(const Step& step, const ImageStore& images);
+    void revive(const Step& step, const SnapshotStore& snapshots);
+    void restore(const Step& step, const SnapshotStore& snapshots);
     void unpair(const Step& step);
     void point(const Step& step);
     void relink(const Step& step);

@@ -34,8 +34,8 @@ void revertAction(const Model* model, const Changes& changes, const Action& acti
         first->setRemoved(false);
         if (action.digest != 0)
             InstanceState::setFingerprint(first, action.digest);
-        if (action.image != nullptr)
-            restoreFields(changes, action.image, first);
+        if (action.snapshot != nullptr)
+            restoreFields(changes, action.snapshot, first);
         break;
     case Action::Remove: first->setRemoved(false); break;
     case Action::Link:

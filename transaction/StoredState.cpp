@@ -23,15 +23,15 @@ namespace Kes {
 
 namespace {
 
-// Of an instance whose change was changes.refused, until it is read again. Databases
+// Of an instance whose change was refused, until it is read again. Databases
 // hold the number and the one behind it.
 constexpr unsigned long UnknownVersion = std::numeric_limits<std::int64_t>::max() - 1;
 
-// Takes the image of an instance that shows what is stored.
-bool takeUnassigned(Changes& changes, Instance* instance, FieldImage& image) {
+// Takes the snapshot of an instance that shows what is stored.
+bool takeUnassigned(Changes& changes, Instance* instance, Snapshot& snapshot) {
     if (isUnknown(instance) || digestFields(instance) != InstanceState::fingerprint(instance))
         return false;
-    image = changes.images.take(instance);
+    snapshot = changes.snapshots.take(instance);
     return true;
 }
 
@@ -62,12 +62,12 @@ bool isUnknown(const Instance* instance) {
     return instance->getVersion() == UnknownVersion;
 }
 
-// False when what is stored cannot be told, which was raised. The image stays
+// False when what is stored cannot be told, which was raised. The snapshot stays
 // null when it is not the state that the instance was read with: the driver is
 // going to refuse the change.
 bool takeForUpdate(const Model* model, Changes& changes, Instance* instance, const char* operation,
-                   FieldImage& image) {
-    if (takeUnassigned(changes, instance, image))
+                   Snapshot& snapshot) {
+    if (takeUnassigned(changes, instance, snapshot))
         return true;
 
     // Refused until the contrary is certain: what is raised may throw.
@@ -83,7 +83,7 @@ bool takeForUpdate(const Model* model, Changes& changes, Instance* instance, con
             digestFields(reading.get()) == InstanceState::fingerprint(instance))
             version = reading->getVersion();
         if (version == reading->getVersion())
-            image = changes.images.take(reading.get());
+            snapshot = changes.snapshots.take(reading.get());
     }
     InstanceState::setVersion(instance, version);
     changes.refused.pop_back();
@@ -95,14 +95,14 @@ void refuse(Changes& changes, Instance* instance) {
     InstanceState::setVersion(instance, UnknownVersion);
 }
 
-void takeForRemoval(const Model* model, Changes& changes, Instance* instance, FieldImage& image) {
-    if (takeUnassigned(changes, instance, image))
+void takeForRemoval(const Model* model, Changes& changes, Instance* instance, Snapshot& snapshot) {
+    if (takeUnassigned(changes, instance, snapshot))
         return;
     const std::unique_ptr<Instance> reading(instance->getClass()->getDummy());
     reading->setObjectID(instance->getObjectID());
     if (readStored(model, reading.get(), "Model::remove") == Stored::Found &&
         reading->getVersion() == instance->getVersion())
-        image = changes.images.take(reading.get());
+        snapshot = changes.snapshots.take(reading.get());
 }
 
 // The driver fills an object that the model does not know with what is stored
@@ -146,9 +146,9 @@ bool hasRefused(const Changes& changes, String& failure) {
 }
 
 // An instance whose fields could not all be put back shows nothing stored.
-void restoreFields(const Changes& changes, FieldImage image, Instance* instance) {
+void restoreFields(const Changes& changes, Snapshot snapshot, Instance* instance) {
     try {
-        changes.images.restore(image, instance);
+        changes.snapshots.restore(snapshot, instance);
     } catch (...) {
         InstanceState::setVersion(instance, UnknownVersion);
         throw;

@@ -29,10 +29,10 @@ Stored readStored(const Model* model, Instance* reading, const char* operation);
 /// null when it is not the state that the instance was read with: the driver is
 /// going to refuse the change.
 bool takeForUpdate(const Model* model, Changes& changes, Instance* instance, const char* operation,
-                   FieldImage& image);
+                   Snapshot& snapshot);
 
 /// Null where it is not the state that the instance was read with.
-void takeForRemoval(const Model* model, Changes& changes, Instance* instance, FieldImage& image);
+void takeForRemoval(const Model* model, Changes& changes, Instance* instance, Snapshot& snapshot);
 
 /// The change of the instance is refused until it is read again.
 void refuse(Changes& changes, Instance* instance);
@@ -43,7 +43,7 @@ bool hasRefused(const Changes& changes, String& failure);
 
 /// Assigns the snapshot. An instance whose fields could not all be put back shows
 /// nothing stored.
-void restoreFields(const Changes& changes, FieldImage image, Instance* instance);
+void restoreFields(const Changes& changes, Snapshot snapshot, Instance* instance);
 
 /// What was assigned to refused instances goes too. One that cannot be read now
 /// either stays as it is, with the version that keeps it from being written.

@@ -59,10 +59,10 @@ private:
     void write(const Action& action) {
         switch (action.kind) {
         case Action::Add: add(Step::Added, action.first); break;
-        case Action::Update: add(Step::Changed, action.first).image = action.image; break;
+        case Action::Update: add(Step::Changed, action.first).snapshot = action.snapshot; break;
         case Action::Remove: {
             Step& step = add(Step::Removed, action.first);
-            step.image = action.image;
+            step.snapshot = action.snapshot;
             step.after = action.first->getVersion();
             break;
         }

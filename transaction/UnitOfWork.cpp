@@ -56,9 +56,9 @@ void UnitOfWork::recordUpdate(Instance* instance) {
     if (changes.find(instance) != nullptr)
         return;
     try {
-        FieldImage image = nullptr;
-        if (takeForUpdate(model, changes, instance, "Model::update", image))
-            recordUpdate(instance, image);
+        Snapshot snapshot = nullptr;
+        if (takeForUpdate(model, changes, instance, "Model::update", snapshot))
+            recordUpdate(instance, snapshot);
     } catch (...) {
         // What was assigned may be in memory already.
         if (changes.find(instance) == nullptr && !isUnknown(instance))
@@ -67,16 +67,16 @@ void UnitOfWork::recordUpdate(Instance* instance) {
     }
 }
 
-void UnitOfWork::recordUpdate(Instance* instance, FieldImage image) {
+void UnitOfWork::recordUpdate(Instance* instance, Snapshot snapshot) {
     Action& action = record(Action::Update, instance);
-    action.image = image;
+    action.snapshot = snapshot;
     action.digest = InstanceState::fingerprint(instance);
     InstanceState::setEntry(instance, changes.pending.size());
     instance->setInTransaction(true);
 }
 
 void UnitOfWork::recordRemove(Instance* instance) {
-    FieldImage image = nullptr;
+    Snapshot snapshot = nullptr;
     if (Action* known = entryOf(instance)) {
         Action& entry = *known;
         if (entry.kind == Action::Add) {
@@ -86,13 +86,13 @@ void UnitOfWork::recordRemove(Instance* instance) {
         }
         if (entry.kind == Action::Remove || entry.kind == Action::Dropped)
             return;
-        image = entry.image;
+        snapshot = entry.snapshot;
         entry.kind = Action::Superseded;
     }
-    // Without an image it can be removed, though not brought back.
-    if (image == nullptr && history.isKept())
-        takeForRemoval(model, changes, instance, image);
-    record(Action::Remove, instance).image = image;
+    // Without a snapshot it can be removed, though not brought back.
+    if (snapshot == nullptr && history.isKept())
+        takeForRemoval(model, changes, instance, snapshot);
+    record(Action::Remove, instance).snapshot = snapshot;
     InstanceState::setEntry(instance, changes.pending.size());
     instance->setInTransaction(true);
 }
@@ -116,12 +116,12 @@ bool UnitOfWork::recordRevival(Instance* instance) {
     }
     if (entry.kind != Action::Remove)
         return false;
-    FieldImage image = std::exchange(entry.image, nullptr);
-    if (image == nullptr && !takeForUpdate(model, changes, instance, "Model::add", image))
+    Snapshot snapshot = std::exchange(entry.snapshot, nullptr);
+    if (snapshot == nullptr && !takeForUpdate(model, changes, instance, "Model::add", snapshot))
         return true;
     entry.kind = Action::Superseded;
     instance->setRemoved(false);
-    recordUpdate(instance, image);
+    recordUpdate(instance, snapshot);
     return true;
 }
 
@@ -284,7 +284,7 @@ void UnitOfWork::settleHistory(Commit& done) noexcept {
     History::Draft& draft = done.draft;
     ModelGate::objects(model).lose(done.losses);
     if (!draft.steps().steps.empty())
-        draft.steps().images = std::move(changes.images);
+        draft.steps().snapshots = std::move(changes.snapshots);
     if (turning)
         history.turn(*turning, draft);
     else

@@ -100,7 +100,7 @@ public:
 private:
     Action& record(Action::Kind kind, Instance* first);
     Action* entryOf(const Instance* instance);
-    void recordUpdate(Instance* instance, FieldImage image);
+    void recordUpdate(Instance* instance, Snapshot snapshot);
     void giveUp(String failure, const std::exception_ptr& told);
     std::exception_ptr takeBack(bool mayBeStored = false);
     bool keepsSteps() const;

@@ -22,7 +22,7 @@ std::string faultOf(double value) {
     return "";
 }
 
-void FieldBinder::start(Statement& target, const ClassTable& itsTable, Instance* instance,
+void FieldBinder::start(Statement& target, const TableMapping& itsTable, Instance* instance,
                         const std::vector<LinkValue>& itsLinks, int first) {
     statement = &target;
     table = &itsTable;
@@ -39,7 +39,7 @@ void FieldBinder::start(Statement& target, const ClassTable& itsTable, Instance*
     checkBytes();
 }
 
-void FieldBinder::bindAll(Statement& target, const ClassTable& itsTable, Instance* instance,
+void FieldBinder::bindAll(Statement& target, const TableMapping& itsTable, Instance* instance,
                           const std::vector<LinkValue>& itsLinks, int first) {
     set = nullptr;
     start(target, itsTable, instance, itsLinks, first);
@@ -52,7 +52,7 @@ void FieldBinder::bindAll(Statement& target, const ClassTable& itsTable, Instanc
                          "same ones each time");
 }
 
-int FieldBinder::bindSome(Statement& target, const ClassTable& itsTable, Instance* instance,
+int FieldBinder::bindSome(Statement& target, const TableMapping& itsTable, Instance* instance,
                           const std::vector<LinkValue>& itsLinks, const ColumnSet& itsSet) {
     set = &itsSet;
     start(target, itsTable, instance, itsLinks, 0);

@@ -1,4 +1,4 @@
-// Binding an instance's fields to the parameters of a statement.
+// Data mapper: binds an instance's fields to the parameters of a statement.
 
 #pragma once
 
@@ -8,7 +8,7 @@
 
 #include <kes/Handler.h>
 
-#include "drivers/common/ClassTable.h"
+#include "drivers/common/TableMapping.h"
 #include "drivers/common/TextForms.h"
 
 namespace Kes::sql {
@@ -35,13 +35,13 @@ public:
     /// All columns, in order, to the parameters from `first` on; the values are
     /// good until a row is bound to parameter 0. References come from the links,
     /// else from what the instance holds in memory.
-    void bindAll(Statement& target, const ClassTable& itsTable, Instance* instance,
+    void bindAll(Statement& target, const TableMapping& itsTable, Instance* instance,
                  const std::vector<LinkValue>& itsLinks, int first = 0);
 
     /// The columns of the set, in order, one parameter each; of one that is
     /// dissolved the partner that it may lead to. Returns the number of
     /// parameters.
-    int bindSome(Statement& target, const ClassTable& itsTable, Instance* instance,
+    int bindSome(Statement& target, const TableMapping& itsTable, Instance* instance,
                  const std::vector<LinkValue>& itsLinks, const ColumnSet& itsSet);
 
     void handleULong(const String& name, unsigned long& value) override;
@@ -61,7 +61,7 @@ public:
                               ManyAssociatedInstances* ref) override;
 
 private:
-    void start(Statement& target, const ClassTable& itsTable, Instance* instance,
+    void start(Statement& target, const TableMapping& itsTable, Instance* instance,
                const std::vector<LinkValue>& itsLinks, int first);
 
     // The parameter for the next column, or -1 when it is not wanted.
@@ -76,7 +76,7 @@ private:
     const Dialect& dialect;
     const Connection& connection;
     Statement* statement = nullptr;
-    const ClassTable* table = nullptr;
+    const TableMapping* table = nullptr;
     const Instance* bound = nullptr;
     const std::vector<LinkValue>* links = nullptr;
     const ColumnSet* set = nullptr;  // null for all columns

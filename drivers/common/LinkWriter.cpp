@@ -28,7 +28,7 @@ void LinkWriter::emptyTaken() {
         for (const auto& [partner, taker] : taken)
             partners.push_back(static_cast<std::int64_t>(partner));
         std::sort(partners.begin(), partners.end());
-        for (Class* holder : Tables::concreteClasses(association->getClassFor(role))) {
+        for (Class* holder : ModelMapping::concreteClasses(association->getClassFor(role))) {
             std::vector<StoredReference> found = readReferences(holder, role, partners);
             std::erase_if(found, [&](const StoredReference& each) {
                 return taken.at(each.partner)->getObjectID() == each.id;
@@ -44,8 +44,8 @@ void LinkWriter::emptyTaken() {
 // on.
 std::vector<LinkWriter::StoredReference> LinkWriter::readReferences(
     Class* holder, const String& role, const std::vector<std::int64_t>& partners) {
-    const ClassTable& table = tables.of(holder);
-    const std::string id = table.column(ClassTable::IdColumn);
+    const TableMapping& table = tables.of(holder);
+    const std::string id = table.column(TableMapping::IdColumn);
     const std::string column = dialect.quote(static_cast<const char*>(role));
     std::vector<StoredReference> found;
     for (std::size_t begin = 0; begin < partners.size(); begin += IdList::Longest) {
@@ -84,12 +84,12 @@ void LinkWriter::emptyRows(Class* holder, Association* association, const String
 void LinkWriter::postEmptied(Class* holder, const String& role,
                              const std::vector<std::int64_t>& ids, bool raising,
                              std::size_t ticket) {
-    const ClassTable& table = tables.of(holder);
-    const std::string version = table.column(ClassTable::VersionColumn);
+    const TableMapping& table = tables.of(holder);
+    const std::string version = table.column(TableMapping::VersionColumn);
     const std::string change = "UPDATE " + table.table() + " SET " +
                                dialect.quote(static_cast<const char*>(role)) + " = NULL" +
                                (raising ? ", " + version + " = " + version + " + 1" : "") +
-                               " WHERE " + table.column(ClassTable::IdColumn) + " IN ";
+                               " WHERE " + table.column(TableMapping::IdColumn) + " IN ";
     for (std::size_t begin = 0; begin < ids.size(); begin += IdList::Longest) {
         const IdList list(ids, begin, IdList::Longest);
         Statement& statement = statements.keep(change + list.text());
@@ -104,11 +104,11 @@ void LinkWriter::dissolveApart() {
         const WriteQueue::Operation& row = queue[each.position];
         if (row.kind != WriteQueue::Kind::Update)
             continue;
-        const ClassTable& table = tables.of(row.instance->getClass());
+        const TableMapping& table = tables.of(row.instance->getClass());
         const std::string column = table.column(each.column);
         Statement& statement =
             statements.keep("UPDATE " + table.table() + " SET " + column + " = NULL WHERE " +
-                            table.column(ClassTable::IdColumn) + " = ? AND " + column + " = ?");
+                            table.column(TableMapping::IdColumn) + " = ? AND " + column + " = ?");
         statement.bind(0, static_cast<std::int64_t>(row.instance->getObjectID()));
         statement.bind(1, each.partner);
         statement.post(each.position, 0);

@@ -24,7 +24,7 @@ namespace Kes::sql {
 
 class LinkWriter {
 public:
-    LinkWriter(WriteQueue& itsQueue, Tables& itsTables, StatementCache& itsStatements,
+    LinkWriter(WriteQueue& itsQueue, ModelMapping& itsTables, StatementCache& itsStatements,
                const Dialect& itsDialect, Connection& itsConnection)
         : queue(itsQueue),
           tables(itsTables),
@@ -66,7 +66,7 @@ private:
     void keepLastOfPairs(std::vector<std::size_t>& order) const;
 
     WriteQueue& queue;
-    Tables& tables;
+    ModelMapping& tables;
     StatementCache& statements;
     const Dialect& dialect;
     Connection& connection;

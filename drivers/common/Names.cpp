@@ -21,7 +21,7 @@ std::string trimmed(const std::string& text) {
                                       : text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
-std::string knownColumns(const ClassTable& table) {
+std::string knownColumns(const TableMapping& table) {
     std::string known;
     for (const Column& column : table.columns())
         known += (known.empty() ? "" : ", ") + column.name;
@@ -29,7 +29,7 @@ std::string knownColumns(const ClassTable& table) {
 }
 
 // The columns that a declared list names.
-std::vector<std::string> parse(const ClassTable& table, const std::string& list) {
+std::vector<std::string> parse(const TableMapping& table, const std::string& list) {
     if (table.find(list) >= 0)
         return {list};
     std::vector<std::string> columns;
@@ -61,7 +61,7 @@ std::string digestOf(const std::string& name) {
 
 }  // namespace
 
-std::vector<IndexPlan> Names::indexesOf(const ClassTable& table) {
+std::vector<IndexPlan> Names::indexesOf(const TableMapping& table) {
     std::vector<IndexPlan> plans;
     for (const Column& column : table.columns())
         if (column.kind == FieldKind::Reference)
@@ -108,7 +108,7 @@ void Names::claim(const std::string& name, const std::string& owner) {
                          " to the database; rename one of them");
 }
 
-void Names::checkColumns(const ClassTable& table) {
+void Names::checkColumns(const TableMapping& table) {
     std::map<std::string, std::string> seen;
     const bool hasView = table.getClass()->getSubClasses().size() > 0;
     for (const Column& column : table.columns()) {
@@ -134,7 +134,7 @@ void Names::checkColumns(const ClassTable& table) {
 void Names::checkAssociation(const Association& association) {
     const std::string name = textOf(association.getName());
     const std::string owner = "the association " + name;
-    if (Tables::isManyToMany(&association)) {
+    if (ModelMapping::isManyToMany(&association)) {
         checkOwner(name, owner);
         claim(name, owner);
     }
@@ -150,7 +150,7 @@ void Names::checkAssociation(const Association& association) {
                          textOf(association.getOneRole()) + "\"; rename one of them");
 }
 
-void Names::check(const Model& model, Tables& tables) {
+void Names::check(const Model& model, ModelMapping& tables) {
     owners.clear();
     for (Class* cls : model.getDeclaredClasses()) {
         const std::string name = textOf(cls->getName());
@@ -161,8 +161,8 @@ void Names::check(const Model& model, Tables& tables) {
                              " is not possible: " + fault);
         checkOwner(name, owner);
         if (cls->getSubClasses().size() > 0)
-            claim(ClassTable::viewName(cls), "the view of " + owner);
-        const ClassTable& table = tables.of(cls);
+            claim(TableMapping::viewName(cls), "the view of " + owner);
+        const TableMapping& table = tables.of(cls);
         checkColumns(table);
         if (cls->isAbstract()) {
             indexesOf(table);

@@ -12,7 +12,7 @@
 
 #include <kes/Model.h>
 
-#include "drivers/common/Tables.h"
+#include "drivers/common/ModelMapping.h"
 
 namespace Kes::sql {
 
@@ -28,12 +28,12 @@ public:
     explicit Names(const Dialect& itsDialect) : dialect(itsDialect) {}
 
     /// Throws SqlFailure when some name of the model is not possible.
-    void check(const Model& model, Tables& tables);
+    void check(const Model& model, ModelMapping& tables);
 
     /// The indexes of a class's table: one per one-reference, then the declared
     /// ones, inherited ones included. Throws SqlFailure for a list that does
     /// not fit the class.
-    static std::vector<IndexPlan> indexesOf(const ClassTable& table);
+    static std::vector<IndexPlan> indexesOf(const TableMapping& table);
 
     /// The name, which no class or association can have, of the index on the
     /// second column of a link table.
@@ -45,7 +45,7 @@ public:
 private:
     void checkOwner(const std::string& name, const std::string& owner) const;
     void claim(const std::string& name, const std::string& owner);
-    void checkColumns(const ClassTable& table);
+    void checkColumns(const TableMapping& table);
     void checkAssociation(const Association& association);
 
     const Dialect& dialect;

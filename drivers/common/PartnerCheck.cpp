@@ -40,8 +40,8 @@ void PartnerCheck::run() {
 }
 
 void PartnerCheck::check(Class* cls, const std::vector<std::int64_t>& ids) {
-    const ClassTable& table = tables.of(cls);
-    const std::string id = table.column(ClassTable::IdColumn);
+    const TableMapping& table = tables.of(cls);
+    const std::string id = table.column(TableMapping::IdColumn);
     for (std::size_t begin = 0; begin < ids.size(); begin += IdList::Longest) {
         const IdList list(ids, begin, IdList::Longest);
         const std::string where = " WHERE " + id + " IN " + list.text();
@@ -53,7 +53,7 @@ void PartnerCheck::check(Class* cls, const std::vector<std::int64_t>& ids) {
         }
         // With the version, so that no index answers and is locked alone.
         Statement& asking =
-            statements.keep("SELECT " + id + ", " + table.column(ClassTable::VersionColumn) +
+            statements.keep("SELECT " + id + ", " + table.column(TableMapping::VersionColumn) +
                             " FROM " + table.table() + where + dialect.sharedLock());
         list.bindTo(asking);
         std::vector<std::int64_t> stored;

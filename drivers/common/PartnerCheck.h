@@ -16,7 +16,7 @@ namespace Kes::sql {
 
 class PartnerCheck {
 public:
-    PartnerCheck(const WriteQueue& itsQueue, Tables& itsTables, StatementCache& itsStatements,
+    PartnerCheck(const WriteQueue& itsQueue, ModelMapping& itsTables, StatementCache& itsStatements,
                  const Dialect& itsDialect)
         : queue(itsQueue),
           tables(itsTables),
@@ -31,7 +31,7 @@ private:
     [[noreturn]] void failOnPartner(std::int64_t id) const;
 
     const WriteQueue& queue;
-    Tables& tables;
+    ModelMapping& tables;
     StatementCache& statements;
     const Dialect& dialect;
 };

@@ -18,7 +18,7 @@ namespace Kes::sql {
 
 class QueueWriter {
 public:
-    QueueWriter(WriteQueue& itsQueue, Tables& itsTables, StatementCache& statements,
+    QueueWriter(WriteQueue& itsQueue, ModelMapping& itsTables, StatementCache& statements,
                 const Dialect& dialect, Connection& itsConnection)
         : queue(itsQueue),
           tables(itsTables),
@@ -44,7 +44,7 @@ private:
     std::string explainVersion(const WriteQueue::Operation& operation);
 
     WriteQueue& queue;
-    Tables& tables;
+    ModelMapping& tables;
     Connection& connection;
     PartnerCheck partners;
     LinkWriter links;

@@ -35,7 +35,7 @@ public:
     void set(Instance* instance) { instance->Instance::handle(this); }
 
     void handleULong(const String&, unsigned long& value) override {
-        if (position++ == ClassTable::VersionColumn)
+        if (position++ == TableMapping::VersionColumn)
             value = version;
     }
 
@@ -62,7 +62,7 @@ public:
             take(ones[taken++]);
         for (ManyAssociatedInstances* each : manies)
             each->setFetched(false);
-        VersionSetter(std::get<unsigned long>(values[ClassTable::VersionColumn])).set(instance);
+        VersionSetter(std::get<unsigned long>(values[TableMapping::VersionColumn])).set(instance);
     }
 
     // A handle that throws does so behind the fields that it has reported.
@@ -126,7 +126,7 @@ private:
     void exchange(T& value) {
         if (position >= limit)
             return;
-        if (position > ClassTable::VersionColumn)
+        if (position > TableMapping::VersionColumn)
             std::swap(value, std::get<T>(values[position]));
         ++position;
     }
@@ -142,18 +142,18 @@ private:
     std::vector<ManyAssociatedInstances*> manies;
 };
 
-void RowLoader::begin(Row& source, const ClassTable& itsTable) {
+void RowLoader::begin(Row& source, const TableMapping& itsTable) {
     row = &source;
     table = &itsTable;
     column = 0;
 }
 
-void RowLoader::load(Row& source, const ClassTable& itsTable, Instance* instance) {
+void RowLoader::load(Row& source, const TableMapping& itsTable, Instance* instance) {
     begin(source, itsTable);
     handleFields(instance, this);
 }
 
-void RowLoader::renew(Row& source, const ClassTable& itsTable, Instance* instance) {
+void RowLoader::renew(Row& source, const TableMapping& itsTable, Instance* instance) {
     begin(source, itsTable);
     values.clear();
     for (const Column& field : itsTable.columns())
@@ -201,7 +201,7 @@ RowLoader::Value RowLoader::read(const Column& field) {
 void RowLoader::refuse(const String& name, const char* wanted) const {
     throw SqlFailure("the stored value of the field " +
                      std::string(static_cast<const char*>(name)) + " of the " + table->name() +
-                     " object " + std::to_string(row->integer(ClassTable::IdColumn)) + " is no " +
+                     " object " + std::to_string(row->integer(TableMapping::IdColumn)) + " is no " +
                      wanted + "; mend the row in the database");
 }
 
@@ -220,7 +220,7 @@ void RowLoader::loadInteger(const String& name, T& value) {
 }
 
 void RowLoader::handleULong(const String& name, unsigned long& value) {
-    if (column == ClassTable::IdColumn && row->integer(column) == 0)
+    if (column == TableMapping::IdColumn && row->integer(column) == 0)
         refuse(name, "object id");
     loadInteger(name, value);
 }

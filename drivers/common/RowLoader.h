@@ -1,4 +1,7 @@
-// Filling instances from rows.
+// Data mapper: fills instances from rows.
+//
+// An object in memory shows one stored version in whole, or its own pending
+// changes.
 //
 // A new instance that cannot be filled is dropped. One that the program knows
 // shows one stored version in whole, whatever fails on the way: a value that is
@@ -16,7 +19,7 @@
 #include <kes/Handler.h>
 #include <kes/Timestamp.h>
 
-#include "drivers/common/ClassTable.h"
+#include "drivers/common/TableMapping.h"
 
 namespace Kes::sql {
 
@@ -26,12 +29,12 @@ namespace Kes::sql {
 class RowLoader final : public Handler {
 public:
     /// When it throws, some fields are loaded and others are not.
-    void load(Row& source, const ClassTable& itsTable, Instance* instance);
+    void load(Row& source, const TableMapping& itsTable, Instance* instance);
 
     /// The same for an instance in memory, which stays as it was when this
     /// throws, except that its collections may have gone back to unfetched.
     /// Hands it to Model::set when it is the one that the model has filed.
-    void renew(Row& source, const ClassTable& itsTable, Instance* instance);
+    void renew(Row& source, const TableMapping& itsTable, Instance* instance);
 
     void handleULong(const String& name, unsigned long& value) override;
     void handleLong(const String& name, long& value) override;
@@ -59,7 +62,7 @@ private:
     using Value = std::variant<unsigned long, long, String, int, unsigned int, bool, float, double,
                                Timestamp, Blob, Partner>;
 
-    void begin(Row& source, const ClassTable& itsTable);
+    void begin(Row& source, const TableMapping& itsTable);
     Value read(const Column& field);
     template <class T>
     Value read(void (RowLoader::*handle)(const String&, T&), const String& name);
@@ -70,7 +73,7 @@ private:
     [[noreturn]] void refuse(const String& name, const char* wanted) const;
 
     Row* row = nullptr;
-    const ClassTable* table = nullptr;
+    const TableMapping* table = nullptr;
     int column = 0;
     std::vector<Value> values;  // of the row that an instance in memory takes
 };

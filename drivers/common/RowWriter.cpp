@@ -93,8 +93,8 @@ void RowWriter::lockRows(std::vector<std::size_t> order) {
         std::size_t end = begin;
         for (; end < order.size() && queue[order[end]].instance->getClass() == cls; ++end)
             ids.push_back(static_cast<std::int64_t>(queue[order[end]].instance->getObjectID()));
-        const ClassTable& table = tables.of(cls);
-        const std::string id = table.column(ClassTable::IdColumn);
+        const TableMapping& table = tables.of(cls);
+        const std::string id = table.column(TableMapping::IdColumn);
         for (std::size_t at = 0; at < ids.size(); at += IdList::Longest) {
             const IdList list(ids, at, IdList::Longest);
             try {
@@ -130,7 +130,7 @@ void RowWriter::setAside(const std::vector<std::size_t>& updates) {
         const auto found = changing.find(row.instance->getClass());
         if (found == changing.end() || found->second.size() < 2)
             continue;
-        ClassTable& table = tables.of(row.instance->getClass());
+        TableMapping& table = tables.of(row.instance->getClass());
         const ColumnSet columns = table.movableOf(row.set);
         if (columns.empty())
             continue;
@@ -171,7 +171,7 @@ void RowWriter::postInserts() {
 }
 
 void RowWriter::postMany(const std::size_t* run, std::size_t count) {
-    ClassTable& table = tables.of(queue[*run].instance->getClass());
+    TableMapping& table = tables.of(queue[*run].instance->getClass());
     Statement& statement = table.insertMany();
     std::size_t at = 0;
     try {
@@ -209,7 +209,7 @@ void RowWriter::postInOrder(const std::vector<std::size_t>& order) {
 
 void RowWriter::postInsert(std::size_t position) {
     const WriteQueue::Operation& operation = queue[position];
-    ClassTable& table = tables.of(operation.instance->getClass());
+    TableMapping& table = tables.of(operation.instance->getClass());
     Statement& statement = table.insert();
     binder.bindAll(statement, table, operation.instance, operation.links);
     statement.post(position, 1);
@@ -218,7 +218,7 @@ void RowWriter::postInsert(std::size_t position) {
 
 void RowWriter::postUpdate(std::size_t position) {
     WriteQueue::Operation& operation = queue[position];
-    ClassTable& table = tables.of(operation.instance->getClass());
+    TableMapping& table = tables.of(operation.instance->getClass());
     const ColumnSet& set = queue.enterLinks(operation);
     Statement& statement = table.update(set);
     const int next = binder.bindSome(statement, table, operation.instance, operation.links, set);

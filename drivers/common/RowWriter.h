@@ -20,7 +20,7 @@ namespace Kes::sql {
 class RowWriter {
 public:
     /// All are borrowed for life, here and in the other parts of a QueueWriter.
-    RowWriter(WriteQueue& itsQueue, Tables& itsTables, StatementCache& itsStatements,
+    RowWriter(WriteQueue& itsQueue, ModelMapping& itsTables, StatementCache& itsStatements,
               const Dialect& itsDialect, Connection& itsConnection)
         : queue(itsQueue),
           tables(itsTables),
@@ -49,7 +49,7 @@ private:
     void postRemove(std::size_t position);
 
     WriteQueue& queue;
-    Tables& tables;
+    ModelMapping& tables;
     StatementCache& statements;
     const Dialect& dialect;
     Connection& connection;

@@ -26,7 +26,7 @@ std::uint64_t seed() {
 
 SpareValues::SpareValues() : random(seed()), turn(static_cast<std::uint32_t>(random())) {}
 
-int SpareValues::bind(Statement& statement, const ClassTable& table, const ColumnSet& columns,
+int SpareValues::bind(Statement& statement, const TableMapping& table, const ColumnSet& columns,
                       unsigned long id) {
     texts.clear();
     texts.reserve(table.columns().size());

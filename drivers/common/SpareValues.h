@@ -11,7 +11,7 @@
 #include <random>
 #include <string>
 
-#include "drivers/common/ClassTable.h"
+#include "drivers/common/TableMapping.h"
 
 namespace Kes::sql {
 
@@ -21,7 +21,7 @@ public:
 
     /// Binds a value for each column of the set, in order, to the parameters from
     /// 0 on, and returns the number of parameters. No two objects get the same.
-    int bind(Statement& statement, const ClassTable& table, const ColumnSet& columns,
+    int bind(Statement& statement, const TableMapping& table, const ColumnSet& columns,
              unsigned long id);
 
 private:

@@ -395,12 +395,12 @@ bool SqlDriver::refresh(Instance* instance) {
 }
 
 bool SqlDriver::refreshFrom(Instance* instance) {
-    ClassTable& table = session->tables.of(instance->getClass());
+    TableMapping& table = session->tables.of(instance->getClass());
     std::unique_ptr<Statement> reading = table.takeById();
     reading->bind(0, static_cast<std::int64_t>(instance->getObjectID()));
     const bool isStored = reading->step();
     const auto stored =
-        isStored ? static_cast<unsigned long>(reading->integer(ClassTable::VersionColumn)) : 0;
+        isStored ? static_cast<unsigned long>(reading->integer(TableMapping::VersionColumn)) : 0;
     status.code = !isStored                          ? DBDriverStatus::Removed
                   : stored == instance->getVersion() ? DBDriverStatus::Unchanged
                                                      : DBDriverStatus::Changed;
@@ -448,7 +448,8 @@ SelectionDefinition* SqlDriver::defineSelection(AssociatedClass* associatedClass
                 SqlTranslator translator(session->tables, *dialect);
                 definition = new SqlDefinition(
                     translator.render(*associatedClass),
-                    Tables::concreteClasses(associatedClass->getClass()).size(), ++definitions);
+                    ModelMapping::concreteClasses(associatedClass->getClass()).size(),
+                    ++definitions);
             });
     return definition;
 }

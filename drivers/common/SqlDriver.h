@@ -19,10 +19,10 @@
 #include "drivers/common/Dialect.h"
 #include "drivers/common/IdSource.h"
 #include "drivers/common/LinkRows.h"
+#include "drivers/common/ModelMapping.h"
 #include "drivers/common/QueueWriter.h"
 #include "drivers/common/RowLoader.h"
 #include "drivers/common/SqlSchema.h"
-#include "drivers/common/Tables.h"
 #include "drivers/common/WriteQueue.h"
 
 namespace Kes::sql {
@@ -109,7 +109,7 @@ private:
 
         std::unique_ptr<Connection> connection;
         StatementCache statements;
-        Tables tables;
+        ModelMapping tables;
         SqlSchema schema;
         WriteQueue queue;
         QueueWriter writer;

@@ -239,11 +239,12 @@ void SqlSchema::checkLinks(const Class* cls, const Association& association, con
     const std::string opposite = textOf(association.getAssociatedRole(role));
     const bool isTable = cls->getModel()->getClass(association.getName()) == nullptr &&
                          hasColumn(links, column) && hasColumn(links, opposite);
-    if (isTable && !Tables::isManyToMany(&association))
+    if (isTable && !ModelMapping::isManyToMany(&association))
         refuseLinks(association, column, links);
     if (association.getPluralityFor(role) == Association::One || !hasColumn(table, column))
         return;
-    for (const Class* holder : Tables::concreteClasses(association.getClassFor(opposite.c_str())))
+    for (const Class* holder :
+         ModelMapping::concreteClasses(association.getClassFor(opposite.c_str())))
         if (hasColumn(textOf(holder->getName()), opposite))
             return;
     refuseLinks(association, column, table);
@@ -289,7 +290,7 @@ void SqlSchema::beginStage() {
 
 void SqlSchema::dropViewsOf(const Class* cls) {
     for (const Class* at = cls; at != nullptr; at = at->getSuperClass())
-        connection.execute(dialect.dropView(dialect.quote(ClassTable::viewName(at))));
+        connection.execute(dialect.dropView(dialect.quote(TableMapping::viewName(at))));
 }
 
 void SqlSchema::beginClassUpdate(Class* cls) {
@@ -319,11 +320,11 @@ void SqlSchema::beginClassUpdate(Class* cls) {
 void SqlSchema::createClass(Class* cls) {
     if (isDone(cls))
         return;
-    const ClassTable& table = tables.of(cls);
+    const TableMapping& table = tables.of(cls);
     std::string list;
     for (std::size_t i = 0; i < table.columns().size(); ++i) {
         const Column& column = table.columns()[i];
-        const bool isId = i == ClassTable::IdColumn;
+        const bool isId = i == TableMapping::IdColumn;
         list += (i == 0 ? "" : ", ") + dialect.quote(column.name) + " " +
                 (isId ? dialect.idType() : dialect.typeOf(column.kind));
     }
@@ -334,7 +335,7 @@ void SqlSchema::createClass(Class* cls) {
 void SqlSchema::endClassUpdate(Class* cls) {
     if (isDone(cls))
         return;
-    const ClassTable& table = tables.of(cls);
+    const TableMapping& table = tables.of(cls);
     if (isReplaced(cls)) {
         SqlUpgrade(table, dialect, connection).moveRows(newName(cls), isStaging);
         if (!isStaging) {
@@ -345,7 +346,7 @@ void SqlSchema::endClassUpdate(Class* cls) {
     createIndexes(table, isStaging ? newName(cls) : table.table());
 }
 
-void SqlSchema::createIndexes(const ClassTable& table, const std::string& quotedName) {
+void SqlSchema::createIndexes(const TableMapping& table, const std::string& quotedName) {
     std::vector<IndexText> texts;
     for (const IndexPlan& index : Names::indexesOf(table)) {
         std::string columns;
@@ -364,12 +365,12 @@ void SqlSchema::createIndexes(const ClassTable& table, const std::string& quoted
 // All concrete rows of the hierarchy: the class's columns, and the name of the
 // concrete class.
 void SqlSchema::createView(Class* cls) {
-    const ClassTable& table = tables.of(cls);
+    const TableMapping& table = tables.of(cls);
     std::string list;
     for (const Column& column : table.columns())
         list += dialect.quote(column.name) + ", ";
     std::vector<std::string> parts;
-    for (const Class* concrete : Tables::concreteClasses(cls)) {
+    for (const Class* concrete : ModelMapping::concreteClasses(cls)) {
         const std::string name = textOf(concrete->getName());
         std::string literal;
         for (const char c : name)
@@ -383,7 +384,7 @@ void SqlSchema::createView(Class* cls) {
             none += (none.empty() ? "SELECT NULL AS " : ", NULL AS ") + dialect.quote(column.name);
         parts.push_back(none + ", NULL AS " + dialect.quote("KesClass") + " WHERE 1 = 0");
     }
-    const std::string view = dialect.quote(ClassTable::viewName(cls));
+    const std::string view = dialect.quote(TableMapping::viewName(cls));
     const std::string text = dialect.createView(view) + " AS " + unionOf(std::move(parts));
     if (connection.schemaStage() != nullptr) {
         waiting.push_back(text);
@@ -397,7 +398,8 @@ void SqlSchema::createView(Class* cls) {
 void SqlSchema::createAssociation(const Association* association) {
     const std::string name = textOf(association->getName());
     // Without a transaction around both, the index may be what is missing.
-    if (!Tables::isManyToMany(association) || (connection.schemaStage() == nullptr && exists(name)))
+    if (!ModelMapping::isManyToMany(association) ||
+        (connection.schemaStage() == nullptr && exists(name)))
         return;
     const std::string one = dialect.quote(textOf(association->getOneRole()));
     const std::string other = dialect.quote(textOf(association->getOtherRole()));

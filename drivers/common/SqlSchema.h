@@ -19,8 +19,8 @@
 #include <kes/Class.h>
 #include <kes/SchemaReader.h>
 
+#include "drivers/common/ModelMapping.h"
 #include "drivers/common/Names.h"
-#include "drivers/common/Tables.h"
 
 namespace Kes::sql {
 
@@ -29,7 +29,7 @@ public:
     /// The storage format that this driver reads and writes.
     static constexpr int Format = 1;
 
-    SqlSchema(Tables& itsTables, const Dialect& itsDialect, Connection& itsConnection)
+    SqlSchema(ModelMapping& itsTables, const Dialect& itsDialect, Connection& itsConnection)
         : tables(itsTables),
           dialect(itsDialect),
           connection(itsConnection) {}
@@ -82,12 +82,12 @@ private:
     std::string newName(const Class* cls);
     std::string freeName();
     void beginStage();
-    void createIndexes(const ClassTable& table, const std::string& quotedName);
+    void createIndexes(const TableMapping& table, const std::string& quotedName);
     void dropViewsOf(const Class* cls);
     void writeVersion(const Version& written);
     void writeRecords();
 
-    Tables& tables;
+    ModelMapping& tables;
     const Dialect& dialect;
     Connection& connection;
     std::unique_ptr<Statement> reading;  // a version; null until there is a table

@@ -13,7 +13,7 @@
 
 namespace Kes::sql {
 
-SqlSelection::SqlSelection(SqlDriver* itsDriver, ClassTable& itsTable,
+SqlSelection::SqlSelection(SqlDriver* itsDriver, TableMapping& itsTable,
                            std::shared_ptr<const QueryPlan> itsPlan)
     : driver(itsDriver),
       table(itsTable),
@@ -116,12 +116,12 @@ Instance* SqlSelection::getInstance() {
 
 // Held by `current` before the model hears of it: filing it may collect.
 void SqlSelection::materialise() {
-    const auto id = static_cast<unsigned long>(row().integer(ClassTable::IdColumn));
+    const auto id = static_cast<unsigned long>(row().integer(TableMapping::IdColumn));
     Class* cls = table.getClass();
     Model* model = cls->getModel();
     if (Instance* known = model->get(id)) {
         current = known;
-        const auto version = static_cast<unsigned long>(row().integer(ClassTable::VersionColumn));
+        const auto version = static_cast<unsigned long>(row().integer(TableMapping::VersionColumn));
         if (version > known->getVersion() && !model->isPending(known))
             driver->loader().renew(row(), table, known);
         return;

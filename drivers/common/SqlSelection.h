@@ -1,4 +1,7 @@
-// A cursor over the rows of one class.
+// Cursor over the rows of one class.
+//
+// All cursors of one selection show one state: the first statement of several is
+// executed within a snapshot that SqlDriver begins, and the last one ends it.
 
 #pragma once
 
@@ -9,10 +12,10 @@
 #include <kes/DBDriver.h>
 #include <kes/Pointer.h>
 
-#include "drivers/common/ClassTable.h"
 #include "drivers/common/QueryPlan.h"
 #include "drivers/common/RowBuffer.h"
 #include "drivers/common/SqlFailure.h"
+#include "drivers/common/TableMapping.h"
 
 namespace Kes::sql {
 
@@ -22,7 +25,7 @@ class SqlDriver;
 /// is settled, which takes its remaining rows aside.
 class SqlSelection final : public DBDriverSelection {
 public:
-    SqlSelection(SqlDriver* itsDriver, ClassTable& itsTable,
+    SqlSelection(SqlDriver* itsDriver, TableMapping& itsTable,
                  std::shared_ptr<const QueryPlan> itsPlan);
     SqlSelection(const SqlSelection&) = delete;
     SqlSelection& operator=(const SqlSelection&) = delete;
@@ -51,7 +54,7 @@ private:
     [[noreturn]] void raise(const SqlFailure& failure);
 
     SqlDriver* driver;  // null when finished
-    ClassTable& table;
+    TableMapping& table;
     std::shared_ptr<const QueryPlan> plan;
     StatementPool* home = nullptr;
     std::unique_ptr<Statement> statement;  // null when settled or finished

@@ -63,7 +63,7 @@ std::string SqlTranslator::order(AssociatedClass& selection) {
     std::string keys;
     for (const SortOrder* key : selection.getSortOrders()) {
         const std::string name = textOf(key->getAttribute().getName());
-        const ClassTable& table = *scopes.back().table;
+        const TableMapping& table = *scopes.back().table;
         const int position = table.find(name);
         if (position < 0)
             refuse("no field \"" + name + "\" to sort by");
@@ -171,7 +171,7 @@ std::string SqlTranslator::join(const std::vector<Piece>& pieces, std::size_t fr
 
 std::string SqlTranslator::column(const Attribute& attribute, Family family) {
     const std::string name = textOf(attribute.getName());
-    const ClassTable& table = *scopes.back().table;
+    const TableMapping& table = *scopes.back().table;
     const int position = table.find(name);
     if (position < 0)
         refuse("no field \"" + name + "\" for the condition to test");
@@ -282,7 +282,7 @@ SqlTranslator::End SqlTranslator::endOf(const Role& role) {
             dialect.quote(textOf(opposite)),
             association->getClassFor(opposite),
             association->getPluralityFor(role.getRole()) == Association::One,
-            Tables::isManyToMany(association)};
+            ModelMapping::isManyToMany(association)};
 }
 
 std::string SqlTranslator::idColumn() const {
@@ -345,7 +345,7 @@ void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
     const std::string alias = textOf(getNewAlias());
     if (associatedClass->getClass() == nullptr)
         throw SqlFailure("a nested selection has no class; give it one when it is made");
-    ClassTable& partners = tables.of(associatedClass->getClass());
+    TableMapping& partners = tables.of(associatedClass->getClass());
     if (!partners.getClass()->isA(end.partner) && !end.partner->isA(partners.getClass()))
         refuse("no partners of the class " + partners.name() + " in its role \"" +
                textOf(role->getRole()) + "\"");

@@ -9,8 +9,8 @@
 #include <kes/ConditionTranslator.h>
 #include <kes/Selection.h>
 
+#include "drivers/common/ModelMapping.h"
 #include "drivers/common/QueryPlan.h"
-#include "drivers/common/Tables.h"
 
 namespace Kes::sql {
 
@@ -19,7 +19,7 @@ namespace Kes::sql {
 /// that cannot be answered.
 class SqlTranslator final : public ConditionTranslator {
 public:
-    SqlTranslator(Tables& itsTables, const Dialect& itsDialect)
+    SqlTranslator(ModelMapping& itsTables, const Dialect& itsDialect)
         : tables(itsTables),
           dialect(itsDialect) {}
 
@@ -47,7 +47,7 @@ private:
     };
     // The class whose rows a condition is about, and their alias.
     struct Scope {
-        ClassTable* table;
+        TableMapping* table;
         std::string alias;
     };
     // What a role means in SQL.
@@ -77,7 +77,7 @@ private:
     std::string idIn(const std::string& subquery, bool equal) const;
     [[noreturn]] void refuse(const std::string& why) const;
 
-    Tables& tables;
+    ModelMapping& tables;
     const Dialect& dialect;
     std::vector<Scope> scopes;
     Piece current;

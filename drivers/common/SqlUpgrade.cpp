@@ -85,7 +85,7 @@ std::vector<SqlUpgrade::Kept> SqlUpgrade::keptColumns(std::string& list) {
         list += (kept.empty() ? "" : ", ") + dialect.quote(column);
         kept.push_back({static_cast<int>(kept.size()), target});
     }
-    if (kept.size() < 2 || kept.front().target != ClassTable::IdColumn)
+    if (kept.size() < 2 || kept.front().target != TableMapping::IdColumn)
         throw SqlFailure("the table " + name +
                          " exists and is none of the library's; rename it or the class");
     return kept;
@@ -132,7 +132,7 @@ void SqlUpgrade::moveRows(const std::string& quotedTarget, bool inSteps) {
 void SqlUpgrade::refuse(Row& row, const Kept& kept) const {
     throw SqlFailure("the field " + table.columns()[static_cast<std::size_t>(kept.target)].name +
                      " of the " + table.name() + " object " +
-                     std::to_string(row.integer(ClassTable::IdColumn)) + " holds " +
+                     std::to_string(row.integer(TableMapping::IdColumn)) + " holds " +
                      shown(row, kept.source) +
                      ", which the field cannot hold as it is now declared; change the value or "
                      "the declaration");

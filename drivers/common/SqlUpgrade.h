@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "drivers/common/ClassTable.h"
+#include "drivers/common/TableMapping.h"
 
 namespace Kes::sql {
 
@@ -14,7 +14,7 @@ namespace Kes::sql {
 /// the first value that does not fit, with class, field and object named.
 class SqlUpgrade {
 public:
-    SqlUpgrade(const ClassTable& itsTable, const Dialect& itsDialect, Connection& itsConnection)
+    SqlUpgrade(const TableMapping& itsTable, const Dialect& itsDialect, Connection& itsConnection)
         : table(itsTable),
           dialect(itsDialect),
           connection(itsConnection) {}
@@ -39,7 +39,7 @@ private:
     void toBlob(Row& row, const Kept& kept, Statement& target);
     [[noreturn]] void refuse(Row& row, const Kept& kept) const;
 
-    const ClassTable& table;
+    const TableMapping& table;
     const Dialect& dialect;
     Connection& connection;
     std::vector<std::string> texts;  // converted values of the row at hand

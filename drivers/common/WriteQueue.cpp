@@ -80,7 +80,7 @@ void WriteQueue::insert(Instance* instance) {
 }
 
 void WriteQueue::update(Instance* instance) {
-    const ClassTable& table = tables.of(instance->getClass());
+    const TableMapping& table = tables.of(instance->getClass());
     Operation* known = find(instance);
     if (known != nullptr && known->kind == Kind::Insert)
         return;
@@ -96,8 +96,8 @@ void WriteQueue::update(Instance* instance) {
 }
 
 // The fields that differ from the stored ones, or all where that is unknown.
-void WriteQueue::addColumns(Operation& operation, const ClassTable& table, Instance* instance) {
-    enterColumn(operation, ClassTable::VersionColumn);
+void WriteQueue::addColumns(Operation& operation, const TableMapping& table, Instance* instance) {
+    enterColumn(operation, TableMapping::VersionColumn);
     const bool known = instance->getClass()->getModel()->getChangedFields(instance, changed);
     for (std::size_t field = 2; field < table.fieldCount(); ++field)
         if (!known || changed.contains(field))
@@ -121,7 +121,7 @@ void WriteQueue::remove(Instance* instance) {
 
 void WriteQueue::link(bool made, Instance* first, const String& firstRole, Instance* second,
                       const String& secondRole, Association* association, bool linkFlag) {
-    if (Tables::isManyToMany(association)) {
+    if (ModelMapping::isManyToMany(association)) {
         if (isGoing(first) || isGoing(second))
             return;
         Operation& row = add(made ? Kind::Link : Kind::Unlink, first);
@@ -178,7 +178,7 @@ WriteQueue::Operation& WriteQueue::addRow(Instance* owner, bool elsewhere, bool 
     if (raisedBefore && isRaised)
         owner->previousVersion();
     row.expected = owner->getVersion() - (row.raised || (raisedBefore && !isRaised) ? 1 : 0);
-    enterColumn(row, ClassTable::VersionColumn);
+    enterColumn(row, TableMapping::VersionColumn);
     return row;
 }
 
@@ -258,7 +258,7 @@ void WriteQueue::takeFromOthers(Instance* owner, const String& role, Instance* p
 ColumnSet& WriteQueue::enterLinks(Operation& operation) {
     if (operation.kind != Kind::Update || operation.links.empty())
         return operation.set;
-    const ClassTable& table = tables.of(operation.instance->getClass());
+    const TableMapping& table = tables.of(operation.instance->getClass());
     for (const LinkValue& link : operation.links) {
         enterColumn(operation, link.column);
         if (link.isDissolved)

@@ -1,4 +1,4 @@
-// The unit of writing: what one transaction writes, folded in memory.
+// Write-behind queue: what one transaction writes, folded in memory.
 //
 // The library tells of an object and of its links by separate calls. They meet
 // here: each row has one operation in the queue, links are folded into it, and
@@ -34,7 +34,7 @@
 
 #include "drivers/common/FieldBinder.h"
 #include "drivers/common/InstanceMap.h"
-#include "drivers/common/Tables.h"
+#include "drivers/common/ModelMapping.h"
 
 namespace Kes::sql {
 
@@ -67,7 +67,7 @@ public:
     /// number of operations that make the queue full: a short queue stays in the
     /// processor's caches; where a flush costs round trips by the kinds of its
     /// statements, a longer one is better.
-    WriteQueue(Tables& itsTables, std::size_t itsLongest)
+    WriteQueue(ModelMapping& itsTables, std::size_t itsLongest)
         : tables(itsTables),
           longest(itsLongest) {}
     WriteQueue(const WriteQueue&) = delete;
@@ -150,7 +150,7 @@ private:
     Operation& add(Kind kind, Instance* instance);
     Operation* find(const Instance* instance);
     static void enterColumn(Operation& operation, int column);
-    void addColumns(Operation& operation, const ClassTable& table, Instance* instance);
+    void addColumns(Operation& operation, const TableMapping& table, Instance* instance);
     void setReference(Instance* owner, const String& role, Instance* partner, Change change,
                       bool elsewhere, bool raisedBefore);
     Operation& addRow(Instance* owner, bool elsewhere, bool raisedBefore);
@@ -164,7 +164,7 @@ private:
     }
     void forget();
 
-    Tables& tables;
+    ModelMapping& tables;
     const std::size_t longest;
     std::vector<Operation> operations;
     std::size_t used = 0;

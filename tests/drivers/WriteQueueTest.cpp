@@ -75,7 +75,7 @@ protected:
     PlainDialect dialect;
     NoConnection connection;
     StatementCache statements{connection};
-    Tables tables{dialect, statements};
+    ModelMapping tables{dialect, statements};
     WriteQueue queue{tables, 4};
 
 private:

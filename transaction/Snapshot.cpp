@@ -1,4 +1,4 @@
-#include "transaction/FieldImage.h"
+#include "transaction/Snapshot.h"
 
 #include <algorithm>
 #include <cstring>
@@ -89,7 +89,7 @@ private:
 
 class CaptureHandler final : public PlainFieldHandler<CaptureHandler> {
 public:
-    explicit CaptureHandler(ImageStore& target) : store(target) { store.packing.clear(); }
+    explicit CaptureHandler(SnapshotStore& target) : store(target) { store.packing.clear(); }
 
     template <class T>
     void plain(const T& value) {
@@ -119,14 +119,14 @@ private:
         store.packing.insert(store.packing.end(), bytes, bytes + size);
     }
 
-    ImageStore& store;
+    SnapshotStore& store;
 };
 
-// Reads an image in step with the fields that are reported.
+// Reads a snapshot in step with the fields that are reported.
 template <class Derived>
 class ImageReader : public PlainFieldHandler<Derived> {
 protected:
-    explicit ImageReader(FieldImage image) : at(image) {}
+    explicit ImageReader(Snapshot snapshot) : at(snapshot) {}
 
     template <class T>
     T read() {
@@ -145,13 +145,13 @@ protected:
     std::size_t position = 0;
 
 private:
-    FieldImage at;
+    Snapshot at;
 };
 
 class RestoreHandler final : public ImageReader<RestoreHandler> {
 public:
-    RestoreHandler(const ImageStore& source, FieldImage image)
-        : ImageReader(image),
+    RestoreHandler(const SnapshotStore& source, Snapshot snapshot)
+        : ImageReader(snapshot),
           store(source) {}
 
     template <class T>
@@ -176,13 +176,13 @@ public:
     void blob(Blob& value) { value = store.blobs[read<std::uint32_t>()]; }
 
 private:
-    const ImageStore& store;
+    const SnapshotStore& store;
 };
 
 class CompareHandler final : public ImageReader<CompareHandler> {
 public:
-    CompareHandler(const ImageStore& source, FieldImage image, FieldSet& result)
-        : ImageReader(image),
+    CompareHandler(const SnapshotStore& source, Snapshot snapshot, FieldSet& result)
+        : ImageReader(snapshot),
           store(source),
           different(result) {}
 
@@ -213,29 +213,29 @@ private:
         ++position;
     }
 
-    const ImageStore& store;
+    const SnapshotStore& store;
     FieldSet& different;
 };
 
-FieldImage ImageStore::take(Instance* instance) {
+Snapshot SnapshotStore::take(Instance* instance) {
     CaptureHandler capture(*this);
     walkFields(instance, capture);
-    std::byte* image = reserve(packing.size());
-    std::memcpy(image, packing.data(), packing.size());
-    return image;
+    std::byte* snapshot = reserve(packing.size());
+    std::memcpy(snapshot, packing.data(), packing.size());
+    return snapshot;
 }
 
-void ImageStore::restore(FieldImage image, Instance* instance) const {
-    RestoreHandler handler(*this, image);
+void SnapshotStore::restore(Snapshot snapshot, Instance* instance) const {
+    RestoreHandler handler(*this, snapshot);
     walkFields(instance, handler);
 }
 
-void ImageStore::compare(FieldImage image, Instance* instance, FieldSet& different) const {
-    CompareHandler handler(*this, image, different);
+void SnapshotStore::compare(Snapshot snapshot, Instance* instance, FieldSet& different) const {
+    CompareHandler handler(*this, snapshot, different);
     walkFields(instance, handler);
 }
 
-void ImageStore::clear() {
+void SnapshotStore::clear() {
     blocks.clear();
     blockSize = 0;
     blockUsed = 0;
@@ -243,7 +243,7 @@ void ImageStore::clear() {
     blobs.clear();
 }
 
-std::byte* ImageStore::reserve(std::size_t bytes) {
+std::byte* SnapshotStore::reserve(std::size_t bytes) {
     if (blocks.empty() || blockSize - blockUsed < bytes) {
         blockSize = blocks.empty() ? FirstBlock : std::min(blockSize * 2, LargestBlock);
         blockSize = std::max(blockSize, bytes);

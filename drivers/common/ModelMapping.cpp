@@ -1,4 +1,4 @@
-#include "drivers/common/Tables.h"
+#include "drivers/common/ModelMapping.h"
 
 #include <set>
 
@@ -7,29 +7,29 @@
 namespace Kes::sql {
 
 // Rows of one class mostly come together.
-ClassTable& Tables::of(Class* cls) {
+TableMapping& ModelMapping::of(Class* cls) {
     if (last != nullptr && last->getClass() == cls)
         return *last;
-    std::unique_ptr<ClassTable>& table = tables[cls];
+    std::unique_ptr<TableMapping>& table = tables[cls];
     if (table == nullptr)
-        table = std::make_unique<ClassTable>(cls, dialect, statements);
+        table = std::make_unique<TableMapping>(cls, dialect, statements);
     last = table.get();
     return *table;
 }
 
-void Tables::forget() {
+void ModelMapping::forget() {
     last = nullptr;
     tables.clear();
     referring.clear();
 }
 
-bool Tables::isManyToMany(const Association* association) {
+bool ModelMapping::isManyToMany(const Association* association) {
     auto* asked = const_cast<Association*>(association);
     return asked->getPluralityFor(asked->getOneRole()) == Association::Many &&
            asked->getPluralityFor(asked->getOtherRole()) == Association::Many;
 }
 
-std::vector<Class*> Tables::concreteClasses(const Class* end) {
+std::vector<Class*> ModelMapping::concreteClasses(const Class* end) {
     std::vector<Class*> list;
     for (Class* cls : end->getConcreteClasses())
         list.push_back(cls);
@@ -43,14 +43,15 @@ bool Referrer::isUnnamed() const {
            association->getPluralityFor(association->getAssociatedRole(*role)) == Association::Many;
 }
 
-Referrer Tables::linkTable(Association* association, const String& role) const {
+Referrer ModelMapping::linkTable(Association* association, const String& role) const {
     const std::string table = dialect.quote(static_cast<const char*>(association->getName()));
     const std::string column = dialect.quote(static_cast<const char*>(role));
     return {table, column,  association,
             &role, nullptr, "DELETE FROM " + table + " WHERE " + column + " IN "};
 }
 
-Referrer Tables::referenceOf(Class* holder, Association* association, const String& role) const {
+Referrer ModelMapping::referenceOf(Class* holder, Association* association,
+                                   const String& role) const {
     const std::string table = dialect.quote(static_cast<const char*>(holder->getName()));
     const std::string column = dialect.quote(static_cast<const char*>(role));
     const std::string version = dialect.quote("KesVersion");
@@ -63,7 +64,7 @@ Referrer Tables::referenceOf(Class* holder, Association* association, const Stri
                 " + 1 WHERE " + column + " IN "};
 }
 
-std::vector<Referrer> Tables::referrersOf(const Class* cls) const {
+std::vector<Referrer> ModelMapping::referrersOf(const Class* cls) const {
     std::vector<Referrer> found;
     std::set<Association*> seen;
     for (const Class* at = cls; at != nullptr; at = at->getSuperClass())
@@ -87,7 +88,7 @@ std::vector<Referrer> Tables::referrersOf(const Class* cls) const {
     return found;
 }
 
-const std::vector<Referrer>& Tables::referrers(const Class* cls) {
+const std::vector<Referrer>& ModelMapping::referrers(const Class* cls) {
     const auto known = referring.find(cls);
     if (known != referring.end())
         return known->second;

@@ -1,4 +1,4 @@
-#include "drivers/common/ClassTable.h"
+#include "drivers/common/TableMapping.h"
 
 #include <algorithm>
 
@@ -24,9 +24,9 @@ std::string placeholders(std::size_t count) {
 }  // namespace
 
 // Walks a dummy and notes its fields.
-class ClassTable::Learner final : public Handler {
+class TableMapping::Learner final : public Handler {
 public:
-    explicit Learner(ClassTable& target) : table(target) {}
+    explicit Learner(TableMapping& target) : table(target) {}
 
     void handleULong(const String& name, unsigned long&) override { add(name, FieldKind::ULong); }
     void handleLong(const String& name, long&) override { add(name, FieldKind::Long); }
@@ -58,10 +58,11 @@ private:
         table.all.push_back(column);
     }
 
-    ClassTable& table;
+    TableMapping& table;
 };
 
-ClassTable::ClassTable(Class* itsClass, const Dialect& itsDialect, StatementCache& itsStatements)
+TableMapping::TableMapping(Class* itsClass, const Dialect& itsDialect,
+                           StatementCache& itsStatements)
     : cls(itsClass),
       dialect(itsDialect),
       statements(itsStatements) {
@@ -78,24 +79,24 @@ ClassTable::ClassTable(Class* itsClass, const Dialect& itsDialect, StatementCach
         columnList += (columnList.empty() ? "t." : ", t.") + dialect.quote(each.name);
 }
 
-int ClassTable::find(const std::string& column) const {
+int TableMapping::find(const std::string& column) const {
     const auto found = positions.find(column);
     return found != positions.end() ? found->second : -1;
 }
 
-std::string ClassTable::viewName(const Class* cls) {
+std::string TableMapping::viewName(const Class* cls) {
     return std::string(static_cast<const char*>(cls->getName())) + "_all";
 }
 
-std::string ClassTable::source() const {
+std::string TableMapping::source() const {
     return cls->getSubClasses().size() > 0 ? dialect.quote(viewName(cls)) : quotedTable;
 }
 
-std::string ClassTable::column(int position) const {
+std::string TableMapping::column(int position) const {
     return dialect.quote(all[static_cast<std::size_t>(position)].name);
 }
 
-Statement& ClassTable::insert(Statement*& kept, std::size_t rows) {
+Statement& TableMapping::insert(Statement*& kept, std::size_t rows) {
     if (kept == nullptr) {
         std::string names;
         for (std::size_t i = 0; i < all.size(); ++i)
@@ -109,31 +110,31 @@ Statement& ClassTable::insert(Statement*& kept, std::size_t rows) {
     return *kept;
 }
 
-Statement& ClassTable::remove() {
+Statement& TableMapping::remove() {
     if (removing == nullptr)
         removing = &statements.keep("DELETE FROM " + quotedTable + " WHERE " + column(IdColumn) +
                                     " = ? AND " + column(VersionColumn) + " = ?");
     return *removing;
 }
 
-std::string ClassTable::versionQuery() const {
+std::string TableMapping::versionQuery() const {
     return "SELECT " + column(VersionColumn) + " FROM " + quotedTable + " WHERE " +
            column(IdColumn) + " = ?";
 }
 
-Statement& ClassTable::versionOf() {
+Statement& TableMapping::versionOf() {
     if (asking == nullptr)
         asking = &statements.keep(versionQuery());
     return *asking;
 }
 
-Statement& ClassTable::lockRow() {
+Statement& TableMapping::lockRow() {
     if (locking == nullptr)
         locking = &statements.keep(versionQuery() + dialect.rowLock());
     return *locking;
 }
 
-Statement* ClassTable::touchRow() {
+Statement* TableMapping::touchRow() {
     const std::string change = dialect.touch(quotedTable);
     if (change.empty())
         return nullptr;
@@ -142,7 +143,7 @@ Statement* ClassTable::touchRow() {
     return touching;
 }
 
-std::unique_ptr<Statement> ClassTable::takeById() {
+std::unique_ptr<Statement> TableMapping::takeById() {
     if (!idPool.empty()) {
         std::unique_ptr<Statement> taken = std::move(idPool.back());
         idPool.pop_back();
@@ -152,7 +153,7 @@ std::unique_ptr<Statement> ClassTable::takeById() {
                            column(IdColumn) + " = ?");
 }
 
-Statement& ClassTable::update(const ColumnSet& set) {
+Statement& TableMapping::update(const ColumnSet& set) {
     Statement*& kept = updates[set];
     if (kept == nullptr) {
         const auto has = [&](std::size_t bit) {
@@ -172,7 +173,7 @@ Statement& ClassTable::update(const ColumnSet& set) {
     return *kept;
 }
 
-const std::vector<int>& ClassTable::unique() {
+const std::vector<int>& TableMapping::unique() {
     if (!knowsUnique)
         for (const IndexPlan& index : Names::indexesOf(*this))
             if (index.unique)
@@ -182,14 +183,14 @@ const std::vector<int>& ClassTable::unique() {
     return uniqueColumns;
 }
 
-bool ClassTable::changesUnique(const ColumnSet& set) {
+bool TableMapping::changesUnique(const ColumnSet& set) {
     return std::any_of(unique().begin(), unique().end(), [&](int at) {
         const auto position = static_cast<std::size_t>(at);
         return position / 64 < set.size() && (set[position / 64] >> position % 64 & 1) != 0;
     });
 }
 
-ColumnSet ClassTable::movableOf(const ColumnSet& set) {
+ColumnSet TableMapping::movableOf(const ColumnSet& set) {
     ColumnSet movable;
     for (const int at : unique()) {
         const auto position = static_cast<std::size_t>(at);
@@ -203,7 +204,7 @@ ColumnSet ClassTable::movableOf(const ColumnSet& set) {
     return movable;
 }
 
-StatementPool& ClassTable::pool(const std::string& tail) {
+StatementPool& TableMapping::pool(const std::string& tail) {
     // Programs have few shapes of queries; one that makes them up without end
     // must not fill memory with them. Pools in use are found empty.
     constexpr std::size_t mostShapes = 500;
@@ -213,7 +214,7 @@ StatementPool& ClassTable::pool(const std::string& tail) {
     return pools[tail];
 }
 
-std::unique_ptr<Statement> ClassTable::take(StatementPool& from, const std::string& tail) {
+std::unique_ptr<Statement> TableMapping::take(StatementPool& from, const std::string& tail) {
     if (from.empty())
         return statements.makeCursor("SELECT " + columnList + " FROM " + quotedTable + " AS t" +
                                      tail);

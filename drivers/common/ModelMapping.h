@@ -1,4 +1,4 @@
-// The tables of all classes of a model, made as they are needed.
+// The table mappings of all classes of a model, made as they are needed.
 
 #pragma once
 
@@ -6,7 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "drivers/common/ClassTable.h"
+#include "drivers/common/TableMapping.h"
 
 namespace Kes::sql {
 
@@ -25,13 +25,13 @@ struct Referrer {
     bool isUnnamed() const;
 };
 
-class Tables {
+class ModelMapping {
 public:
-    Tables(const Dialect& itsDialect, StatementCache& itsStatements)
+    ModelMapping(const Dialect& itsDialect, StatementCache& itsStatements)
         : dialect(itsDialect),
           statements(itsStatements) {}
 
-    ClassTable& of(Class* cls);
+    TableMapping& of(Class* cls);
 
     /// Whatever refers to objects of the class.
     const std::vector<Referrer>& referrers(const Class* cls);
@@ -51,8 +51,8 @@ private:
 
     const Dialect& dialect;
     StatementCache& statements;
-    std::unordered_map<const Class*, std::unique_ptr<ClassTable>> tables;
-    ClassTable* last = nullptr;
+    std::unordered_map<const Class*, std::unique_ptr<TableMapping>> tables;
+    TableMapping* last = nullptr;
     std::unordered_map<const Class*, std::vector<Referrer>> referring;
 };
 

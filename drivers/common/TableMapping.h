@@ -1,4 +1,5 @@
-// How one class lies in the database.
+// Table mapping of one class: concrete table inheritance, a table for each class
+// that has objects, with all its fields, and a view where it has sub classes.
 //
 // The columns are learnt once from a dummy instance, in the order in which its
 // handle operation reports them; from then on the k-th report is the k-th
@@ -35,14 +36,14 @@ using StatementPool = std::vector<std::unique_ptr<Statement>>;
 /// Columns by position, as a set of bits.
 using ColumnSet = std::vector<std::uint64_t>;
 
-class ClassTable {
+class TableMapping {
 public:
     static constexpr int IdColumn = 0;
     static constexpr int VersionColumn = 1;
 
-    ClassTable(Class* itsClass, const Dialect& itsDialect, StatementCache& itsStatements);
-    ClassTable(const ClassTable&) = delete;
-    ClassTable& operator=(const ClassTable&) = delete;
+    TableMapping(Class* itsClass, const Dialect& itsDialect, StatementCache& itsStatements);
+    TableMapping(const TableMapping&) = delete;
+    TableMapping& operator=(const TableMapping&) = delete;
 
     Class* getClass() const { return cls; }
     std::string name() const { return static_cast<const char*>(cls->getName()); }
