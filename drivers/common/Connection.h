@@ -114,6 +114,9 @@ public:
     /// Begins a transaction that changes the schema, when no other session's
     /// does so.
     virtual void beginSchema() { begin(); }
+
+    /// What returns is stored. A commit of which that cannot be told throws a
+    /// SqlFailure of the kind UnknownOutcome, and no other one does.
     virtual void commit() = 0;
 
     /// Drops what is posted. Does nothing when the database has rolled back by

@@ -1,4 +1,7 @@
 // Lists of object ids as parameters of a statement.
+//
+// A list may be longer than a statement takes: it goes in parts, and how long they
+// are changes no result.
 
 #pragma once
 
