@@ -17,6 +17,7 @@
 #include <kes/Selection.h>
 
 #include "core/RaisedErrors.h"
+#include "fetch/BatchQueries.h"
 #include "identity/ObjectCache.h"
 #include "object/InstanceState.h"
 #include "object/Links.h"
@@ -27,37 +28,8 @@ namespace Kes {
 
 namespace {
 
-constexpr std::size_t GroupSize = 256;
-constexpr std::size_t FewAtOnce = 16;
-constexpr std::size_t AllAtOnce = 2;  // reads before all of a group are loaded for
 constexpr std::size_t MembersAtOnce = 4096;
 constexpr std::size_t LinksAtOnce = 4 * MembersAtOnce;
-constexpr std::uint32_t GroupIds = 1U << 24;
-
-// Joins conditions pairwise, so that the tree stays shallow.
-std::unique_ptr<Condition> joinAny(std::vector<std::unique_ptr<Condition>> parts) {
-    while (parts.size() > 1) {
-        std::vector<std::unique_ptr<Condition>> joined;
-        for (std::size_t i = 0; i + 1 < parts.size(); i += 2) {
-            Condition* left = parts[i].release();
-            joined.push_back(std::make_unique<CombinationCondition>(left, Condition::OR,
-                                                                    parts[i + 1].release()));
-        }
-        if (parts.size() % 2 != 0)
-            joined.push_back(std::move(parts.back()));
-        parts = std::move(joined);
-    }
-    return std::move(parts.front());
-}
-
-std::unique_ptr<Condition> anyOf(Class* cls, const std::vector<unsigned long>& ids) {
-    std::vector<std::unique_ptr<Condition>> parts;
-    parts.reserve(ids.size());
-    for (const unsigned long id : ids)
-        parts.push_back(std::make_unique<AttributeCondition<unsigned long>>(
-            new Attribute(cls, "KesObjectID"), Condition::EQUAL, id));
-    return joinAny(std::move(parts));
-}
 
 }  // namespace
 
@@ -120,7 +92,7 @@ void ReferenceLoader::asked() {
 }
 
 void ReferenceLoader::delivered(Instance* instance) {
-    const Group* group = groupOf(instance);
+    const SiblingGroup* group = groups.of(instance);
     if (group != nullptr && freshness.isOfNow(group->when))
         revealAhead(instance);
     else
@@ -165,37 +137,14 @@ void ReferenceLoader::enterGroup(Delivery& delivery, Instance* instance, bool fo
 
     // Who is reached over a reference stays among those he was found with, unless
     // he was read again.
-    if (forReference && !InstanceState::isAhead(instance) && groupOf(instance) != nullptr)
+    if (forReference && !InstanceState::isAhead(instance) && groups.of(instance) != nullptr)
         return;
-    std::uint64_t& token = delivery.token;
-    Group* group = &groups[token % groups.size()];
-    const bool isKnown = token != 0 && group->id == token;
-    if (!isKnown || group->members.size() >= GroupSize) {
-        // A selection goes on as it has begun.
-        const bool isRead = isKnown && group->faults > std::max(group->inherited, AllAtOnce - 1);
-        lastGroup = lastGroup + 1 == GroupIds ? 1 : lastGroup + 1;
-        group = &groups[lastGroup % groups.size()];
-        group->id = lastGroup;
-        group->faults = group->inherited = isRead ? AllAtOnce + 1 : 0;
-        group->answered = 0;
-        group->loading = forReference ? loadings : 0;
-        group->when = delivery.when;
-        group->members.clear();
-        token = lastGroup;
-    }
-    group->members.push_back(instance->getObjectID());
-    InstanceState::setGroup(instance, group->id);
-}
-
-ReferenceLoader::Group* ReferenceLoader::groupOf(const Instance* owner) {
-    Group& group = groups[InstanceState::group(owner) % groups.size()];
-    return InstanceState::group(owner) != 0 && group.id == InstanceState::group(owner) ? &group
-                                                                                       : nullptr;
+    groups.enter(delivery, instance, forReference ? loadings : 0);
 }
 
 // Who left his group, or whose group has given its place away, is not.
 bool ReferenceLoader::isFresh(const Instance* instance) {
-    const Group* group = groupOf(instance);
+    const SiblingGroup* group = groups.of(instance);
     return group != nullptr && freshness.holds(group->when);
 }
 
@@ -212,34 +161,18 @@ void ReferenceLoader::noteRead() {
     const std::uint64_t commits = loadingBegan.commits;
     loadingBegan = freshness.now();
     loadingBegan.commits = commits;
-    for (Group& group : groups)
-        if (group.loading == loadings)
-            group.when = loadingBegan;
+    groups.renew(loadings, loadingBegan);
 }
 
-// As many as the next read of a reference would load for.
 std::size_t ReferenceLoader::wantedAhead(const Delivery& delivery) {
-    Group& group = groups[delivery.token % groups.size()];
-    if (group.id != delivery.token || group.faults < AllAtOnce || group.faults == group.answered)
-        return 0;
-    const std::size_t wish = group.faults == AllAtOnce ? FewAtOnce : GroupSize;
-    group.answered = group.faults;
-    return std::min({wish, GroupSize - group.members.size(), room()});
-}
-
-// One, then a few, then all: a program that reads one reference of one object
-// should not pay for its siblings.
-std::size_t ReferenceLoader::nextBatch(Group& group) const {
-    const std::size_t step = group.faults++;
-    const std::size_t wish = step == 0 ? 1 : step < AllAtOnce ? FewAtOnce : GroupSize;
-    return std::min(wish, room());
+    return groups.wantedAhead(delivery, room());
 }
 
 std::size_t ReferenceLoader::room() const {
     return static_cast<std::size_t>(ModelGate::objects(model).capacity()) / 4;
 }
 
-std::vector<unsigned long> ReferenceLoader::partnersOf(const Group& group, std::size_t most,
+std::vector<unsigned long> ReferenceLoader::partnersOf(const SiblingGroup& group, std::size_t most,
                                                        unsigned long wanted,
                                                        const Association* association,
                                                        const String& role) {
@@ -271,8 +204,9 @@ bool ReferenceLoader::loadPartner(Instance* owner, unsigned long id, const Assoc
     Class* cls = association->getClassFor(association->getAssociatedRole(role));
     Loading scope(*this);
     judgePartners();
-    Group* group = groupOf(owner);
-    const std::size_t most = group != nullptr && partnersBackoff.isOver() ? nextBatch(*group) : 1;
+    SiblingGroup* group = groups.of(owner);
+    const std::size_t most =
+        group != nullptr && partnersBackoff.isOver() ? SiblingGroups::nextBatch(*group, room()) : 1;
     if (most > 1) {
         const std::vector<unsigned long> ids = partnersOf(*group, most, id, association, role);
         if (ids.size() > 1) {
@@ -354,7 +288,7 @@ bool ReferenceLoader::fill(Instance* owner, Association* association, const Stri
     if (takeKept(owner, association, role, ref))
         return true;
     Loading scope(*this);
-    Group* group = groupOf(owner);
+    SiblingGroup* group = groups.of(owner);
     if (group != nullptr && !ModelGate::hasPending(model) && kept.mayLoadTogether() &&
         loadTogether(owner, *group, association, role) && takeKept(owner, association, role, ref))
         return true;
@@ -364,9 +298,9 @@ bool ReferenceLoader::fill(Instance* owner, Association* association, const Stri
     return !watch.hasFailed();
 }
 
-bool ReferenceLoader::loadTogether(Instance* owner, Group& group, Association* association,
+bool ReferenceLoader::loadTogether(Instance* owner, SiblingGroup& group, Association* association,
                                    const String& role) {
-    std::size_t most = nextBatch(group);
+    std::size_t most = SiblingGroups::nextBatch(group, room());
     if (ownersLoaded != 0 && membersLoaded != 0)
         most = std::min(most, std::min(MembersAtOnce, room()) * ownersLoaded / membersLoaded);
     const std::vector<Instance*> owners = unreadOwners(owner, group, most, association, role);
@@ -402,7 +336,7 @@ bool ReferenceLoader::takeKept(const Instance* owner, const Association* associa
 }
 
 // The owner and siblings that have not read their collections.
-std::vector<Instance*> ReferenceLoader::unreadOwners(Instance* owner, const Group& group,
+std::vector<Instance*> ReferenceLoader::unreadOwners(Instance* owner, const SiblingGroup& group,
                                                      std::size_t most,
                                                      const Association* association,
                                                      const String& role) {

@@ -20,7 +20,6 @@
 
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -32,6 +31,7 @@
 #include "fetch/Freshness.h"
 #include "fetch/LinkFollower.h"
 #include "fetch/PrefetchedCollections.h"
+#include "fetch/SiblingGroups.h"
 #include "object/InstanceState.h"
 #include "query/DeliveryObserver.h"
 #include "query/DriverDoor.h"
@@ -98,29 +98,18 @@ public:
                      ManyAssociatedInstances& ref);
 
 private:
-    struct Group {
-        std::uint32_t id = 0;
-        std::size_t faults = 0;
-        std::size_t inherited = 0;  // of these, taken over from the group before
-        std::size_t answered = 0;   // of these, followed by reading ahead
-        std::uint64_t loading = 0;  // that it was made in
-        ReadMoment when;            // its members were read
-        std::vector<unsigned long> members;
-    };
     class Loading;
     class Filling;
 
     void enterGroup(Delivery& delivery, Instance* instance, bool forReference);
     bool handOutFresh(Instance* instance);
-    Group* groupOf(const Instance* owner);
     bool isFresh(const Instance* instance);
     void noteRead();
     void judgePartners();
     void revealAhead(Instance* instance);
     void followLinks(Instance* instance);
-    std::size_t nextBatch(Group& group) const;
     std::size_t room() const;
-    std::vector<unsigned long> partnersOf(const Group& group, std::size_t most,
+    std::vector<unsigned long> partnersOf(const SiblingGroup& group, std::size_t most,
                                           unsigned long wanted, const Association* association,
                                           const String& role);
     Instance* readPartner(unsigned long id, Class* cls);
@@ -129,9 +118,11 @@ private:
               ManyAssociatedInstances& ref);
     bool takeKept(const Instance* owner, const Association* association, const String& role,
                   ManyAssociatedInstances& ref);
-    std::vector<Instance*> unreadOwners(Instance* owner, const Group& group, std::size_t most,
-                                        const Association* association, const String& role);
-    bool loadTogether(Instance* owner, Group& group, Association* association, const String& role);
+    std::vector<Instance*> unreadOwners(Instance* owner, const SiblingGroup& group,
+                                        std::size_t most, const Association* association,
+                                        const String& role);
+    bool loadTogether(Instance* owner, SiblingGroup& group, Association* association,
+                      const String& role);
     bool loadBatch(const std::vector<Instance*>& owners, Association* association,
                    const String& role);
     bool loadLinkedBatch(const std::vector<Instance*>& owners, Association* association,
@@ -146,8 +137,7 @@ private:
 
     Model* model;
     DriverDoor& door;
-    std::array<Group, 64> groups;  // the latest; a group's place is its id modulo the size
-    std::uint32_t lastGroup = 0;
+    SiblingGroups groups;
 
     Loading* loading = nullptr;  // the one for a reference that is under way
     bool readingAhead = false;
