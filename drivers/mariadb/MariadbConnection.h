@@ -103,6 +103,11 @@ public:
     [[noreturn]] void fail();
     [[noreturn]] void fail(st_mysql_stmt* statement);
 
+    /// The same for a read that takes no lock: where it has waited too long, that
+    /// was for what the rest of the cluster has committed.
+    [[noreturn]] void failRead();
+    [[noreturn]] void failRead(st_mysql_stmt* statement);
+
     /// To be called when the server has answered without an error. Throws when
     /// the transaction is gone all the same.
     void checkTransaction();
@@ -142,6 +147,7 @@ private:
     void send(const std::string& text);
     bool sendUnchecked(const std::string& text);
     [[noreturn]] void fail(unsigned code, const std::string& words);
+    [[noreturn]] void failAlone(const std::string& words);
     void note(const SqlFailure& failure, unsigned code);
     void lose(const std::string& words);
     bool isOpenAtServer() const;

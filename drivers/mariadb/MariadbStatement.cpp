@@ -214,10 +214,18 @@ void MariadbStatement::execute(const std::vector<MariadbValue>& values) {
     if (connection.isTraced())
         connection.write(expanded(sql, values), begun);
     if (!done)
-        connection.fail(handle);
+        failExecution();
     connection.noteUse();
     if (fields.empty())
         connection.checkTransaction();
+}
+
+void MariadbStatement::failExecution() {
+    const bool locks = fields.empty() || sql.find(" FOR UPDATE") != std::string::npos ||
+                       sql.find(" LOCK IN SHARE MODE") != std::string::npos;
+    if (!locks)
+        connection.failRead(handle);
+    connection.fail(handle);
 }
 
 // A packet beyond the server's limit would cost the connection.

@@ -55,6 +55,7 @@ private:
     MariadbValue& parameter(int position);
     void prepare();
     void execute(const std::vector<MariadbValue>& values);
+    [[noreturn]] void failExecution();
     bool send(const std::vector<MariadbValue>& values);
     void describeResult();
     void bindResult();

@@ -1,6 +1,7 @@
 // The part of the connection that deals with transactions and with failures.
 
 #include <mysql.h>
+#include <mysqld_error.h>
 
 #include <string>
 #include <utility>
@@ -39,6 +40,26 @@ void MariadbConnection::fail(unsigned code, const std::string& words) {
     const SqlFailure failure(explain(code, words), kindOf(code));
     note(failure, code);
     throw SqlFailure(lost.has_value() ? *lost : failure);
+}
+
+void MariadbConnection::failRead() {
+    if (clustered && mysql_errno(handle) == ER_LOCK_WAIT_TIMEOUT)
+        failAlone(mysql_error(handle));
+    fail();
+}
+
+// At the strongest level every read takes locks.
+void MariadbConnection::failRead(st_mysql_stmt* statement) {
+    if (clustered && settings.isolation != "serializable" &&
+        mysql_stmt_errno(statement) == ER_LOCK_WAIT_TIMEOUT)
+        failAlone(mysql_stmt_error(statement));
+    fail(statement);
+}
+
+// A node without the others is of no more use than one that is gone.
+void MariadbConnection::failAlone(const std::string& words) {
+    lose(explainOpen(ER_LOCK_WAIT_TIMEOUT, words));
+    throw SqlFailure(*lost);
 }
 
 // After a conflict the transaction is gone, and what is sent next would take
@@ -143,7 +164,8 @@ void MariadbConnection::beginSnapshot() {
     makeWay(nullptr);
     if (settings.isolation != "repeatable read")
         send("SET TRANSACTION ISOLATION LEVEL REPEATABLE READ");
-    send("START TRANSACTION WITH CONSISTENT SNAPSHOT, READ ONLY");
+    if (!sendUnchecked("START TRANSACTION WITH CONSISTENT SNAPSHOT, READ ONLY"))
+        failRead();
     snapshot = Snapshot::Open;
 }
 
@@ -188,7 +210,8 @@ bool MariadbConnection::backToMark() {
 
 void MariadbConnection::begin() {
     makeWay(nullptr);
-    send("START TRANSACTION");
+    if (!sendUnchecked("START TRANSACTION"))
+        failRead();
     inside = true;
     isUsed = false;
     isInDoubt = false;

@@ -18,22 +18,30 @@ protected:
     static constexpr int Cut = 3;
 
     ~GaleraCutTest() override {
-        isolate(false);
-        for (int i = 0; i < 300 && !isReady(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        try {
+            isolate(false);
+            for (int i = 0; i < 300 && !isReady(); ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        } catch (const std::exception& failure) {
+            ADD_FAILURE() << "the node does not come back: " << failure.what();
+        }
     }
 
     void isolate(bool is) {
-        PlainMariadb(sourceOf(Cut), user, password)
-            .run(std::string("SET GLOBAL wsrep_provider_options = 'gmcast.isolate=") +
-                 (is ? "1'" : "0'"));
+        patiently([&] {
+            PlainMariadb(sourceOf(Cut), user, password)
+                .run(std::string("SET GLOBAL wsrep_provider_options = 'gmcast.isolate=") +
+                     (is ? "1'" : "0'"));
+        });
     }
 
     bool isReady() const {
-        PlainMariadb node(sourceOf(Cut), user, password);
-        return node.ask(
-                   "SELECT variable_value FROM information_schema.global_status WHERE "
-                   "variable_name = 'wsrep_ready'") == "ON";
+        return patiently([&] {
+            PlainMariadb node(sourceOf(Cut), user, password);
+            return node.ask(
+                       "SELECT variable_value FROM information_schema.global_status WHERE "
+                       "variable_name = 'wsrep_ready'") == "ON";
+        });
     }
 
     // Adds people until time is over, and tells how each addition ended.
@@ -50,12 +58,14 @@ protected:
                 continue;
             }
             const std::string name = std::to_string(number) + "-" + std::to_string(i);
-            const bool isDone = messageRaisedBy([&] {
-                                    model->startTransaction();
-                                    model->newPerson(name.c_str());
-                                    model->commit();
-                                }).empty();
-            const FailureKind kind = isDone ? FailureKind::None : model->getFailureKind();
+            const std::string said = messageRaisedBy([&] {
+                model->startTransaction();
+                model->newPerson(name.c_str());
+                model->commit();
+            });
+            const FailureKind kind = said.empty() ? FailureKind::None : model->getFailureKind();
+            if (kind == FailureKind::Unclassified)
+                std::fprintf(stderr, "%s: %s\n", name.c_str(), said.c_str());
             report(name + " " + std::to_string(static_cast<int>(kind)) + "\n");
             if (kind == FailureKind::UnknownOutcome || kind == FailureKind::LostConnection)
                 model.reset();
@@ -63,22 +73,13 @@ protected:
         return true;
     }
 
-    // A node refuses to say that it is up to date while the group takes the
-    // third one back.
     std::set<std::string> stored() const {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        for (;;) {
-            try {
-                PlainMariadb plain(hostOf(1) + "/" + database, user, password);
-                plain.catchUp();
-                const std::vector<std::string> names = plain.askAll("SELECT name FROM Person");
-                return {names.begin(), names.end()};
-            } catch (const std::exception&) {
-                if (std::chrono::steady_clock::now() > end)
-                    throw;
-                std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            }
-        }
+        return patiently([&] {
+            PlainMariadb plain(hostOf(1) + "/" + database, user, password);
+            plain.catchUp();
+            const std::vector<std::string> names = plain.askAll("SELECT name FROM Person");
+            return std::set<std::string>(names.begin(), names.end());
+        });
     }
 };
 

@@ -89,12 +89,6 @@ protected:
             return addUntilTheEnd({node, node % Nodes + 1, (node + 1) % Nodes + 1}, report);
         });
     }
-
-    static bool runScript(const std::string& verb, const std::string& node = "") {
-        const std::string command =
-            KES_TEST_GALERA " " + verb + " '" + Engine::serverFolder() + "' " + node;
-        return std::system(command.c_str()) == 0;
-    }
 };
 
 TEST_F(GaleraLossTest, KeepsWhatWasReportedAndGoesOnElsewhereWhenANodeIsKilled) {

@@ -1,5 +1,6 @@
 #include "tests/drivers/GaleraTest.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
@@ -109,6 +110,49 @@ TEST_F(GaleraTest, SendsManyRowsInFewStatementsAndNotByTheCommandForThem) {
     EXPECT_GT(12, inserting);
     EXPECT_GT(80, proxy.roundTrips() - before);
     EXPECT_EQ("2001000", ask(2, "SELECT sum(age) FROM Person"));
+}
+
+// A node that is cut off answers so what would have to wait for the others.
+TEST_F(GaleraTest, TakesAWaitForTheClusterThatWasTooLongForALostConnection) {
+    make(1);
+    const std::string begin = "START TRANSACTION";
+    const std::string execution("\0\0\0\x17", 4);  // at the end of a packet's size
+    const std::string refusal = std::string("\xFF\xB5\x04#HY000") + "Lock wait timeout exceeded";
+    for (const std::string& command : {begin, execution}) {
+        std::atomic<bool> isArmed = false;
+        std::atomic<bool> isHeard = false;
+        const std::string host = hostOf(1);
+        DelayingProxy proxy(std::stoi(host.substr(host.find(':') + 1)),
+                            std::chrono::microseconds(0), [&](const char* bytes, std::size_t size) {
+                                if (isArmed && says(std::string(bytes, size), command))
+                                    isHeard = true;
+                            });
+        proxy.rewriteAnswers([&](std::string& bytes) {
+            if (!isHeard.exchange(false))
+                return;
+            isArmed = false;
+            bytes = static_cast<char>(refusal.size()) + std::string("\0\0\1", 3) + refusal;
+        });
+        StaffModel model;
+        const std::string source = "127.0.0.1:" + std::to_string(proxy.port()) + "/" + database;
+        model.open("mariadb", source.c_str(), password.c_str(), user.c_str(), "");
+        const Pointer<Person> person(model.findPerson("0"));
+        isArmed = true;
+
+        const std::string said = messageRaisedBy([&] {
+            if (command == execution)
+                model.findPerson("0");
+            model.startTransaction();
+            person->change();
+            ++person->age;
+            model.commit();
+        });
+
+        EXPECT_TRUE(says(said, "(1205); this node does not hear the rest")) << said;
+        EXPECT_TRUE(says(said, "open on another node")) << said;
+        EXPECT_EQ(FailureKind::LostConnection, model.getFailureKind());
+        EXPECT_EQ("0", ask(1, "SELECT age FROM Person"));
+    }
 }
 
 TEST_F(GaleraTest, GivesNoIdTwiceOnAnyNode) {

@@ -5,7 +5,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <string>
+#include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <kes/Kes.h>
@@ -25,9 +31,12 @@ protected:
     GaleraTest() {
         static int made = 0;
         database = "test_" + std::to_string(getpid()) + "_" + std::to_string(++made);
-        PlainMariadb(sourceOf(1), user, password).run("CREATE DATABASE " + database);
-        for (int node = 1; node <= Nodes; ++node)
-            PlainMariadb(sourceOf(node), user, password).catchUp();
+        patiently([&] {
+            PlainMariadb(sourceOf(1), user, password)
+                .run("CREATE DATABASE IF NOT EXISTS " + database);
+            for (int node = 1; node <= Nodes; ++node)
+                PlainMariadb(sourceOf(node), user, password).catchUp();
+        });
     }
     ~GaleraTest() override {
         try {
@@ -39,6 +48,45 @@ protected:
 
     static bool says(const std::string& message, const std::string& words) {
         return message.find(words) != std::string::npos;
+    }
+
+    /// A command of the script that the cluster was started with.
+    static bool runScript(const std::string& verb, const std::string& node = "") {
+        const std::string command =
+            KES_TEST_GALERA " " + verb + " '" + Engine::serverFolder() + "' " + node;
+        return std::system(command.c_str()) == 0;
+    }
+
+    /// Does what may be done twice until nothing is thrown, for half a minute. While
+    /// the group changes, a node refuses statements, keeps them waiting and ends
+    /// connections. Should one crash over it, that is told and it is started again.
+    template <class Work>
+    static std::invoke_result_t<Work> patiently(Work work) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        for (;;) {
+            try {
+                return work();
+            } catch (const std::exception&) {
+                if (std::chrono::steady_clock::now() > end)
+                    throw;
+            }
+            for (int node = 1; node <= Nodes; ++node)
+                if (hasCrashed(node)) {
+                    std::fprintf(stderr, "node %d has crashed, as its error log says\n", node);
+                    runScript("start");
+                }
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    }
+
+    /// A server that is started begins a new log.
+    static bool hasCrashed(int node) {
+        std::ifstream log(Engine::serverSays("galera", "place") + "/node" + std::to_string(node) +
+                          "/error.log");
+        for (std::string line; std::getline(log, line);)
+            if (says(line, "got signal"))
+                return true;
+        return false;
     }
 
     static std::string sourceOf(int node) {
@@ -58,9 +106,11 @@ protected:
     }
 
     std::string ask(int node, const std::string& text) const {
-        PlainMariadb plain(hostOf(node) + "/" + database, user, password);
-        plain.catchUp();
-        return plain.ask(text);
+        return patiently([&] {
+            PlainMariadb plain(hostOf(node) + "/" + database, user, password);
+            plain.catchUp();
+            return plain.ask(text);
+        });
     }
 
     void make(int people) const {
