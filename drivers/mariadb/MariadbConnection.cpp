@@ -312,7 +312,7 @@ IdBlock MariadbConnection::takeIds(unsigned long least, unsigned long count) {
 }
 
 MariadbConnection& MariadbConnection::aside() {
-    if (second == nullptr || !second->lost.has_value())
+    if (second == nullptr || second->lost.has_value())
         second = std::make_unique<MariadbConnection>(settings);
     second->traceTo(trace);
     return *second;
@@ -324,8 +324,10 @@ IdBlock MariadbConnection::advanceIds(unsigned long least, unsigned long count) 
                              " WHERE id = 1";
     makeWay(nullptr);
     for (int tries = 1; !sendUnchecked(text); ++tries) {
-        const MariadbFault fault = faultOf(mysql_errno(handle));
-        if (fault != MariadbFault::Conflict || tries == MostTriesForIds)
+        const unsigned code = mysql_errno(handle);
+        if (clustered && code == ER_ERROR_DURING_COMMIT)
+            failAlone(code, mysql_error(handle));
+        if (faultOf(code) != MariadbFault::Conflict || tries == MostTriesForIds)
             fail();
         std::this_thread::sleep_for(std::chrono::milliseconds(tries % 10));
     }

@@ -147,7 +147,7 @@ private:
     void send(const std::string& text);
     bool sendUnchecked(const std::string& text);
     [[noreturn]] void fail(unsigned code, const std::string& words);
-    [[noreturn]] void failAlone(const std::string& words);
+    [[noreturn]] void failAlone(unsigned code, const std::string& words);
     void note(const SqlFailure& failure, unsigned code);
     void lose(const std::string& words);
     bool isOpenAtServer() const;

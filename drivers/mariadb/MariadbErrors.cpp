@@ -103,10 +103,12 @@ std::string explain(unsigned code, const std::string& words) {
 }
 
 std::string explainOpen(unsigned code, const std::string& words) {
-    if (code == ER_LOCK_WAIT_TIMEOUT)
-        return words + " (" + std::to_string(code) +
-               "); this node does not hear the rest of its cluster: open on another node";
-    return explain(code, words);
+    return code == ER_LOCK_WAIT_TIMEOUT ? explainAlone(code, words) : explain(code, words);
+}
+
+std::string explainAlone(unsigned code, const std::string& words) {
+    return words + " (" + std::to_string(code) +
+           "); this node does not hear the rest of its cluster: open on another node";
 }
 
 }  // namespace Kes::sql

@@ -37,4 +37,7 @@ std::string explain(unsigned code, const std::string& words);
 /// The same while a connection is opened, when nobody holds a lock yet.
 std::string explainOpen(unsigned code, const std::string& words);
 
+/// The same of a node that has failed because it is without the others.
+std::string explainAlone(unsigned code, const std::string& words);
+
 }  // namespace Kes::sql

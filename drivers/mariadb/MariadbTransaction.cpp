@@ -44,7 +44,7 @@ void MariadbConnection::fail(unsigned code, const std::string& words) {
 
 void MariadbConnection::failRead() {
     if (clustered && mysql_errno(handle) == ER_LOCK_WAIT_TIMEOUT)
-        failAlone(mysql_error(handle));
+        failAlone(ER_LOCK_WAIT_TIMEOUT, mysql_error(handle));
     fail();
 }
 
@@ -52,13 +52,13 @@ void MariadbConnection::failRead() {
 void MariadbConnection::failRead(st_mysql_stmt* statement) {
     if (clustered && settings.isolation != "serializable" &&
         mysql_stmt_errno(statement) == ER_LOCK_WAIT_TIMEOUT)
-        failAlone(mysql_stmt_error(statement));
+        failAlone(ER_LOCK_WAIT_TIMEOUT, mysql_stmt_error(statement));
     fail(statement);
 }
 
 // A node without the others is of no more use than one that is gone.
-void MariadbConnection::failAlone(const std::string& words) {
-    lose(explainOpen(ER_LOCK_WAIT_TIMEOUT, words));
+void MariadbConnection::failAlone(unsigned code, const std::string& words) {
+    lose(explainAlone(code, words));
     throw SqlFailure(*lost);
 }
 

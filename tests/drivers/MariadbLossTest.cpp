@@ -102,6 +102,32 @@ TEST_F(MariadbLossTest, LeavesRowsThatWereReadAlready) {
     EXPECT_EQ(2001, count);
 }
 
+// Ids are taken aside while a transaction is open.
+TEST_F(MariadbLossTest, OfTheConnectionForIdsIsMendedByAnotherOne) {
+    const std::string others =
+        "SELECT group_concat(id) FROM information_schema.processlist WHERE db = '" + database() +
+        "' AND id <> connection_id() AND id NOT IN (SELECT trx_mysql_thread_id FROM "
+        "information_schema.innodb_trx)";
+    const auto take = [&](int ids) {
+        return codeRaisedBy([&] {
+            for (int i = 0; i < ids; ++i)
+                model.newPerson("new");
+        });
+    };
+    model.startTransaction();
+    ann->lock();
+    EXPECT_EQ("", take(2500));
+    const std::string aside = engine->ask(others);
+    EXPECT_EQ("", take(5000));
+    EXPECT_EQ(aside, engine->ask(others));
+
+    engine->run("KILL " + aside);
+
+    EXPECT_EQ("OIDERR", take(20000));
+    EXPECT_EQ("", take(10));
+    EXPECT_EQ("", messageRaisedBy([&] { model.commit(); }));
+}
+
 TEST_F(MariadbLossTest, IsMendedWhenAParkedConnectionIsTakenOut) {
     ann = nullptr;
     Model::setDriverCacheSize(1);
