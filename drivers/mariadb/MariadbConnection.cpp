@@ -22,7 +22,7 @@ constexpr int MostTriesForIds = 100;
 constexpr const char* ProofsOfPassword =
     "mysql_native_password,client_ed25519,auth_gssapi_client,parsec";
 
-std::string quoted(const std::string& text) {
+std::string quotedText(const std::string& text) {
     std::string literal = "'";
     for (const char c : text)
         literal += c == '\'' ? std::string("''") : std::string(1, c);
@@ -48,7 +48,7 @@ std::string sessionSettings(const MariadbSettings& settings) {
            "innodb_strict_mode = 1, max_sort_length = 262144, "
            "sort_buffer_size = GREATEST(@@sort_buffer_size, 8388608), "
            "net_write_timeout = 31536000, wait_timeout = 31536000, tx_isolation = " +
-           quoted(isolation) + ", innodb_lock_wait_timeout = " + patience +
+           quotedText(isolation) + ", innodb_lock_wait_timeout = " + patience +
            ", lock_wait_timeout = " + patience +
            ", max_statement_time = " + std::to_string(settings.statementTimeout) + " / 1000";
 }

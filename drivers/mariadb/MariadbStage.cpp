@@ -35,7 +35,7 @@ constexpr const char* Triggers =
     "CAST(trigger_name AS BINARY) REGEXP ?";
 constexpr const char* TurnForm = "^kes_turn_[0-9]+(_clearing|_running)?$";
 
-std::string quoted(const std::string& name) {
+std::string quotedName(const std::string& name) {
     std::string text = "\"";
     for (const char c : name)
         text.append(c == '"' ? 2 : 1, c);
@@ -59,7 +59,7 @@ long turnOf(const std::string& name) {
 }
 
 std::string renaming(const std::string& from, const std::string& to) {
-    return "RENAME TABLE " + quoted(from) + " TO " + quoted(to);
+    return "RENAME TABLE " + quotedName(from) + " TO " + quotedName(to);
 }
 
 }  // namespace
@@ -135,12 +135,12 @@ bool MariadbStage::takeTurnAfter(const std::string& last, bool isLastTry) {
     const long next = last.empty() ? 1 : turnOf(last) + 1;
     try {
         if (last.empty())
-            connection.execute("CREATE TABLE " + quoted(clearingName(next)) +
+            connection.execute("CREATE TABLE " + quotedName(clearingName(next)) +
                                " (id INTEGER NOT NULL PRIMARY KEY)");
         else
             connection.execute(renaming(last, clearingName(next)));
         if (last.empty() && lastTurn() != clearingName(next)) {
-            connection.execute("DROP TABLE " + quoted(clearingName(next)));
+            connection.execute("DROP TABLE " + quotedName(clearingName(next)));
             return false;
         }
     } catch (const SqlFailure&) {
@@ -161,9 +161,9 @@ void MariadbStage::endClearing(const std::string& next) {
 // Tables first: an upgrade that still runs comes to no end without its own.
 void MariadbStage::sweep() {
     for (const std::string& name : namesLike(Tables, "^kes_(new|old)_[0-9]+_[0-9]+$"))
-        connection.execute("DROP TABLE IF EXISTS " + quoted(name));
+        connection.execute("DROP TABLE IF EXISTS " + quotedName(name));
     for (const std::string& name : namesLike(Triggers, "^kes_stop_[0-9]+_[0-9]+_[0-9]+$"))
-        connection.execute("DROP TRIGGER IF EXISTS " + quoted(name));
+        connection.execute("DROP TRIGGER IF EXISTS " + quotedName(name));
 }
 
 // An upgrade that has lost its turn may make a trigger yet; it stops nobody.
@@ -176,8 +176,8 @@ void MariadbStage::freeze(const std::string& table) {
     for (const char* event : {"INSERT", "UPDATE", "DELETE"})
         connection.execute(
             "CREATE TRIGGER " +
-            quoted(nameOf("stop", moves.size()) + "_" + std::to_string(++number)) + " BEFORE " +
-            event + " ON " + quoted(table) + " FOR EACH ROW IF " + condition +
+            quotedName(nameOf("stop", moves.size()) + "_" + std::to_string(++number)) + " BEFORE " +
+            event + " ON " + quotedName(table) + " FOR EACH ROW IF " + condition +
             " THEN SIGNAL SQLSTATE '45000' SET MESSAGE_TEXT = 'a program upgrades the schema, or "
             "was cut off while it did; let it open the database again'; END IF");
     moves.push_back({table, true});
@@ -189,16 +189,16 @@ std::string MariadbStage::place(const std::string& table) {
     const auto position = static_cast<std::size_t>(known - moves.begin());
     if (known == moves.end())
         moves.push_back({table, false});
-    return quoted(nameOf("new", position));
+    return quotedName(nameOf("new", position));
 }
 
 void MariadbStage::swap() {
     std::string text = renaming(runningName(turn), runningName(turn + 1));
     for (std::size_t i = 0; i < moves.size(); ++i) {
-        const std::string table = quoted(moves[i].table);
+        const std::string table = quotedName(moves[i].table);
         if (moves[i].isReplaced)
-            text += ", " + table + " TO " + quoted(nameOf("old", i));
-        text += ", " + quoted(nameOf("new", i)) + " TO " + table;
+            text += ", " + table + " TO " + quotedName(nameOf("old", i));
+        text += ", " + quotedName(nameOf("new", i)) + " TO " + table;
     }
     try {
         connection.execute(text);
@@ -237,7 +237,7 @@ void MariadbStage::end() {
 void MariadbStage::finish() {
     for (std::size_t i = 0; i < moves.size(); ++i)
         if (moves[i].isReplaced)
-            connection.execute("DROP TABLE IF EXISTS " + quoted(nameOf("old", i)));
+            connection.execute("DROP TABLE IF EXISTS " + quotedName(nameOf("old", i)));
     connection.execute(renaming(runningName(turn + 1), turnName(turn + 1)));
 }
 

@@ -22,7 +22,7 @@ void bindText(Statement& statement, int parameter, const std::string& text) {
     statement.bindText(parameter, text.data(), text.size());
 }
 
-std::string quoted(const std::string& name) {
+std::string quotedName(const std::string& name) {
     std::string text = "\"";
     for (const char c : name)
         text.append(c == '"' ? 2 : 1, c);
@@ -85,7 +85,7 @@ void PostgresConnection::refusePooler() {
 // Another session may be making it too.
 void PostgresConnection::makeSchema() {
     try {
-        execute("CREATE SCHEMA " + quoted(schema));
+        execute("CREATE SCHEMA " + quotedName(schema));
     } catch (const SqlFailure&) {
         const auto asking =
             prepare("SELECT EXISTS (SELECT 1 FROM pg_catalog.pg_namespace WHERE nspname = ?)");
@@ -99,7 +99,7 @@ void PostgresConnection::makeSchema() {
 // Whatever the server or the user's account is set up for, these hold.
 void PostgresConnection::setUp() {
     std::vector<std::pair<std::string, std::string>> settings{
-        {"search_path", quoted(schema)},
+        {"search_path", quotedName(schema)},
         {"standard_conforming_strings", "on"},
         {"client_min_messages", "warning"},
         {"default_transaction_isolation", isolation},
