@@ -4,6 +4,8 @@
 
 #include <limits>
 #include <memory>
+#include <type_traits>
+#include <utility>
 
 #include <kes/Export.h>
 #include <kes/Forward.h>
@@ -43,17 +45,36 @@ public:
         ++used;
     }
 
+    /// Here and below, nothing has changed when copying an element throws.
     void insert(const T& v, int i) {
         const T kept(v);
         makeRoom();
-        reverseCopy(items, i + 1, items, i, used - i);
-        items[i] = kept;
+        if constexpr (std::is_nothrow_swappable_v<T>) {
+            items[used] = kept;
+            for (int at = used; at > i; --at)
+                std::swap(items[at], items[at - 1]);
+        } else {
+            std::unique_ptr<T[]> fresh = startingLike(i);
+            fresh[static_cast<unsigned>(i)] = kept;
+            copy(fresh.get(), i + 1, items, i, used - i);
+            replaceItems(fresh);
+        }
         ++used;
     }
 
     /// The vacated last slot keeps its value until it is overwritten.
     void removeAt(int i) {
-        copy(items, i, items, i + 1, used - i - 1);
+        if constexpr (std::is_nothrow_swappable_v<T>) {
+            T last(items[used - 1]);
+            for (int at = i; at < used - 1; ++at)
+                std::swap(items[at], items[at + 1]);
+            std::swap(items[used - 1], last);
+        } else {
+            std::unique_ptr<T[]> fresh = startingLike(i);
+            copy(fresh.get(), i, items, i + 1, used - i - 1);
+            fresh[static_cast<unsigned>(used - 1)] = items[used - 1];
+            replaceItems(fresh);
+        }
         --used;
     }
 
@@ -122,9 +143,20 @@ private:
     void reallocate(int newCapacity) {
         std::unique_ptr<T[]> fresh(new T[static_cast<unsigned>(newCapacity)]);
         copy(fresh.get(), 0, items, 0, used);
+        replaceItems(fresh);
+        capacity = newCapacity;
+    }
+
+    // Another array with the first `count` elements of this one.
+    std::unique_ptr<T[]> startingLike(int count) {
+        std::unique_ptr<T[]> fresh(new T[static_cast<unsigned>(capacity)]);
+        copy(fresh.get(), 0, items, 0, count);
+        return fresh;
+    }
+
+    void replaceItems(std::unique_ptr<T[]>& fresh) {
         delete[] items;
         items = fresh.release();
-        capacity = newCapacity;
     }
 
     int capacity;

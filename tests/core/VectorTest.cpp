@@ -491,14 +491,29 @@ struct Brittle {
     explicit Brittle(int v) : value(v) {}
     Brittle(const Brittle&) = default;
     Brittle& operator=(const Brittle& other) {
-        if (other.value == 13)
+        if (other.value == 13 || left-- == 0)
             throw std::runtime_error("no assignment");
         value = other.value;
         return *this;
     }
     bool operator==(const Brittle& other) const { return value == other.value; }
     int value = 0;
+    static inline int left = 1000;  // assignments that succeed
 };
+
+ValVector<Brittle> fourBrittle() {
+    ValVector<Brittle> v(8, 4);
+    for (int i = 1; i <= 4; ++i)
+        v.add(Brittle(i));
+    return v;
+}
+
+std::string valuesOf(const ValVector<Brittle>& v) {
+    std::string text;
+    for (int i = 0; i < v.size(); ++i)
+        text += std::to_string(v[i].value);
+    return text;
+}
 
 TEST(ValVectorTest, IsAsItWasAfterAnAssignmentThatThrew) {
     ValVector<Brittle> v(4, 4);
@@ -511,6 +526,34 @@ TEST(ValVectorTest, IsAsItWasAfterAnAssignmentThatThrew) {
     EXPECT_EQ(2, v.size());
     EXPECT_EQ(1, v[0].value);
     EXPECT_EQ(2, v[1].value);
+}
+
+TEST(ValVectorTest, IsAsItWasAfterAnInsertionThatThrew) {
+    for (const int left : {0, 1, 2, 3}) {
+        ValVector<Brittle> v = fourBrittle();
+
+        Brittle::left = left;
+        EXPECT_THROW(v.insert(Brittle(9), 1), std::runtime_error) << left;
+        Brittle::left = 1000;
+
+        EXPECT_EQ("1234", valuesOf(v)) << left;
+        v.insert(Brittle(9), 1);
+        EXPECT_EQ("19234", valuesOf(v));
+    }
+}
+
+TEST(ValVectorTest, IsAsItWasAfterARemovalThatThrew) {
+    for (const int left : {0, 1, 2}) {
+        ValVector<Brittle> v = fourBrittle();
+
+        Brittle::left = left;
+        EXPECT_THROW(v.removeAt(0), std::runtime_error) << left;
+        Brittle::left = 1000;
+
+        EXPECT_EQ("1234", valuesOf(v)) << left;
+        v.removeAt(0);
+        EXPECT_EQ("234", valuesOf(v));
+    }
 }
 
 TEST(ValVectorTest, TakesACapacityBelowNothingForNone) {
