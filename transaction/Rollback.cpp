@@ -1,5 +1,7 @@
 #include "transaction/Rollback.h"
 
+#include <algorithm>
+
 #include "identity/ObjectCache.h"
 #include "object/ListenerList.h"
 #include "object/ModelGate.h"
@@ -47,10 +49,14 @@ void revertAction(const Model* model, const Changes& changes, const Action& acti
 
 void revert(const Model* model, const Changes& changes, FirstFailure& failure) {
     revertReferences(changes);
-    for (auto each = changes.raised.rbegin(); each != changes.raised.rend(); ++each)
-        InstanceState::setVersion(each->instance, each->version);
     for (auto action = changes.pending.rbegin(); action != changes.pending.rend(); ++action)
         failure.attempt([&] { revertAction(model, changes, *action); });
+
+    // An action of the same instance has found it raised, or left it to be raised.
+    for (const Versioned& each : changes.raised)
+        if (!isUnknown(each.instance))
+            InstanceState::setVersion(each.instance,
+                                      std::min(each.instance->getVersion(), each.version));
 }
 
 }  // namespace Kes

@@ -52,6 +52,37 @@ protected:
     Pointer<Person> theirBob;
 };
 
+// So many changes lie between the removal and the link that the driver writes the
+// former, which raises Bob's version, before it hears of the latter.
+TEST_F(ConflictTest, LeavesTheVersionsThatAreStored) {
+    mine.startTransaction();
+    bob->employer = firm;
+    std::vector<Pointer<Person>> crowd;
+    for (int i = 0; i < 4200; ++i)
+        crowd.emplace_back(mine.newPerson("crowd"));
+    mine.commit();
+    const unsigned long stored = bob->getVersion();
+    changeTheirs();
+    mine.startTransaction();
+    firm->remove();
+    for (const Pointer<Person>& each : crowd) {
+        each->change();
+        each->age = 1;
+    }
+    bob->spouse = crowd.front();
+    ann->change();
+    ann->age = 31;
+
+    EXPECT_RAISES("COMFAIL", mine.commit());
+
+    EXPECT_EQ(stored, bob->getVersion());
+    mine.startTransaction();
+    bob->change();
+    bob->age = 41;
+    mine.commit();
+    EXPECT_EQ("41", ask("SELECT [age] FROM [Person] WHERE [name] = 'Bob'"));
+}
+
 TEST_F(ConflictTest, LosesNoUpdate) {
     changeTheirs();
     mine.startTransaction();
