@@ -10,6 +10,8 @@
 #include <kes/Role.h>
 #include <kes/Selection.h>
 
+#include "query/EmptiedTests.h"
+
 namespace Kes {
 
 Condition::~Condition() = default;
@@ -143,19 +145,23 @@ OneAssociatedCondition::OneAssociatedCondition(Role* testedRole,
                                                Instance* partner)
     : role(testedRole),
       op(associationOperator),
-      instance(partner) {}
+      instance(partner),
+      hasInstance(partner != nullptr) {}
 
 OneAssociatedCondition::OneAssociatedCondition(const OneAssociatedCondition& other)
     : Condition(other),
       role(new Role(*other.role)),
       op(other.op),
-      instance(other.instance) {}
+      instance(other.instance),
+      hasInstance(other.hasInstance) {}
 
 OneAssociatedCondition::~OneAssociatedCondition() {
     delete role;
 }
 
 void OneAssociatedCondition::translate(ConditionTranslator* translator) {
+    if (hasInstance && instance == nullptr)
+        EmptiedTests::note();
     translator->translate(role, op, static_cast<Instance*>(instance));
 }
 

@@ -16,6 +16,7 @@
 #include "object/ModelGate.h"
 #include "query/DeliveryObserver.h"
 #include "query/DriverDoor.h"
+#include "query/EmptiedTests.h"
 #include "query/SelectionState.h"
 
 namespace Kes {
@@ -199,16 +200,20 @@ bool Selection::start() {
     state->reader = ModelGate::objects(model).reading();
     frozen = new AssociatedClass(*this);
     ModelGate::thread(model).doit();
+    const EmptiedTests emptied;
     if (observer == nullptr)
         observer = &ModelGate::observer(model);
     observer->asked();
     if (model->isOpen())
         definition = ModelGate::door(model).enter()->defineSelection(frozen);
+    if (emptied.haveBeenMet())
+        return failOnEmptied();
     if (definition == nullptr)
         return failOnDriver();
     state->delivery.when = observer->now();
     try {
-        return openCursors();
+        const bool isOpen = openCursors();
+        return isOpen && emptied.haveBeenMet() ? failOnEmptied() : isOpen;
     } catch (...) {
         // Some classes would be missing: better no row than a part of them.
         cursors.clearAndDelete();
@@ -266,6 +271,14 @@ bool Selection::failOnOrphan() {
     state->failure = nullptr;
     fail("Selection::next",
          "The model of the selection was destroyed; destroy the selection first");
+    return false;
+}
+
+bool Selection::failOnEmptied() {
+    cursors.clearAndDelete();
+    fail("Selection::next",
+         "The object that a condition of the selection names is gone since its model was closed; "
+         "make the condition again");
     return false;
 }
 

@@ -112,7 +112,9 @@ extern template class KES_EXPORT AttributeCondition<Timestamp>;
 /// Tests a role against one instance, or against null for no partner.
 class KES_EXPORT OneAssociatedCondition : public Condition {
 public:
-    /// Adopts the role. The instance is kept alive by a Pointer.
+    /// Adopts the role. The instance is kept alive by a Pointer. A selection
+    /// whose condition has lost its instance, because the model was closed since,
+    /// raises SELERR (ERROR) at its first next.
     OneAssociatedCondition(Role* testedRole, AssociationOperator associationOperator,
                            Instance* partner);
     OneAssociatedCondition(const OneAssociatedCondition& other);
@@ -126,6 +128,7 @@ private:
     Role* role;  // owned
     AssociationOperator op;
     Pointer<Instance> instance;
+    bool hasInstance;  // from the beginning: to be empty is not to test for none
 };
 
 /// Tests a role against the result of a nested selection: EQUAL holds when some

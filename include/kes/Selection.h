@@ -116,6 +116,7 @@ private:
     bool advanceCurrent();
     bool failOnDriver();
     bool failOnOrphan();
+    bool failOnEmptied();
     bool isAtEnd() const;
     bool isOrphaned() const;
     static void fail(const char* operation, const char* reason);

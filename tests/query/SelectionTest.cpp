@@ -404,6 +404,39 @@ TEST_F(SelectionTest, TakesNoObjectOfAnotherClass) {
     EXPECT_RAISES("SELERR", firms.next());
 }
 
+// A model that is closed empties the pointers to its objects.
+TEST_F(SelectionTest, TakesNoObjectThatIsGoneForNone) {
+    model.newPerson("Ann");
+    model.commit();
+    const Selection all(model.personClass);
+    Pointer<Company> firm(model.newCompany("Firm"));
+    Pointer<Person> bob(model.newPerson("Bob"));
+    model.commit();
+    Selection plain(model.personClass);
+    plain.where(all("Works") == firm);
+    Selection copied(model.personClass);
+    copied.where((all("Works") == firm) & (all["age"] == 0));
+    Selection nested(model.companyClass);
+    nested.where(nested("Works") == bob);
+    Selection outer(model.personClass);
+    outer.where(all("Works") == nested);
+    Selection none(model.personClass);
+    none.where(all("Works") == nullptr);
+
+    model.close();
+    model.openWith();
+
+    for (Selection* each : {&plain, &copied, &outer})
+        EXPECT_NE(std::string::npos,
+                  messageRaisedBy([&] { each->next(); }).find("gone since its model was closed"));
+    EXPECT_FALSE(none.next());
+    model.newPerson("Cid");
+    model.commit();
+    Selection later(model.personClass);
+    later.where(all("Works") == nullptr);
+    EXPECT_TRUE(later.next());
+}
+
 TEST(OrphanedSelectionTest, EndsWithAnErrorBehindItsModel) {
     auto model = std::make_unique<StaffModel>();
     model->openWith();
