@@ -18,6 +18,7 @@
 #include "identity/ObjectCache.h"
 #include "object/InstanceState.h"
 #include "query/DriverDoor.h"
+#include "session/ClassShape.h"
 #include "transaction/Snapshot.h"
 #include "transaction/UnitOfWork.h"
 
@@ -187,12 +188,16 @@ void Model::add(Instance* first, const String& firstRole, Instance* second,
                 const String& secondRole, Association* association) {
     transactions->getChanges().contested = true;
     link(true, first, firstRole, second, secondRole, association);
+    if (isManyToMany(association))
+        transactions->noteUnsureLink(first, second);
 }
 
 void Model::remove(Instance* first, const String& firstRole, Instance* second,
                    const String& secondRole, Association* association) {
     transactions->getChanges().contested = true;
     link(false, first, firstRole, second, secondRole, association);
+    if (isManyToMany(association))
+        transactions->noteUnsureLink(first, second);
 }
 
 void Model::link(bool made, Instance* first, const String& firstRole, Instance* second,

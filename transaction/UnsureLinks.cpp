@@ -17,15 +17,49 @@ namespace Kes {
 
 namespace {
 
+// The ids of those who play the association's first and second role.
 using Pair = std::pair<unsigned long, unsigned long>;
 
-// Of the many-to-many association, by whether the pairs' first ids play its first
-// role.
+Pair pairOf(const Action& action) {
+    const unsigned long first = action.first->getObjectID();
+    const unsigned long second = action.second->getObjectID();
+    return action.firstIsOne ? Pair(first, second) : Pair(second, first);
+}
+
+// Of a many-to-many association: its pairs that memory could not tell of, and
+// which of them are linked.
 struct Asked {
-    std::vector<unsigned long> owners;
-    std::set<Pair> stored;
+    std::map<Pair, const Action*> pairs;
+    std::set<Pair> linked;
     bool isKnown = false;
 };
+
+std::vector<unsigned long> endsOf(const Asked& asked, bool ofFirstRole) {
+    std::vector<unsigned long> ids;
+    ids.reserve(asked.pairs.size());
+    for (const auto& [pair, action] : asked.pairs)
+        ids.push_back(ofFirstRole ? pair.first : pair.second);
+    std::sort(ids.begin(), ids.end());
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+    return ids;
+}
+
+// All links of the objects at one end, unless they are far more than the pairs.
+bool readLinks(LinkReader& reader, Association* association, bool ofFirstRole, Asked& asked) {
+    const std::vector<unsigned long> owners = endsOf(asked, ofFirstRole);
+    const String& role = ofFirstRole ? association->getOneRole() : association->getOtherRole();
+    const std::size_t most = 1000 + 64 * owners.size() + 16 * asked.pairs.size();
+    std::vector<StoredLink> found;
+    if (!reader.readLinks(association, role, owners, most, found))
+        return false;
+    for (const StoredLink& link : found) {
+        const Pair pair =
+            ofFirstRole ? Pair(link.owner, link.member) : Pair(link.member, link.owner);
+        if (asked.pairs.count(pair) != 0)
+            asked.linked.insert(pair);
+    }
+    return true;
+}
 
 // With a query for the one pair.
 bool isLinked(const Action& action) {
@@ -46,47 +80,34 @@ bool isLinked(const Action& action) {
 
 }  // namespace
 
-// To take back what dissolved a link that was not there is to do nothing. Where
-// no collection in memory told, the driver does, and tells it of many at once.
+// To take back what made a link that was there, or dissolved one that was not, is
+// to do nothing. Where no collection in memory told, the driver does, and tells it
+// of many at once.
 void askForUnsureLinks(const Model* model, Changes& changes) {
-    using Key = std::pair<Association*, bool>;
-    std::map<Key, Asked> asked;
+    std::map<Association*, Asked> all;
     for (const Action& action : changes.pending)
-        if (action.isUnsure && action.kind == Action::Unlink && !changes.isNew(action.first) &&
-            !changes.isNew(action.second))
-            asked[{action.association, action.firstIsOne}].owners.push_back(
-                action.first->getObjectID());
-    if (asked.empty())
+        if (action.isUnsure && !changes.isNew(action.first) && !changes.isNew(action.second))
+            all[action.association].pairs.emplace(pairOf(action), &action);
+    if (all.empty())
         return;
-    for (auto& [key, each] : asked) {
-        std::sort(each.owners.begin(), each.owners.end());
-        each.owners.erase(std::unique(each.owners.begin(), each.owners.end()), each.owners.end());
-        const String& role = key.second ? key.first->getOneRole() : key.first->getOtherRole();
-        std::vector<StoredLink> found;
-        const std::size_t most = 1000 + 64 * each.owners.size();
+    for (auto& [association, asked] : all) {
         auto* reader = ModelGate::door(model).find<LinkReader>();
         const DriverDoor::Passage asking = ModelGate::door(model).enter();
-        each.isKnown =
-            reader != nullptr && reader->readLinks(key.first, role, each.owners, most, found);
-        for (const StoredLink& link : found)
-            each.stored.emplace(link.owner, link.member);
+        asked.isKnown = reader != nullptr && (readLinks(*reader, association, true, asked) ||
+                                              readLinks(*reader, association, false, asked));
     }
+    for (auto& [association, asked] : all)
+        if (!asked.isKnown)
+            for (const auto& [pair, action] : asked.pairs)
+                if (isLinked(*action))
+                    asked.linked.insert(pair);
     for (Action& action : changes.pending) {
-        const auto known = action.second != nullptr
-                               ? asked.find({action.association, action.firstIsOne})
-                               : asked.end();
-        if (known == asked.end() ||
-            !std::binary_search(known->second.owners.begin(), known->second.owners.end(),
-                                action.first->getObjectID()))
+        const auto place = action.second != nullptr ? all.find(action.association) : all.end();
+        if (place == all.end() || place->second.pairs.count(pairOf(action)) == 0)
             continue;
-        std::set<Pair>& stored = known->second.stored;
-        const Pair pair(action.first->getObjectID(), action.second->getObjectID());
-        if (action.kind == Action::Link)
-            stored.insert(pair);
-        else if (known->second.isKnown)
-            action.changedNothing = stored.erase(pair) == 0;
-        else if (action.isUnsure)
-            action.changedNothing = !isLinked(action);
+        std::set<Pair>& linked = place->second.linked;
+        action.changedNothing = action.kind == Action::Link ? !linked.insert(pairOf(action)).second
+                                                            : linked.erase(pairOf(action)) == 0;
     }
 }
 

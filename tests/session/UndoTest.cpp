@@ -282,6 +282,38 @@ TEST_F(UndoTest, MakesNoLinkThatWasNotThereWhenItWasDissolved) {
     EXPECT_EQ(before, ask("SELECT count(*) FROM Liking"));
 }
 
+TEST_F(UndoTest, DissolvesNoLinkThatWasThereWhenItWasMade) {
+    for (Pointer<Node>* each : {&cid, &dan, &eve, &fay})
+        each->makeNull();
+    const unsigned long annId = ann->getObjectID();
+    const unsigned long bobId = bob->getObjectID();
+    const std::string before = ask("SELECT count(*) FROM Liking");
+    for (const int way : {0, 1, 2, 3}) {
+        ann.makeNull();
+        bob.makeNull();
+        model.garbageCollect();
+        ann = static_cast<Node*>(model.getInstance(annId, model.nodeClass));
+        bob = static_cast<Node*>(model.getInstance(bobId, model.nodeClass));
+        ASSERT_FALSE(ann->likes.isFetched());
+        transaction([&] {
+            if (way % 2 == 0)
+                ann->likes.add(static_cast<Node*>(bob));
+            else
+                bob->likedBy.add(static_cast<Node*>(ann));
+            if (way == 2)
+                bob->likedBy.remove(static_cast<Node*>(ann));
+            if (way == 3)
+                ann->likes.remove(static_cast<Node*>(bob));
+        });
+
+        if (model.isUndoable())
+            model.undo();
+
+        EXPECT_EQ(before, ask("SELECT count(*) FROM Liking")) << way;
+        EXPECT_TRUE(ann->likes.contains(bob)) << way;
+    }
+}
+
 TEST_F(UndoTest, GoesBackAndForthThroughSeveralTransactions) {
     for (int i = 1; i <= 5; ++i)
         rank(bob, i);

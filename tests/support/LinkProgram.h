@@ -554,11 +554,8 @@ private:
         const bool isLabel = pick(2) == 0;
         const Id id = anyOf(false);
         const Id other = anyOf(isLabel);
-        const bool isThere = (isLabel ? present[id].labels : present[id].likes).contains(other);
         const bool fromOther = pick(2) == 0;
-
-        // What is made twice is taken back as if it was made the second time.
-        const bool make = !isThere && pick(3) != 0;
+        const bool make = pick(3) != 0;
         program << (fromOther ? "from there " : "") << id << (make ? " gets " : " loses ")
                 << (isLabel ? "label " : "like ") << other << '\n';
         Item* item = session.model.item(id);
