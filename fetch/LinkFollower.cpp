@@ -1,5 +1,7 @@
 #include "fetch/LinkFollower.h"
 
+#include <utility>
+
 #include <kes/Association.h>
 #include <kes/Class.h>
 #include <kes/Instance.h>
@@ -80,6 +82,40 @@ void LinkFollower::follow(Instance* instance, const DroppedPartners& dropped,
         if (end.isOppositeOne || shown.count(end.opposite) != 0)
             follow(instance, end, dropped);
     }
+    for (const DroppedPartners::Members& each : dropped.collections)
+        for (const End& end : endsOf(instance->getClass()).manies) {
+            RoleReader field(end.association->getName(), *end.role);
+            if (hasShownSides(end))
+                field.read(instance);
+            if (field.many == each.ref)
+                keepMembers(instance, end.role, std::vector<unsigned long>(each.ids));
+        }
+}
+
+// Members of one owner tell by their own rows.
+bool LinkFollower::hasShownSides(const End& end) const {
+    return !end.isOppositeOne && shown.count(end.opposite) != 0;
+}
+
+void LinkFollower::keepMembers(Instance* owner, ManyAssociatedInstances& ref,
+                               const Association* association, const String& role) {
+    if (!ref.isFetched())
+        return;
+    const String* own = ownText(association, role);
+    for (const End& end : endsOf(owner->getClass()).manies)
+        if (end.role == own && hasShownSides(end))
+            keepMembers(owner, own, DroppedPartners::idsOf(ref));
+}
+
+// Owners that were freed are forgotten now and then.
+void LinkFollower::keepMembers(Instance* owner, const String* role,
+                               std::vector<unsigned long>&& ids) {
+    former.insert_or_assign(Place(owner->getObjectID(), role), std::move(ids));
+    if (former.size() < mostKept)
+        return;
+    std::erase_if(former,
+                  [&](const auto& kept) { return objects->get(kept.first.first) == nullptr; });
+    mostKept = 2 * former.size() + 1024;
 }
 
 void LinkFollower::follow(Instance* instance, const End& end, const DroppedPartners& dropped) {
@@ -146,15 +182,64 @@ void LinkFollower::followMembers(Instance* owner, ManyAssociatedInstances& ref,
             !back.many->contains(owner))
             back.many->add(owner);
     }
+    const auto kept = former.find(Place(owner->getObjectID(), ownText(association, role)));
+    if (kept == former.end())
+        return;
+    for (const unsigned long id : kept->second) {
+        Instance* member = objects->get(id);
+        if (member == nullptr || ref.contains(member))
+            continue;
+        back.read(member);
+        if (back.many != nullptr && back.many != &ref && back.many->isFetched())
+            back.many->remove(owner);
+    }
+    former.erase(kept);
 }
 
 void LinkFollower::unfetchCollections(Instance* instance) {
     for (const End& end : endsOf(instance->getClass()).manies) {
         RoleReader field(end.association->getName(), *end.role);
         field.read(instance);
-        if (field.many != nullptr && field.many->isFetched())
-            field.many->setFetched(false);
+        if (field.many == nullptr || !field.many->isFetched())
+            continue;
+        if (hasShownSides(end))
+            keepMembers(instance, end.role, DroppedPartners::idsOf(*field.many));
+        field.many->setFetched(false);
     }
+}
+
+void LinkFollower::leaveAll(Instance* instance) {
+    const Ends& ends = endsOf(instance->getClass());
+    for (const End& end : ends.ones) {
+        RoleReader field(end.association->getName(), *end.role);
+        field.read(instance);
+        const unsigned long id = field.one != nullptr ? partnerOf(*field.one) : 0;
+        if (Instance* partner = id != 0 ? objects->get(id) : nullptr)
+            release(partner, end, instance);
+    }
+    for (const End& end : ends.manies) {
+        RoleReader field(end.association->getName(), *end.role);
+        field.read(instance);
+        if (field.many == nullptr || !field.many->isFetched())
+            continue;
+        std::vector<Instance*> members;
+        for (field.many->reset(); field.many->next();)
+            members.push_back(field.many->value());
+        for (Instance* member : members)
+            release(member, end, instance);
+    }
+}
+
+// A one-reference keeps the id, as the row does that the partner was read with,
+// and is read anew: it leads to nobody then.
+void LinkFollower::release(Instance* partner, const End& end, Instance* gone) {
+    RoleReader back(end.association->getName(), *end.opposite);
+    back.read(partner);
+    if (back.many != nullptr && back.many->isFetched())
+        back.many->remove(gone);
+    if (back.one != nullptr && back.one->isFetched() && back.one->getInstance() == gone &&
+        !ReferenceState::isTouched(*back.one))
+        back.one->setFetched(false);
 }
 
 }  // namespace Kes

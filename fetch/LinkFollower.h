@@ -12,8 +12,11 @@
 
 #pragma once
 
+#include <cstddef>
+#include <map>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include <kes/Forward.h>
@@ -40,6 +43,11 @@ public:
     /// The collections that are just being filled over `filling` need not follow.
     void follow(Instance* instance, const DroppedPartners& dropped, const Association* filling);
 
+    /// A collection is about to be unfetched: who is no member of it when it is
+    /// loaded again, was dropped by others.
+    void keepMembers(Instance* owner, ManyAssociatedInstances& ref, const Association* association,
+                     const String& role);
+
     /// A collection was loaded. Members of many owners follow.
     void followMembers(Instance* owner, ManyAssociatedInstances& ref,
                        const Association* association, const String& role);
@@ -47,6 +55,10 @@ public:
     /// The instance was read again by itself: of its collections that says
     /// nothing.
     void unfetchCollections(Instance* instance);
+
+    /// The instance is not stored any more: nobody who is known to refer to it
+    /// goes on to.
+    void leaveAll(Instance* instance);
 
 private:
     // One end of an association, as the class that reports it sees it.
@@ -62,10 +74,16 @@ private:
         bool isNew = false;  // its collections were noted
     };
 
+    // Whose collection, by his id and his role.
+    using Place = std::pair<unsigned long, const String*>;
+
     Ends& endsOf(const Class* cls);
+    bool hasShownSides(const End& end) const;
+    void keepMembers(Instance* owner, const String* role, std::vector<unsigned long>&& ids);
     void follow(Instance* instance, const End& end, const DroppedPartners& dropped);
     void join(Instance* instance, const End& end, unsigned long id);
     void leave(Instance* instance, const End& end, unsigned long id);
+    void release(Instance* partner, const End& end, Instance* gone);
     void pointBack(OneAssociatedInstance& ref, Instance* owner, Instance* partner, const End& end);
 
     const Model* model;
@@ -74,6 +92,11 @@ private:
     const Class* lastClass = nullptr;
     Ends* lastEnds = nullptr;
     std::unordered_set<const String*> shown;  // roles, as their associations hold them
+
+    // The members of collections of many-to-many associations before they were
+    // unfetched.
+    std::map<Place, std::vector<unsigned long>> former;
+    std::size_t mostKept = 1024;
 };
 
 }  // namespace Kes

@@ -119,7 +119,7 @@ void ReferenceLoader::noteRenewed(Instance* instance) {
     sawNewer = sawNewer || loading != nullptr;
     if (!InstanceState::isAhead(instance))
         followLinks(instance);
-    door.dropped.entries.clear();
+    door.dropped.clear();
 }
 
 bool ReferenceLoader::handOutFresh(Instance* instance) {

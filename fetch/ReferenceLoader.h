@@ -86,6 +86,15 @@ public:
     /// The instance was read again by itself.
     void noteRefreshed(Instance* instance) { follower.unfetchCollections(instance); }
 
+    /// A collection is going to be read again.
+    void noteReread(Instance* owner, ManyAssociatedInstances& ref, const Association* association,
+                    const String& role) {
+        follower.keepMembers(owner, ref, association, role);
+    }
+
+    /// A refresh has found that it is not stored any more.
+    void noteGone(Instance* instance) { follower.leaveAll(instance); }
+
     /// Loads the partner with that id, and partners of siblings beside it.
     /// Null when it is not stored. False when that could not be read, which was
     /// raised.

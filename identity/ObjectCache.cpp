@@ -101,33 +101,6 @@ void ObjectCache::orphan(Instance* instance) {
     orphans.insert(instance);
 }
 
-void ObjectCache::lose(unsigned long id, unsigned long version) {
-    if (isRead())
-        losses.insert_or_assign(id, version);
-}
-
-void ObjectCache::makeRoom(const Losses& more) {
-    const std::size_t size = losses.size() + more.size();
-    if (static_cast<float>(size) >
-        static_cast<float>(losses.bucket_count()) * losses.max_load_factor())
-        losses.reserve(2 * size);
-}
-
-void ObjectCache::lose(Losses& more) noexcept {
-    while (!more.empty()) {
-        auto added = losses.insert(more.extract(more.begin()));
-        if (!added.inserted)
-            added.position->second = added.node.mapped();
-    }
-}
-
-bool ObjectCache::findLost(const Instance* instance) {
-    if (!isRead())
-        losses.clear();
-    const auto found = losses.find(instance->getObjectID());
-    return found != losses.end() && instance->getVersion() < found->second;
-}
-
 // Marks that stayed behind would keep the next collection from what they hide.
 void ObjectCache::collect(const std::function<void(Marker&)>& markMore) try {
     Marker marker;
@@ -190,7 +163,7 @@ void ObjectCache::empty() {
             dead.push_back(entry.instance);
     instances.clear();
     orphans.clear();
-    losses.clear();
+    news.clear();
     pressure = 0;
     patience = Patience;
     destroy(dead);

@@ -7,8 +7,6 @@
 #pragma once
 
 #include <functional>
-#include <memory>
-#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -17,6 +15,7 @@
 
 #include "identity/ObjectTable.h"
 #include "identity/PointerRegistry.h"
+#include "identity/RowNews.h"
 
 namespace Kes {
 
@@ -49,28 +48,6 @@ public:
     /// to own it, until a collection finds that nothing reaches it.
     void orphan(Instance* instance);
 
-    // A selection under way delivers the rows that it began with, also those of
-    // objects that were removed and freed since. Without a note of these, such
-    // a row would make an object that seems to be stored.
-
-    /// Whoever holds it may yet deliver rows from before.
-    std::shared_ptr<const void> reading() const { return readers; }
-    bool isRead() const { return readers.use_count() > 1; }
-
-    /// Removed objects by id, with the version that the removal had.
-    using Losses = std::unordered_map<unsigned long, unsigned long>;
-
-    /// Notes a removal while a selection is under way.
-    void lose(unsigned long id, unsigned long version);
-
-    /// The same for many; `more` was given to makeRoom before, and nothing
-    /// fails.
-    void lose(Losses& more) noexcept;
-    void makeRoom(const Losses& more);
-
-    /// Whether the instance comes from a row of before its removal.
-    bool hasLost(const Instance* instance) { return !losses.empty() && findLost(instance); }
-
     /// Frees what neither a pointer nor the transaction reaches.
     /// `markMore` marks what else is in use.
     void collect(const std::function<void(Marker&)>& markMore);
@@ -79,17 +56,15 @@ public:
     void empty();
 
     PointerRegistry pointers;
+    RowNews news;
 
 private:
     /// The number of instances that it freed.
     std::size_t sweep();
-    bool findLost(const Instance* instance);
     void destroy(const std::vector<Instance*>& dead);
 
     ObjectTable instances;
     std::unordered_set<Instance*> orphans;
-    std::shared_ptr<const void> readers = std::make_shared<char>();
-    Losses losses;
     int threshold;
     std::size_t pressure = 0;
     std::size_t patience;

@@ -2,7 +2,7 @@
 //
 // A driver that brings an object up to date sets its references to unfetched and
 // gives them new ids. Whoever was the partner before may be in memory, with a
-// collection that the object has left.
+// collection that the object has left. Likewise the members of its collections.
 
 #pragma once
 
@@ -29,7 +29,24 @@ public:
     /// that was noted in before.
     static DroppedPartners* noteIn(DroppedPartners* list) { return std::exchange(myCurrent, list); }
 
+    /// The same for the members of a collection.
+    struct Members {
+        const ManyAssociatedInstances* ref;
+        std::vector<unsigned long> ids;
+    };
+    static void noteMembers(ManyAssociatedInstances* ref) {
+        if (myCurrent != nullptr)
+            myCurrent->collections.push_back({ref, idsOf(*ref)});
+    }
+    static std::vector<unsigned long> idsOf(ManyAssociatedInstances& ref);
+
+    void clear() {
+        entries.clear();
+        collections.clear();
+    }
+
     std::vector<Entry> entries;
+    std::vector<Members> collections;
 
 private:
     static inline constinit thread_local DroppedPartners* myCurrent = nullptr;

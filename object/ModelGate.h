@@ -77,6 +77,12 @@ public:
         return model->noteRemoval(instance);
     }
 
+    /// Reads an instance again that a selection of before has made of an old row;
+    /// false where that fails, which was raised.
+    static bool renewOutdated(Model* model, Instance* instance) {
+        return model->renewOutdated(instance);
+    }
+
     /// What fails from here on stands for itself: the kind of what has failed
     /// before is kept, and that of what follows is not.
     static void keepFailure(Model* model) { model->keepFailure(model->failures); }

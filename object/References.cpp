@@ -1,3 +1,4 @@
+#include <kes/Instance.h>
 #include <kes/ManyAssociatedInstances.h>
 #include <kes/One.h>
 #include <kes/OneAssociatedInstance.h>
@@ -23,7 +24,16 @@ Instance* OneReference::getInstance() {
     return held;
 }
 
+std::vector<unsigned long> DroppedPartners::idsOf(ManyAssociatedInstances& ref) {
+    std::vector<unsigned long> ids;
+    for (ref.reset(); ref.next();)
+        ids.push_back(ref.value()->getObjectID());
+    return ids;
+}
+
 void ManyAssociatedInstances::setFetched(bool isFetchedNow) {
+    if (fetched && !isFetchedNow)
+        DroppedPartners::noteMembers(this);
     fetched = isFetchedNow;
     if (!fetched)
         clear();

@@ -44,7 +44,7 @@ public:
         ~Passage() {
             DroppedPartners::noteIn(outer);
             if (--door.calls == 0)
-                door.dropped.entries.clear();
+                door.dropped.clear();
         }
 
         /// The model is open.

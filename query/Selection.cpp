@@ -141,10 +141,12 @@ Instance* Selection::read() {
         return nullptr;
     }
     if (cursors.size() == 0) {
-        state->reader.reset();
+        state->reader = {};
         return nullptr;
     }
+    RowNews& news = ModelGate::objects(cls->getModel()).news;
     const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
+    const RowNews::RowScope rows(news, state->reader.begun);
     if (state->merge != nullptr && cursors.size() > 1) {
         current = state->merge->choose(cursors);
         if (current < 0) {
@@ -153,10 +155,15 @@ Instance* Selection::read() {
         }
     }
     Instance* instance = cursors[current]->getInstance();
-    if (instance == nullptr)
+    if (instance == nullptr) {
         failOnDriver();
-    else
-        observer->read(state->delivery, instance);
+        return nullptr;
+    }
+    if (news.isOutdated(instance) && !ModelGate::renewOutdated(cls->getModel(), instance)) {
+        cursors.clearAndDelete();
+        return nullptr;
+    }
+    observer->read(state->delivery, instance);
     return instance;
 }
 
@@ -197,7 +204,7 @@ bool Selection::start() {
     if (cls == nullptr || cls->getModel() == nullptr)
         return failOnDriver();
     Model* model = cls->getModel();
-    state->reader = ModelGate::objects(model).reading();
+    state->reader = ModelGate::objects(model).news.begin(cls);
     frozen = new AssociatedClass(*this);
     ModelGate::thread(model).doit();
     const EmptiedTests emptied;
@@ -223,6 +230,7 @@ bool Selection::start() {
 
 bool Selection::openCursors() {
     const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
+    const RowNews::RowScope rows(ModelGate::objects(cls->getModel()).news, state->reader.begun);
     const PtrList<Class> concrete = cls->getConcreteClasses();
     for (Class* each : concrete) {
         std::unique_ptr<DBDriverSelection> cursor(cls->getModel()->fetch(each, definition));
@@ -244,6 +252,7 @@ bool Selection::advanceCurrent() {
     bool more = false;
     try {
         const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
+        const RowNews::RowScope rows(ModelGate::objects(cls->getModel()).news, state->reader.begun);
         more = cursors[current]->next();
     } catch (...) {
         cursors.clearAndDelete();

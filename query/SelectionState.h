@@ -9,6 +9,7 @@
 #include <kes/Pointer.h>
 
 #include "core/Platform.h"
+#include "identity/RowNews.h"
 #include "query/DeliveryObserver.h"
 #include "query/MergeHeap.h"
 
@@ -23,7 +24,7 @@ public:
     std::exception_ptr failure;           // what ended the reading ahead
 
     // Tells the object cache that rows may come that were read long ago.
-    std::shared_ptr<const void> reader;
+    RowNews::Reading reader;
 };
 
 }  // namespace Kes

@@ -102,6 +102,7 @@ void ModelGate::loadMembers(Instance* owner, ManyAssociatedInstances& ref, Assoc
     if (force)
         model->door->end();
     const Pointer<Instance> keep(owner);
+    references.noteReread(owner, ref, association, role);
     ref.setFetched(false);
     const bool isStored = owner->getObjectID() != 0 && model->isOpen();
     if (isStored && !references.loadMembers(owner, association, role, ref)) {

@@ -65,16 +65,23 @@ void Model::set(Instance* instance) {
     InstanceState::setFingerprint(instance, digestFields(instance));
     if (objects->get(instance->getObjectID()) == instance) {
         references->noteRenewed(instance);
-        if (InstanceState::isGone(instance))
+        if (InstanceState::isGone(instance) && !objects->news.hasLost(instance))
             instance->setRemoved(false);
+        if (!instance->isRemoved())
+            objects->news.note(instance);
 
         // What the application has not had yet is no change to it.
         InstanceState::setUntold(instance, !InstanceState::isAhead(instance));
     } else {
         references->noteFiled(instance);
-        if (objects->hasLost(instance)) {
+        if (objects->news.hasLost(instance)) {
             instance->setRemoved(true);
             InstanceState::setGone(instance, true);
+        } else {
+            // Nobody gets it before it was read again.
+            if (objects->news.isOutdated(instance))
+                InstanceState::setAhead(instance, true);
+            objects->news.note(instance);
         }
         objects->file(instance);
     }
@@ -283,7 +290,10 @@ void Model::refresh(Instance* instance) {
     const unsigned long before = instance->getVersion();
     const ErrorWatch watch;
     const bool isCurrent = door->ask()->refresh(instance);
-    if (!isPending(instance))
+    const DBDriverStatus* status = isCurrent ? nullptr : driver->getStatus();
+    const bool isChanged = isCurrent || instance->getVersion() != before ||
+                           (status != nullptr && status->code == DBDriverStatus::Changed);
+    if (isChanged && !isPending(instance))
         references->noteRefreshed(instance);
 
     // A query tells nobody of what it has brought.
@@ -299,7 +309,6 @@ void Model::refresh(Instance* instance) {
         instance->getClass()->fireInstanceChanged(instance);
         return;
     }
-    const DBDriverStatus* status = driver->getStatus();
     if (status == nullptr)
         raise("REFFAIL", "Instance::refresh", driver->getErrorMessage());
     else if (status->code == DBDriverStatus::Changed)
@@ -315,11 +324,33 @@ bool Model::noteRemoval(Instance* instance) {
         return true;
     if (InstanceState::isGone(instance))
         return false;
-    objects->lose(instance->getObjectID(), instance->getVersion() + 1);
+    objects->news.noteRemoval(instance, instance->getVersion() + 1);
     instance->setRemoved(true);
     InstanceState::setGone(instance, true);
     InstanceState::setUntold(instance, true);
+    references->noteGone(instance);
+    references->noteRefreshed(instance);
     return true;
+}
+
+// The instance comes from a selection that began before this memory had a newer
+// one, which was freed meanwhile. False when it cannot be read again, which was
+// raised.
+bool Model::renewOutdated(Instance* instance) {
+    const RowNews::RowScope present(objects->news, RowNews::Present);
+    const ErrorWatch watch;
+    const bool isCurrent = door->enter()->refresh(instance);
+    const DBDriverStatus* status = isCurrent ? nullptr : driver->getStatus();
+    if (status != nullptr && status->code == DBDriverStatus::Removed)
+        noteRemoval(instance);
+    else
+        InstanceState::setUntold(instance, false);
+    if (watch.hasFailed())
+        return false;
+    if (isCurrent || status != nullptr)
+        return true;
+    raise("SELERR", "Selection::next", driver->getErrorMessage());
+    return false;
 }
 
 SelectionDefinition* Model::defineSelection(AssociatedClass* associatedClass) {

@@ -118,13 +118,30 @@ void Commit::prepare() {
         steps.insert(steps.end(), told.begin(), told.end());
     }
     isPrepared = true;
-    ObjectCache& objects = ModelGate::objects(model);
-    if (!objects.isRead())
+    prepareNews();
+}
+
+// What is new was in no selection before, unless it is stored again.
+void Commit::prepareNews() {
+    RowNews& selections = ModelGate::objects(model).news;
+    if (!selections.isAnyOpen())
         return;
-    for (const Action& action : changes.pending)
+    const auto note = [&](const Instance* instance, bool isRemoval) {
+        if (selections.concerns(instance))
+            news.insert_or_assign(instance->getObjectID(),
+                                  RowNews::Entry{instance->getVersion(), isRemoval});
+    };
+    for (const Action& action : changes.pending) {
         if (action.kind == Action::Remove)
-            losses.emplace(action.first->getObjectID(), action.first->getVersion());
-    objects.makeRoom(losses);
+            note(action.first, true);
+        else if (action.kind == Action::Update || action.restored ||
+                 (action.second != nullptr && InstanceState::isRaised(action.first)))
+            note(action.first, false);
+    }
+    for (const Versioned& each : changes.raised)
+        if (!each.instance->isRemoved())
+            note(each.instance, false);
+    selections.makeRoom(news);
 }
 
 bool Commit::getChangedFields(const Instance* instance, FieldSet& fields) const {

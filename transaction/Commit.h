@@ -21,6 +21,7 @@
 #include <kes/Forward.h>
 #include <kes/String.h>
 
+#include "identity/RowNews.h"
 #include "query/DriverDoor.h"
 #include "transaction/Changes.h"
 #include "transaction/History.h"
@@ -60,8 +61,8 @@ public:
     // nothing may fail after that.
     History::Draft draft;
     Repairs repairs;
-    Changes::Actions actions;                                 // room for the pending ones
-    std::unordered_map<unsigned long, unsigned long> losses;  // of the object cache
+    Changes::Actions actions;  // room for the pending ones
+    RowNews::Entries news;     // for open selections
 
 private:
     bool applyAll(String& failure);
@@ -69,6 +70,7 @@ private:
     bool applyUpdate(Action& action, const DriverDoor::Passage& driver, String& failure);
     bool applyLink(Action& action, const DriverDoor::Passage& driver);
     void prepare();
+    void prepareNews();
 
     const bool keepsSteps;
     Model* model;

@@ -282,7 +282,7 @@ bool UnitOfWork::keepsSteps() const {
 // a transaction or undo this one.
 void UnitOfWork::settleHistory(Commit& done) noexcept {
     History::Draft& draft = done.draft;
-    ModelGate::objects(model).lose(done.losses);
+    ModelGate::objects(model).news.note(done.news);
     if (!draft.steps().steps.empty())
         draft.steps().snapshots = std::move(changes.snapshots);
     if (turning)

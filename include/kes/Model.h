@@ -275,6 +275,7 @@ private:
     void link(bool made, Instance* first, const String& firstRole, Instance* second,
               const String& secondRole, Association* association);
     bool noteRemoval(Instance* instance);
+    bool renewOutdated(Instance* instance);
     void recordLink(bool made, Instance* first, const String& firstRole, Instance* second,
                     const String& secondRole, Association* association);
     bool isAdded(const Instance* instance, const char* operation) const;

@@ -44,7 +44,9 @@ private:
 /// not committed do not select, though an object in memory is delivered with
 /// its pending changes. Rows that a selection under way started with are
 /// delivered exactly once, whatever is committed or rolled back meanwhile. They
-/// are of one state of the database, also those of several concrete classes.
+/// are of one state of the database, also those of several concrete classes; an
+/// object that the model has had in a newer state since is delivered in that, or
+/// as removed.
 ///
 /// While references of the delivered objects are read, rows are read ahead, so
 /// that the references of many are loaded together: up to 256, and at most a

@@ -149,6 +149,130 @@ TEST_F(CursorTest, TakesAnObjectThatAnUndoHasBroughtBackForStored) {
         EXPECT_FALSE(again.value()->isRemoved());
 }
 
+// The same of what makes an object older than the one that was in memory.
+TEST_F(CursorTest, DeliversNothingOlderThanWhatItsModelHasStored) {
+    SelectionOf<Person> people(model.personClass);
+    people.orderBy(people["age"]);
+    ASSERT_TRUE(people.next());
+    model.startTransaction();
+    model.findPerson("P99")->change();
+    model.findPerson("P99")->salary = 9;
+    model.commit();
+    model.garbageCollect();
+    Person* last = nullptr;
+    while (people.next())
+        last = people.value();
+
+    EXPECT_EQ("P99", last->name);
+    EXPECT_EQ(9, last->salary);
+    model.startTransaction();
+    last->change();
+    last->salary = 10;
+    EXPECT_NO_THROW(model.commit());
+}
+
+TEST_F(CursorTest, DeliversNothingOlderThanWhatItsModelHasSeenOfOthers) {
+    Pointer<Person> seen(model.findPerson("P99"));
+    SelectionOf<Person> people(model.personClass);
+    people.orderBy(people["age"]);
+    ASSERT_TRUE(people.next());
+    StaffModel others;
+    open(others);
+    for (const double salary : {1, 2}) {
+        others.startTransaction();
+        others.findPerson("P99")->change();
+        others.findPerson("P99")->salary = salary;
+        others.commit();
+    }
+    seen->refresh();
+    EXPECT_EQ(2, seen->salary);
+    seen = nullptr;
+    model.garbageCollect();
+    Person* last = nullptr;
+    while (people.next())
+        last = people.value();
+
+    EXPECT_EQ(2, last->salary);
+}
+
+TEST_F(CursorTest, DeliversNothingOlderThanWhatAnotherQueryHasLoaded) {
+    SelectionOf<Person> people(model.personClass);
+    people.orderBy(people["age"]);
+    ASSERT_TRUE(people.next());
+    StaffModel others;
+    open(others);
+    others.startTransaction();
+    others.findPerson("P99")->change();
+    others.findPerson("P99")->salary = 1;
+    others.commit();
+    EXPECT_EQ(1, model.findPerson("P99")->salary);
+    model.garbageCollect();
+    while (people.next())
+        continue;
+
+    EXPECT_EQ("P99", people.value()->name);
+    EXPECT_EQ(1, people.value()->salary);
+}
+
+// A merge holds the next row of each class.
+TEST_F(CursorTest, HandsOutNothingOlderThatWaitsToBeDelivered) {
+    model.startTransaction();
+    std::vector<Vehicle*> made;
+    for (int year = 0; year < 4; ++year) {
+        made.push_back(static_cast<Vehicle*>(
+            (year % 2 == 0 ? model.carClass : model.boatClass)->newInstance()));
+        made.back()->year = year;
+    }
+    const unsigned long last = made.back()->getObjectID();
+    model.commit();
+    model.garbageCollect();
+    SelectionOf<Vehicle> vehicles(model.vehicleClass);
+    vehicles.orderBy(vehicles["year"]);
+    ASSERT_TRUE(vehicles.next());
+    StaffModel others;
+    open(others);
+    others.startTransaction();
+    auto* theirs = static_cast<Vehicle*>(others.getInstance(last, others.boatClass));
+    theirs->change();
+    theirs->name = "new";
+    others.commit();
+    EXPECT_EQ("new", static_cast<Vehicle*>(model.getInstance(last, model.boatClass))->name);
+    model.garbageCollect();
+    ASSERT_TRUE(vehicles.next());
+    ASSERT_TRUE(vehicles.next());
+
+    EXPECT_EQ("new", static_cast<Vehicle*>(model.getInstance(last, model.boatClass))->name);
+    ASSERT_TRUE(vehicles.next());
+    EXPECT_EQ(last, vehicles.value()->getObjectID());
+    EXPECT_EQ("new", vehicles.value()->name);
+}
+
+// What was found removed does not come back with a row of before, though that is
+// newer than what memory had.
+TEST_F(CursorTest, BringsNoObjectBackThatWasFoundRemoved) {
+    const Pointer<Person> known(model.findPerson("P99"));
+    StaffModel others;
+    open(others);
+    others.startTransaction();
+    const Pointer<Person> theirs(others.findPerson("P99"));
+    theirs->change();
+    theirs->salary = 1;
+    others.commit();
+    SelectionOf<Person> people(model.personClass);
+    people.orderBy(people["age"]);
+    ASSERT_TRUE(people.next());
+    others.startTransaction();
+    theirs->remove();
+    others.commit();
+    known->refresh();
+    EXPECT_TRUE(known->isRemoved());
+    while (people.next())
+        continue;
+
+    EXPECT_EQ(known, people.value());
+    EXPECT_TRUE(known->isRemoved());
+}
+
 TEST_F(CursorTest, ChangesEachRowOnce) {
     SelectionOf<Person> people(model.personClass);
     people.where(people["age"] >= 0);

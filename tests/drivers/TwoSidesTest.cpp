@@ -181,6 +181,95 @@ TEST_F(TwoSidesTest, AgreeOnLinksOfManyToManyThatWereLoaded) {
     EXPECT_TRUE(other->friendOf.contains(one));
 }
 
+TEST_F(TwoSidesTest, AgreeOnLinksOfManyToManyThatOthersHaveDissolved) {
+    others.startTransaction();
+    const Pointer<Person> linked(others.findPerson("P0"));
+    linked->friends.add(others.findPerson("P1"));
+    others.commit();
+    for (const bool isForced : {false, true}) {
+        one->refresh();
+        other->refresh();
+        EXPECT_TRUE(one->friends.contains(other));
+        EXPECT_TRUE(other->friendOf.contains(one));
+        others.startTransaction();
+        linked->friends.remove(others.findPerson("P1"));
+        others.commit();
+
+        if (isForced)
+            one->get(one->friends, true);
+        else
+            one->refresh();
+
+        EXPECT_FALSE(one->friends.contains(other));
+        EXPECT_FALSE(other->friendOf.contains(one));
+        others.startTransaction();
+        linked->friends.add(others.findPerson("P1"));
+        others.commit();
+    }
+}
+
+// The query finds a newer version, and the collections become unfetched.
+TEST_F(TwoSidesTest, AgreeOnADissolvedLinkOfAnObjectThatAQueryHasMet) {
+    others.startTransaction();
+    const Pointer<Person> linked(others.findPerson("P0"));
+    linked->friends.add(others.findPerson("P1"));
+    others.commit();
+    one->refresh();
+    EXPECT_TRUE(one->friends.contains(other));
+    EXPECT_TRUE(other->friendOf.contains(one));
+    others.startTransaction();
+    linked->friends.remove(others.findPerson("P1"));
+    linked->change();
+    linked->salary = 7;
+    others.commit();
+
+    EXPECT_EQ(one, model.findPerson("P0"));
+
+    EXPECT_FALSE(one->friends.contains(other));
+    EXPECT_FALSE(other->friendOf.contains(one));
+}
+
+TEST_F(TwoSidesTest, LoseAMemberWhoIsFoundRemoved) {
+    others.startTransaction();
+    const Pointer<Person> gone(others.findPerson("P0"));
+    others.findPerson("P1")->friends.add(gone);
+    others.commit();
+    other->refresh();
+    one->refresh();
+    EXPECT_TRUE(other->friends.contains(one));
+    EXPECT_TRUE(one->friendOf.contains(other));
+    EXPECT_TRUE(first->staff.contains(one));
+    others.startTransaction();
+    gone->remove();
+    others.commit();
+
+    one->refresh();
+
+    EXPECT_TRUE(one->isRemoved());
+    EXPECT_TRUE(first->staff.empty());
+    EXPECT_TRUE(other->friends.empty());
+}
+
+TEST_F(TwoSidesTest, LoseAPartnerWhoIsFoundRemoved) {
+    letOthersMarry("P1", "P0");
+    one->refresh();
+    other->refresh();
+    EXPECT_EQ(one, other->spouse.get());
+    EXPECT_EQ(other, one->marriedTo.get());
+    EXPECT_EQ(first, one->employer.get());
+    EXPECT_TRUE(first->staff.contains(one));
+    others.startTransaction();
+    others.findPerson("P0")->remove();
+    others.findCompany("F0")->remove();
+    others.commit();
+
+    one->refresh();
+    first->refresh();
+
+    EXPECT_EQ(nullptr, other->spouse.get());
+    EXPECT_TRUE(first->staff.empty());
+}
+
 TEST_F(TwoSidesTest, AreUnfetchedByARefreshThoughTheVersionIsTheSame) {
     const unsigned long before = second->getVersion();
     letOthersMove("P0", "F1");
