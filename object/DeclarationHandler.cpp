@@ -1,7 +1,9 @@
 #include "object/DeclarationHandler.h"
 
 #include <kes/Class.h>
+#include <kes/Many.h>
 #include <kes/Model.h>
+#include <kes/One.h>
 
 namespace Kes {
 
@@ -46,6 +48,21 @@ void ClassDeclarationHandler::declare(const String& name, const String& role,
         association->initializeOtherClass(cls, role, plurality, rule);
     }
     cls->addAssociation(association);
+}
+
+void LooseReferenceFinder::handleOneAssociated(const String&, const String& role,
+                                               OneAssociatedInstance* ref,
+                                               Association::ConsistencyRule) {
+    const auto* reference = dynamic_cast<const OneReference*>(ref);
+    if (reference != nullptr && !reference->hasOwner() && found.size() == 0)
+        found = role;
+}
+
+void LooseReferenceFinder::handleManyAssociated(const String&, const String& role,
+                                                ManyAssociatedInstances* ref) {
+    const auto* reference = dynamic_cast<const ManyReference*>(ref);
+    if (reference != nullptr && !reference->hasOwner() && found.size() == 0)
+        found = role;
 }
 
 }  // namespace Kes

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <kes/Handler.h>
+#include <kes/String.h>
 
 namespace Kes {
 
@@ -30,6 +31,22 @@ private:
     Class* cls;
     Model* model;
     bool settling;
+};
+
+/// Looks for a reference that nobody has told its owner: nothing can be loaded
+/// or linked with it.
+class LooseReferenceFinder final : public EmptyHandler {
+public:
+    void handleOneAssociated(const String& name, const String& role, OneAssociatedInstance* ref,
+                             Association::ConsistencyRule rule) override;
+    void handleManyAssociated(const String& name, const String& role,
+                              ManyAssociatedInstances* ref) override;
+
+    /// The role of the first; "" when there is none.
+    const String& getRole() const { return found; }
+
+private:
+    String found;
 };
 
 }  // namespace Kes

@@ -1,13 +1,14 @@
 // What the library keeps in references beside what they refer to.
 //
-// The only friend of OneAssociatedInstance and, with its own cursors, of
-// ManyReference.
+// The only friend of OneAssociatedInstance, OneReference and, with its own
+// cursors, of ManyReference.
 
 #pragma once
 
 #include <vector>
 
 #include <kes/Many.h>
+#include <kes/One.h>
 #include <kes/OneAssociatedInstance.h>
 
 namespace Kes {
@@ -23,6 +24,17 @@ public:
     /// The members without an iteration, which the application may have under
     /// way; null marks a gap.
     static const std::vector<Instance*>& members(const ManyReference& ref) { return ref.members; }
+
+    /// Whose the reference is: a OneReference's or a ManyReference's. Null until a
+    /// described object has told its own.
+    template <class Reference>
+    static Instance* owner(const Reference& ref) {
+        return ref.owner;
+    }
+    template <class Reference>
+    static void setOwner(Reference& ref, Instance* owner) {
+        ref.owner = owner;
+    }
 
     /// Puts the members of a collection that was just loaded in order.
     static void sort(ManyReference& ref) { ref.sort(); }

@@ -248,6 +248,17 @@ bool Model::declaresSoundly() const {
                   "; declare the class that reports the other role");
         return false;
     }
+    for (Class* cls : classOrder) {
+        const std::unique_ptr<Instance> dummy(cls->getDummy());
+        LooseReferenceFinder loose;
+        walkFields(dummy.get(), loose);
+        if (loose.getRole().size() == 0)
+            continue;
+        raise("DECLERR", "Model::open",
+              String("The reference ") + loose.getRole() + " of the class " + cls->getName() +
+                  " does not know its owner; declare the member as role{this}");
+        return false;
+    }
     for (Class* cls : classOrder)
         if (cls->getSuperClass() != nullptr && !reportsInherited(cls))
             return false;

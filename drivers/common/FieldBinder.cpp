@@ -31,7 +31,7 @@ void FieldBinder::start(Statement& target, const TableMapping& itsTable, Instanc
     column = 0;
     parameter = first;
     if (first == 0)
-        formattedUsed = 0;
+        forget();
     limit = connection.sizeLimit();
     bytes = 0;
     largest = 0;
@@ -57,6 +57,12 @@ int FieldBinder::bindSome(Statement& target, const TableMapping& itsTable, Insta
     set = &itsSet;
     start(target, itsTable, instance, itsLinks, 0);
     return parameter;
+}
+
+void FieldBinder::forget() {
+    formattedUsed = 0;
+    texts.clear();
+    blobs.clear();
 }
 
 int FieldBinder::nextParameter() {
@@ -156,7 +162,8 @@ void FieldBinder::handleString(const String& name, String& value, int) {
         return;
     if (!isValidUtf8(text, size))
         refuse(name, "is not valid UTF-8");
-    statement->bindText(at, text, size);
+    texts.push_back(value);
+    statement->bindText(at, texts.back(), size);
 }
 
 void FieldBinder::handleTimestamp(const String& name, Timestamp& value) {
@@ -183,6 +190,7 @@ void FieldBinder::handleBlob(const String& name, Blob& value) {
         statement->bindNull(at);
         return;
     }
+    blobs.push_back(value);
     statement->bindBytes(at, value.data(), size);
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <kes/Blob.h>
 #include <kes/Handler.h>
 
 #include "drivers/common/TableMapping.h"
@@ -43,6 +44,9 @@ public:
     /// parameters.
     int bindSome(Statement& target, const TableMapping& itsTable, Instance* instance,
                  const std::vector<LinkValue>& itsLinks, const ColumnSet& itsSet);
+
+    /// What was bound is not needed any more: it was written, or never will be.
+    void forget();
 
     void handleULong(const String& name, unsigned long& value) override;
     void handleLong(const String& name, long& value) override;
@@ -95,6 +99,11 @@ private:
     };
     std::deque<Formatted> formatted;
     std::size_t formattedUsed = 0;
+
+    // A handle operation may report a text or a blob that is gone when it
+    // returns; copies share the buffer.
+    std::vector<String> texts;
+    std::vector<Blob> blobs;
 };
 
 /// Says why a number of this kind is refused; empty when it is not.

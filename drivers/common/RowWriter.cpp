@@ -32,6 +32,7 @@ void RowWriter::write() {
     setAside(updates);
     postInOrder(updates);
     postInserts();
+    binder.forget();
 }
 
 // Runs are worth a statement that takes the locks in the order of the rows.

@@ -17,13 +17,16 @@ class ConditionTranslator;
 class DBDriver;
 class DBDriverManager;
 class DBDriverSelection;
+class Database;
 class DeliveryObserver;
+class Described;
 class DriverCache;
 class DriverDoor;
 class DummyAssociatedMany;
 class EmptiedListener;
 class EmptyHandler;
 class EmptyingDriver;
+class Error;
 class Exception;
 class FailureReporter;
 class FieldSet;
@@ -49,6 +52,7 @@ class PointerBase;
 class PointerRegistry;
 class ReferenceLoader;
 class Role;
+class Schema;
 class SchemaReader;
 class SchemaRecords;
 class Selection;
@@ -61,12 +65,15 @@ class String;
 class Test;
 class ThreadCheck;
 class Timestamp;
+class Transaction;
 class UnitOfWork;
 struct DBDriverStatus;
 struct StringData;
 
 template <class T>
 class AttributeCondition;
+template <class T>
+class Description;
 template <class T>
 class Many;
 template <class T>
@@ -79,6 +86,10 @@ template <class T>
 class PtrListNode;
 template <class T>
 class PtrVector;
+template <class T>
+class Query;
+template <class T>
+class Ref;
 template <class T>
 class SelectionOf;
 template <class T>

@@ -7,12 +7,15 @@
 #include <cstdint>
 #include <iterator>
 #include <memory>
+#include <type_traits>
 #include <vector>
 
 #include <kes/Export.h>
 #include <kes/Forward.h>
 #include <kes/Instance.h>
 #include <kes/ManyAssociatedInstances.h>
+#include <kes/Pointer.h>
+#include <kes/Ref.h>
 
 namespace Kes {
 
@@ -27,6 +30,9 @@ class KES_EXPORT ManyReference : public ManyAssociatedInstances {
 public:
     /// `itsOwner` is the instance that reports the reference; borrowed.
     explicit ManyReference(Instance* itsOwner) : owner(itsOwner) {}
+
+    /// For members of described classes, as with OneReference.
+    ManyReference() = default;
     ManyReference(const ManyReference&) = delete;
     ManyReference& operator=(const ManyReference&) = delete;
 
@@ -38,15 +44,18 @@ public:
     bool contains(Instance* instance) const final;
     void clear() final;
 
+    /// False for one that was made without its owner and belongs to nobody.
+    bool hasOwner() const { return owner != nullptr; }
+
 protected:
     ~ManyReference();
 
     void fetch() const {
         if (!isFetched())
-            owner->get(const_cast<ManyReference&>(*this));
+            load();
     }
-    void link(Instance* partner) { owner->add(*this, partner); }
-    void unlink(Instance* partner) { owner->remove(*this, partner); }
+    void link(Instance* partner);
+    void unlink(Instance* partner);
     std::size_t count() const { return used; }
 
     /// Walks the members; keeps gaps open while it lives.
@@ -59,24 +68,33 @@ protected:
         ~Cursor();
 
         Instance* current() const { return of->members[position]; }
+        Instance* owner() const { return of->owner; }
         bool atEnd() const;
         void advance();
+
+        /// The members are gone; the walk is at its end.
+        void abandon() { of = nullptr; }
 
     private:
         const ManyReference* of = nullptr;
         std::size_t position = 0;
     };
 
+    class KeepingCursor;
+
 private:
     friend class Cursor;
     friend class ReferenceState;
+    friend class KeepingCursor;
+    friend class SweepAccess;
 
+    void load() const;
     std::size_t find(const Instance* instance) const;
     void reindex();
     void closeGaps();
     void sort();
 
-    Instance* owner;
+    Instance* owner = nullptr;
     std::vector<Instance*> members;    // null marks a gap
     std::vector<std::uint32_t> index;  // open addressing: 1 + position; empty while small
     std::size_t used = 0;
@@ -84,27 +102,63 @@ private:
     mutable std::uint32_t iterating = 0;
 };
 
+/// Walks members that nobody else may keep alive: it keeps the owner and the
+/// current member.
+class KES_EXPORT ManyReference::KeepingCursor : public ManyReference::Cursor {
+public:
+    explicit KeepingCursor(const ManyReference* reference);
+    ~KeepingCursor();
+    KeepingCursor(const KeepingCursor&) = default;
+    KeepingCursor& operator=(const KeepingCursor&) = default;
+
+    const Instance* current() const { return member.getInstance(); }
+    bool atEnd() const { return member == nullptr; }
+    void advance();
+
+private:
+    void take();
+
+    Pointer<Instance> keeper;
+    Pointer<Instance> member;
+};
+
 /// A member of a persistent class that refers to many `T`.
 ///
-/// Made with its owner (`Many<Person> staff{this};`). Reading loads the members
-/// when they are not fetched; add and remove link and unlink both sides in the
-/// current transaction. Members come in the order in which they were added or
-/// loaded, each once. `T` may be incomplete until used.
+/// Made with its owner (`Many<Person> staff{this};`), or, as a member of a
+/// described class, without. Reading loads the members when they are not
+/// fetched; add and remove link and unlink both sides in the current
+/// transaction. Members come in the order in which they were added or loaded,
+/// each once. `T` may be incomplete until used.
+///
+/// A loop over members of a described class delivers constant references, which
+/// live for the turn of the loop: `for (const Person& p : staff)`.
 template <class T>
 class Many final : public ManyReference {
 public:
+    Many() = default;
     explicit Many(Instance* itsOwner) : ManyReference(itsOwner) {}
 
-    /// Links `partner`, which is not null. Does nothing in memory for a member.
-    template <std::convertible_to<T*> P>
-    void add(P partner) {
-        link(static_cast<T*>(partner));
+    /// Links `partner`, an object or a Ref of one, which is not null. Does nothing
+    /// in memory for a member.
+    template <class P>
+    void add(const P& partner) {
+        link(instanceOf(partner));
+    }
+    template <class P>
+    void add(const P&) const {
+        static_assert(!std::is_same_v<P, P>,
+                      "the object is constant here: Transaction::edit gives one to change");
     }
 
     /// Dissolves the link with `partner`.
-    template <std::convertible_to<T*> P>
-    void remove(P partner) {
-        unlink(static_cast<T*>(partner));
+    template <class P>
+    void remove(const P& partner) {
+        unlink(instanceOf(partner));
+    }
+    template <class P>
+    void remove(const P&) const {
+        static_assert(!std::is_same_v<P, P>,
+                      "the object is constant here: Transaction::edit gives one to change");
     }
 
     /// Constant time once the members are fetched.
@@ -112,6 +166,11 @@ public:
     bool contains(P partner) const {
         fetch();
         return ManyReference::contains(const_cast<T*>(static_cast<const T*>(partner)));
+    }
+
+    bool contains(const Ref<T>& partner) const {
+        fetch();
+        return ManyReference::contains(partner.getInstance());
     }
 
     std::size_t size() const {
@@ -132,7 +191,7 @@ public:
         Iterator() = default;
         explicit Iterator(const ManyReference* members) : Cursor(members, 0) {}
 
-        T* operator*() const { return static_cast<T*>(this->current()); }
+        T* operator*() const { return castToPlain<T>(this->current()); }
         Iterator& operator++() {
             this->advance();
             return *this;
@@ -141,11 +200,50 @@ public:
         bool operator==(std::default_sentinel_t) const { return this->atEnd(); }
     };
 
-    Iterator begin() const {
+    /// The same for members of a described class.
+    class ObjectIterator : private KeepingCursor {
+    public:
+        using iterator_category = std::input_iterator_tag;
+        using value_type = T;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const T*;
+        using reference = const T&;
+
+        explicit ObjectIterator(const ManyReference* members) : KeepingCursor(members) {}
+
+        const T& operator*() const { return *static_cast<const T*>(this->current()); }
+        const T* operator->() const { return static_cast<const T*>(this->current()); }
+        ObjectIterator& operator++() {
+            this->advance();
+            return *this;
+        }
+        void operator++(int) { this->advance(); }
+        bool operator==(std::default_sentinel_t) const { return this->atEnd(); }
+    };
+
+    auto begin() const {
         fetch();
-        return Iterator(this);
+        if constexpr (isKnownAsDescribed<T>())
+            return ObjectIterator(this);
+        else
+            return Iterator(this);
     }
     std::default_sentinel_t end() const { return {}; }
+
+private:
+    template <class P>
+    static Instance* instanceOf(const P& partner) {
+        if constexpr (std::is_convertible_v<const P&, Ref<T>>) {
+            return Ref<T>(partner).getInstance();
+        } else {
+            constexpr bool fits = std::is_convertible_v<const P&, T*>;
+            static_assert(fits, "this Kes::Many refers to objects of another class");
+            if constexpr (fits)
+                return static_cast<T*>(partner);
+            else
+                return nullptr;
+        }
+    }
 };
 
 }  // namespace Kes

@@ -32,7 +32,7 @@ FILENAME == ARGV[1] {
 function judge(text,    name) {
     if (text !~ /\(/ || text ~ /\/\//)
         return
-    if (text ~ /^(friend|using|typedef|static_assert|namespace|extern|KES_)/)
+    if (text ~ /^(friend|using|typedef|static_assert|namespace|extern|class|struct|KES_)/)
         return
     if (text ~ /(override|final)( \{.*|;)$/ || text ~ /= (delete|default);/)
         return
@@ -68,7 +68,7 @@ inMacro { inMacro = /\\$/; next }
 
 /^[ \t]*$/ { described = 0; next }
 
-/^(template.*)?(class|struct) / && !/;[ \t]*$/ {
+/^(template *<[^>]*> *)?(class|struct) / && !/;[ \t]*$/ {
     class = $0
     sub(/^template *<[^>]*> */, "", class)
     access = class ~ /^struct/ ? "public" : "private"
