@@ -408,7 +408,7 @@ bool SqlDriver::refreshFrom(Instance* instance) {
         !instance->getClass()->getModel()->isPending(instance))
         rowLoader.renew(*reading, table, instance);
     reading->reset();
-    table.byId().push_back(std::move(reading));
+    table.byId()->push_back(std::move(reading));
     return status.code == DBDriverStatus::Unchanged;
 }
 

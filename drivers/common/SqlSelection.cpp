@@ -18,7 +18,7 @@ SqlSelection::SqlSelection(SqlDriver* itsDriver, TableMapping& itsTable,
     : driver(itsDriver),
       table(itsTable),
       plan(std::move(itsPlan)) {
-    home = plan->isById ? &table.byId() : &table.pool(plan->tail);
+    home = plan->isById ? table.byId() : table.pool(plan->tail);
     statement = plan->isById ? table.takeById() : table.take(*home, plan->tail);
     int position = 0;
     for (const Parameter& value : plan->parameters)
@@ -38,6 +38,7 @@ void SqlSelection::finish() {
     if (driver != nullptr)
         driver->leave(this);
     driver = nullptr;
+    home.reset();
 }
 
 // One that finds no room among the others is made anew when it is needed.

@@ -56,7 +56,7 @@ private:
     SqlDriver* driver;  // null when finished
     TableMapping& table;
     std::shared_ptr<const QueryPlan> plan;
-    StatementPool* home = nullptr;
+    SharedPool home;                       // null when finished
     std::unique_ptr<Statement> statement;  // null when settled or finished
     std::unique_ptr<RowBuffer> buffer;
     std::exception_ptr broken;  // what kept it from being settled

@@ -21,7 +21,8 @@ public:
     StatementCache& operator=(const StatementCache&) = delete;
 
     /// Prepared when it is asked for first. Borrowed until forget(); whoever
-    /// executes it ends the execution before anybody asks again.
+    /// executes it ends the execution before anybody asks again. For texts of
+    /// which a model has only so many: nothing goes before forget().
     Statement& keep(const std::string& text) {
         std::unique_ptr<Statement>& statement = statements[text];
         if (statement == nullptr)
@@ -42,6 +43,9 @@ public:
     std::unique_ptr<Statement> makeCursor(const std::string& text) {
         return connection.prepareCursor(text);
     }
+
+    /// Before statements that have posted writes go.
+    void settle() { connection.settle(); }
 
     /// A model goes, and with it the classes that the texts speak of.
     void forget() {

@@ -144,9 +144,9 @@ Statement* TableMapping::touchRow() {
 }
 
 std::unique_ptr<Statement> TableMapping::takeById() {
-    if (!idPool.empty()) {
-        std::unique_ptr<Statement> taken = std::move(idPool.back());
-        idPool.pop_back();
+    if (!idPool->empty()) {
+        std::unique_ptr<Statement> taken = std::move(idPool->back());
+        idPool->pop_back();
         return taken;
     }
     return statements.make("SELECT " + columnList + " FROM " + quotedTable + " AS t WHERE t." +
@@ -154,23 +154,29 @@ std::unique_ptr<Statement> TableMapping::takeById() {
 }
 
 Statement& TableMapping::update(const ColumnSet& set) {
-    Statement*& kept = updates[set];
-    if (kept == nullptr) {
-        const auto has = [&](std::size_t bit) {
-            return bit / 64 < set.size() && (set[bit / 64] >> bit % 64 & 1) != 0;
-        };
-        std::string assignments;
-        for (std::size_t i = 0; i < all.size(); ++i) {
-            if (!has(i))
-                continue;
-            const std::string name = dialect.quote(all[i].name);
-            assignments += (assignments.empty() ? "" : ", ") + name + " = " +
-                           (has(all.size() + i) ? "NULLIF(" + name + ", ?)" : "?");
-        }
-        kept = &statements.keep("UPDATE " + quotedTable + " SET " + assignments + " WHERE " +
-                                column(IdColumn) + " = ? AND " + column(VersionColumn) + " = ?");
+    const auto known = updates.find(set);
+    if (known != updates.end())
+        return *known->second;
+    // What was posted by those that go is still to be sent.
+    if (updates.size() >= MostShapes) {
+        statements.settle();
+        updates.clear();
     }
-    return *kept;
+    const auto has = [&](std::size_t bit) {
+        return bit / 64 < set.size() && (set[bit / 64] >> bit % 64 & 1) != 0;
+    };
+    std::string assignments;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (!has(i))
+            continue;
+        const std::string name = dialect.quote(all[i].name);
+        assignments += (assignments.empty() ? "" : ", ") + name + " = " +
+                       (has(all.size() + i) ? "NULLIF(" + name + ", ?)" : "?");
+    }
+    std::unique_ptr<Statement> fresh =
+        statements.make("UPDATE " + quotedTable + " SET " + assignments + " WHERE " +
+                        column(IdColumn) + " = ? AND " + column(VersionColumn) + " = ?");
+    return *updates.emplace(set, std::move(fresh)).first->second;
 }
 
 const std::vector<int>& TableMapping::unique() {
@@ -204,14 +210,15 @@ ColumnSet TableMapping::movableOf(const ColumnSet& set) {
     return movable;
 }
 
-StatementPool& TableMapping::pool(const std::string& tail) {
-    // Programs have few shapes of queries; one that makes them up without end
-    // must not fill memory with them. Pools in use are found empty.
-    constexpr std::size_t mostShapes = 500;
-    if (pools.size() >= mostShapes && pools.find(tail) == pools.end())
-        for (auto& [text, idle] : pools)
-            idle.clear();
-    return pools[tail];
+// A statement that is still in use goes back to its pool, and both go with the
+// last cursor.
+SharedPool TableMapping::pool(const std::string& tail) {
+    const auto known = pools.find(tail);
+    if (known != pools.end())
+        return known->second;
+    if (pools.size() >= MostShapes)
+        pools.clear();
+    return pools.emplace(tail, std::make_shared<StatementPool>()).first->second;
 }
 
 std::unique_ptr<Statement> TableMapping::take(StatementPool& from, const std::string& tail) {

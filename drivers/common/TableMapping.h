@@ -30,8 +30,10 @@ struct Column {
     const Association* association = nullptr;  // of references
 };
 
-/// Prepared statements of one text that no cursor uses at the moment.
+/// Prepared statements of one text that no cursor uses at the moment. A cursor
+/// keeps the pool that its own comes from.
 using StatementPool = std::vector<std::unique_ptr<Statement>>;
+using SharedPool = std::shared_ptr<StatementPool>;
 
 /// Columns by position, as a set of bits.
 using ColumnSet = std::vector<std::uint64_t>;
@@ -75,11 +77,12 @@ public:
 
     /// What a lock needs beside that, with the same parameter; null for nothing.
     Statement* touchRow();
-    StatementPool& byId() { return idPool; }
+    const SharedPool& byId() { return idPool; }
     std::unique_ptr<Statement> takeById();
 
     /// Sets the columns of the set; the id and the old version follow. A column
     /// whose bit dissolvedBit() is set as well is emptied where it has the value.
+    /// Borrowed until the next call, which may settle the connection.
     Statement& update(const ColumnSet& set);
     int dissolvedBit(int column) const { return static_cast<int>(all.size()) + column; }
 
@@ -92,13 +95,17 @@ public:
     ColumnSet movableOf(const ColumnSet& set);
 
     /// `tail` is what follows the select list and the table.
-    StatementPool& pool(const std::string& tail);
+    SharedPool pool(const std::string& tail);
     std::unique_ptr<Statement> take(StatementPool& from, const std::string& tail);
 
     static std::string viewName(const Class* cls);
 
 private:
     class Learner;
+
+    // Programs have few shapes of queries and of changes; one that makes them up
+    // without end must not fill memory with them, here or in the server.
+    static constexpr std::size_t MostShapes = 500;
 
     Statement& insert(Statement*& kept, std::size_t rows);
     std::string versionQuery() const;
@@ -122,10 +129,11 @@ private:
     Statement* asking = nullptr;
     Statement* locking = nullptr;
     Statement* touching = nullptr;
-    std::map<ColumnSet, Statement*> updates;
 
-    StatementPool idPool;
-    std::unordered_map<std::string, StatementPool> pools;
+    // Not the cache's, which keeps what it has: these are bounded.
+    std::map<ColumnSet, std::unique_ptr<Statement>> updates;
+    SharedPool idPool = std::make_shared<StatementPool>();
+    std::unordered_map<std::string, SharedPool> pools;
 };
 
 }  // namespace Kes::sql
