@@ -61,6 +61,18 @@ public:
     virtual void post(std::size_t ticket, long least);
 };
 
+/// Ends an execution also when a step has thrown.
+class Execution {
+public:
+    explicit Execution(Statement& itsStatement) : statement(itsStatement) {}
+    Execution(const Execution&) = delete;
+    Execution& operator=(const Execution&) = delete;
+    ~Execution() { statement.reset(); }
+
+private:
+    Statement& statement;
+};
+
 /// Object ids that nobody else is given: from `first` to before `end`.
 struct IdBlock {
     unsigned long first;

@@ -6,22 +6,6 @@
 
 namespace Kes::sql {
 
-namespace {
-
-// Ends an execution also when a step has thrown.
-class Execution {
-public:
-    explicit Execution(Statement& itsStatement) : statement(itsStatement) {}
-    Execution(const Execution&) = delete;
-    Execution& operator=(const Execution&) = delete;
-    ~Execution() { statement.reset(); }
-
-private:
-    Statement& statement;
-};
-
-}  // namespace
-
 std::string LinkRows::query(const Association& association, const String& role,
                             const std::string& owners) const {
     const std::string owner =

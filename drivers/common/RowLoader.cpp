@@ -286,8 +286,9 @@ void RowLoader::handleString(const String& name, String& value, int) {
 
 void RowLoader::handleTimestamp(const String& name, Timestamp& value) {
     std::size_t size = 0;
+    const bool isText = row->kind(column) == Row::Text;
     const char* text = row->text(column, size);
-    if (!readTimestamp(text, size, value))
+    if (!isText || !readTimestamp(text, size, value))
         refuse(name, "time of the form YYYY-MM-DD HH:MM:SS");
     ++column;
 }

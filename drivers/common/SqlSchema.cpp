@@ -38,6 +38,17 @@ std::string unionOf(std::vector<std::string> queries) {
     return text;
 }
 
+// One that cannot be read would pass for a very old one, or for none at all.
+int versionAt(Statement& row, int column, const std::string& kind, const std::string& name) {
+    const bool isInteger = row.kind(column) == Row::Integer;
+    const std::int64_t stored = row.integer(column);
+    if (!isInteger || !std::in_range<int>(stored))
+        throw SqlFailure("the version of the " + kind + " " + name +
+                         " in the table kes_versions is no number that a version can be; mend the "
+                         "row in the database");
+    return static_cast<int>(stored);
+}
+
 }  // namespace
 
 bool SqlSchema::exists(const std::string& table) {
@@ -95,9 +106,8 @@ int SqlSchema::getVersion(const std::string& name, const std::string& kind) {
     }
     reading->bindText(0, kind.data(), kind.size());
     reading->bindText(1, name.data(), name.size());
-    const int version = reading->step() ? static_cast<int>(reading->integer(0)) : 0;
-    reading->reset();
-    return version;
+    const Execution execution(*reading);
+    return reading->step() ? versionAt(*reading, 0, kind, name) : 0;
 }
 
 // Nobody prepares the tables of abstract classes. The objects of one that has
@@ -160,7 +170,7 @@ void SqlSchema::readVersions(std::vector<StoredVersion>& stored) {
         std::size_t size = 0;
         const std::string kind = asking->text(0, size);
         const std::string name = asking->text(1, size);
-        stored.push_back({name.c_str(), kind.c_str(), static_cast<int>(asking->integer(2))});
+        stored.push_back({name.c_str(), kind.c_str(), versionAt(*asking, 2, kind, name)});
         known.emplace(kind, name);
     }
 }

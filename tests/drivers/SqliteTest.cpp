@@ -304,6 +304,42 @@ TEST_F(SqliteTest, RefusesToReadTextWithANulByte) {
     EXPECT_RAISES("SELERR", all.next());
 }
 
+TEST_F(SqliteTest, RefusesToReadATimeThatIsABlob) {
+    FreeModel model(1, [](FreeModel& m) {
+        m.declareClass("Event",
+                       [](Free& f, Handler* h) { h->handleTimestamp("moment", f.moment); });
+    });
+    model.open("sqlite", file.c_str(), "", "", "");
+    model.make("Event");
+    model.commit();
+    model.garbageCollect();
+    PlainSqlite(file).run("UPDATE Event SET moment = CAST(moment AS BLOB)");
+    Selection all(model.getClass("Event"));
+
+    const std::string message = messageRaisedBy([&] { all.next(); });
+
+    EXPECT_TRUE(says(message, "moment")) << message;
+}
+
+// It would pass for a very old version, and the tables would be upgraded.
+TEST_F(SqliteTest, RefusesAVersionThatIsNone) {
+    make(file);
+    PlainSqlite(file).run(
+        "CREATE TABLE kept AS SELECT * FROM kes_versions; DROP TABLE kes_versions; "
+        "CREATE TABLE kes_versions (kind, name, version)");
+    for (const char* version : {"'newest'", "0.5", "4294967297", "NULL", "x'31'"})
+        for (const char* kind : {"FORMAT", "MODEL", "CLASS"}) {
+            PlainSqlite(file).run(std::string("DELETE FROM kes_versions; INSERT INTO kes_versions "
+                                              "SELECT * FROM kept; UPDATE kes_versions SET "
+                                              "version = ") +
+                                  version + " WHERE kind = '" + kind + "'");
+
+            const std::string message = refusal(file);
+
+            EXPECT_TRUE(says(message, "kes_versions")) << kind << ' ' << version << message;
+        }
+}
+
 TEST_F(SqliteTest, RefusesToWriteWithoutAJournal) {
     make(file);
 
