@@ -34,6 +34,7 @@ std::string join(const List& items) {
 }  // namespace
 
 Options::Options(const std::string& text, const std::vector<std::string>& known) {
+    bool mayBeSecret = false;
     for (std::size_t at = 0; at <= text.size();) {
         const std::size_t end = std::min(text.find(';', at), text.size());
         const std::string pair = trimmed(text.substr(at, end - at));
@@ -49,10 +50,16 @@ Options::Options(const std::string& text, const std::vector<std::string>& known)
                 "a part of the options has no name; write NAME=VALUE, separated by "
                 "semicolons; the options are " +
                 join(known));
+        if (!isKnown && mayBeSecret)
+            throw SqlFailure(
+                "an option behind the password is unknown; a password with a semicolon is given "
+                "by itself and not as an option; the options are " +
+                join(known));
         if (!isKnown)
             throw SqlFailure("unknown option \"" + key + "\"; the options are " + join(known));
         if (equals == std::string::npos)
             throw SqlFailure("the option \"" + key + "\" has no value; write " + key + "=VALUE");
+        mayBeSecret = mayBeSecret || key.find("password") != std::string::npos;
         if (!values.emplace(key, trimmed(pair.substr(equals + 1))).second)
             throw SqlFailure("the option \"" + key + "\" is given twice");
     }

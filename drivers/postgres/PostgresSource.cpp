@@ -59,6 +59,13 @@ std::string valueOf(const PQconninfoOption* list, const std::string& keyword) {
     return "";
 }
 
+// What seems to be a name may be the rest of a password that nobody has quoted.
+bool mayHoldPassword(const std::string& source) {
+    const std::size_t at = isUrl(source) ? source.rfind('@') : std::string::npos;
+    const bool isInUrl = at != std::string::npos && source.find(':', source.find("://") + 3) < at;
+    return isInUrl || source.find("password") != std::string::npos;
+}
+
 // The library quotes what it cannot read, which may be a part of a password.
 // Only the name of an unknown parameter is fit to be shown.
 void demandReadable(const std::string& source) {
@@ -70,8 +77,9 @@ void demandReadable(const std::string& source) {
     std::string words;
     if (!isConnectionText(source) || parse(source, words) != nullptr)
         return;
-    const bool isAboutName = words.find("invalid connection option") == 0 ||
-                             words.find("invalid URI query parameter") == 0;
+    const bool isAboutName =
+        !mayHoldPassword(source) && (words.find("invalid connection option") == 0 ||
+                                     words.find("invalid URI query parameter") == 0);
     throw SqlFailure("the source cannot be read" +
                      (isAboutName ? ": " + words : std::string(" as a connection text")) +
                      "; write postgresql://host:port/database, or key=value pairs with blanks "
