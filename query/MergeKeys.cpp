@@ -1,5 +1,6 @@
 #include "query/MergeKeys.h"
 
+#include <algorithm>
 #include <cmath>
 #include <type_traits>
 
@@ -45,9 +46,16 @@ bool isMissing(const MergeKey& key) {
 
 }  // namespace
 
+// A field that is named once more cannot decide, and is no reason to leave what
+// follows undecided.
 MergeKeys::MergeKeys(const PtrList<SortOrder>& sortOrders) {
-    for (const SortOrder* order : sortOrders)
-        orders.push_back({order->getAttribute().getName(), order->isAscending()});
+    for (const SortOrder* order : sortOrders) {
+        const String& name = order->getAttribute().getName();
+        const bool isNamed = std::any_of(orders.begin(), orders.end(),
+                                         [&](const Order& before) { return before.name == name; });
+        if (!isNamed)
+            orders.push_back({name, order->isAscending()});
+    }
 }
 
 void MergeKeys::read(Instance* head, std::vector<MergeKey>& keys) {

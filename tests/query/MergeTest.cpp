@@ -88,6 +88,17 @@ TEST_F(MergeTest, AsksTheMinorKeyAmongEqualMajorOnesOnly) {
     EXPECT_EQ("3 6 1 7 4 2 5", sortedByBoth());
 }
 
+TEST_F(MergeTest, AsksTheKeysBehindAFieldThatIsNamedTwice) {
+    model.addRows("A", {row(1, 4), row(2, 2)});
+    model.addRows("B", {row(1, 3), row(2, 1)});
+    Selection all(model.base);
+    all.orderBy(all["major"]);
+    all.orderBy(all["major"], false);
+    all.orderBy(all["minor"]);
+
+    EXPECT_EQ("3 1 4 2", delivered(all));
+}
+
 // A handler that compares heads in turn reads no field behind the one that
 // decides, so the second of these leaves no minor key for the third.
 TEST_F(MergeTest, DecidesTiesByTheMinorKeyAlsoBehindABetterHead) {
