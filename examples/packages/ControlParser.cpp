@@ -162,7 +162,8 @@ void ControlParser::takeContinuation() {
     std::string& value = values[current];
     if (value.size() + line.size() > maxLength)
         return fail(lineNumber, "the field is longer than 1 MiB");
-    value += ' ';
+    if (!value.empty())
+        value += ' ';
     value += trimmed(line);
 }
 

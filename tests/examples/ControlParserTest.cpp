@@ -85,6 +85,16 @@ TEST_F(ControlParserTest, JoinsContinuationLines) {
     EXPECT_EQ(records[0].depends, "b, c, d");
 }
 
+TEST_F(ControlParserTest, TakesValuesThatBeginOnAContinuationLine) {
+    parse("Package:\n a\nVersion: 1\nDepends:\n b,\n c\nInstalled-Size:\n 5\n\n");
+
+    EXPECT_THAT(messages, IsEmpty());
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].name, "a");
+    EXPECT_EQ(records[0].depends, "b, c");
+    EXPECT_EQ(records[0].installedSize, 5);
+}
+
 TEST_F(ControlParserTest, TakesFieldNamesInAnyCaseAndLinesWithCarriageReturn) {
     parse("PACKAGE: a\r\nvErSiOn: 1\r\n\r\npackage: b\r\nversion: 2\r\n");
 
