@@ -43,6 +43,16 @@ std::string completePattern(const std::string& pattern) {
     return escapes % 2 == 0 ? pattern : pattern + '\\';
 }
 
+// Whether the nearest real is above the number, 1, below it, -1, or equal to it.
+template <class Whole>
+int roundingOf(Whole value) {
+    const auto near = static_cast<double>(value);
+    if (near >= std::ldexp(1.0, std::numeric_limits<Whole>::digits))
+        return 1;
+    const auto back = static_cast<Whole>(near);
+    return back < value ? -1 : back > value ? 1 : 0;
+}
+
 }  // namespace
 
 std::shared_ptr<const QueryPlan> SqlTranslator::render(AssociatedClass& selection) {
@@ -205,10 +215,42 @@ void SqlTranslator::compareReal(const Attribute& attribute, int op, double value
     compare(attribute, op, Family::Number, value);
 }
 
+bool SqlTranslator::isReal(const Attribute& attribute) const {
+    const TableMapping& table = *scopes.back().table;
+    const int position = table.find(textOf(attribute.getName()));
+    if (position < 0)
+        return false;
+    const FieldKind kind = table.columns()[static_cast<std::size_t>(position)].kind;
+    return kind == FieldKind::Float || kind == FieldKind::Double;
+}
+
+// Between a whole number that no real equals and the nearest real there is no
+// other: to be below the one is to be below the other.
+bool SqlTranslator::compareBetweenReals(const Attribute& attribute, int op, double near,
+                                        int rounding) {
+    if (rounding == 0 || op < Condition::EQUAL || op > Condition::LESS_OR_EQUAL ||
+        !isReal(attribute))
+        return false;
+    const bool isUp = rounding > 0;
+    if (op == Condition::EQUAL || op == Condition::NOT_EQUAL)
+        current.text = op == Condition::EQUAL ? Never : Always;
+    else if (op == Condition::LESS || op == Condition::LESS_OR_EQUAL)
+        compareReal(attribute, isUp ? Condition::LESS : Condition::LESS_OR_EQUAL, near);
+    else
+        compareReal(attribute, isUp ? Condition::GREATER_OR_EQUAL : Condition::GREATER, near);
+    return true;
+}
+
 void SqlTranslator::compareUnsigned(const Attribute& attribute, int op, unsigned long value) {
     constexpr auto largest = static_cast<unsigned long>(std::numeric_limits<std::int64_t>::max());
+    if (compareBetweenReals(attribute, op, static_cast<double>(value), roundingOf(value)))
+        return;
+    if (value > largest && isReal(attribute)) {
+        compareReal(attribute, op, static_cast<double>(value));
+        return;
+    }
     if (value > largest) {
-        // No stored number is that large.
+        // No stored whole number is that large.
         column(attribute, Family::Number);
         current.text =
             op == Condition::LESS || op == Condition::LESS_OR_EQUAL || op == Condition::NOT_EQUAL
@@ -257,6 +299,8 @@ void SqlTranslator::translate(Attribute* attribute, int op, unsigned int value) 
 }
 
 void SqlTranslator::translate(Attribute* attribute, int op, long value) {
+    if (compareBetweenReals(*attribute, op, static_cast<double>(value), roundingOf(value)))
+        return;
     compare(*attribute, op, Family::Number, std::int64_t{value});
 }
 

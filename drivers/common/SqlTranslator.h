@@ -70,6 +70,8 @@ private:
     std::string column(const Attribute& attribute, Family family);
     void compare(const Attribute& attribute, int op, Family family, Parameter value);
     void compareReal(const Attribute& attribute, int op, double value);
+    bool isReal(const Attribute& attribute) const;
+    bool compareBetweenReals(const Attribute& attribute, int op, double near, int rounding);
     void compareUnsigned(const Attribute& attribute, int op, unsigned long value);
     End endOf(const Role& role);
     void requirePartner(const End& end, const Role& role, const Instance* instance) const;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <set>
 
 #include "tests/drivers/DriverTest.h"
@@ -255,6 +256,32 @@ TEST_F(ConditionTest, RefusesAFieldThatTheClassDoesNotHave) {
 
     EXPECT_NE(std::string::npos, message.find("\"wage\"")) << message;
     EXPECT_NE(std::string::npos, message.find("Person")) << message;
+}
+
+TEST_F(ConditionTest, ComparesRealsWithWholeNumbersThatNoRealEquals) {
+    constexpr long odd = (1L << 53) + 1;
+    model.startTransaction();
+    const double salaries[] = {1e300, 9007199254740992.0, 9223372036854775808.0};
+    for (int i = 0; i < 3; ++i) {
+        Person* person = i == 0 ? ann : i == 1 ? bob : cid;
+        person->salary = salaries[i];
+        person->change();
+    }
+    model.commit();
+    const Attribute salary = attribute("salary");
+
+    EXPECT_EQ(Names{"Ann"}, who(salary > ULONG_MAX));
+    EXPECT_EQ(Names{"Ann"}, who(salary >= ULONG_MAX));
+    EXPECT_EQ((Names{"Bob", "cid_%"}), who(salary < ULONG_MAX));
+    EXPECT_EQ((Names{"Bob", "cid_%"}), who(salary <= ULONG_MAX));
+    EXPECT_EQ(Names{"cid_%"}, who(salary == (1UL << 63)));
+    EXPECT_EQ((Names{"Ann", "Bob"}), who(salary != (1UL << 63)));
+    EXPECT_EQ(Names{}, who(salary == odd));
+    EXPECT_EQ(all, who(salary != odd));
+    EXPECT_EQ(Names{"Bob"}, who(salary < odd));
+    EXPECT_EQ((Names{"Ann", "cid_%"}), who(salary >= odd));
+    EXPECT_EQ(all, who(salary > -odd));
+    EXPECT_EQ((Names{"Ann", "cid_%"}), who(salary > static_cast<unsigned long>(odd)));
 }
 
 TEST_F(ConditionTest, RefusesComparisonsThatMakeNoSense) {
