@@ -5,6 +5,7 @@
 //
 // What it makes up is the same in every run.
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -75,6 +76,22 @@ private:
     std::mt19937 random{20020105};
 };
 
+// The case under way, for the one that does not end well.
+const Bytes* current = nullptr;
+
+void showCase(int) {
+    std::fprintf(stderr, "the case, for xxd -r -p: ");
+    for (const std::uint8_t byte : *current)
+        std::fprintf(stderr, "%02x", static_cast<unsigned>(byte));
+    std::fprintf(stderr, "\n");
+    std::_Exit(1);
+}
+
+void run(const Bytes& bytes) {
+    current = &bytes;
+    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -87,13 +104,13 @@ int main(int count, char** arguments) {
         std::fprintf(stderr, "%s holds no seeds\n", arguments[2]);
         return 2;
     }
+    for (const int signal : {SIGABRT, SIGSEGV, SIGFPE})
+        std::signal(signal, showCase);
     for (const Bytes& seed : seeds)
-        LLVMFuzzerTestOneInput(seed.data(), seed.size());
+        run(seed);
     Mutator mutator(seeds);
     const long cases = std::atol(arguments[1]);
-    for (long i = 0; i < cases; ++i) {
-        const Bytes bytes = mutator.make();
-        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-    }
+    for (long i = 0; i < cases; ++i)
+        run(mutator.make());
     std::printf("%ld cases\n", cases + static_cast<long>(seeds.size()));
 }
