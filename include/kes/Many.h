@@ -168,9 +168,13 @@ public:
         return ManyReference::contains(const_cast<T*>(static_cast<const T*>(partner)));
     }
 
-    bool contains(const Ref<T>& partner) const {
+    /// The same of an object or a Ref of one. A template, for another overload
+    /// would hide the operation of the base.
+    template <class P>
+    requires(!std::convertible_to<P, const T*> &&
+             std::convertible_to<const P&, Ref<T>>) bool contains(const P& partner) const {
         fetch();
-        return ManyReference::contains(partner.getInstance());
+        return ManyReference::contains(Ref<T>(partner).getInstance());
     }
 
     std::size_t size() const {
