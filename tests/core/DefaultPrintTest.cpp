@@ -28,9 +28,9 @@ TEST(DefaultPrintTest, WritesToStandardOutput) {
 
     const std::string text = ::testing::internal::GetCapturedStdout();
     EXPECT_TRUE(passed);
-    EXPECT_EQ(
-        text.substr(0, text.find("Test lasted")),
-        std::string(40, '*') + "\nSTART TEST: greeting\nwords + PASSED\nPASSED TEST: greeting\n");
+    std::string expected(40, '*');
+    expected += "\nSTART TEST: greeting\nwords + PASSED\nPASSED TEST: greeting\n";
+    EXPECT_EQ(text.substr(0, text.find("Test lasted")), expected);
 }
 
 TEST(DefaultPrintTest, WritesEachMarkAtOnce) {
