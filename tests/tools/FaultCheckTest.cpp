@@ -17,7 +17,8 @@ struct FaultRun {
 // The program's own arguments are quoted by the caller.
 FaultRun runFaults(const std::string& arguments) {
     FaultRun run;
-    FILE* pipe = popen((std::string(KES_FAULT_CHECK) + " " + arguments + " 2>&1").c_str(), "r");
+    const std::string command = KES_FAULT_CHECK " " + arguments + " 2>&1";
+    FILE* pipe = popen(command.c_str(), "r");
     char buffer[4096];
     for (std::size_t size; (size = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
         run.output.append(buffer, size);
