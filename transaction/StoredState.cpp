@@ -135,11 +135,10 @@ Stored readStored(const Model* model, Instance* reading, const char* operation) 
 bool hasRefused(const Changes& changes, String& failure) {
     for (const Versioned& entry : changes.refused)
         if (isUnknown(entry.instance)) {
-            failure =
-                String("the change of the ") + entry.instance->getClass()->getName() +
-                " object with id " + String(entry.instance->getObjectID()) +
-                " was changes.refused, for what is stored of it could not be read; record the "
-                "changes again";
+            failure = String("the change of the ") + entry.instance->getClass()->getName() +
+                      " object with id " + String(entry.instance->getObjectID()) +
+                      " was refused, for what is stored of it could not be read; record the "
+                      "changes again";
             return true;
         }
     return false;

@@ -143,7 +143,9 @@ TEST_F(LoadFailureTest, CommitsNothingOfATransactionWhoseChangeWasRefused) {
 
         const std::string message = messageRaisedBy([&] { model.commit(); });
 
-        EXPECT_NE(std::string::npos, message.find("Node object with id " + id(bob))) << message;
+        EXPECT_NE(std::string::npos,
+                  message.find("Node object with id " + id(bob) + " was refused"))
+            << message;
         EXPECT_EQ(0, bob->rank);
         EXPECT_EQ("0", ask("SELECT count(*) FROM Node WHERE label = 'Gil' OR rank = 1"));
     }
