@@ -27,6 +27,15 @@ bool isConnectionText(const std::string& source) {
     return isUrl(source) || source.find('=') != std::string::npos;
 }
 
+// Whether the last @ ends a password that holds the question mark, rather than being
+// part of a parameter's value: so it does where nothing else ends what a colon has
+// begun, or where a path follows.
+bool endsPassword(const std::string& source, std::size_t question, bool isOpen) {
+    const std::size_t at = source.rfind('@');
+    return at != std::string::npos && at > question &&
+           (isOpen || source.find('/', at) != std::string::npos);
+}
+
 // A text that holds a password in a place where the library looks for something
 // else: behind an @ or a / that a URL had to write otherwise, or in what it takes
 // for the name of a database. It shows both in its messages.
@@ -35,9 +44,14 @@ bool mayShowPassword(const std::string& source) {
         return source.find('@', std::min(source.find(':'), source.size())) != std::string::npos;
     if (!isUrl(source))
         return false;
-    const std::size_t end = source.find_first_of("@/", source.find("://") + 3);
-    const std::size_t next = end == std::string::npos ? end : source.find_first_of("@?", end + 1);
-    return next != std::string::npos && source[next] == '@';
+    const std::size_t begin = source.find("://") + 3;
+    const std::size_t end = source.find_first_of("@/", begin);
+    if (end == std::string::npos)
+        return false;
+    const std::size_t next = source.find_first_of("@?", end + 1);
+    if (next == std::string::npos || source[next] == '@')
+        return next != std::string::npos;
+    return endsPassword(source, next, source[end] == '/' && source.find(':', begin) < end);
 }
 
 // Null with the library's words for a text that it cannot read.

@@ -38,8 +38,7 @@ struct Texts {
 
 using Values = std::map<std::string, std::string>;
 
-// Only drivers of servers have passwords to hide.
-[[maybe_unused]] std::string without(std::string text, const char* characters) {
+std::string without(std::string text, const char* characters) {
     const std::string left = characters;
     std::erase_if(text, [&](char c) { return left.find(c) != std::string::npos; });
     return text;
@@ -345,6 +344,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     for (std::string* text : {&texts.source, &texts.user, &texts.password, &texts.options}) {
         *text = input.text();
         text->resize(std::strlen(text->c_str()));
+        // Where it stands by chance it is nobody's password, also once characters are
+        // taken out.
+        if (without(*text, ":@/,[]?#=;").find(Secret) != std::string::npos)
+            return 0;
     }
     try {
         read(texts);
