@@ -8,9 +8,9 @@ namespace Kes::testing {
 namespace {
 
 #if defined(KES_SANITIZED_ADDRESS) || defined(KES_SANITIZED_THREAD)
-constexpr unsigned Seeds = 100;
+constexpr unsigned Seeds = 50;
 #else
-constexpr unsigned Seeds = 500;
+constexpr unsigned Seeds = 200;
 #endif
 
 }  // namespace
