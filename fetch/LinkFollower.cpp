@@ -39,11 +39,15 @@ void pointTo(OneAssociatedInstance& ref, unsigned long partner) {
 LinkFollower::Ends& LinkFollower::endsOf(const Class* cls) {
     if (cls == lastClass)
         return *lastEnds;
-    const auto [place, isNew] = classes.try_emplace(cls);
+    const auto known = classes.find(cls);
+    lastEnds = known != classes.end() ? &known->second
+                                      : &classes.emplace(cls, findEnds(cls)).first->second;
     lastClass = cls;
-    lastEnds = &place->second;
-    if (!isNew)
-        return *lastEnds;
+    return *lastEnds;
+}
+
+LinkFollower::Ends LinkFollower::findEnds(const Class* cls) const {
+    Ends found;
     for (const Association* association : model->getDeclaredAssociations()) {
         for (const String* role : {&association->getOneRole(), &association->getOtherRole()}) {
             const Class* reporting = association->getClassFor(*role);
@@ -53,12 +57,12 @@ LinkFollower::Ends& LinkFollower::endsOf(const Class* cls) {
             const End end{association, role, opposite,
                           association->getPluralityFor(*opposite) == Association::One};
             if (association->getPluralityFor(*role) == Association::One)
-                lastEnds->ones.push_back(end);
+                found.ones.push_back(end);
             else
-                lastEnds->manies.push_back(end);
+                found.manies.push_back(end);
         }
     }
-    return *lastEnds;
+    return found;
 }
 
 void LinkFollower::noteCollections(const Association* association, const String& role) {

@@ -80,6 +80,7 @@ private:
     Ends& endsOf(const Class* cls);
     bool hasShownSides(const End& end) const;
     void keepMembers(Instance* owner, const String* role, std::vector<unsigned long>&& ids);
+    Ends findEnds(const Class* cls) const;
     void follow(Instance* instance, const End& end, const DroppedPartners& dropped);
     void join(Instance* instance, const End& end, unsigned long id);
     void leave(Instance* instance, const End& end, unsigned long id);

@@ -107,11 +107,7 @@ void ReferenceLoader::revealAhead(Instance* instance) {
 // What was read before the application's latest statement may be older than what
 // the partners in memory show.
 void ReferenceLoader::followLinks(Instance* instance) {
-    struct Pausing {
-        DroppedPartners* outer = DroppedPartners::noteIn(nullptr);
-        ~Pausing() { DroppedPartners::noteIn(outer); }
-    };
-    const Pausing pausing;
+    const DroppedPartners::Pause pause;
     follower.follow(instance, door.dropped, filling);
 }
 
@@ -365,9 +361,10 @@ bool ReferenceLoader::loadBatch(const std::vector<Instance*>& owners, Associatio
     const Role back(cls, otherRole, association);
     PrefetchedCollections::Collections found;
     std::vector<std::unique_ptr<Condition>> parts;
+    parts.reserve(owners.size());
     for (Instance* owner : owners) {
         found[owner->getObjectID()];
-        parts.push_back(std::make_unique<OneAssociatedCondition>(
+        parts.emplace_back(new OneAssociatedCondition(
             new Role(back), Condition::AssociationOperator::EQUAL, owner));
     }
     Selection members(cls);

@@ -1,5 +1,7 @@
 #include "identity/ObjectCache.h"
 
+#include <new>
+
 #include <kes/Handler.h>
 
 #include "object/ReferenceState.h"
@@ -76,13 +78,27 @@ ObjectCache::~ObjectCache() {
 }
 
 void ObjectCache::file(Instance* instance) {
-    if (!orphans.empty())
-        orphans.erase(instance);
-    Instance* before = instances.file(instance->getObjectID(), instance);
+    const unsigned long id = instance->getObjectID();
 
-    // Somebody may still refer to an instance that lost its place.
+    // Somebody may still refer to an instance that loses its place.
+    Instance* before = instances.find(id);
     if (before != nullptr && before != instance)
         orphans.insert(before);
+    instances.file(id, instance);
+    if (!orphans.empty())
+        orphans.erase(instance);
+    if (strays > 0)
+        forgetStray(instance, id);
+}
+
+// Where it was filed before, when it found no place among the orphans.
+void ObjectCache::forgetStray(const Instance* instance, unsigned long id) {
+    for (const ObjectTable::Entry& entry : instances.entries())
+        if (entry.instance == instance && entry.id != id) {
+            instances.remove(entry.id);
+            --strays;
+            return;
+        }
 }
 
 bool ObjectCache::isCollectionDue() {
@@ -94,11 +110,20 @@ void ObjectCache::release(std::size_t count) noexcept {
         patience = Patience;
 }
 
-void ObjectCache::orphan(Instance* instance) {
-    if (instances.find(instance->getObjectID()) == instance)
-        instances.remove(instance->getObjectID());
+// A rollback orphans what it takes back, and must not fail. Ids are never given
+// twice, so without memory the instance may as well stay where it is.
+void ObjectCache::orphan(Instance* instance) noexcept {
+    const unsigned long id = instance->getObjectID();
+    const bool isFiled = instances.find(id) == instance;
     instance->setObjectID(0);
-    orphans.insert(instance);
+    try {
+        orphans.insert(instance);
+    } catch (const std::bad_alloc&) {
+        strays += isFiled ? 1 : 0;
+        return;
+    }
+    if (isFiled)
+        instances.remove(id);
 }
 
 // Marks that stayed behind would keep the next collection from what they hide.
@@ -111,40 +136,37 @@ void ObjectCache::collect(const std::function<void(Marker&)>& markMore) try {
     pressure = 0;
     patience = patienceAfter(freed, instances.size() + orphans.size());
 } catch (...) {
-    for (const ObjectTable::Entry& entry : instances.entries())
-        if (entry.instance != nullptr)
-            entry.instance->setVisited(false);
-    for (Instance* orphan : orphans)
-        orphan->setVisited(false);
+    unmark();
     throw;
 }
 
 std::size_t ObjectCache::sweep() {
     std::vector<Instance*> dead;
     std::vector<unsigned long> ids;
-    for (const ObjectTable::Entry& entry : instances.entries()) {
-        if (entry.instance == nullptr)
-            continue;
-        if (entry.instance->isVisited()) {
-            entry.instance->setVisited(false);
-        } else {
+    for (const ObjectTable::Entry& entry : instances.entries())
+        if (entry.instance != nullptr && !entry.instance->isVisited()) {
             ids.push_back(entry.id);
             dead.push_back(entry.instance);
         }
-    }
+    for (Instance* orphan : orphans)
+        if (!orphan->isVisited())
+            dead.push_back(orphan);
+
+    // Nothing fails from here on.
     for (const unsigned long id : ids)
-        instances.remove(id);
-    for (auto it = orphans.begin(); it != orphans.end();) {
-        if ((*it)->isVisited()) {
-            (*it)->setVisited(false);
-            ++it;
-        } else {
-            dead.push_back(*it);
-            it = orphans.erase(it);
-        }
-    }
+        strays -= instances.remove(id)->getObjectID() != id ? 1 : 0;
+    std::erase_if(orphans, [](const Instance* orphan) { return !orphan->isVisited(); });
+    unmark();
     destroy(dead);
     return dead.size();
+}
+
+void ObjectCache::unmark() {
+    for (const ObjectTable::Entry& entry : instances.entries())
+        if (entry.instance != nullptr)
+            entry.instance->setVisited(false);
+    for (Instance* orphan : orphans)
+        orphan->setVisited(false);
 }
 
 void ObjectCache::destroy(const std::vector<Instance*>& dead) {
@@ -157,16 +179,13 @@ void ObjectCache::empty() {
         pointer->makeNull();
         pointers.remove(pointer);
     }
-    std::vector<Instance*> dead(orphans.begin(), orphans.end());
-    for (const ObjectTable::Entry& entry : instances.entries())
-        if (entry.instance != nullptr)
-            dead.push_back(entry.instance);
-    instances.clear();
-    orphans.clear();
     news.clear();
     pressure = 0;
     patience = Patience;
-    destroy(dead);
+    strays = 0;
+    while (!orphans.empty())
+        delete orphans.extract(orphans.begin()).value();
+    instances.drain([](Instance* instance) { delete instance; });
 }
 
 }  // namespace Kes

@@ -46,7 +46,7 @@ public:
 
     /// Forgets the id of an instance that was never stored. The cache goes on
     /// to own it, until a collection finds that nothing reaches it.
-    void orphan(Instance* instance);
+    void orphan(Instance* instance) noexcept;
 
     /// Frees what neither a pointer nor the transaction reaches.
     /// `markMore` marks what else is in use.
@@ -61,10 +61,13 @@ public:
 private:
     /// The number of instances that it freed.
     std::size_t sweep();
+    void forgetStray(const Instance* instance, unsigned long id);
+    void unmark();
     void destroy(const std::vector<Instance*>& dead);
 
     ObjectTable instances;
     std::unordered_set<Instance*> orphans;
+    std::size_t strays = 0;  // orphans that stayed filed under the ids that they had
     int threshold;
     std::size_t pressure = 0;
     std::size_t patience;

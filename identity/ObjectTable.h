@@ -9,6 +9,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include <kes/Forward.h>
@@ -32,13 +33,19 @@ public:
 
     Instance* find(unsigned long id) const { return slots[slotOf(id)].instance; }
 
-    /// Returns the instance that was filed under the id before, or null.
+    /// Returns the instance that was filed under the id before, or null. Leaves
+    /// the table as it was when memory runs out.
     Instance* file(unsigned long id, Instance* instance) {
-        Entry& entry = slots[slotOf(id)];
-        Instance* before = entry.instance;
-        entry = {id, instance};
-        if (before == nullptr && ++used * 2 > slots.size())
-            grow(slots.size() * 2);
+        Entry* entry = &slots[slotOf(id)];
+        Instance* before = entry->instance;
+        if (before == nullptr) {
+            if ((used + 1) * 2 > slots.size()) {
+                grow(slots.size() * 2);
+                entry = &slots[slotOf(id)];
+            }
+            ++used;
+        }
+        *entry = {id, instance};
         return before;
     }
 
@@ -62,9 +69,14 @@ public:
     /// Every slot, the free ones included.
     const std::vector<Entry>& entries() const { return slots; }
 
-    void clear() {
-        slots.assign(16, Entry());
-        used = 0;
+    /// Empties the table and passes each instance on. Needs no memory.
+    template <class Take>
+    void drain(Take take) {
+        for (std::size_t i = 0; used > 0 && i < slots.size(); ++i)
+            if (Instance* instance = std::exchange(slots[i], Entry()).instance) {
+                --used;
+                take(instance);
+            }
     }
 
 private:

@@ -45,6 +45,18 @@ public:
         collections.clear();
     }
 
+    /// Nothing is noted on the calling thread while it lives.
+    class Pause {
+    public:
+        Pause() = default;
+        Pause(const Pause&) = delete;
+        Pause& operator=(const Pause&) = delete;
+        ~Pause() { noteIn(outer); }
+
+    private:
+        DroppedPartners* outer = noteIn(nullptr);
+    };
+
     std::vector<Entry> entries;
     std::vector<Members> collections;
 

@@ -64,6 +64,28 @@ bool isAcceptable(const Instance* owner, const Instance* partner, const Referenc
 
 }  // namespace
 
+// The references of both ends change before the link is recorded: where it is
+// not, they show again what they did.
+class LinkAttempt {
+public:
+    explicit LinkAttempt(Model* itsModel)
+        : model(itsModel),
+          mark(ModelGate::markReferences(model)) {}
+    LinkAttempt(const LinkAttempt&) = delete;
+    LinkAttempt& operator=(const LinkAttempt&) = delete;
+    ~LinkAttempt() {
+        if (!isDone)
+            ModelGate::takeBackReferences(model, mark);
+    }
+
+    void done() { isDone = true; }
+
+private:
+    Model* model;
+    std::size_t mark;
+    bool isDone = false;
+};
+
 ReferenceFinder::ReferenceFinder(Instance* itsOwner, const void* ref, const char* operation)
     : owner(itsOwner),
       wanted(ref) {
@@ -118,6 +140,7 @@ void RoleReader::handleManyAssociated(const String& name, const String& itsRole,
 
 void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
     Model* model = instance->getClass()->getModel();
+    LinkAttempt attempt(model);
     const bool add = mode == Add;
     bool known = ref.isFetched() && ref.contains(itsPartner) == add;
     if (ref.isFetched() && !known) {
@@ -130,6 +153,7 @@ void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
     visit(itsPartner);
     known = known || (unchanged && !ref.isFetched());
     ModelGate::link(model, add, instance, role, itsPartner, association);
+    attempt.done();
     if (known)
         ModelGate::noteUnchangedLink(model, instance, itsPartner);
     else if (!ref.isFetched() && !seen)
@@ -218,6 +242,7 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
     if (!ref.isFetched())
         return;  // it could not be loaded, and the error handler returned
     const Pointer<Instance> old(ref.getInstance());
+    LinkAttempt attempt(model);
     ModelGate::rememberReference(this, ref, association, end.getRole());
     ref.setInstance(partner);
     ref.setObjectID(partner != nullptr ? partner->getObjectID() : 0);
@@ -230,6 +255,7 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
     } else if (old != nullptr) {
         ModelGate::link(model, false, this, end.getRole(), old, association);
     }
+    attempt.done();
 }
 
 void Instance::add(ManyAssociatedInstances& ref, Instance* partner) {

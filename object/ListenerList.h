@@ -5,7 +5,12 @@
 
 #pragma once
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <exception>
+#include <memory>
+#include <vector>
 
 #include <kes/Listener.h>
 #include <kes/PtrList.h>
@@ -15,10 +20,14 @@ namespace Kes {
 inline void addToListeners(PtrList<Listener>*& list, Listener* listener) {
     if (listener == nullptr)
         return;
-    if (list == nullptr)
-        list = new PtrList<Listener>;
-    if (!list->contains(listener))
-        list->add(listener);
+    if (list != nullptr) {
+        if (!list->contains(listener))
+            list->add(listener);
+        return;
+    }
+    auto fresh = std::make_unique<PtrList<Listener>>();
+    fresh->add(listener);
+    list = fresh.release();
 }
 
 inline void removeFromListeners(PtrList<Listener>*& list, Listener* listener) {
@@ -59,14 +68,22 @@ private:
 
 /// Calls `notify` for each listener of a copy, so that listeners may register
 /// and leave meanwhile. What the first of them throws is thrown at the end.
+///
+/// A commit that stands is told without memory: only long lists need some.
 template <class Notify>
 void tellListeners(const PtrList<Listener>* list, Notify notify) {
     if (list == nullptr)
         return;
-    const PtrList<Listener> copy(*list);
+    std::array<Listener*, 32> few;
+    std::vector<Listener*> many;
+    const auto count = static_cast<std::size_t>(list->size());
+    if (count > few.size())
+        many.resize(count);
+    Listener** const copy = count > few.size() ? many.data() : few.data();
+    std::copy(list->begin(), list->end(), copy);
     FirstFailure failure;
-    for (Listener* listener : copy)
-        failure.attempt([&] { notify(listener); });
+    for (std::size_t i = 0; i < count; ++i)
+        failure.attempt([&] { notify(copy[i]); });
     failure.rethrow();
 }
 

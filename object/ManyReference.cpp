@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <new>
 
 #include <kes/Instance.h>
 
@@ -42,12 +43,19 @@ std::size_t ManyReference::find(const Instance* instance) const {
     }
 }
 
+// Without memory for it a large set is searched from end to end, too, until its
+// next addition tries again.
 void ManyReference::reindex() {
     if (members.size() < SmallSize) {
         index.clear();
         return;
     }
-    index.assign(std::bit_ceil(members.size() * 4), 0);
+    try {
+        index.assign(std::bit_ceil(members.size() * 4), 0);
+    } catch (const std::bad_alloc&) {
+        index.clear();
+        return;
+    }
     const std::size_t mask = index.size() - 1;
     for (std::size_t i = 0; i < members.size(); ++i) {
         if (members[i] == nullptr)

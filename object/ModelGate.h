@@ -7,6 +7,8 @@
 
 #pragma once
 
+#include <cstddef>
+
 #include <kes/Model.h>
 
 namespace Kes {
@@ -55,6 +57,11 @@ public:
                                bool added);
     static void rememberLostLink(Instance* owner, Instance* member, Association* association,
                                  const String& role);
+
+    /// Take back what references have shown since the mark, of a link that was
+    /// not recorded after all.
+    static std::size_t markReferences(const Model* model);
+    static void takeBackReferences(const Model* model, std::size_t mark) noexcept;
 
     /// Whether a removal has to load those who refer to the object, for an undo.
     static bool mustKnowReferrers(const Model* model);

@@ -73,10 +73,15 @@ void Removal::run(Instance* instance) {
     if (!ModelGate::isRemovable(model, instance))
         return;
     instance->setRemoved(true);
-    if (myActive != nullptr)
-        myActive->removeWithin(instance);
-    else
-        Removal().removeAll(instance);
+    try {
+        if (myActive != nullptr)
+            myActive->removeWithin(instance);
+        else
+            Removal().removeAll(instance);
+    } catch (...) {
+        instance->setRemoved(false);  // there may be no frame that does
+        throw;
+    }
 }
 
 // A remove operation that a class has overridden finds its object recorded when

@@ -142,18 +142,24 @@ template class AttributeCondition<Timestamp>;
 
 OneAssociatedCondition::OneAssociatedCondition(Role* testedRole,
                                                AssociationOperator associationOperator,
-                                               Instance* partner)
+                                               Instance* partner) try
     : role(testedRole),
       op(associationOperator),
       instance(partner),
-      hasInstance(partner != nullptr) {}
+      hasInstance(partner != nullptr) {
+} catch (...) {
+    delete testedRole;  // a pointer of another thread raises
+    throw;
+}
 
 OneAssociatedCondition::OneAssociatedCondition(const OneAssociatedCondition& other)
     : Condition(other),
-      role(new Role(*other.role)),
+      role(nullptr),
       op(other.op),
       instance(other.instance),
-      hasInstance(other.hasInstance) {}
+      hasInstance(other.hasInstance) {
+    role = new Role(*other.role);
+}
 
 OneAssociatedCondition::~OneAssociatedCondition() {
     delete role;

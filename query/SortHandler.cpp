@@ -1,5 +1,7 @@
 #include <kes/SortHandler.h>
 
+#include <memory>
+
 #include <kes/Exception.h>
 #include <kes/Selection.h>
 #include <kes/Timestamp.h>
@@ -71,6 +73,12 @@ SortValueBase* copyOf(const SortValueBase* value) {
     return value != nullptr ? static_cast<const KeptValue*>(value)->getNew() : nullptr;
 }
 
+void addTo(PtrVector<SortValueBase>& values, SortValueBase* value) {
+    std::unique_ptr<SortValueBase> owned(value);
+    values.add(value);
+    static_cast<void>(owned.release());
+}
+
 }  // namespace
 
 SortHandler::SortHandler(const SortHandler& other)
@@ -78,25 +86,33 @@ SortHandler::SortHandler(const SortHandler& other)
       names(other.names),
       ascending(other.ascending),
       first(other.first) {
-    takeValues(other);
+    try {
+        takeValues(other);
+    } catch (...) {
+        best.clearAndDelete();
+        candidate.clearAndDelete();
+        throw;
+    }
 }
 
 SortHandler& SortHandler::operator=(const SortHandler& other) {
     if (this == &other)
         return *this;
-    names = other.names;
-    ascending = other.ascending;
-    first = other.first;
+    names.clear();  // a handler without keys has no values, also when this throws
+    ascending.clear();
     best.clearAndDelete();
     candidate.clearAndDelete();
     takeValues(other);
+    names = other.names;
+    ascending = other.ascending;
+    first = other.first;
     return *this;
 }
 
 void SortHandler::takeValues(const SortHandler& other) {
-    for (int i = 0; i < names.size(); ++i) {
-        best.add(copyOf(other.best[i]));
-        candidate.add(copyOf(other.candidate[i]));
+    for (int i = 0; i < other.names.size(); ++i) {
+        addTo(best, copyOf(other.best[i]));
+        addTo(candidate, copyOf(other.candidate[i]));
     }
 }
 

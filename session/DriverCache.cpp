@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 
 #include <kes/Exception.h>
 #include <kes/Model.h>
@@ -22,24 +23,37 @@ void leaveInherited(PtrList<DriverCache>& parked) {
         std::unique_ptr<DriverCache>(parked.removeAt(0))->release();
 }
 
-void destroyNewest(PtrList<DriverCache>& parked) {
-    const std::unique_ptr<DriverCache> entry(parked.removeAt(parked.size() - 1));
-    if (entry->driver->close())
+void closeForGood(DBDriver& driver) {
+    if (driver.close())
         return;
-    Exception(Exception::FATAL, "DBCLSERR", "Model::close", entry->driver->getErrorMessage())
-        .handle();
+    Exception(Exception::FATAL, "DBCLSERR", "Model::close", driver.getErrorMessage()).handle();
 
     // What the database did with a connection that cannot be closed is unknown.
     endProcess();
 }
 
+void destroyNewest(PtrList<DriverCache>& parked) {
+    const std::unique_ptr<DriverCache> entry(parked.removeAt(parked.size() - 1));
+    closeForGood(*entry->driver);
+}
+
 }  // namespace
 
+// A driver that finds no memory for its place is closed.
 void Model::cacheDriver(DBDriver* closed) {
-    auto* entry = new DriverCache(closed, driverName, source, user, options);
+    std::unique_ptr<DBDriver> owned(closed);
     const MutexGuard guard(myMutex);
     leaveInherited(myDriverCache);
-    myDriverCache.add(entry);
+    if (myDriverCacheSize == 0)
+        return closeForGood(*owned);
+    try {
+        std::unique_ptr<DriverCache> entry(
+            new DriverCache(nullptr, driverName, source, user, options));
+        myDriverCache.add(entry.get());
+        entry.release()->driver = owned.release();
+    } catch (const std::bad_alloc&) {
+        return closeForGood(*owned);
+    }
     while (myDriverCache.size() > myDriverCacheSize)
         destroyNewest(myDriverCache);
 }

@@ -27,6 +27,19 @@ void raise(const char* code, const char* context, const String& message) {
     Exception(Exception::ERROR, code, context, message).handle();
 }
 
+// Into both lists or into none.
+template <class T>
+void adopt(ValPtrHashtable<String, T>& byName, std::vector<T*>& order, std::unique_ptr<T>& fresh) {
+    order.push_back(fresh.get());
+    try {
+        byName.set(fresh->getName(), fresh.get());
+    } catch (...) {
+        order.pop_back();
+        throw;
+    }
+    static_cast<void>(fresh.release());
+}
+
 }  // namespace
 
 Model::Model(const String& modelName, int cacheCapacity)
@@ -38,7 +51,7 @@ Model::Model(const String& modelName, int cacheCapacity)
       door(new DriverDoor(this)),
       references(new ReferenceLoader(this)),
       errorsBefore(errorsRaised()) {
-    door->setObserver(references);
+    door->setObserver(references.get());
 }
 
 // By any thread: whose model it was matters no more. In the child of a fork the
@@ -49,15 +62,23 @@ Model::~Model() {
         driver = nullptr;
     threadCheck.reset();
     transactions->close();
-    delete objects;
+    objects.reset();
+    undeclare();
+    transactions.reset();
+    references.reset();
+    door.reset();
+    delete driver;
+}
+
+void Model::undeclare() noexcept {
     for (Class* cls : classOrder)
         delete cls;
     for (Association* association : associationOrder)
         delete association;
-    delete transactions;
-    delete references;
-    delete door;
-    delete driver;
+    classOrder.clear();
+    associationOrder.clear();
+    classes.clear();
+    associations.clear();
 }
 
 Class* Model::addClass(const String& className, int classVersion, Class::Factory factory) {
@@ -69,8 +90,7 @@ Class* Model::addClass(Class* cls) {
     threadCheck.verify();
     if (!isDeclarable(owned))
         return nullptr;
-    classes.set(cls->getName(), cls);
-    classOrder.push_back(owned.release());
+    adopt(classes, classOrder, owned);
     const std::unique_ptr<Instance> dummy(cls->getDummy());
     ClassDeclarationHandler declare(cls, this);
     walkFields(dummy.get(), declare);
@@ -117,8 +137,7 @@ void Model::addAssociation(Association* association) {
     threadCheck.doit();
     if (!isDeclarable(owned))
         return;
-    associations.set(association->getName(), association);
-    associationOrder.push_back(owned.release());
+    adopt(associations, associationOrder, owned);
 }
 
 bool Model::isDeclarable(std::unique_ptr<Association>& association) const {
@@ -189,15 +208,18 @@ void Model::open(const String& openDriverName, const String& openSource, const S
     source = openSource.unshared();
     user = openUser.unshared();
     options = openOptions.unshared();
-    if (classOrder.empty())
-        declareModel();
+    declareAll();
     settleAssociations();
     if (!declaresSoundly())
         return;
     forgetFailure();
     useDriver(getCachedDriver());
-    if (driver == nullptr && !openFreshDriver(password))
-        return;
+    if (driver != nullptr || openFreshDriver(password))
+        startUsing();
+}
+
+// A driver whose schema is not known to be the model's goes.
+void Model::startUsing() try {
     if (trace != nullptr)
         driver->traceSQLTo(*trace);
     transactions->listenTo(driver);
@@ -209,6 +231,21 @@ void Model::open(const String& openDriverName, const String& openSource, const S
         synchronise(records);
     else
         settle(records);
+} catch (...) {
+    dropDriver();
+    throw;
+}
+
+// An exception that leaves some classes out would leave them out of every later
+// open too. The application may go on to use those that it has got until then.
+void Model::declareAll() {
+    if (isHalfDeclared)
+        undeclare();
+    if (!classOrder.empty())
+        return;
+    isHalfDeclared = true;
+    declareModel();
+    isHalfDeclared = false;
 }
 
 // What cannot be read now is read again before anything is upgraded for good.

@@ -13,6 +13,7 @@
 #include "query/DriverDoor.h"
 #include "transaction/PendingLinks.h"
 #include "transaction/ReferenceJournal.h"
+#include "transaction/StoredState.h"
 #include "transaction/UnitOfWork.h"
 
 namespace Kes {
@@ -63,6 +64,14 @@ bool ModelGate::mustKnowReferrers(const Model* model) {
     return model->transactions->getHistory().isKept() && !model->transactions->hearsOfEmptied();
 }
 
+std::size_t ModelGate::markReferences(const Model* model) {
+    return model->transactions->getChanges().journal.size();
+}
+
+void ModelGate::takeBackReferences(const Model* model, std::size_t mark) noexcept {
+    Kes::takeBackReferences(model->transactions->getChanges(), mark);
+}
+
 bool ModelGate::hasPending(const Model* model) {
     return model->transactions->hasPending();
 }
@@ -76,7 +85,8 @@ void ModelGate::loadPartner(Instance* owner, OneAssociatedInstance& ref, Associa
     const unsigned long id = ref.getObjectID();
     if (id != 0) {
         Instance* partner = model->objects->get(id);
-        const bool isReady = partner != nullptr && references.handOut(partner);
+        const bool isReady =
+            partner != nullptr && !isUnread(partner) && references.handOut(partner);
         if (!isReady && model->isOpen()) {
             const Pointer<Instance> keep(owner);
 

@@ -20,6 +20,7 @@
 #include "query/DriverDoor.h"
 #include "session/ClassShape.h"
 #include "transaction/Snapshot.h"
+#include "transaction/StoredState.h"
 #include "transaction/UnitOfWork.h"
 
 namespace Kes {
@@ -46,7 +47,8 @@ Instance* Model::get(unsigned long objectID) const {
 Instance* Model::getInstance(unsigned long objectID, Class* cls) {
     threadCheck.verify();
     Instance* known = objects->get(objectID);
-    if (known != nullptr && !InstanceState::isLost(known) && references->handOut(known))
+    if (known != nullptr && !InstanceState::isLost(known) && !isUnread(known) &&
+        references->handOut(known))
         return known;
     if (objectID == 0 || cls == nullptr)
         return nullptr;
@@ -239,6 +241,10 @@ void Model::recordLink(bool made, Instance* first, const String& firstRole, Inst
 bool Model::isPending(const Instance* instance) const {
     threadCheck.verify();
     return InstanceState::isPending(instance);
+}
+
+bool Model::isOutdated(const Instance* instance, unsigned long storedVersion) const {
+    return (storedVersion > instance->getVersion() || isUnread(instance)) && !isPending(instance);
 }
 
 bool Model::getChangedFields(const Instance* instance, FieldSet& fields) const {

@@ -74,6 +74,9 @@ struct Versioned {
 struct Changes {
     using Actions = std::deque<Action>;
 
+    /// With room for a few that are refused because memory has run out.
+    Changes() { refused.reserve(16); }
+
     Actions pending;
     SnapshotStore snapshots;  // the snapshots that the actions name
     std::vector<Remembered> journal;
@@ -82,6 +85,7 @@ struct Changes {
     /// Their change was refused at least once in this transaction; with the
     /// version that they were read with.
     std::vector<Versioned> refused;
+    bool hasUnlisted = false;  // there was no memory to list one that was refused
 
     /// The driver has raised their rows' versions, and so were these raised.
     std::vector<Versioned> raised;
@@ -108,6 +112,11 @@ struct Changes {
     bool isNew(const Instance* instance) const {
         const Action* entry = find(instance);
         return entry != nullptr && (entry->kind == Action::Add || entry->kind == Action::Dropped);
+    }
+
+    void dropRefused() noexcept {
+        refused.clear();
+        hasUnlisted = false;
     }
 
     /// All but the pending actions and what was refused.

@@ -10,6 +10,7 @@
 #include "object/InstanceState.h"
 #include "object/Links.h"
 #include "object/ModelGate.h"
+#include "transaction/ReferenceJournal.h"
 
 namespace Kes {
 
@@ -181,12 +182,7 @@ void Repairs::apply() const noexcept {
             each.ref->remove(each.member);
             continue;
         }
-        try {
-            if (!each.ref->contains(each.member))
-                each.ref->add(each.member);
-        } catch (...) {
-            each.ref->setFetched(false);
-        }
+        addOrUnfetch(*each.ref, each.member);
     }
 }
 

@@ -4,9 +4,28 @@
 #include <kes/ManyAssociatedInstances.h>
 #include <kes/OneAssociatedInstance.h>
 
+#include "object/DroppedPartners.h"
 #include "object/ReferenceState.h"
 
 namespace Kes {
+
+namespace {
+
+void untouch(const Remembered& entry) noexcept {
+    if (entry.isFirst)
+        ReferenceState::setTouched(*static_cast<OneAssociatedInstance*>(entry.ref), false);
+}
+
+}  // namespace
+
+void addOrUnfetch(ManyAssociatedInstances& ref, Instance* member) noexcept {
+    try {
+        if (!ref.contains(member))
+            ref.add(member);
+    } catch (...) {
+        ref.setFetched(false);
+    }
+}
 
 void rememberReference(Changes& changes, Instance* owner, OneAssociatedInstance& ref,
                        const Association* association, const String& role) {
@@ -46,8 +65,10 @@ void rememberLostLink(Changes& changes, Instance* owner, Instance* member, Assoc
     changes.journal.push_back(entry);
 }
 
-void revertReferences(const Changes& changes) {
-    for (auto entry = changes.journal.rbegin(); entry != changes.journal.rend(); ++entry) {
+void revertReferences(const Changes& changes, std::size_t mark) noexcept {
+    const DroppedPartners::Pause pause;
+    const auto end = changes.journal.rend() - static_cast<std::ptrdiff_t>(mark);
+    for (auto entry = changes.journal.rbegin(); entry != end; ++entry) {
         if (entry->kind == Remembered::One) {
             auto* ref = static_cast<OneAssociatedInstance*>(entry->ref);
             ref->setFetched(entry->fetched);
@@ -62,9 +83,15 @@ void revertReferences(const Changes& changes) {
             continue;
         if (entry->kind == Remembered::MemberAdded)
             ref->remove(entry->instance);
-        else if (!ref->contains(entry->instance))
-            ref->add(entry->instance);
+        else
+            addOrUnfetch(*ref, entry->instance);
     }
+}
+
+void takeBackReferences(Changes& changes, std::size_t mark) noexcept {
+    revertReferences(changes, mark);
+    for (; changes.journal.size() > mark; changes.journal.pop_back())
+        untouch(changes.journal.back());
 }
 
 void unfetchCollections(const Changes& changes) {
@@ -79,8 +106,7 @@ void unfetchCollections(const Changes& changes) {
 
 void untouchReferences(const Changes& changes) noexcept {
     for (const Remembered& entry : changes.journal)
-        if (entry.isFirst)
-            ReferenceState::setTouched(*static_cast<OneAssociatedInstance*>(entry.ref), false);
+        untouch(entry);
 }
 
 }  // namespace Kes

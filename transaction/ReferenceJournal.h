@@ -6,6 +6,8 @@
 
 #pragma once
 
+#include <cstddef>
+
 #include <kes/Forward.h>
 
 #include "transaction/Changes.h"
@@ -21,7 +23,15 @@ void rememberMember(Changes& changes, Instance* owner, ManyAssociatedInstances& 
 void rememberLostLink(Changes& changes, Instance* owner, Instance* member, Association* association,
                       const String& role);
 
-void revertReferences(const Changes& changes);
+/// Adds the member in memory; a collection that finds no memory for it is read
+/// again.
+void addOrUnfetch(ManyAssociatedInstances& ref, Instance* member) noexcept;
+
+/// Puts back what links have changed since the journal had `mark` entries.
+void revertReferences(const Changes& changes, std::size_t mark = 0) noexcept;
+
+/// The same for a link that was not recorded after all; its entries go.
+void takeBackReferences(Changes& changes, std::size_t mark) noexcept;
 
 /// The collections that links have changed are read again when they are asked
 /// for.

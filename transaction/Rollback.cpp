@@ -12,12 +12,18 @@ namespace Kes {
 
 namespace {
 
+// Of several actions on one instance a later one may have failed to restore it.
+void revertVersion(Instance* instance, unsigned long version) {
+    if (!isUnread(instance))
+        InstanceState::setVersion(instance, version);
+}
+
 void revertAction(const Model* model, const Changes& changes, const Action& action) {
     Instance* first = action.first;
     if (action.applied) {
-        InstanceState::setVersion(first, action.firstVersion);
+        revertVersion(first, action.firstVersion);
         if (action.second != nullptr)
-            InstanceState::setVersion(action.second, action.secondVersion);
+            revertVersion(action.second, action.secondVersion);
     }
     switch (action.kind) {
     case Action::Add:

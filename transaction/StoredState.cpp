@@ -1,9 +1,11 @@
 #include "transaction/StoredState.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <limits>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -26,6 +28,11 @@ namespace {
 // Of an instance whose change was refused, until it is read again. Databases
 // hold the number and the one behind it.
 constexpr unsigned long UnknownVersion = std::numeric_limits<std::int64_t>::max() - 1;
+
+// Of an instance that shows what was assigned to it, or what a rollback could put
+// back of its fields: neither is stored. Whatever reads it next brings it back.
+constexpr unsigned long UnreadVersion = UnknownVersion - 2;
+constexpr unsigned long TornVersion = UnknownVersion - 4;
 
 // Takes the snapshot of an instance that shows what is stored.
 bool takeUnassigned(Changes& changes, Instance* instance, Snapshot& snapshot) {
@@ -50,16 +57,22 @@ bool reread(Model* model, Instance* instance, bool& isRemoved) {
         const DBDriverStatus* status = isCurrent ? nullptr : driver->getStatus();
         isRemoved = status != nullptr && status->code == DBDriverStatus::Removed;
     } catch (...) {
-        InstanceState::setVersion(instance, UnknownVersion);
+        InstanceState::setVersion(instance, UnreadVersion);
     }
     ModelGate::dropFailure(model);
-    return !isUnknown(instance);
+    if (isUnknown(instance))
+        InstanceState::setVersion(instance, UnreadVersion);
+    return !isUnread(instance);
 }
 
 }  // namespace
 
 bool isUnknown(const Instance* instance) {
-    return instance->getVersion() == UnknownVersion;
+    return instance->getVersion() == UnknownVersion || isUnread(instance);
+}
+
+bool isUnread(const Instance* instance) {
+    return instance->getVersion() == UnreadVersion || instance->getVersion() == TornVersion;
 }
 
 // False when what is stored cannot be told, which was raised. The snapshot stays
@@ -72,6 +85,8 @@ bool takeForUpdate(const Model* model, Changes& changes, Instance* instance, con
 
     // Refused until the contrary is certain: what is raised may throw.
     unsigned long version = instance->getVersion();
+    const std::size_t refusals = changes.refused.size();
+    const bool hadUnlisted = changes.hasUnlisted;
     refuse(changes, instance);
     const std::unique_ptr<Instance> reading(instance->getClass()->getDummy());
     reading->setObjectID(instance->getObjectID());
@@ -79,20 +94,27 @@ bool takeForUpdate(const Model* model, Changes& changes, Instance* instance, con
     if (stored == Stored::Unknown)
         return false;
     if (stored == Stored::Found) {
-        if (version == UnknownVersion &&
-            digestFields(reading.get()) == InstanceState::fingerprint(instance))
+        const bool isRefused = version == UnknownVersion || version == UnreadVersion;
+        if (isRefused && digestFields(reading.get()) == InstanceState::fingerprint(instance))
             version = reading->getVersion();
         if (version == reading->getVersion())
             snapshot = changes.snapshots.take(reading.get());
     }
     InstanceState::setVersion(instance, version);
-    changes.refused.pop_back();
+    changes.refused.resize(refusals);
+    changes.hasUnlisted = hadUnlisted;
     return true;
 }
 
-void refuse(Changes& changes, Instance* instance) {
-    changes.refused.push_back({instance, instance->getVersion()});
-    InstanceState::setVersion(instance, UnknownVersion);
+// There is room for a few, also when there is no memory.
+void refuse(Changes& changes, Instance* instance) noexcept {
+    try {
+        changes.refused.push_back({instance, instance->getVersion()});
+        InstanceState::setVersion(instance, UnknownVersion);
+    } catch (const std::bad_alloc&) {
+        changes.hasUnlisted = true;
+        InstanceState::setVersion(instance, UnreadVersion);
+    }
 }
 
 void takeForRemoval(const Model* model, Changes& changes, Instance* instance, Snapshot& snapshot) {
@@ -141,7 +163,11 @@ bool hasRefused(const Changes& changes, String& failure) {
                       "changes again";
             return true;
         }
-    return false;
+    if (changes.hasUnlisted)
+        failure =
+            "the change of an object was refused, for memory ran out; record the changes "
+            "again";
+    return changes.hasUnlisted;
 }
 
 // An instance whose fields could not all be put back shows nothing stored.
@@ -149,13 +175,14 @@ void restoreFields(const Changes& changes, Snapshot snapshot, Instance* instance
     try {
         changes.snapshots.restore(snapshot, instance);
     } catch (...) {
-        InstanceState::setVersion(instance, UnknownVersion);
+        InstanceState::setVersion(instance, TornVersion);
         throw;
     }
 }
 
 // What was assigned to them goes too. One that cannot be read now either stays
-// as it is, with the version that keeps it from being written.
+// as it is until something reads it, with a version that keeps it from being
+// written.
 void rereadRefused(Model* model, Changes& changes) {
     FirstFailure failure;
     std::vector<Pointer<Instance>> news;
@@ -172,7 +199,7 @@ void rereadRefused(Model* model, Changes& changes) {
                 gone.emplace_back(instance);
         }
     });
-    changes.refused.clear();
+    changes.dropRefused();
 
     // Somebody else has changed them meanwhile.
     for (const Pointer<Instance>& changedOne : news) {

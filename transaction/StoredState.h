@@ -8,7 +8,8 @@
 // Where it cannot, the change is refused, though what was assigned is in memory.
 // Such an instance gets a version that nothing stored has: no driver writes it,
 // and any refresh reads it. The transaction does not commit, and its rollback
-// reads the instance again.
+// reads the instance again. Where that fails too, the instance gets another such
+// version, with which the next query that delivers it reads it.
 
 #pragma once
 
@@ -34,9 +35,13 @@ bool takeForUpdate(const Model* model, Changes& changes, Instance* instance, con
 /// Null where it is not the state that the instance was read with.
 void takeForRemoval(const Model* model, Changes& changes, Instance* instance, Snapshot& snapshot);
 
-/// The change of the instance is refused until it is read again.
-void refuse(Changes& changes, Instance* instance);
+/// The change of the instance is refused until it is read again. Needs no memory.
+void refuse(Changes& changes, Instance* instance) noexcept;
 bool isUnknown(const Instance* instance);
+
+/// Whether a rollback could not bring the instance back to what is stored: it
+/// shows nothing that is, until it is read again.
+bool isUnread(const Instance* instance);
 
 /// Whether some change is refused, and the words for it.
 bool hasRefused(const Changes& changes, String& failure);
@@ -46,7 +51,8 @@ bool hasRefused(const Changes& changes, String& failure);
 void restoreFields(const Changes& changes, Snapshot snapshot, Instance* instance);
 
 /// What was assigned to refused instances goes too. One that cannot be read now
-/// either stays as it is, with the version that keeps it from being written.
+/// either stays as it is until something reads it, with a version that keeps it
+/// from being written.
 void rereadRefused(Model* model, Changes& changes);
 
 }  // namespace Kes

@@ -77,6 +77,7 @@ void UnitOfWork::recordUpdate(Instance* instance, Snapshot snapshot) {
 
 void UnitOfWork::recordRemove(Instance* instance) {
     Snapshot snapshot = nullptr;
+    Action* update = nullptr;
     if (Action* known = entryOf(instance)) {
         Action& entry = *known;
         if (entry.kind == Action::Add) {
@@ -87,12 +88,14 @@ void UnitOfWork::recordRemove(Instance* instance) {
         if (entry.kind == Action::Remove || entry.kind == Action::Dropped)
             return;
         snapshot = entry.snapshot;
-        entry.kind = Action::Superseded;
+        update = &entry;  // entries stay where they are
     }
     // Without a snapshot it can be removed, though not brought back.
     if (snapshot == nullptr && history.isKept())
         takeForRemoval(model, changes, instance, snapshot);
     record(Action::Remove, instance).snapshot = snapshot;
+    if (update != nullptr)
+        update->kind = Action::Superseded;
     InstanceState::setEntry(instance, changes.pending.size());
     instance->setInTransaction(true);
 }
@@ -108,20 +111,20 @@ bool UnitOfWork::recordRevival(Instance* instance) {
         return false;
     Action& entry = *known;
     if (entry.kind == Action::Dropped) {
-        entry.kind = Action::Superseded;
-        InstanceState::setEntry(instance, 0);
-        instance->setRemoved(false);
         recordAdd(instance);
+        entry.kind = Action::Superseded;
+        instance->setRemoved(false);
         return true;
     }
     if (entry.kind != Action::Remove)
         return false;
-    Snapshot snapshot = std::exchange(entry.snapshot, nullptr);
+    Snapshot snapshot = entry.snapshot;
     if (snapshot == nullptr && !takeForUpdate(model, changes, instance, "Model::add", snapshot))
         return true;
+    recordUpdate(instance, snapshot);
+    entry.snapshot = nullptr;
     entry.kind = Action::Superseded;
     instance->setRemoved(false);
-    recordUpdate(instance, snapshot);
     return true;
 }
 
@@ -192,7 +195,7 @@ void UnitOfWork::commit() {
     settleHistory(*done);
     done->repairs.apply();
     release();
-    changes.refused.clear();
+    changes.dropRefused();
     done->actions.swap(changes.pending);
     announce(done->actions);
 }
@@ -228,7 +231,7 @@ std::exception_ptr UnitOfWork::takeBack(bool mayBeStored) {
     if (!succeeds([&] { return ModelGate::door(model).enter()->rollback(); }, failure)) {
         if (failure.size() == 0)
             failure = ModelGate::door(model).enter()->getErrorMessage();
-        changes.refused.clear();
+        changes.dropRefused();
         forget();
         Exception(Exception::FATAL, "ROLLFAIL", "Model::rollback", failure).handle();
 
@@ -270,7 +273,7 @@ void UnitOfWork::release() noexcept {
 void UnitOfWork::close() {
     changes.pending.clear();
     changes.clearRecords();
-    changes.refused.clear();
+    changes.dropRefused();
     history.clear();
 }
 

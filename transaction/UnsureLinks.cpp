@@ -68,10 +68,11 @@ bool isLinked(const Action& action) {
         action.firstIsOne ? association->getOneRole() : association->getOtherRole();
     const String& otherRole = association->getAssociatedRole(role);
     Class* cls = association->getClassFor(otherRole);
-    auto isMember = std::make_unique<OneAssociatedCondition>(
-        new Role(cls, otherRole, association), Condition::AssociationOperator::EQUAL, action.first);
-    auto isSecond = std::make_unique<AttributeCondition<unsigned long>>(
-        new Attribute(cls, "KesObjectID"), Condition::EQUAL, action.second->getObjectID());
+    std::unique_ptr<Condition> isMember(
+        new OneAssociatedCondition(new Role(cls, otherRole, association),
+                                   Condition::AssociationOperator::EQUAL, action.first));
+    std::unique_ptr<Condition> isSecond(new AttributeCondition<unsigned long>(
+        new Attribute(cls, "KesObjectID"), Condition::EQUAL, action.second->getObjectID()));
     Selection selection(cls);
     selection.setCondition(
         new CombinationCondition(isMember.release(), Condition::AND, isSecond.release()));

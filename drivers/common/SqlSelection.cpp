@@ -123,7 +123,7 @@ void SqlSelection::materialise() {
     if (Instance* known = model->get(id)) {
         current = known;
         const auto version = static_cast<unsigned long>(row().integer(TableMapping::VersionColumn));
-        if (version > known->getVersion() && !model->isPending(known))
+        if (version != known->getVersion() && model->isOutdated(known, version))
             driver->loader().renew(row(), table, known);
         return;
     }

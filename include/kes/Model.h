@@ -236,6 +236,11 @@ public:
     /// instance is not brought up to date. Constant time.
     bool isPending(const Instance* instance) const;
 
+    /// Whether a row of that version has to be read into an instance that is in
+    /// memory: it shows an older one and is not pending, or a rollback could not
+    /// bring it back. Constant time.
+    bool isOutdated(const Instance* instance, unsigned long storedVersion) const;
+
     /// During DBDriver::update of `instance`: the fields that differ from the
     /// stored ones. False, and `fields` untouched, when that is not known and
     /// all fields have to be written.
@@ -266,8 +271,11 @@ private:
     void forgetFailure();
     void keepFailure(FailureReporter* reporter);
     static bool keepsDrivers();
+    void declareAll();
     void settleAssociations();
     bool declaresSoundly() const;
+    void undeclare() noexcept;
+    void startUsing();
     bool isDeclarable(std::unique_ptr<Class>& cls) const;
     bool isDeclarable(std::unique_ptr<Association>& association) const;
     bool reportsInherited(Class* cls) const;
@@ -291,17 +299,20 @@ private:
     int version = 0;
     DBDriver* driver = nullptr;           // owned; null while closed
     FailureReporter* failures = nullptr;  // the driver, where it reports kinds; else null
-    UnitOfWork* transactions;             // owned
-    ObjectCache* objects;                 // owned
-    DriverDoor* door;                     // owned
-    ReferenceLoader* references;          // owned
-    std::ostream* trace = nullptr;        // borrowed; null while not traced
+    std::unique_ptr<UnitOfWork> transactions;
+    std::unique_ptr<ObjectCache> objects;
+    std::unique_ptr<DriverDoor> door;
+    std::unique_ptr<ReferenceLoader> references;
+    std::ostream* trace = nullptr;  // borrowed; null while not traced
     mutable ThreadCheck threadCheck;
     std::shared_ptr<bool> life = std::make_shared<bool>(true);
 
     // What the two tables hold, in the order of declaration.
     std::vector<Class*> classOrder;
     std::vector<Association*> associationOrder;
+
+    // Declaring failed before its end: the next open starts it anew.
+    bool isHalfDeclared = false;
 
     // Set by a synchronisation whose error handler returned.
     bool schemaFailed = false;

@@ -1,5 +1,6 @@
 #include "tests/crash/FaultyMemory.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -10,6 +11,7 @@ unsigned long failAt = 0;  // 0 for never
 unsigned long allocations = 0;
 bool failsFromThenOn = false;
 bool struck = false;
+std::atomic<long> alive = 0;
 
 void* allocate(std::size_t size) {
     if (failAt != 0) {
@@ -19,7 +21,14 @@ void* allocate(std::size_t size) {
             return nullptr;
         }
     }
-    return std::malloc(size != 0 ? size : 1);
+    void* memory = std::malloc(size != 0 ? size : 1);
+    alive += memory != nullptr ? 1 : 0;
+    return memory;
+}
+
+void release(void* memory) {
+    alive -= memory != nullptr ? 1 : 0;
+    std::free(memory);
 }
 
 void* allocateOrThrow(std::size_t size) {
@@ -45,16 +54,16 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     return allocate(size);
 }
 void operator delete(void* memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
+    release(memory);
 }
 
 namespace Kes::testing {
@@ -72,6 +81,10 @@ void FaultyMemory::clear() {
 
 bool FaultyMemory::hasStruck() {
     return struck;
+}
+
+long FaultyMemory::live() {
+    return alive;
 }
 
 }  // namespace Kes::testing

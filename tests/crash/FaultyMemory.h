@@ -15,6 +15,9 @@ public:
 
     /// Whether one has failed since set().
     static bool hasStruck();
+
+    /// How many pieces of memory the program has taken and not given back.
+    static long live();
 };
 
 }  // namespace Kes::testing

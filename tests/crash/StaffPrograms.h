@@ -1,0 +1,28 @@
+// Small programs over a staff database, for tests that disturb them.
+
+#pragma once
+
+#include <functional>
+#include <ostream>
+#include <vector>
+
+#include "tests/support/StaffModel.h"
+
+namespace Kes::testing {
+
+struct StaffProgram {
+    /// Called behind each commit, undo and redo.
+    using Done = std::function<void()>;
+
+    const char* name;
+    void (*run)(StaffModel& model, const Done& done);
+};
+
+inline void PrintTo(const StaffProgram& program, std::ostream* stream) {
+    *stream << program.name;
+}
+
+/// Each works on what fillStaff has made.
+std::vector<StaffProgram> staffPrograms();
+
+}  // namespace Kes::testing
