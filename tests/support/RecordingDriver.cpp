@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <kes/Association.h>
 #include <kes/Class.h>
@@ -32,7 +33,7 @@ std::string nameOf(const Instance* instance) {
 // or "cursor.getInstance" (there is none).
 class RecordingCursor final : public DBDriverSelection {
 public:
-    explicit RecordingCursor(DBDriverSelection* real) : inner(real) {}
+    explicit RecordingCursor(std::unique_ptr<DBDriverSelection> real) : inner(std::move(real)) {}
 
     bool next() override { return !Recording::get().enterUnnoted("cursor.next") && inner->next(); }
     Instance* getInstance() override {
@@ -145,10 +146,12 @@ public:
         return definition;
     }
     DBDriverSelection* fetch(Class* cls, SelectionDefinition* definition) override {
-        DBDriverSelection* cursor = nullptr;
-        call("fetch", textOf(cls->getName()),
-             [&] { return (cursor = inner->fetch(cls, definition)) != nullptr; });
-        return cursor != nullptr ? new RecordingCursor(cursor) : nullptr;
+        std::unique_ptr<DBDriverSelection> cursor;
+        call("fetch", textOf(cls->getName()), [&] {
+            cursor.reset(inner->fetch(cls, definition));
+            return cursor != nullptr;
+        });
+        return cursor != nullptr ? new RecordingCursor(std::move(cursor)) : nullptr;
     }
     bool tellEmptiedTo(EmptiedListener* listener) override {
         auto* telling = dynamic_cast<EmptyingDriver*>(inner.get());
