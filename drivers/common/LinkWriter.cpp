@@ -54,10 +54,10 @@ std::vector<LinkWriter::StoredReference> LinkWriter::readReferences(
             statements.keep("SELECT " + id + ", " + column + " FROM " + table.table() + " WHERE " +
                             column + " IN " + list.text() + " ORDER BY " + id + dialect.rowLock());
         list.bindTo(asking);
+        const Execution execution(asking);
         while (asking.step())
             found.push_back({holder, static_cast<unsigned long>(asking.integer(0)),
                              static_cast<unsigned long>(asking.integer(1))});
-        asking.reset();
     }
     return found;
 }

@@ -11,6 +11,19 @@
 
 namespace Kes::sql {
 
+namespace {
+
+std::vector<std::int64_t> sortedIds(Statement& asking) {
+    const Execution execution(asking);
+    std::vector<std::int64_t> ids;
+    while (asking.step())
+        ids.push_back(asking.integer(0));
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+}  // namespace
+
 // A link to an object that somebody else has removed would dangle.
 void PartnerCheck::run() {
     std::unordered_map<Class*, std::vector<std::int64_t>> unsure;
@@ -56,11 +69,7 @@ void PartnerCheck::check(Class* cls, const std::vector<std::int64_t>& ids) {
             statements.keep("SELECT " + id + ", " + table.column(TableMapping::VersionColumn) +
                             " FROM " + table.table() + where + dialect.sharedLock());
         list.bindTo(asking);
-        std::vector<std::int64_t> stored;
-        while (asking.step())
-            stored.push_back(asking.integer(0));
-        asking.reset();
-        std::sort(stored.begin(), stored.end());
+        const std::vector<std::int64_t> stored = sortedIds(asking);
         for (std::size_t i = begin; i < list.end(); ++i)
             if (!std::binary_search(stored.begin(), stored.end(), ids[i]))
                 failOnPartner(ids[i]);
