@@ -116,7 +116,8 @@ protected:
 };
 
 TEST_P(SessionMemoryTest, LosesNothingAndGoesOn) {
-    const auto& [program, goesOn, driver] = GetParam();
+    const StaffProgram& program = std::get<0>(GetParam());
+    const bool goesOn = std::get<1>(GetParam());
     outcomes = outcomesOf(program);
     FailingRound first(0, false);
     runRound(program, first);  // what is made once and kept is there now
