@@ -78,27 +78,35 @@ ObjectCache::~ObjectCache() {
 }
 
 void ObjectCache::file(Instance* instance) {
+    if (strays > 0)
+        settleStrays();
     const unsigned long id = instance->getObjectID();
-
-    // Somebody may still refer to an instance that loses its place.
-    Instance* before = instances.find(id);
+    Instance* before = instances.file(id, instance);
     if (before != nullptr && before != instance)
-        orphans.insert(before);
-    instances.file(id, instance);
+        displace(id, before);
     if (!orphans.empty())
         orphans.erase(instance);
-    if (strays > 0)
-        forgetStray(instance, id);
 }
 
-// Where it was filed before, when it found no place among the orphans.
-void ObjectCache::forgetStray(const Instance* instance, unsigned long id) {
+// Somebody may still refer to an instance that loses its place.
+void ObjectCache::displace(unsigned long id, Instance* before) try {
+    orphans.insert(before);
+} catch (...) {
+    instances.file(id, before);
+    throw;
+}
+
+// There is memory again: they take their places among the orphans.
+void ObjectCache::settleStrays() {
+    std::vector<ObjectTable::Entry> found;
     for (const ObjectTable::Entry& entry : instances.entries())
-        if (entry.instance == instance && entry.id != id) {
-            instances.remove(entry.id);
-            --strays;
-            return;
-        }
+        if (entry.instance != nullptr && entry.instance->getObjectID() != entry.id)
+            found.push_back(entry);
+    for (const ObjectTable::Entry& entry : found) {
+        orphans.insert(entry.instance);
+        instances.remove(entry.id);
+    }
+    strays = 0;
 }
 
 bool ObjectCache::isCollectionDue() {

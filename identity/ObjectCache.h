@@ -61,7 +61,8 @@ public:
 private:
     /// The number of instances that it freed.
     std::size_t sweep();
-    void forgetStray(const Instance* instance, unsigned long id);
+    void displace(unsigned long id, Instance* before);
+    void settleStrays();
     void unmark();
     void destroy(const std::vector<Instance*>& dead);
 

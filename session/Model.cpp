@@ -62,7 +62,7 @@ Model::~Model() {
         driver = nullptr;
     threadCheck.reset();
     transactions->close();
-    objects.reset();
+    objects->empty();
     undeclare();
     transactions.reset();
     references.reset();

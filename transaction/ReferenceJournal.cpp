@@ -89,6 +89,8 @@ void revertReferences(const Changes& changes, std::size_t mark) noexcept {
 }
 
 void takeBackReferences(Changes& changes, std::size_t mark) noexcept {
+    if (changes.journal.size() <= mark)
+        return;
     revertReferences(changes, mark);
     for (; changes.journal.size() > mark; changes.journal.pop_back())
         untouch(changes.journal.back());
