@@ -108,8 +108,17 @@ void openInstead(Check& check, const std::string& modelName, const std::string& 
     useField(check, plain, cls, "value");
 }
 
-void nameClass(Check& check, const Name& name, std::size_t number) {
-    const std::string text = name.text;
+// Classes and associations have the tag behind their names, and one of so many bytes
+// has them with it: what a driver takes does not depend on earlier runs.
+Name untagged(const Check& check, Name name) {
+    if (name.text.size() >= 63)
+        name.text.resize(name.text.size() - check.config().tag.size());
+    return name;
+}
+
+void nameClass(Check& check, const Name& wanted, std::size_t number) {
+    const Name name = untagged(check, wanted);
+    const std::string& text = name.text;
     const std::string modelName = "name class " + std::to_string(number);
     const std::string beside = "NamedBeside" + std::to_string(number);
     CheckModel model(check, modelName,
@@ -138,12 +147,13 @@ void nameField(Check& check, const Name& name, std::size_t number) {
 // like a class; other words have to do for those that are reserved.
 void nameAssociation(Check& check, const Name& name, std::size_t number, bool isReserved) {
     const std::string cls = "NamedLink" + std::to_string(number);
-    const std::string association = isReserved ? name.text : "A" + name.text;
+    const Name tableName = untagged(check, name);
+    const std::string association = isReserved ? name.text : "A" + tableName.text;
     CheckModel model(
         check, cls,
         {Shape(cls).many(association, name.text).one("One" + association, "next"),
          Shape(cls + "S").many(association, "owners").many("One" + association, "last")});
-    if (!openOrRefuse(check, model, name, "association"))
+    if (!openOrRefuse(check, model, tableName, "association"))
         return openInstead(check, cls, cls);
     Pointer<Object> one;
     Pointer<Object> other;
