@@ -88,7 +88,7 @@ bool SqlDriver::open(const String& source, const String& password, const String&
         session = std::make_unique<Session>(connect(source, password, user, options), *dialect);
         if (trace != nullptr)
             session->connection->traceTo(trace);
-        session->schema.prepare(mayWrite());
+        session->schema.prepare();
         return true;
     } catch (const SqlFailure& failure) {
         message = describe(what, failure.what()).c_str();
@@ -220,9 +220,11 @@ const DBDriverStatus* SqlDriver::getStatus() {
 unsigned long SqlDriver::newObjectID() {
     unsigned long id = 0;
     attempt("taking object ids", [&] {
-        if (session->ids.needsBlock() && !session->connection->inTransaction() &&
-            !session->connection->takesIdsAside())
-            settleCursors();
+        if (session->ids.needsBlock()) {
+            if (!session->connection->inTransaction() && !session->connection->takesIdsAside())
+                settleCursors();
+            session->schema.requireOwnTables();
+        }
         id = session->ids.take();
     });
     return id;

@@ -98,8 +98,6 @@ protected:
         return static_cast<const char*>(source);
     }
 
-    /// Whether the connection that was just made may write.
-    virtual bool mayWrite() const { return true; }
     Dialect& getDialect() { return *dialect; }
 
 private:

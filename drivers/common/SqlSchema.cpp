@@ -58,35 +58,52 @@ bool SqlSchema::exists(const std::string& table) {
 }
 
 void SqlSchema::makeOwnTables() {
-    connection.beginSchema();
     connection.execute("CREATE TABLE IF NOT EXISTS kes_versions (kind VARCHAR(10) NOT NULL, name " +
                        dialect.keyTextType() +
                        ", version INTEGER NOT NULL, PRIMARY KEY (kind, name))");
     for (const std::string& text : dialect.idStore())
         connection.execute(text);
     writeVersion({"kes", Format, "FORMAT"});
-    connection.commit();
 }
 
-void SqlSchema::prepare(bool mayWrite) {
-    if (!exists("kes_versions")) {
-        if (!mayWrite)
-            return;
-        // On a cluster a program on another node may do the same at the moment.
-        constexpr int mostTries = 10;
-        for (int tries = 1;; ++tries) {
-            try {
-                makeOwnTables();
-                break;
-            } catch (const SqlFailure&) {
-                if (connection.schemaStage() == nullptr || tries == mostTries)
-                    throw;
-                connection.rollback();
-                if (!exists("kes_versions"))
-                    throw;
-            }
+bool SqlSchema::hasOwnTables() {
+    if (reading != nullptr)
+        return true;
+    if (isBare || !exists("kes_versions")) {
+        isBare = isStaging;
+        return false;
+    }
+    reading = connection.prepare("SELECT version FROM kes_versions WHERE kind = ? AND name = ?");
+    return true;
+}
+
+bool SqlSchema::requireOwnTables() {
+    if (hasOwnTables())
+        return false;
+    isBare = false;
+    const bool isStaged = connection.schemaStage() != nullptr;
+    if (!isStaged && connection.inTransaction()) {
+        isOwnUncommitted = true;
+        makeOwnTables();
+        return true;
+    }
+    // On a cluster a program on another node may do the same at the moment.
+    constexpr int mostTries = 10;
+    for (int tries = 1;; ++tries) {
+        try {
+            connection.beginSchema();
+            makeOwnTables();
+            connection.commit();
+            return true;
+        } catch (const SqlFailure&) {
+            connection.rollback();
+            if (!isStaged || tries == mostTries || !exists("kes_versions"))
+                throw;
         }
     }
+}
+
+void SqlSchema::prepare() {
     const int format = getVersion("kes", "FORMAT");
     if (format > Format)
         throw SqlFailure("the database has the storage format " + std::to_string(format) +
@@ -98,12 +115,8 @@ int SqlSchema::getVersion(const std::string& name, const std::string& kind) {
     for (auto set = versions.rbegin(); set != versions.rend(); ++set)
         if (set->name == name && set->kind == kind)
             return set->version;
-    if (reading == nullptr) {
-        if (!exists("kes_versions"))
-            return 0;
-        reading =
-            connection.prepare("SELECT version FROM kes_versions WHERE kind = ? AND name = ?");
-    }
+    if (!hasOwnTables())
+        return 0;
     reading->bindText(0, kind.data(), kind.size());
     reading->bindText(1, name.data(), name.size());
     const Execution execution(*reading);
@@ -138,10 +151,12 @@ void SqlSchema::setVersion(const std::string& name, int version, const std::stri
         records.push_back({name, version, kind});
         return;
     }
-    if (connection.schemaStage() != nullptr)
+    if (connection.schemaStage() != nullptr) {
         versions.push_back({name, version, kind});
-    else
-        writeVersion({name, version, kind});
+        return;
+    }
+    requireOwnTables();
+    writeVersion({name, version, kind});
 }
 
 void SqlSchema::writeVersion(const Version& written) {
@@ -162,7 +177,7 @@ void SqlSchema::writeVersion(const Version& written) {
 void SqlSchema::readVersions(std::vector<StoredVersion>& stored) {
     known.clear();
     isKnown = true;
-    if (reading == nullptr && !exists("kes_versions"))
+    if (!hasOwnTables())
         return;
     const std::unique_ptr<Statement> asking =
         connection.prepare("SELECT kind, name, version FROM kes_versions WHERE kind <> 'FORMAT'");
@@ -309,6 +324,8 @@ void SqlSchema::beginClassUpdate(Class* cls) {
         namesChecked = true;
     }
     beginStage();
+    if (!isStaging)
+        requireOwnTables();
     if (begun.empty())
         checkAbstractClasses(*cls->getModel());
     begun.insert(textOf(cls->getName()));
@@ -425,12 +442,16 @@ void SqlSchema::createAssociation(const Association* association) {
 // Each step can be done again, so the versions, after which none is, come last.
 void SqlSchema::commit() {
     SchemaStage* stage = connection.schemaStage();
-    if (stage != nullptr && (isStaging || !waiting.empty() || !versions.empty())) {
+    const bool isSchema = isStaging || !waiting.empty() || !versions.empty();
+    if (stage != nullptr && isSchema) {
         if (isStaging)
             stage->swap();
         for (const std::string& text : waiting)
             connection.execute(text);
         waiting.clear();
+    }
+    const bool isFirst = (!versions.empty() || !records.empty()) && requireOwnTables();
+    if (stage != nullptr && (isSchema || isFirst)) {
         connection.begin();
         for (const Version& each : versions)
             writeVersion(each);
@@ -440,6 +461,9 @@ void SqlSchema::commit() {
 }
 
 void SqlSchema::forget() {
+    isBare = false;
+    if (std::exchange(isOwnUncommitted, false))
+        reading.reset();  // a rollback drops the table that it asks
     replaced.clear();
     finished.clear();
     begun.clear();

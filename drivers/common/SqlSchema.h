@@ -34,9 +34,14 @@ public:
           dialect(itsDialect),
           connection(itsConnection) {}
 
-    /// Throws SqlFailure for a database of a newer format. With `mayWrite` the
-    /// library's own tables are made where they are missing.
-    void prepare(bool mayWrite);
+    /// Throws SqlFailure for a database of a newer format.
+    void prepare();
+
+    /// Makes the library's own tables where they are missing, and returns whether
+    /// they were: in the open transaction, or where schema statements commit by
+    /// themselves in one of their own, which ends the open one. An open that is
+    /// refused leaves none, so they come with what needs them.
+    bool requireOwnTables();
 
     int getVersion(const std::string& name, const std::string& kind);
     void setVersion(const std::string& name, int version, const std::string& kind);
@@ -69,6 +74,7 @@ private:
     };
 
     void makeOwnTables();
+    bool hasOwnTables();
     bool exists(const std::string& table);
     bool hasColumn(const std::string& table, const std::string& column);
     void checkAbstract(const std::string& name);
@@ -95,6 +101,8 @@ private:
     // The tables that are made for classes whose old one is still there.
     std::map<const Class*, std::string> replaced;
     std::set<const Class*> finished;  // that another process has upgraded
+    bool isBare = false;  // known to have no tables of the library, as long as it is staging
+    bool isOwnUncommitted = false;  // the open transaction has made them
     bool namesChecked = false;
     bool isStaging = false;
     std::vector<std::string> waiting;  // statements

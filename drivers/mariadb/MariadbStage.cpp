@@ -87,6 +87,7 @@ void MariadbStage::begin() {
     isOpen = true;
     isSwapped = false;
     isClearing = false;
+    isFirst = false;
     turn = 0;
     claim();
     sweep();
@@ -149,6 +150,7 @@ bool MariadbStage::takeTurnAfter(const std::string& last, bool isLastTry) {
         return false;
     }
     turn = next;
+    isFirst = last.empty();
     isClearing = true;
     return true;
 }
@@ -241,6 +243,8 @@ void MariadbStage::finish() {
     connection.execute(renaming(runningName(turn + 1), turnName(turn + 1)));
 }
 
+// Nothing is left in a database that had nothing. Whoever waited for the turn makes
+// the first one anew.
 void MariadbStage::giveUp() {
     if (turn == 0)
         return;
@@ -250,7 +254,10 @@ void MariadbStage::giveUp() {
         isClearing = true;
         sweep();
     }
-    endClearing(turnName(turn));
+    if (isFirst)
+        connection.execute("DROP TABLE " + quotedName(clearingName(turn)));
+    else
+        endClearing(turnName(turn));
 }
 
 }  // namespace Kes::sql

@@ -59,6 +59,7 @@ private:
     bool isOpen = false;
     bool isSwapped = false;
     bool isClearing = false;  // alone: the others wait
+    bool isFirst = false;     // nobody had a turn before
 };
 
 }  // namespace Kes::sql

@@ -64,7 +64,6 @@ std::unique_ptr<Connection> SqliteDriver::connect(const String& source, const St
             "without a journal a transaction that fails stays half written, and every "
             "conflict is such a failure: journal_mode=off is for readonly=true; "
             "memory is the fastest mode that can roll back");
-    readOnly = settings.readOnly;
     return std::make_unique<SqliteConnection>(settings);
 }
 

@@ -19,9 +19,6 @@ public:
 private:
     std::unique_ptr<Connection> connect(const String& source, const String& password,
                                         const String& user, const String& options) override;
-    bool mayWrite() const override { return !readOnly; }
-
-    bool readOnly = false;
 };
 
 }  // namespace Kes::sql

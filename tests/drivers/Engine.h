@@ -59,6 +59,9 @@ public:
     /// All tables but those with names of the library's own (kes_...).
     virtual std::vector<std::string> tables() = 0;
 
+    /// Tables, views and, where there are any, sequences, those of the library too.
+    virtual std::vector<std::string> contents() = 0;
+
     /// In their order; none when there is no such table.
     virtual std::vector<std::string> columnsOf(const std::string& table) = 0;
 

@@ -47,6 +47,11 @@ public:
             "table_name NOT LIKE 'kes|_%' ESCAPE '|'");
     }
 
+    std::vector<std::string> contents() override {
+        return plain.askAll(
+            "SELECT table_name FROM information_schema.tables WHERE table_schema = DATABASE()");
+    }
+
     std::vector<std::string> columnsOf(const std::string& table) override {
         return plain.askAll(
             "SELECT column_name FROM information_schema.columns WHERE "

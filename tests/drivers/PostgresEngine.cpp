@@ -34,6 +34,11 @@ public:
                             "' AND tablename NOT LIKE 'kes\\_%'");
     }
 
+    std::vector<std::string> contents() override {
+        return plain.askAll("SELECT relname FROM pg_class WHERE relnamespace = '" + schema +
+                            "'::regnamespace");
+    }
+
     std::vector<std::string> columnsOf(const std::string& table) override {
         return plain.askAll(
             "SELECT column_name FROM information_schema.columns WHERE "

@@ -17,6 +17,10 @@ public:
             "ESCAPE '\\' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\'");
     }
 
+    std::vector<std::string> contents() override {
+        return PlainSqlite(source()).askAll("SELECT name FROM sqlite_schema");
+    }
+
     std::vector<std::string> columnsOf(const std::string& table) override {
         return PlainSqlite(source()).askAll("SELECT name FROM pragma_table_info('" + table + "')");
     }
