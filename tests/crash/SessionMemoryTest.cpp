@@ -94,6 +94,9 @@ protected:
         if (model.transactionStarted())
             model.rollback();
         ASSERT_LT(done, outcomes.size());
+        if (program.outlivesOne && !std::get<1>(GetParam())) {
+            ASSERT_EQ(outcomes.size(), done + 1);
+        }
         ASSERT_EQ(outcomes[done], storedStaff(file, true));
         expectMemoryAsStored(model, round);
         goOn(model);

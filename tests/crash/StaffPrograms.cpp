@@ -1,5 +1,7 @@
 #include "tests/crash/StaffPrograms.h"
 
+#include <new>
+
 namespace Kes::testing {
 
 namespace {
@@ -188,11 +190,52 @@ void refresh(StaffModel& model, const Done&) {
     first->refresh();
 }
 
+// What has failed is done again, whatever it is.
+template <class Work>
+void persist(StaffModel& model, Work work) {
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+    } catch (const Exception&) {}
+    if (model.transactionStarted())
+        model.rollback();
+    work();
+}
+
+// The transactions that follow one that failed, and what each of them has read.
+void retry(StaffModel& model, const Done& done) {
+    persist(model, [&] {
+        model.startTransaction();
+        const Pointer<Person> first(model.findPerson("P0"));
+        const Pointer<Person> third(model.findPerson("P2"));
+        first->change();
+        first->age = 91;
+        third->spouse = first;
+        first->friends.add(third);
+        model.commit();
+    });
+    done();
+    persist(model, [&] {
+        model.startTransaction();
+        const Pointer<Person> second(model.findPerson("P1"));
+        second->children.remove(model.findPerson("P3"));
+        second->employer = nullptr;
+        model.findPerson("P5")->remove();
+        model.commit();
+    });
+    done();
+    persist(model, [&] { model.undo(); });
+    done();
+    persist(model, [&] { model.redo(); });
+    done();
+}
+
 }  // namespace
 
 std::vector<StaffProgram> staffPrograms() {
-    return {{"Select", select}, {"Navigate", navigate}, {"Create", create}, {"Change", change},
-            {"Remove", remove}, {"RollBack", rollBack}, {"Undo", undo},     {"Refresh", refresh}};
+    return {{"Select", select}, {"Navigate", navigate}, {"Create", create},
+            {"Change", change}, {"Remove", remove},     {"RollBack", rollBack},
+            {"Undo", undo},     {"Refresh", refresh},   {"Retry", retry, true}};
 }
 
 }  // namespace Kes::testing

@@ -16,6 +16,9 @@ struct StaffProgram {
 
     const char* name;
     void (*run)(StaffModel& model, const Done& done);
+
+    /// Comes to its end in spite of one failure.
+    bool outlivesOne = false;
 };
 
 inline void PrintTo(const StaffProgram& program, std::ostream* stream) {
