@@ -1,4 +1,4 @@
-// The listener lists of classes, associations and instances.
+// Observers: the listener lists of classes, associations and instances.
 //
 // A list exists only while it holds a listener, so that the many objects that
 // nobody listens to pay one null pointer each.

@@ -1,4 +1,4 @@
-// What a query tells of what it delivers.
+// Observer of queries: what one tells of what it delivers.
 //
 // A selection knows nothing of those who make use of its rows: it tells one
 // observer, mostly the model's. Whoever asks a query of its own makes another

@@ -1,4 +1,5 @@
-// Snapshots of the plain fields of instances, and the digest for dirty checking.
+// Snapshots (mementos) of the plain fields of instances, and the digest for dirty
+// checking.
 //
 // A snapshot holds the plain fields of one instance, the reserved ones included,
 // packed in the order in which handle reports them. Those of a transaction lie

@@ -20,7 +20,7 @@ struct QueryBase::Cursor::State {
     Selection selection;
 };
 
-QueryBase::QueryBase(Start start)
+QueryBase::QueryBase(const Start& start)
     : definition(std::make_unique<Definition>(
           Definition{start.session, start.session->classOf(start.type)})) {}
 

@@ -1,4 +1,5 @@
-// The rows of link tables, for many owners with one query.
+// Association table mapping, reading: the rows of link tables, for many owners
+// with one query.
 
 #pragma once
 

@@ -1,4 +1,5 @@
-// Writing what links change beside the rows of the queue.
+// Association table mapping, writing: what links change beside the rows of the
+// queue.
 //
 // A one-to-one link takes its partners from whoever is stored to have them, and a
 // removal empties the references that lead to the removed row. Those rows are

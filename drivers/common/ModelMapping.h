@@ -1,4 +1,5 @@
-// The table mappings of all classes of a model, made as they are needed.
+// Metadata mapping: the table mappings of all classes of a model, made as they
+// are needed.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// Conditions and sort orders as SQL.
+// Interpreter of query objects: conditions and sort orders as SQL.
 
 #pragma once
 

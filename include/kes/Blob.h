@@ -25,6 +25,7 @@ public:
     virtual ~Blob();
 
     bool isEmpty() const { return held == nullptr; }
+    /// Lets go of the bytes. The memory is freed with the last blob that shares it.
     void setEmpty();
 
     /// In bytes; 0 when empty.
@@ -33,6 +34,8 @@ public:
     /// The bytes, borrowed until this blob changes; null when there are none.
     const void* data() const;
 
+    /// Replaces the content by a copy of `size` bytes; a size below 1 gives 0 bytes,
+    /// not an empty blob. `data` may point into this blob.
     void setData(const void* data, int size);
 
     /// Appends; an empty blob counts as 0 bytes. Raises BLOBSIZE (ERROR) and

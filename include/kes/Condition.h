@@ -14,7 +14,8 @@
 
 namespace Kes {
 
-/// A node of a condition tree. Immutable; whoever holds a root owns its tree.
+/// A node of a condition tree (a composite). Immutable; whoever holds a root owns
+/// its tree.
 ///
 /// The order of the virtual operations is a contract with drivers.
 class KES_EXPORT Condition {

@@ -9,7 +9,7 @@
 
 namespace Kes {
 
-/// Receives the parts of condition nodes; drivers derive from it.
+/// Visitor of condition nodes, which tell it their parts; drivers derive from it.
 ///
 /// A node makes one call and does not recurse: a translator reaches the
 /// children itself. All arguments are borrowed from the node. `op` is a
@@ -22,6 +22,7 @@ public:
     ConditionTranslator& operator=(const ConditionTranslator& other) = default;
     virtual ~ConditionTranslator();
 
+    /// Two conditions that are joined by AND or OR.
     virtual void translate(Condition* left, Condition::LogicalOperator op, Condition* right) = 0;
 
     /// The nested selection's condition is null when it had none.
@@ -31,6 +32,8 @@ public:
     /// `instance` is null in a test for no partner.
     virtual void translate(Role* role, Condition::AssociationOperator op, Instance* instance) = 0;
 
+    /// The comparison of a field with a constant, by the type of the constant. Where
+    /// the field is of another kind, the translator converts or refuses.
     virtual void translate(Attribute* attribute, int op, double value) = 0;
     virtual void translate(Attribute* attribute, int op, float value) = 0;
     virtual void translate(Attribute* attribute, int op, bool value) = 0;

@@ -49,7 +49,8 @@ public:
     virtual Instance* getInstance() = 0;
 };
 
-/// One connection to one database, used by one model on its thread.
+/// Data mapper and one connection to one database, used by one model on its
+/// thread.
 ///
 /// A flag result is true for success; after a false one getErrorMessage tells
 /// why. Operations do not throw. What a driver owes:

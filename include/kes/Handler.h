@@ -13,7 +13,7 @@
 
 namespace Kes {
 
-/// Visits the persistent fields of one instance.
+/// Visitor of the persistent fields of one instance.
 ///
 /// Values are passed by reference, so one protocol serves reading (a storing
 /// handler) and writing (a loading handler). The order of the virtual
@@ -22,6 +22,9 @@ class KES_EXPORT Handler {
 public:
     virtual ~Handler();
 
+    /// One operation for each kind of field, called with the field's name and a
+    /// reference to the member. A handler that loads assigns `value`; one that
+    /// stores leaves it alone. "KesObjectID" and "KesVersion" come as handleULong.
     virtual void handleULong(const String& name, unsigned long& value) = 0;
     virtual void handleLong(const String& name, long& value) = 0;
 

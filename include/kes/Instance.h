@@ -10,7 +10,8 @@
 
 namespace Kes {
 
-/// A persistent object: its class, identity, version and listeners.
+/// A persistent object: its class, identity, version and listeners. The version
+/// is an optimistic lock: a write demands that the stored one is still the same.
 ///
 /// Applications derive from it and override handle. An instance belongs to its
 /// model, which keeps each stored object once in memory and frees instances
@@ -78,6 +79,9 @@ public:
     void nextVersion() { ++version; }
     void previousVersion() { --version; }
 
+    /// True from remove() on, and for an object that a refresh did not find any
+    /// more; false again after a rollback. The setter is for the library and for
+    /// drivers.
     bool isRemoved() const { return flag(Removed); }
     void setRemoved(bool on) {
         setFlag(Removed, on);

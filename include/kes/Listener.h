@@ -56,7 +56,7 @@ private:
     int nrOfClassesProcessed;
 };
 
-/// Hears of committed changes. Registered on a Class (its own instances, not
+/// Observer of committed changes. Registered on a Class (its own instances, not
 /// those of sub classes), an Instance or an Association.
 ///
 /// Operations are called on the model's thread after a successful commit, in
@@ -70,9 +70,20 @@ private:
 /// applications.
 class KES_EXPORT Listener {
 public:
+    /// An object was added by a commit, which undo and redo are as well. Told to the
+    /// listeners of its class. Here and below, nothing is done by default.
     virtual void instanceAdded(const InstanceEvent& event);
+
+    /// An object was changed by a commit, or a refresh has found that it was. Told to
+    /// its own listeners, then to those of its class.
     virtual void instanceChanged(const InstanceEvent& event);
+
+    /// The same of an object that is stored no more. Its own listeners are forgotten
+    /// afterwards.
     virtual void instanceRemoved(const InstanceEvent& event);
+
+    /// A link was stored, or is stored no more. Told to the listeners of both
+    /// instances and to those of the association.
     virtual void associationAdded(const AssociationEvent& event);
     virtual void associationRemoved(const AssociationEvent& event);
 

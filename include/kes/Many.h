@@ -106,13 +106,18 @@ private:
 /// current member.
 class KES_EXPORT ManyReference::KeepingCursor : public ManyReference::Cursor {
 public:
+    /// Stands at the first member. `reference` is borrowed; its owner is kept.
     explicit KeepingCursor(const ManyReference* reference);
     ~KeepingCursor();
     KeepingCursor(const KeepingCursor&) = default;
     KeepingCursor& operator=(const KeepingCursor&) = default;
 
+    /// Null at the end. Kept until the cursor advances.
     const Instance* current() const { return member.getInstance(); }
     bool atEnd() const { return member == nullptr; }
+
+    /// Goes to the next member, which is kept in place of this one; where the
+    /// owner is gone meanwhile, as when the model was closed, to the end.
     void advance();
 
 private:
@@ -177,6 +182,8 @@ public:
         return ManyReference::contains(Ref<T>(partner).getInstance());
     }
 
+    /// The number of members. They are loaded first when they are not fetched;
+    /// constant time afterwards.
     std::size_t size() const {
         fetch();
         return count();

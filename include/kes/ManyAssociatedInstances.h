@@ -7,9 +7,10 @@
 
 namespace Kes {
 
-/// One end of an association that refers to many instances.
+/// One end of an association that refers to many instances, loaded lazily by
+/// Instance::get.
 ///
-/// Loaded lazily by Instance::get. Applications use Many<T>. The order of the
+/// Applications use Many<T>. The order of the
 /// virtual operations is a contract with compiled applications.
 class KES_EXPORT ManyAssociatedInstances {
 public:
@@ -27,7 +28,10 @@ public:
     virtual bool next() = 0;
     virtual Instance* value() = 0;
 
+    /// Whether the instance is a member, of those that are in memory: nothing is loaded.
     virtual bool contains(Instance* instance) const = 0;
+
+    /// Drops all members from memory; no link is dissolved.
     virtual void clear() = 0;
 
     bool isFetched() const { return fetched; }

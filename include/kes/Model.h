@@ -21,7 +21,8 @@
 
 namespace Kes {
 
-/// An application's session with one database.
+/// An application's session with one database: the unit of work that collects its
+/// changes, and the identity map that has each stored object once in memory.
 ///
 /// Applications derive from it and declare their classes in declareModel. A
 /// model and everything reached from it belongs to the first thread that uses
@@ -135,6 +136,8 @@ public:
     /// reaches, directly or through references. Linear in their number.
     void garbageCollect();
 
+    /// Files a borrowed pointer, or takes it out: what pointers reach is not
+    /// collected. Pointer<T> calls both. Constant time.
     void addPointer(PointerBase* pointer);
     void removePointer(PointerBase* pointer);
 
@@ -229,6 +232,9 @@ public:
 
     // --- for drivers ---
 
+    /// Pass a selection on to the driver, as DBDriver::defineSelection and
+    /// DBDriver::fetch do; the result is new, for the caller, and null while the
+    /// model is closed. defineSelection ends what was read ahead.
     SelectionDefinition* defineSelection(AssociatedClass* associatedClass);
     DBDriverSelection* fetch(Class* cls, SelectionDefinition* definition);
 

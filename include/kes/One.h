@@ -106,6 +106,7 @@ public:
         return *this;
     }
     template <class P>
+    // NOLINTNEXTLINE(misc-unconventional-assign-operator): only says why there is none.
     void operator=(const P&) const {
         static_assert(!std::is_same_v<P, P>,
                       "the object is constant here: Transaction::edit gives one to change");

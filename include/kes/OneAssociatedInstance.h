@@ -7,9 +7,9 @@
 
 namespace Kes {
 
-/// One end of an association that refers to at most one instance.
+/// One end of an association that refers to at most one instance, loaded lazily.
 ///
-/// Loaded lazily: a reference read from the database knows the partner's
+/// A reference read from the database knows the partner's
 /// object id only, until Instance::get fills it. Applications use One<T>. The
 /// order of the virtual operations is a contract with compiled applications.
 class KES_EXPORT OneAssociatedInstance {

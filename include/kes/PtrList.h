@@ -70,6 +70,7 @@ public:
     Iterator begin() const { return Iterator(head); }
     Iterator end() const { return Iterator(); }
 
+    /// Appends the pointer, which is borrowed; constant time.
     void add(T* v) {
         Node* node = new Node(v);
         if (tail == nullptr)
@@ -80,6 +81,8 @@ public:
         ++count;
     }
 
+    /// Inserts before the element at `i`; at the end for a position that equals the
+    /// size. Walks to it from the head.
     void insert(T* v, int i) {
         if (i == count) {
             add(v);
@@ -113,9 +116,12 @@ public:
         other->count = 0;
     }
 
+    /// Walk from the head.
     T* at(int i) const { return pos(i)->value; }
     T* operator[](int i) const { return pos(i)->value; }
 
+    /// The first position from `start` on that holds the pointer; -1 when there is none.
+    /// Linear, as contains.
     int find(T* v, int start = 0) const {
         if (start >= count)
             return -1;
@@ -126,6 +132,7 @@ public:
         return -1;
     }
 
+    /// Whether find() has a position for it.
     bool contains(T* v) const { return find(v) != -1; }
 
     /// Returns the pointer that was removed; what it points to stays.
@@ -142,6 +149,7 @@ public:
         return i != -1 ? removeAt(i) : nullptr;
     }
 
+    /// Takes all elements out; what they point to stays.
     void clear() {
         while (head != nullptr) {
             Node* next = head->next;

@@ -37,12 +37,16 @@ public:
     }
     virtual ~PtrVector() { delete[] items; }
 
+    /// Appends the pointer. A full array is copied into one that is larger by the
+    /// increment, or by 1 where that is 0.
     void add(T* p) {
         if (used == capacity)
             increaseCapacity();
         items[used++] = p;
     }
 
+    /// Inserts before the element at `i`, and moves those from there on. Grows as
+    /// add() does.
     void insert(T* p, int i) {
         if (used == capacity)
             increaseCapacity();
@@ -72,6 +76,8 @@ public:
         return replaced;
     }
 
+    /// The first position from `start` on that holds the pointer; -1 when there is
+    /// none. Linear, as contains.
     int find(T* p, int start = 0) const {
         for (int i = start; i < used; ++i)
             if (items[i] == p)
@@ -79,10 +85,15 @@ public:
         return -1;
     }
 
+    /// Whether find() has a position for it.
     bool contains(T* p) const { return find(p) != -1; }
+
+    /// The pointer at `i`, which may be assigned. Constant time.
     T*& at(int i) const { return items[i]; }
     T*& operator[](int i) const { return items[i]; }
 
+    /// Makes room for `n` entries in all, or for those that there are where that is
+    /// more: it may shrink the array. Copies it, but where nothing changes.
     void setCapacity(int n) {
         const int wanted = n > used ? n : used;
         if (wanted != capacity)

@@ -25,7 +25,7 @@ public:
         const std::type_info& type;
     };
 
-    explicit QueryBase(Start start);
+    explicit QueryBase(const Start& start);
     QueryBase(QueryBase&&) noexcept;
     QueryBase& operator=(QueryBase&&) noexcept;
     ~QueryBase();

@@ -32,7 +32,7 @@ private:
     bool ascending;
 };
 
-/// A query over one class and all its concrete sub classes.
+/// A query object: what is sought of one class and all its concrete sub classes.
 ///
 /// Built, then iterated once: `Selection s(cls); s.where(s["age"] > 17);
 /// while (s.next()) use(s.value());`. Conditions and sort keys take effect
@@ -152,6 +152,8 @@ public:
 
     Class* getClass() const { return cls; }
     const String& getAlias() const { return alias; }
+    /// Sets the name that the class's rows have in the query, "t" at first. Nested
+    /// selections get theirs from ConditionTranslator::getNewAlias.
     void setAlias(const String& newAlias) { alias = newAlias; }
 
     /// Null when there is none.

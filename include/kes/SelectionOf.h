@@ -18,6 +18,7 @@ public:
     SelectionOf(const SelectionOf&) = delete;
     SelectionOf& operator=(const SelectionOf&) = delete;
 
+    /// As Selection::value: null before the first next, borrowed from the model.
     T* value() { return static_cast<T*>(Selection::value()); }
 
     /// Advances and returns the object delivered, null at the end.

@@ -126,6 +126,8 @@ public:
     String after(const char* sep, int start = 0) const;
     String afterLast(const char* sep) const;
 
+    /// A copy in which the first occurrence at or after `start`, or the last of all,
+    /// is replaced; the same text when there is none.
     String replace(const char* from, const char* to, int start = 0) const;
     String replaceLast(const char* from, const char* to) const;
 
@@ -136,6 +138,8 @@ public:
     /// separates nothing.
     ValVector<String> split(const char* sep) const;
 
+    /// Copies with other ASCII letters, or with the bytes in the opposite order, which
+    /// breaks characters of several bytes.
     String toUpper() const;
     String toLower() const;
     String reverse() const;
@@ -154,7 +158,7 @@ public:
     static long hash(const String& s);
 
 protected:
-    /// The two texts one behind the other.
+    /// The second text after the first.
     String(const char* a, const char* b);
 
     /// At most `n` bytes of `s`.

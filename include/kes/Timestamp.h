@@ -28,6 +28,8 @@ public:
     long getAllSeconds() const { return seconds; }
     void setAllSeconds(long newSeconds) { seconds = newSeconds; }
 
+    /// Calendar fields: months from 1 (January) to 12, days of the month from 1 to 31,
+    /// hours from 0 to 23, minutes and seconds from 0 to 59. Worked out on each call.
     int getYear() const;
     int getMonth() const;
     int getDate() const;
@@ -48,6 +50,9 @@ public:
     void setMinute(int minute);
     void setSecond(int second);
 
+    /// Move the date by `n`, which may be below 0; the time of day stays. A day that
+    /// the month reached does not have runs over into the next: 31 January and a month
+    /// is 3 March, or 2 March in a leap year.
     void addDays(int n);
     void addMonths(int n);
     void addYears(int n);

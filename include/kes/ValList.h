@@ -70,6 +70,7 @@ public:
     Iterator begin() const { return Iterator(head); }
     Iterator end() const { return Iterator(); }
 
+    /// Appends a copy; constant time.
     void add(const T& v) {
         Node* node = new Node(v);
         if (tail == nullptr)
@@ -80,6 +81,8 @@ public:
         ++count;
     }
 
+    /// Inserts before the element at `i`; at the end for a position that equals the
+    /// size. Walks to it from the head.
     void insert(const T& v, int i) {
         if (i == count) {
             add(v);
@@ -113,9 +116,12 @@ public:
         other->count = 0;
     }
 
+    /// Walk from the head.
     const T& at(int i) const { return pos(i)->value; }
     const T& operator[](int i) const { return pos(i)->value; }
 
+    /// The first position from `start` on that holds an equal value; -1 when there is none.
+    /// Linear, as contains.
     int find(const T& v, int start = 0) const {
         if (start >= count)
             return -1;
@@ -126,16 +132,20 @@ public:
         return -1;
     }
 
+    /// Whether find() has a position for it.
     bool contains(const T& v) const { return find(v) != -1; }
 
+    /// Deletes the element at `i`. Walks to it from the head.
     void removeAt(int i) { delete unlink(i); }
 
+    /// Deletes the first equal element; does nothing where there is none. Linear.
     void remove(const T& v) {
         const int i = find(v);
         if (i != -1)
             removeAt(i);
     }
 
+    /// Takes all elements out and deletes them.
     void clear() {
         while (head != nullptr) {
             Node* next = head->next;

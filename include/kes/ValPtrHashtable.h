@@ -92,8 +92,10 @@ public:
         return removed;
     }
 
+    /// Whether the table has an entry for the key, be its value null or not.
     bool contains(const K& key) const { return find(key) != nullptr; }
 
+    /// Takes all entries out; what the values point to stays, and so do the buckets.
     void clear() {
         for (int i = 0; i < nrOfBuckets; ++i)
             buckets[i].clear();

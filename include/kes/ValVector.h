@@ -38,16 +38,20 @@ public:
     }
     virtual ~ValVector() { delete[] items; }
 
+    /// Appends a copy. A full array is copied into one that is larger by the
+    /// increment, or by 1 where that is 0. The array is as before when copying an
+    /// element throws, as with all operations below.
     void add(const T& v) {
-        const T kept(v);  // may be an element of the array that is replaced
+        // A copy, for `v` may be an element of the array that is replaced.
+        const T kept(v);  // NOLINT(performance-unnecessary-copy-initialization)
         makeRoom();
         items[used] = kept;  // counted when it is there: the assignment may throw
         ++used;
     }
 
-    /// Here and below, nothing has changed when copying an element throws.
+    /// Inserts a copy before the element at `i`, and moves those from there on.
     void insert(const T& v, int i) {
-        const T kept(v);
+        const T kept(v);  // NOLINT(performance-unnecessary-copy-initialization): as in add()
         makeRoom();
         if constexpr (std::is_nothrow_swappable_v<T>) {
             items[used] = kept;
@@ -78,12 +82,15 @@ public:
         --used;
     }
 
+    /// Removes the first equal element; does nothing where there is none. Linear.
     void remove(const T& v) {
         const int i = find(v);
         if (i != -1)
             removeAt(i);
     }
 
+    /// The first position from `start` on that holds an equal value; -1 when there is
+    /// none. Linear, as contains.
     int find(const T& v, int start = 0) const {
         for (int i = start; i < used; ++i)
             if (items[i] == v)
@@ -91,7 +98,10 @@ public:
         return -1;
     }
 
+    /// Whether find() has a position for it.
     bool contains(const T& v) const { return find(v) != -1; }
+
+    /// The element itself, valid until the array changes. Constant time.
     T& at(int i) const { return items[i]; }
     T& operator[](int i) const { return items[i]; }
 

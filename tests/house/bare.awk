@@ -1,9 +1,8 @@
 # Finds the public operations of headers that no comment describes.
 #
-# Usage: awk -f bare.awk bare.txt FILE...
+# Usage: awk -f bare.awk FILE...
 #
-# Prints file:line: operation for each, and the files that bare.txt excuses though
-# they have none. A comment stands above its operation and
+# Prints file:line: operation for each. A comment stands above its operation and
 # counts for all that follow it up to the next blank line; one at the end of a
 # line counts for that line.
 #
@@ -15,18 +14,8 @@
 # continued lines deeper.
 
 function complain(text) {
-    bare[FILENAME] = 1
-    if (FILENAME in excused)
-        return
     print FILENAME ":" at ": " text
     bad = 1
-}
-
-FILENAME == ARGV[1] {
-    sub(/#.*/, "")
-    if ($0 ~ /[^ \t]/)
-        excused[$1] = 1
-    next
 }
 
 function judge(text,    name) {
@@ -102,11 +91,6 @@ described { next }
 }
 
 END {
-    for (name in excused)
-        if (!(name in bare)) {
-            print name ": needs no excuse any more"
-            bad = 1
-        }
     if (!files) {
         print "bare.awk: no files"
         bad = 1
