@@ -8,6 +8,7 @@ namespace Kes {
 
 namespace {
 
+// There are no leap seconds here.
 constexpr long DaySeconds = 86400;
 constexpr int DaysPerMonth[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 

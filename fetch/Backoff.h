@@ -33,7 +33,12 @@ public:
     }
 
 private:
+    // 1,024 attempts are left out at most: what has been in vain for long costs one
+    // in a thousand still, and what changes its ways is noticed.
     static constexpr unsigned MostFailures = 10;
+
+    // How many rows cost as much as a statement. A guess for a database on the same
+    // machine; over a network it is more, and reading ahead pays sooner.
     static constexpr std::size_t RowsPerStatement = 8;
 
     unsigned failures = 0;  // in a row

@@ -20,6 +20,9 @@ namespace Kes {
 
 class Freshness {
 public:
+    // Long enough for the objects of a group to be worked on, and less than people and
+    // messages between programs mostly take to tell of a commit. A shorter time is safer
+    // and reads more often.
     static constexpr std::chrono::milliseconds Lifetime{100};
 
     ReadMoment now() const { return {era, CommitCount::finished(), Clock::now()}; }

@@ -83,7 +83,7 @@ void LinkFollower::follow(Instance* instance, const DroppedPartners& dropped,
     for (const End& end : endsOf(instance->getClass()).ones) {
         if (end.association == filling && dropped.entries.empty())
             continue;
-        if (end.isOppositeOne || shown.count(end.opposite) != 0)
+        if (end.isOppositeOne || shown.contains(end.opposite))
             follow(instance, end, dropped);
     }
     for (const DroppedPartners::Members& each : dropped.collections)
@@ -98,7 +98,7 @@ void LinkFollower::follow(Instance* instance, const DroppedPartners& dropped,
 
 // Members of one owner tell by their own rows.
 bool LinkFollower::hasShownSides(const End& end) const {
-    return !end.isOppositeOne && shown.count(end.opposite) != 0;
+    return !end.isOppositeOne && shown.contains(end.opposite);
 }
 
 void LinkFollower::keepMembers(Instance* owner, ManyAssociatedInstances& ref,
@@ -177,7 +177,7 @@ void LinkFollower::leave(Instance* instance, const End& end, unsigned long id) {
 void LinkFollower::followMembers(Instance* owner, ManyAssociatedInstances& ref,
                                  const Association* association, const String& role) {
     const String& opposite = association->getAssociatedRole(role);
-    if (association->getPluralityFor(opposite) == Association::One || shown.count(&opposite) == 0)
+    if (association->getPluralityFor(opposite) == Association::One || !shown.contains(&opposite))
         return;
     RoleReader back(association->getName(), opposite);
     for (ref.reset(); ref.next();) {

@@ -28,6 +28,9 @@ namespace Kes {
 
 namespace {
 
+// Collections have any size. So many members at once bound the memory that reading
+// ahead takes to some megabytes; links are but pairs of ids. Both are guesses: more
+// would save statements only where one collection is as large as that.
 constexpr std::size_t MembersAtOnce = 4096;
 constexpr std::size_t LinksAtOnce = 4 * MembersAtOnce;
 

@@ -32,6 +32,9 @@ struct SiblingGroup {
 
 class SiblingGroups {
 public:
+    // A guess: large enough that a statement for all costs little for each of them,
+    // small enough that what nobody will read is bounded. It is a quarter of the
+    // ids that one list of a statement takes.
     static constexpr std::size_t MostMembers = 256;
 
     /// Null for an instance that is in none, or whose group has given its place

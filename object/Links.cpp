@@ -27,7 +27,7 @@ void fail(const char* operation, const String& message) {
 // A link demands a living partner of the right class in the same model.
 bool isAcceptable(const Instance* owner, const Instance* partner, const ReferenceFinder& end,
                   const char* operation) {
-    const String role = end.getRole();
+    const String& role = end.getRole();
     if (partner == nullptr) {
         fail(operation, String("The reference ") + role + " of " + describe(owner) +
                             " cannot take null; give it an instance");

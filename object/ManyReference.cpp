@@ -15,6 +15,8 @@ namespace Kes {
 
 namespace {
 
+// A set that fits into a cache line is searched faster than an index, and most
+// collections are no larger.
 constexpr std::size_t SmallSize = 8;
 constexpr std::size_t NotFound = static_cast<std::size_t>(-1);
 

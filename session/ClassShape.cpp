@@ -75,7 +75,8 @@ private:
     ClassShape& shape;
 };
 
-// Blanks around commas mean nothing. Databases index short names only.
+// Blanks around commas mean nothing. Databases index short names only: MariaDB 3,072
+// bytes of a key, of which a character takes four, and the name is not all of the key.
 std::string nameOf(const Index& index) {
     constexpr std::size_t longest = 500;
     std::string list;

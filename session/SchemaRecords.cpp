@@ -66,7 +66,7 @@ std::string difference(const ClassShape& declared, const ClassShape& stored) {
                                               : " for another association");
     }
     for (const auto& [part, number] : stored)
-        if (declared.count(part) == 0)
+        if (!declared.contains(part))
             return "no longer declares " + wordsFor(part) + ", which is there";
     return "";
 }
@@ -129,15 +129,14 @@ String SchemaRecords::refuseOwner(const char* what, const String& name) const {
 
 String SchemaRecords::refusalOfOwner() const {
     for (const Class* cls : model.getDeclaredClasses()) {
-        const String words = cls->isShared() ? String("") : refuseOwner("class", cls->getName());
+        String words = cls->isShared() ? String("") : refuseOwner("class", cls->getName());
         if (words.size() != 0)
             return words;
     }
     for (const Association* association : model.getDeclaredAssociations()) {
         const bool isShared =
             association->getOneClass()->isShared() && association->getOtherClass()->isShared();
-        const String words =
-            isShared ? String("") : refuseOwner("association", association->getName());
+        String words = isShared ? String("") : refuseOwner("association", association->getName());
         if (words.size() != 0)
             return words;
     }
@@ -198,7 +197,7 @@ String SchemaRecords::refuseShape(bool upgrades) const {
 String SchemaRecords::refusal(bool upgrades) const {
     if (reader == nullptr)
         return "";
-    const String ofOwner = refusalOfOwner();
+    String ofOwner = refusalOfOwner();
     if (ofOwner.size() != 0)
         return ofOwner;
     for (const Class* cls : model.getDeclaredClasses())
@@ -222,7 +221,7 @@ bool SchemaRecords::writeClass(Class* cls) {
     const ClassShape stored = records[name].parts;
     bool wrote = writeOwner(cls->getName(), cls->getVersion());
     for (const auto& [part, number] : stored)
-        if (declared.count(part) == 0) {
+        if (!declared.contains(part)) {
             driver.setVersion(join(name, part.second).c_str(), 0, part.first.c_str());
             wrote = true;
         }

@@ -15,9 +15,14 @@ namespace Kes {
 
 namespace {
 
-constexpr std::size_t SharedFrom = 128;  // bytes; longer texts share their buffer
+// Bytes; longer texts share their buffer. To copy one costs no more than the count
+// of its owners, which is elsewhere in memory, up to about two cache lines.
+constexpr std::size_t SharedFrom = 128;
 constexpr std::uint32_t SharedBit = 0x80000000U;
 constexpr std::size_t ReservedFields = 2;
+
+// Bytes. A small transaction takes one page, a large one doubles what it has until
+// the block is too large for the allocation to count.
 constexpr std::size_t FirstBlock = 4096;
 constexpr std::size_t LargestBlock = std::size_t{1} << 20;
 
@@ -189,6 +194,7 @@ public:
     // Compares bits: a NaN equals itself, and 0.0 differs from -0.0.
     template <class T>
     void plain(const T& value) {
+        // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): as said above.
         note(std::memcmp(&value, readBytes(sizeof value), sizeof value) != 0);
     }
 

@@ -55,7 +55,7 @@ bool readLinks(LinkReader& reader, Association* association, bool ofFirstRole, A
     for (const StoredLink& link : found) {
         const Pair pair =
             ofFirstRole ? Pair(link.owner, link.member) : Pair(link.member, link.owner);
-        if (asked.pairs.count(pair) != 0)
+        if (asked.pairs.contains(pair))
             asked.linked.insert(pair);
     }
     return true;
@@ -104,7 +104,7 @@ void askForUnsureLinks(const Model* model, Changes& changes) {
                     asked.linked.insert(pair);
     for (Action& action : changes.pending) {
         const auto place = action.second != nullptr ? all.find(action.association) : all.end();
-        if (place == all.end() || place->second.pairs.count(pairOf(action)) == 0)
+        if (place == all.end() || !place->second.pairs.contains(pairOf(action)))
             continue;
         std::set<Pair>& linked = place->second.linked;
         action.changedNothing = action.kind == Action::Link ? !linked.insert(pairOf(action)).second

@@ -34,6 +34,7 @@ std::vector<std::string> Dialect::idStore() const {
 std::vector<std::string> Dialect::createIndexes(const std::string& quotedTable,
                                                 const std::vector<IndexText>& indexes) const {
     std::vector<std::string> statements;
+    statements.reserve(indexes.size());
     for (const IndexText& index : indexes)
         statements.push_back(std::string("CREATE ") + (index.unique ? "UNIQUE " : "") + "INDEX " +
                              index.name + " ON " + quotedTable + " (" + index.columns + ")");

@@ -19,6 +19,8 @@ namespace Kes::sql {
 /// them; the last id is repeated where there are too few.
 class IdList {
 public:
+    // So many share a round trip that a longer list would gain little, and every
+    // database takes as many parameters.
     static constexpr std::size_t Longest = 1024;
 
     /// The ids, which are borrowed, from `begin` on, and `longest` at most.

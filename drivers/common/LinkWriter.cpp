@@ -25,6 +25,7 @@ void LinkWriter::emptyTaken() {
         Association* association = key.first;
         const String& role = key.second ? association->getOneRole() : association->getOtherRole();
         std::vector<std::int64_t> partners;
+        partners.reserve(taken.size());
         for (const auto& [partner, taker] : taken)
             partners.push_back(static_cast<std::int64_t>(partner));
         std::sort(partners.begin(), partners.end());
@@ -141,6 +142,7 @@ void LinkWriter::postDissolvers() {
 
 void LinkWriter::postDissolver(const Referrer& referrer, const std::vector<std::size_t>& removed) {
     std::vector<std::int64_t> ids;
+    ids.reserve(removed.size());
     for (const std::size_t position : removed)
         ids.push_back(static_cast<std::int64_t>(queue[position].instance->getObjectID()));
     if (referrer.isUnnamed()) {

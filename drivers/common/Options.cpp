@@ -94,7 +94,7 @@ std::string Options::getChoice(const std::string& key, const std::vector<std::st
     const auto found = values.find(key);
     if (found == values.end())
         return otherwise;
-    const std::string value = lowered(found->second);
+    std::string value = lowered(found->second);
     if (std::find(choices.begin(), choices.end(), value) == choices.end())
         throw SqlFailure("the option \"" + key + "\" is one of " + join(choices) + ", not \"" +
                          found->second + "\"");

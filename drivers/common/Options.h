@@ -15,7 +15,7 @@ public:
 
     /// What the text says of the key, else `otherwise`. Throws SqlFailure for a
     /// value of the wrong form or out of range.
-    bool has(const std::string& key) const { return values.count(key) != 0; }
+    bool has(const std::string& key) const { return values.contains(key); }
     std::string getText(const std::string& key, const std::string& otherwise) const;
     bool getBool(const std::string& key, bool otherwise) const;
     long getNumber(const std::string& key, long least, long most, long otherwise) const;

@@ -8,7 +8,11 @@ namespace Kes::sql {
 
 namespace {
 
-constexpr std::size_t MemoryLimit = std::size_t{8} << 20;  // bytes
+// Bytes, of each cursor: what goes beyond lies in a file that the system mostly keeps in
+// memory anyway. A guess: a program with a hundred cursors stays below a gigabyte.
+constexpr std::size_t MemoryLimit = std::size_t{8} << 20;
+
+// Bytes that are read back from the file at once.
 constexpr std::size_t ReadAhead = std::size_t{1} << 20;
 
 }  // namespace

@@ -88,6 +88,7 @@ bool SqlSchema::requireOwnTables() {
         return true;
     }
     // On a cluster a program on another node may do the same at the moment.
+    // That one needs one try; ten end a refusal that is no race.
     constexpr int mostTries = 10;
     for (int tries = 1;; ++tries) {
         try {
@@ -298,7 +299,7 @@ std::string SqlSchema::newName(const Class* cls) {
 // Whatever there is of that name, it is not to be lost.
 std::string SqlSchema::freeName() {
     for (std::size_t number = replaced.size() + 1;; ++number) {
-        const std::string name = std::string(Names::Own) + "new_" + std::to_string(number);
+        std::string name = std::string(Names::Own) + "new_" + std::to_string(number);
         const bool isTaken = std::any_of(replaced.begin(), replaced.end(),
                                          [&](const auto& each) { return each.second == name; });
         if (!isTaken && !exists(name))

@@ -83,8 +83,8 @@ private:
     void checkLinks(const Class* cls, const Association& association, const String& role);
     void refuseLinks(const Association& association, const std::string& column,
                      const std::string& table);
-    bool isReplaced(const Class* cls) const { return replaced.count(cls) != 0; }
-    bool isDone(const Class* cls) const { return finished.count(cls) != 0; }
+    bool isReplaced(const Class* cls) const { return replaced.contains(cls); }
+    bool isDone(const Class* cls) const { return finished.contains(cls); }
     std::string newName(const Class* cls);
     std::string freeName();
     void beginStage();

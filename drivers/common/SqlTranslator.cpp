@@ -19,6 +19,9 @@ namespace {
 constexpr const char* Operators[] = {" = ", " <> ", " > ", " < ", " >= ", " <= "};
 constexpr const char* Always = "1 = 1";
 constexpr const char* Never = "1 = 0";
+
+// Equal comparisons that OR joins become one list. Longer ones are cut: PostgreSQL and
+// MariaDB take 65,535 parameters in a statement, SQLite 32,766.
 constexpr std::size_t LongestList = 8192;
 
 std::string textOf(const String& text) {

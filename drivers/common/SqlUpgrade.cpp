@@ -100,6 +100,8 @@ void SqlUpgrade::beginStep(bool isFirst) {
 }
 
 void SqlUpgrade::moveRows(const std::string& quotedTarget, bool inSteps) {
+    // A transaction of a cluster is held in memory by each node, which refuses more than
+    // 2 GiB by default: rows of 40 KiB fit. Each step costs one COMMIT.
     constexpr std::size_t rowsOfStep = 50000;
     std::string list;
     const std::vector<Kept> kept = keptColumns(list);

@@ -104,7 +104,8 @@ private:
     class Learner;
 
     // Programs have few shapes of queries and of changes; one that makes them up
-    // without end must not fill memory with them, here or in the server.
+    // without end must not fill memory with them, here or in the server. A guess that
+    // is far above the one and far below what hurts.
     static constexpr std::size_t MostShapes = 500;
 
     Statement& insert(Statement*& kept, std::size_t rows);

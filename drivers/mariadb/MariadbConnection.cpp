@@ -16,6 +16,8 @@ namespace Kes::sql {
 namespace {
 
 constexpr unsigned long OldestServer = 100600;  // as the client library counts versions
+// With the pauses below they take nearly half a second. Each try that fails is one of
+// another program that has succeeded.
 constexpr int MostTriesForIds = 100;
 
 // Ways to authenticate that do not let the server know the password.

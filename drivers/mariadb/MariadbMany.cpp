@@ -7,9 +7,10 @@ namespace Kes::sql {
 namespace {
 
 constexpr std::size_t MostParameters = 60000;  // the protocol counts to 65,535
-constexpr std::size_t MostRows = 1000;
+constexpr std::size_t MostRows = 1000;         // share a round trip; more would gain little
 
-// Each row of an UPDATE looks for its value among those of all rows.
+// Each row of an UPDATE looks for its value among those of all rows: the work grows with
+// the square.
 constexpr std::size_t MostCases = 100;
 
 constexpr const char* Id = "\"KesObjectID\"";

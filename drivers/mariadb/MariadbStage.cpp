@@ -23,7 +23,7 @@ constexpr const char* Running = "_running";
 // Longer than a cluster stands still when it loses a node.
 constexpr std::chrono::seconds ClearingPatience(30);
 constexpr std::chrono::milliseconds Pause(20);
-constexpr int MostTriesForTurn = 20;
+constexpr int MostTriesForTurn = 20;  // each lost to another program that took its turn
 
 // The database compares names without regard to case and accents, and tables
 // whose names only look like the library's are somebody else's.

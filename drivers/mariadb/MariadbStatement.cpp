@@ -13,9 +13,10 @@ namespace Kes::sql {
 
 namespace {
 
+// Bytes of room for each text or blob of a row: at first, and those above which the room
+// is given back when the query is done.
 constexpr std::size_t ShortValue = 256;
 constexpr std::size_t LongValue = std::size_t{1} << 20;
-constexpr std::size_t PacketOverhead = 1024;
 
 constexpr unsigned BinaryCharacterSet = 63;
 

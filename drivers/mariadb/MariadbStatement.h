@@ -49,6 +49,10 @@ public:
     void dropPosts();
 
 private:
+    // Bytes of a command beside its values: the header, their types, the marks of null.
+    // More than a hundred columns need.
+    static constexpr std::size_t PacketOverhead = 1024;
+
     // Where the client library puts one column of a row.
     struct Field;
 

@@ -14,9 +14,10 @@ namespace Kes::sql {
 
 namespace {
 
-constexpr std::size_t LongestPosts = std::size_t{4} << 20;  // bytes of one packet
+// What one packet holds: bytes, a quarter of what servers take by default, and rows. A
+// run that fails is sent again row by row, so it must not be without end.
+constexpr std::size_t LongestPosts = std::size_t{4} << 20;
 constexpr std::size_t MostPosts = 50000;
-constexpr std::size_t PacketOverhead = 1024;
 
 }  // namespace
 
@@ -158,6 +159,7 @@ long MariadbStatement::sendTogether(std::size_t begin, std::size_t count) {
     const std::string text = many.text(count);
     const std::vector<MariadbMany::Place> places = many.places(count);
     std::vector<MariadbValue> values;
+    values.reserve(places.size());
     for (const MariadbMany::Place& place : places)
         values.push_back(posts.value(begin + place.row, place.parameter));
     std::vector<MYSQL_BIND> binds(values.size(), MYSQL_BIND());

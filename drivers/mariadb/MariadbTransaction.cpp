@@ -13,7 +13,7 @@ namespace Kes::sql {
 
 namespace {
 
-constexpr int MostTriesToEnd = 3;
+constexpr int MostTriesToEnd = 3;  // the second mostly does
 
 }  // namespace
 

@@ -15,7 +15,8 @@ namespace {
 
 using Wish = PostgresWire::Wish;
 
-// Results wait in memory until somebody reads them.
+// Results wait in memory until somebody reads them. A round trip for so many writes is
+// hardly felt by each.
 constexpr int MostPosts = 2048;
 
 void bindText(Statement& statement, int parameter, const std::string& text) {
@@ -323,6 +324,7 @@ IdBlock PostgresConnection::takeIds(unsigned long least, unsigned long count) {
             taking = prepare(
                 "SELECT pg_catalog.nextval('kes_ids') FROM "
                 "pg_catalog.generate_series(1, ?)");
+        // Values of the sequence with one statement, 65,536 ids.
         constexpr unsigned long most = 64;
         const unsigned long wanted = std::clamp(count / 64, 1UL, most);
         taking->bind(0, static_cast<std::int64_t>(wanted));

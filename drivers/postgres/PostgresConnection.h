@@ -22,7 +22,8 @@ namespace Kes::sql {
 
 class PostgresConnection final : public Connection {
 public:
-    /// The step of the sequence that object ids come from.
+    /// The step of the sequence that object ids come from. It is part of the storage:
+    /// a driver with another one would give ids twice.
     static constexpr unsigned long IdsPerValue = 1024;
 
     explicit PostgresConnection(const PostgresSource& source);

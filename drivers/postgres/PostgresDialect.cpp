@@ -7,7 +7,7 @@ namespace Kes::sql {
 
 namespace {
 
-constexpr std::size_t LongestName = 63;  // bytes
+constexpr std::size_t LongestName = 63;  // bytes; the server cuts longer ones
 
 // The database would cut a longer name and say nothing that anybody hears.
 std::string commonFault(const std::string& identifier) {

@@ -31,7 +31,10 @@ enum Type : unsigned {
     TypeVarchar = 1043
 };
 
-constexpr int FirstBatch = 128;  // rows
+// Rows of a cursor that one round trip brings. Most queries end within the first batch;
+// of those that do not, the third one is as large as batches get. They are bounded by
+// rows and by bytes, for a batch is in memory as a whole.
+constexpr int FirstBatch = 128;
 constexpr int LargestBatch = 8192;
 constexpr int Growth = 8;
 constexpr std::size_t BatchSize = std::size_t{1} << 20;  // bytes, about

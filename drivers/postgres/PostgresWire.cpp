@@ -13,10 +13,13 @@ namespace Kes::sql {
 
 namespace {
 
-constexpr int Binary = 1;
-constexpr int OldestServer = 150000;
-constexpr std::size_t LongestTrace = 2000;  // bytes
-constexpr std::size_t MostUnsent = 65536;   // bytes
+constexpr int Binary = 1;                   // the protocol's number for it
+constexpr int OldestServer = 150000;        // the oldest that the tests run on
+constexpr std::size_t LongestTrace = 2000;  // bytes of a statement
+
+// Bytes. The server works on what it has while the rest is put together. A guess: less
+// means more calls of the system, more lets the server wait.
+constexpr std::size_t MostUnsent = 65536;
 
 // Messages of the client library have several lines.
 std::string onOneLine(const char* words) {
@@ -109,7 +112,7 @@ void PostgresWire::check() const {
 }
 
 std::string PostgresWire::explainRefusal() const {
-    const std::string words =
+    std::string words =
         connection != nullptr ? onOneLine(PQerrorMessage(connection)) : "out of memory";
     if (PQconnectionNeedsPassword(connection) != 0)
         return words + "; the server asks for a password and none was given";
@@ -206,7 +209,7 @@ void PostgresWire::flush() {
 // encrypted, the client library may hold back what has arrived already, and the
 // socket says nothing of it: one that is silent is asked again now and then.
 bool PostgresWire::await(bool toSend) {
-    constexpr int pause = 100;  // ms
+    constexpr int pause = 100;  // ms; ten wake-ups a second cost nothing that counts
     const bool mayHoldBack =
         !toSend && (PQsslInUse(connection) != 0 || PQgssEncInUse(connection) != 0);
     const int limit = limits.network > 0 ? static_cast<int>(limits.network) : -1;

@@ -29,7 +29,7 @@ std::string reasonOf(sqlite3* database) {
 
 // The words that a user can act on, where SQLite's own are too short.
 std::string explain(sqlite3* database, int code, const SqliteSettings& settings) {
-    const std::string words = sqlite3_errmsg(database);
+    std::string words = sqlite3_errmsg(database);
     switch (code & 0xFF) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
