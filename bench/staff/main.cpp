@@ -124,6 +124,7 @@ bool Circuit::runStep(const std::string& step) {
 
 std::vector<double> times(const std::vector<Measurement>& measured) {
     std::vector<double> list;
+    list.reserve(measured.size());
     for (const Measurement& each : measured)
         list.push_back(each.milliseconds);
     return list;
@@ -131,6 +132,7 @@ std::vector<double> times(const std::vector<Measurement>& measured) {
 
 double peakOf(const std::vector<Measurement>& measured) {
     std::vector<double> list;
+    list.reserve(measured.size());
     for (const Measurement& each : measured)
         list.push_back(static_cast<double>(each.peakKiB));
     return spreadOf(list).median;

@@ -136,6 +136,7 @@ void Catalogue::reportCircles(const std::function<void(const Problem&)>& report)
     // Virtual packages depend on nothing, so no circle passes through one.
     for (const std::vector<std::size_t>& circle : findCircles(links)) {
         std::vector<std::string> names;
+        names.reserve(circle.size());
         for (const std::size_t package : circle)
             names.push_back(records[package].name);
         report({records[circle.front()].line, enumerated(names) + " depend on one another"});

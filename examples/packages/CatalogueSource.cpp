@@ -11,7 +11,8 @@
 #include <streambuf>
 #include <utility>
 
-#include <stdio.h>  // popen and pclose belong to POSIX
+// NOLINTNEXTLINE(modernize-deprecated-headers): popen and pclose belong to POSIX.
+#include <stdio.h>
 
 namespace packages {
 

@@ -51,7 +51,7 @@ public:
     Links stored(const Relation& relation) {
         CheckModel reader(check, prefix, shapes());
         reader.open();
-        const Links fromOwners = readSide(reader, "Owner", relation.ownerRole);
+        Links fromOwners = readSide(reader, "Owner", relation.ownerRole);
         Links fromThings;
         for (const auto& [thingId, ownerId] : readSide(reader, "Thing", relation.thingRole))
             fromThings.emplace(ownerId, thingId);

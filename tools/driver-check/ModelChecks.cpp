@@ -63,6 +63,7 @@ void runThreads(Check& check) {
     std::vector<Raised> raised(threads);
     {
         std::vector<std::jthread> all;
+        all.reserve(threads);
         for (int i = 0; i < threads; ++i)
             all.emplace_back([&, i] {
                 raised[static_cast<std::size_t>(i)] = raisedBy([&] {

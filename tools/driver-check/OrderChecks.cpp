@@ -40,6 +40,7 @@ void checkSorted(Check& check, CheckModel& model, const std::string& className,
                          describe((*found[i - 1])[keys.front().field]) + " comes before " +
                          describe((*found[i])[keys.front().field]));
     std::vector<unsigned long> ids;
+    ids.reserve(found.size());
     for (const Pointer<Object>& object : found)
         ids.push_back(object->getObjectID());
     std::sort(ids.begin(), ids.end());

@@ -16,7 +16,7 @@ CheckModel& Upgrade::open(int version, std::vector<Shape> shapes) {
 Raised Upgrade::refuse(int version, std::vector<Shape> shapes,
                        const std::vector<std::string>& names) {
     static const std::set<std::string> codes{"DELCLS", "CRECLS", "CREVW", "CREASS", "ROLLFAIL"};
-    const Raised raised = raisedBy([&] { open(version, std::move(shapes)); });
+    Raised raised = raisedBy([&] { open(version, std::move(shapes)); });
     current.reset();
     if (!check.expect(static_cast<bool>(raised), "the declaration was accepted"))
         return raised;

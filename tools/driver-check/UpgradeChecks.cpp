@@ -274,6 +274,7 @@ void upgradeManyRows(Check& check) {
     Upgrade upgrade(check, "rows");
     const std::string& name = upgrade.className();
     std::vector<Value> values;
+    values.reserve(20000);
     for (int i = 0; i < 20000; ++i)
         values.emplace_back(i);
     upgrade.open(1, {Shape(name).field("value", Kind::Int)});

@@ -137,7 +137,7 @@ std::string compare(const State& expected, const State& found, bool whole) {
                 return name + " is missing";
             continue;
         }
-        const std::string difference = compareFields(name, fields, other->second, whole);
+        std::string difference = compareFields(name, fields, other->second, whole);
         if (!difference.empty())
             return difference;
     }
