@@ -3,6 +3,7 @@
 #include <numeric>
 #include <utility>
 
+#include <kes/Calculator.h>
 #include <kes/Instance.h>
 
 namespace Kes {
@@ -52,7 +53,7 @@ bool MergeHeap::read(const PtrVector<DBDriverSelection>& cursors, int position) 
     if (instance == nullptr)
         return false;
     Head& head = heads[static_cast<std::size_t>(position)];
-    keys.read(instance, head.keys);
+    keys.read(dynamic_cast<StoredKeys*>(cursors[position]), instance, head.keys);
     head.known = true;
     if (!keys.isAlike(head.keys))
         undecided = true;

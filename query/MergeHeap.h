@@ -24,11 +24,11 @@ namespace Kes {
 
 class MergeHeap {
 public:
-    explicit MergeHeap(const PtrList<SortOrder>& orders) : keys(orders) {}
+    MergeHeap(const PtrList<SortOrder>& orders, bool takesFlags) : keys(orders, takesFlags) {}
 
     /// The position of the cursor whose head comes next; -1 when a head has no
     /// instance: asking its cursor once more might bring one, but out of order.
-    /// Raises SORTFAIL (ERROR) for a boolean key.
+    /// Raises SORTFAIL (ERROR) for a boolean key, unless these are taken.
     int choose(const PtrVector<DBDriverSelection>& cursors);
 
     /// The cursor chosen last shows another row.

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <type_traits>
 
+#include <kes/Calculator.h>
 #include <kes/Exception.h>
 #include <kes/Instance.h>
 #include <kes/Selection.h>
@@ -48,7 +49,7 @@ bool isMissing(const MergeKey& key) {
 
 // A field that is named once more cannot decide, and is no reason to leave what
 // follows undecided.
-MergeKeys::MergeKeys(const PtrList<SortOrder>& sortOrders) {
+MergeKeys::MergeKeys(const PtrList<SortOrder>& sortOrders, bool takes) : takesFlags(takes) {
     for (const SortOrder* order : sortOrders) {
         const String& name = order->getAttribute().getName();
         const bool isNamed = std::any_of(orders.begin(), orders.end(),
@@ -58,10 +59,11 @@ MergeKeys::MergeKeys(const PtrList<SortOrder>& sortOrders) {
     }
 }
 
-void MergeKeys::read(Instance* head, std::vector<MergeKey>& keys) {
+void MergeKeys::read(StoredKeys* row, Instance* head, std::vector<MergeKey>& keys) {
     keys.assign(orders.size(), MergeKey());
     target = &keys;
-    walkFields(head, *this);
+    if (row == nullptr || !row->showKeys(*this))
+        walkFields(head, *this);
     target = nullptr;
 }
 
@@ -122,7 +124,11 @@ void MergeKeys::handleUInt(const String& name, unsigned int& value) {
     offer(name, static_cast<unsigned long>(value));
 }
 
-void MergeKeys::handleBool(const String& name, bool&) {
+void MergeKeys::handleBool(const String& name, bool& value) {
+    if (takesFlags) {
+        offer(name, long{value});
+        return;
+    }
     for (const Order& order : orders)
         if (order.name == name) {
             Exception(Exception::ERROR, "SORTFAIL", "Selection::next",

@@ -26,10 +26,12 @@ using MergeKey =
 
 class MergeKeys final : public Handler {
 public:
-    explicit MergeKeys(const PtrList<SortOrder>& orders);
+    /// Where boolean keys are not taken, read raises SORTFAIL (ERROR) for one.
+    MergeKeys(const PtrList<SortOrder>& orders, bool takesFlags);
 
-    /// Reads the keys of a head. Raises SORTFAIL (ERROR) for a boolean key.
-    void read(Instance* head, std::vector<MergeKey>& keys);
+    /// Reads the keys of a head: those of its row, which null stands for when the
+    /// driver does not show them, or else those of the object.
+    void read(StoredKeys* row, Instance* head, std::vector<MergeKey>& keys);
 
     /// -1 when `a` comes before `b`, 1 when behind, 0 when they are equal or
     /// undecided: a key that one of them does not report, or as another kind,
@@ -66,6 +68,7 @@ private:
     void offer(const String& name, const T& value);
 
     std::vector<Order> orders;
+    bool takesFlags;
     std::vector<std::size_t> kinds;  // of the first head, to the first missing key
     bool kindsKnown = false;
     std::vector<MergeKey>* target = nullptr;  // during read

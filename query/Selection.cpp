@@ -5,6 +5,7 @@
 #include <utility>
 
 #include <kes/Association.h>
+#include <kes/Calculator.h>
 #include <kes/Class.h>
 #include <kes/Exception.h>
 #include <kes/Instance.h>
@@ -98,6 +99,17 @@ void Selection::orderBy(const Attribute& attribute, bool ascending) {
     fresh.release();
 }
 
+Selection& Selection::limit(std::uint64_t count, std::uint64_t offset) {
+    if (state != nullptr) {
+        fail("Selection::limit",
+             "The selection is under way and takes no limit any more; make a new one");
+        return *this;
+    }
+    most = count;
+    skipped = offset;
+    return *this;
+}
+
 void Selection::requireRows() {
     if (isAtEnd())
         fail("Selection::begin",
@@ -132,8 +144,27 @@ bool Selection::next() {
     return true;
 }
 
-// The next row's instance; null at the end and when an error has been handled.
+// The next instance to deliver; null at the end and when an error has been handled.
 Instance* Selection::read() {
+    if (state != nullptr && state->toCome == 0)
+        cursors.clearAndDelete();
+    Instance* instance = readRow();
+    for (; instance != nullptr && state->toSkip > 0; --state->toSkip)
+        instance = readRow();
+    if (instance == nullptr)
+        return nullptr;
+    if (state->toCome == 0) {
+        cursors.clearAndDelete();
+        state->reader = {};
+        return nullptr;
+    }
+    --state->toCome;
+    observer->read(state->delivery, instance);
+    return instance;
+}
+
+// The next row's instance.
+Instance* Selection::readRow() {
     if (state == nullptr) {
         if (!start())
             return nullptr;
@@ -163,7 +194,6 @@ Instance* Selection::read() {
         cursors.clearAndDelete();
         return nullptr;
     }
-    observer->read(state->delivery, instance);
     return instance;
 }
 
@@ -199,20 +229,79 @@ bool Selection::deliverAhead() {
     return false;
 }
 
-bool Selection::start() {
+// What rows and their number have in common: the selection is under way now, and
+// the database is about to be asked.
+bool Selection::begin() {
     state = new SelectionState;
+    state->toCome = most;
+    state->toSkip = skipped;
     if (cls == nullptr || cls->getModel() == nullptr)
         return failOnDriver();
     Model* model = cls->getModel();
     state->reader = ModelGate::objects(model).news.begin(cls);
     frozen = new AssociatedClass(*this);
     ModelGate::thread(model).doit();
-    const EmptiedTests emptied;
     if (observer == nullptr)
         observer = &ModelGate::observer(model);
     observer->asked();
+    return true;
+}
+
+// Of several classes each one may have all the rows that are asked for, so none
+// is skipped before they are merged.
+SelectionDefinition* Selection::define(Model* model) {
+    const DriverDoor::Passage driver = ModelGate::door(model).enter();
+    auto* calculator =
+        most == UINT64_MAX && skipped == 0 ? nullptr : ModelGate::door(model).find<Calculator>();
+    if (calculator == nullptr)
+        return driver->defineSelection(frozen);
+    if (cls->getConcreteClasses().size() > 1)
+        return calculator->definePart(frozen, 0,
+                                      most > UINT64_MAX - skipped ? UINT64_MAX : most + skipped);
+    state->toSkip = 0;
+    return calculator->definePart(frozen, skipped, most);
+}
+
+std::uint64_t Selection::count() {
+    if (state != nullptr) {
+        fail("Selection::count", "The selection is under way; make a new one to count");
+        return 0;
+    }
+    auto* calculator =
+        cls != nullptr && cls->getModel() != nullptr && !isOrphaned() && cls->getModel()->isOpen()
+            ? ModelGate::door(cls->getModel()).find<Calculator>()
+            : nullptr;
+    std::uint64_t number = 0;
+    if (calculator != nullptr)
+        return countBy(*calculator, number) ? number : 0;
+    while (next())
+        ++number;
+    return number;
+}
+
+bool Selection::countBy(Calculator& calculator, std::uint64_t& number) {
+    if (!begin())
+        return false;
+    state->reader = {};
+    const EmptiedTests emptied;
+    const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
+    const std::uint64_t last = most > UINT64_MAX - skipped ? UINT64_MAX : most + skipped;
+    const bool isCounted = last == 0 || calculator.count(frozen, last, number);
+    if (emptied.haveBeenMet())
+        return failOnEmptied();
+    if (!isCounted)
+        return failOnDriver();
+    number = number > skipped ? number - skipped : 0;
+    return true;
+}
+
+bool Selection::start() {
+    if (!begin())
+        return false;
+    Model* model = cls->getModel();
+    const EmptiedTests emptied;
     if (model->isOpen())
-        definition = ModelGate::door(model).enter()->defineSelection(frozen);
+        definition = define(model);
     if (emptied.haveBeenMet())
         return failOnEmptied();
     if (definition == nullptr)
@@ -242,7 +331,7 @@ bool Selection::openCursors() {
         cursor.release();
     }
     if (sortOrders.size() > 0 && concrete.size() > 1)
-        state->merge = std::make_unique<MergeHeap>(sortOrders);
+        state->merge = std::make_unique<MergeHeap>(sortOrders, mergesFlags);
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <exception>
 #include <memory>
@@ -22,6 +23,8 @@ public:
     Delivery delivery;
     std::deque<Pointer<Instance>> ahead;  // read, and not delivered yet
     std::exception_ptr failure;           // what ended the reading ahead
+    std::uint64_t toCome = 0;             // rows that may be delivered yet
+    std::uint64_t toSkip = 0;             // rows before the next one
 
     // Tells the object cache that rows may come that were read long ago.
     RowNews::Reading reader;

@@ -1,4 +1,6 @@
 #include <kes/DBDriver.h>
+
+#include <kes/Calculator.h>
 #include <kes/EmptiedReferences.h>
 #include <kes/Failure.h>
 #include <kes/LinkReader.h>
@@ -11,6 +13,8 @@ DBDriverSelection::~DBDriverSelection() = default;
 DBDriver::~DBDriver() = default;
 EmptiedListener::~EmptiedListener() = default;
 EmptyingDriver::~EmptyingDriver() = default;
+Calculator::~Calculator() = default;
+StoredKeys::~StoredKeys() = default;
 LinkReader::~LinkReader() = default;
 FailureReporter::~FailureReporter() = default;
 SchemaReader::~SchemaReader() = default;

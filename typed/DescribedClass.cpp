@@ -40,11 +40,14 @@ void DescribedClass::take(const ClassRecord& record) {
                               reference.isMany, reference.rule});
 }
 
-const DescribedClass* DescribedClass::of(const Instance* instance) {
-    const Class* cls = instance->getClass();
+const DescribedClass* DescribedClass::from(const Class* cls) {
     return cls != nullptr && typeid(*cls) == typeid(DescribedClass)
                ? static_cast<const DescribedClass*>(cls)
                : nullptr;
+}
+
+const DescribedClass* DescribedClass::of(const Instance* instance) {
+    return from(instance->getClass());
 }
 
 ObjectConstruction::ObjectConstruction(Class* cls) : outer(myNextClass) {

@@ -47,6 +47,9 @@ public:
     const std::vector<DescribedField>& getFields() const { return fields; }
     const std::vector<DescribedReference>& getReferences() const { return references; }
 
+    /// Null for another kind of class.
+    static const DescribedClass* from(const Class* cls);
+
     /// Null for an object of another kind of class, or of none.
     static const DescribedClass* of(const Instance* instance);
 
@@ -60,6 +63,9 @@ private:
 /// Shows one field to the handler. Raises Error (InvalidValue) when the handler
 /// has put something there that the member cannot hold.
 void reportField(Handler& handler, const DescribedField& field, Instance* instance);
+
+/// Shows a value that is no optional, and lies in no object.
+void reportValue(Handler& handler, const String& name, const FieldCodec& codec, void* value);
 
 /// Why the value of a member cannot be stored; "" when it can.
 std::string faultOf(const FieldCodec& codec, void* member);

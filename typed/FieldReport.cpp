@@ -274,6 +274,10 @@ void reportOptional(Handler& handler, const DescribedField& field, void* at) {
 
 }  // namespace
 
+void reportValue(Handler& handler, const String& name, const FieldCodec& codec, void* value) {
+    report(handler, name, codec, value);
+}
+
 void reportField(Handler& handler, const DescribedField& field, Instance* instance) {
     try {
         if (field.codec->form == FieldForm::Optional)

@@ -27,11 +27,20 @@ inline void bindParameter(Statement& statement, int position, const Parameter& v
                            std::get<std::string>(value).size());
 }
 
+/// The rows of each class that count, in the order of the query.
+struct RowRange {
+    std::uint64_t offset = 0;
+    std::uint64_t count = UINT64_MAX;
+
+    bool isAll() const { return offset == 0 && count == UINT64_MAX; }
+};
+
 /// What all concrete classes of a query share.
 struct QueryPlan {
     std::string tail;  // what follows the table: condition and order
     std::vector<Parameter> parameters;
-    bool isById = false;  // the only condition is an object id, the only parameter
+    bool isById = false;            // the only condition is an object id, the only parameter
+    std::vector<std::string> keys;  // the fields that are sorted by, each once
 };
 
 /// Cursors share the plan, so they outlive the definition.

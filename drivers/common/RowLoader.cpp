@@ -46,6 +46,24 @@ private:
 
 }  // namespace
 
+// Offers a value that was read to a handler.
+struct RowLoader::Shown {
+    Handler& handler;
+    const String& name;
+
+    void operator()(unsigned long& value) const { handler.handleULong(name, value); }
+    void operator()(long& value) const { handler.handleLong(name, value); }
+    void operator()(String& value) const { handler.handleString(name, value, value.size()); }
+    void operator()(int& value) const { handler.handleInt(name, value); }
+    void operator()(unsigned int& value) const { handler.handleUInt(name, value); }
+    void operator()(bool& value) const { handler.handleBool(name, value); }
+    void operator()(float& value) const { handler.handleFloat(name, value); }
+    void operator()(double& value) const { handler.handleDouble(name, value); }
+    void operator()(Timestamp& value) const { handler.handleTimestamp(name, value); }
+    void operator()(Blob& value) const { handler.handleBlob(name, value); }
+    void operator()(Partner&) const {}
+};
+
 // Exchanges the members of an instance for values, which hold what the members
 // were then.
 class RowLoader::Exchange final : public Handler {
@@ -169,6 +187,15 @@ void RowLoader::renew(Row& source, const TableMapping& itsTable, Instance* insta
         exchange.undo();
         throw;
     }
+}
+
+void RowLoader::show(Row& source, const TableMapping& itsTable, int position, Handler& handler) {
+    begin(source, itsTable);
+    column = position;
+    const Column& field = itsTable.columns()[static_cast<std::size_t>(position)];
+    Value value = read(field);
+    const String name(field.name.c_str());
+    std::visit(Shown{handler, name}, value);
 }
 
 template <class T>

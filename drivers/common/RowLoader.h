@@ -36,6 +36,9 @@ public:
     /// Hands it to Model::set when it is the one that the model has filed.
     void renew(Row& source, const TableMapping& itsTable, Instance* instance);
 
+    /// Shows a column of a plain field as it is stored. Throws as load does.
+    void show(Row& source, const TableMapping& itsTable, int position, Handler& handler);
+
     void handleULong(const String& name, unsigned long& value) override;
     void handleLong(const String& name, long& value) override;
     void handleString(const String& name, String& value, int length) override;
@@ -54,6 +57,7 @@ public:
 
 private:
     class Exchange;
+    struct Shown;
 
     // Of a reference: the partner's object id.
     struct Partner {

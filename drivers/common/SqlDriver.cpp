@@ -24,7 +24,8 @@ SqlDriver::Session::Session(std::unique_ptr<Connection> itsConnection, const Dia
       queue(tables, connection->prefersRuns() ? 32768 : 4096),
       writer(queue, tables, statements, itsDialect, *connection),
       ids(*connection),
-      links(itsDialect, statements) {}
+      links(itsDialect, statements),
+      counter(statements) {}
 
 SqlDriver::SqlDriver(std::unique_ptr<Dialect> itsDialect) : dialect(std::move(itsDialect)) {}
 
@@ -136,6 +137,7 @@ void SqlDriver::forgetModel() {
     session->writer.forgetModel();
     session->tables.forget();
     session->statements.forget();
+    session->counter.forget();
 }
 
 // The slot has no result: a failure shows at the commit that follows, because
@@ -442,6 +444,15 @@ bool SqlDriver::lock(Instance* instance) {
 }
 
 SelectionDefinition* SqlDriver::defineSelection(AssociatedClass* associatedClass) {
+    return define(associatedClass, {});
+}
+
+SelectionDefinition* SqlDriver::definePart(AssociatedClass* associatedClass, std::uint64_t offset,
+                                           std::uint64_t count) {
+    return define(associatedClass, {offset, count});
+}
+
+SelectionDefinition* SqlDriver::define(AssociatedClass* associatedClass, const RowRange& range) {
     SelectionDefinition* definition = nullptr;
     attempt("selecting " +
                 std::string(static_cast<const char*>(associatedClass->getClass()->getName())) +
@@ -449,7 +460,7 @@ SelectionDefinition* SqlDriver::defineSelection(AssociatedClass* associatedClass
             [&] {
                 SqlTranslator translator(session->tables, *dialect);
                 definition = new SqlDefinition(
-                    translator.render(*associatedClass),
+                    translator.render(*associatedClass, range),
                     ModelMapping::concreteClasses(associatedClass->getClass()).size(),
                     ++definitions);
             });
@@ -478,6 +489,24 @@ DBDriverSelection* SqlDriver::fetch(Class* cls, SelectionDefinition* definition)
         },
         goesOn);
     return cursor.release();
+}
+
+bool SqlDriver::count(AssociatedClass* associatedClass, std::uint64_t most, std::uint64_t& number) {
+    Class* cls = associatedClass->getClass();
+    return attempt("counting " + std::string(static_cast<const char*>(cls->getName())) + " objects",
+                   [&] {
+                       SqlTranslator translator(session->tables, *dialect);
+                       const QueryPlan plan = translator.renderCondition(*associatedClass);
+                       const std::vector<Class*> classes = ModelMapping::concreteClasses(cls);
+                       std::vector<std::string> sources;
+                       if (RowCounter::takes(plan.parameters.size() * classes.size()))
+                           for (Class* each : classes)
+                               sources.push_back(session->tables.of(each).table());
+                       else
+                           sources.push_back(session->tables.of(cls).source());
+                       beforeReading(cls);
+                       number = session->counter.count(sources, plan, most);
+                   });
 }
 
 bool SqlDriver::readLinks(Association* association, const String& role,

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <unordered_set>
 
+#include <kes/Calculator.h>
 #include <kes/DBDriver.h>
 #include <kes/EmptiedReferences.h>
 #include <kes/Failure.h>
@@ -20,7 +21,9 @@
 #include "drivers/common/IdSource.h"
 #include "drivers/common/LinkRows.h"
 #include "drivers/common/ModelMapping.h"
+#include "drivers/common/QueryPlan.h"
 #include "drivers/common/QueueWriter.h"
+#include "drivers/common/RowCounter.h"
 #include "drivers/common/RowLoader.h"
 #include "drivers/common/SqlSchema.h"
 #include "drivers/common/WriteQueue.h"
@@ -32,6 +35,7 @@ class SqlSelection;
 
 /// A concrete driver derives from it and says how to connect.
 class SqlDriver : public DBDriver,
+                  public Calculator,
                   public EmptyingDriver,
                   public FailureReporter,
                   public LinkReader,
@@ -65,6 +69,9 @@ public:
     bool lock(Instance* instance) final;
     SelectionDefinition* defineSelection(AssociatedClass* associatedClass) final;
     DBDriverSelection* fetch(Class* cls, SelectionDefinition* definition) final;
+    SelectionDefinition* definePart(AssociatedClass* associatedClass, std::uint64_t offset,
+                                    std::uint64_t count) final;
+    bool count(AssociatedClass* associatedClass, std::uint64_t most, std::uint64_t& number) final;
     void traceSQLTo(std::ostream& stream) final;
     void disableSQLTrace() final;
     bool readLinks(Association* association, const String& role,
@@ -113,11 +120,13 @@ private:
         QueueWriter writer;
         IdSource ids;
         LinkRows links;
+        RowCounter counter;
         bool writing = false;  // a transaction was begun and not ended by the library
         std::string loss;      // why the database has ended it
         FailureKind lossKind = FailureKind::Unclassified;
     };
 
+    SelectionDefinition* define(AssociatedClass* associatedClass, const RowRange& range);
     template <class Work>
     bool attempt(std::string_view what, Work work, bool keepsSnapshot = false);
     void makeRoom(bool forSnapshot);

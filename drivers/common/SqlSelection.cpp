@@ -115,6 +115,20 @@ Instance* SqlSelection::getInstance() {
     return current;
 }
 
+// A row that cannot be shown cannot be loaded either, and says so then; an object
+// that was loaded before has keys of its own.
+bool SqlSelection::showKeys(Handler& handler) {
+    if (!onRow || broken != nullptr)
+        return false;
+    try {
+        for (const std::string& key : plan->keys)
+            driver->loader().show(row(), table, table.find(key), handler);
+    } catch (const SqlFailure&) {
+        return false;
+    }
+    return true;
+}
+
 // Held by `current` before the model hears of it: filing it may collect.
 void SqlSelection::materialise() {
     const auto id = static_cast<unsigned long>(row().integer(TableMapping::IdColumn));
@@ -157,10 +171,14 @@ void SqlSelection::keepRows() {
     if (onRow && current == nullptr)
         materialise();
     auto kept = std::make_unique<RowBuffer>(static_cast<int>(table.columns().size()));
+    if (onRow)
+        kept->append(*statement);
     bool hasMore = std::exchange(isBegun, false) ? hasFirst : statement->step();
     for (; hasMore; hasMore = statement->step())
         kept->append(*statement);
     giveBack();
+    if (onRow)
+        kept->advance();
     buffer = std::move(kept);
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include <kes/Calculator.h>
 #include <kes/DBDriver.h>
 #include <kes/Pointer.h>
 
@@ -23,7 +24,7 @@ class SqlDriver;
 
 /// Streams from its statement until the connection is about to write; then it
 /// is settled, which takes its remaining rows aside.
-class SqlSelection final : public DBDriverSelection {
+class SqlSelection final : public DBDriverSelection, public StoredKeys {
 public:
     SqlSelection(SqlDriver* itsDriver, TableMapping& itsTable,
                  std::shared_ptr<const QueryPlan> itsPlan);
@@ -36,6 +37,7 @@ public:
 
     bool next() override;
     Instance* getInstance() override;
+    bool showKeys(Handler& handler) override;
 
     /// When the remaining rows cannot be read or kept, the cursor says so at the
     /// next advance: what the driver is about to do does not fail for it.

@@ -58,21 +58,44 @@ int roundingOf(Whole value) {
 
 }  // namespace
 
-std::shared_ptr<const QueryPlan> SqlTranslator::render(AssociatedClass& selection) {
-    auto plan = std::make_shared<QueryPlan>();
+std::shared_ptr<const QueryPlan> SqlTranslator::render(AssociatedClass& selection,
+                                                       const RowRange& range) {
+    auto plan = std::make_shared<QueryPlan>(renderCondition(selection));
+    plan->isById = plan->isById && selection.getSortOrders().size() == 0 && range.isAll();
     scopes.push_back({&tables.of(selection.getClass()), textOf(selection.getAlias())});
-    if (selection.getCondition() != nullptr) {
-        Piece condition = piece(selection.getCondition());
-        plan->isById = isIdTest && selection.getSortOrders().size() == 0;
-        plan->tail = " WHERE " + condition.text;
-        plan->parameters = std::move(condition.parameters);
-    }
-    plan->tail += order(selection);
+    plan->tail += order(selection, plan->keys);
     scopes.pop_back();
+    if (!range.isAll())
+        cut(*plan, range);
     return plan;
 }
 
-std::string SqlTranslator::order(AssociatedClass& selection) {
+QueryPlan SqlTranslator::renderCondition(AssociatedClass& selection) {
+    QueryPlan plan;
+    if (selection.getCondition() == nullptr)
+        return plan;
+    scopes.push_back({&tables.of(selection.getClass()), textOf(selection.getAlias())});
+    Piece condition = piece(selection.getCondition());
+    scopes.pop_back();
+    plan.isById = isIdTest;
+    plan.tail = " WHERE " + condition.text;
+    plan.parameters = std::move(condition.parameters);
+    return plan;
+}
+
+// Parameters: the text is the same for each page. No table has more rows than
+// the largest number that a parameter can be.
+void SqlTranslator::cut(QueryPlan& plan, const RowRange& range) {
+    constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    plan.tail += " LIMIT ?";
+    plan.parameters.emplace_back(static_cast<std::int64_t>(std::min(range.count, largest)));
+    if (range.offset == 0)
+        return;
+    plan.tail += " OFFSET ?";
+    plan.parameters.emplace_back(static_cast<std::int64_t>(std::min(range.offset, largest)));
+}
+
+std::string SqlTranslator::order(AssociatedClass& selection, std::vector<std::string>& names) {
     std::string keys;
     for (const SortOrder* key : selection.getSortOrders()) {
         const std::string name = textOf(key->getAttribute().getName());
@@ -83,6 +106,8 @@ std::string SqlTranslator::order(AssociatedClass& selection) {
         const FieldKind kind = table.columns()[static_cast<std::size_t>(position)].kind;
         if (kind == FieldKind::Blob || kind == FieldKind::Reference)
             refuse("nothing to sort by in \"" + name + "\", which is no plain field");
+        if (std::find(names.begin(), names.end(), name) == names.end())
+            names.push_back(name);
         keys += (keys.empty() ? " ORDER BY " : ", ") + scopes.back().alias + "." +
                 table.column(position) + (key->isAscending() ? "" : " DESC");
     }
@@ -113,7 +138,9 @@ void SqlTranslator::translate(Condition* left, Condition::LogicalOperator op, Co
     }
     std::vector<Piece> pieces = operands(left, op, right);
     if (op == Condition::OR)
-        listEquals(pieces);
+        list(pieces, " = ?", " IN (?");
+    else
+        list(pieces, " <> ?", " NOT IN (?");
     Piece joined;
     joined.text = join(pieces, 0, pieces.size(), op == Condition::OR ? " OR " : " AND ");
     for (Piece& each : pieces)
@@ -145,11 +172,12 @@ std::vector<SqlTranslator::Piece> SqlTranslator::operands(Condition* left,
     return pieces;
 }
 
-// Alternatives like `a = ? OR a = ?` become one list. Lists are filled up to a
-// power of two, so that few statements serve all lengths.
-void SqlTranslator::listEquals(std::vector<Piece>& pieces) {
+// Alternatives like `a = ? OR a = ?` become one list, and so does what excludes
+// several values. Lists are filled up to a power of two, so that few statements
+// serve all lengths.
+void SqlTranslator::list(std::vector<Piece>& pieces, const std::string& ending,
+                         const std::string& opening) {
     std::vector<Piece> listed;
-    const std::string ending = " = ?";
     for (std::size_t i = 0; i < pieces.size();) {
         std::size_t end = i + 1;
         const bool lists = pieces[i].parameters.size() == 1 && pieces[i].text.ends_with(ending);
@@ -161,7 +189,7 @@ void SqlTranslator::listEquals(std::vector<Piece>& pieces) {
             continue;
         }
         Piece list;
-        list.text = pieces[i].text.substr(0, pieces[i].text.size() - ending.size()) + " IN (?";
+        list.text = pieces[i].text.substr(0, pieces[i].text.size() - ending.size()) + opening;
         for (std::size_t k = i; k < end; ++k)
             list.parameters.push_back(pieces[k].parameters.front());
         list.parameters.resize(std::bit_ceil(end - i), list.parameters.back());
@@ -199,8 +227,8 @@ std::string SqlTranslator::column(const Attribute& attribute, Family family) {
 
 void SqlTranslator::compare(const Attribute& attribute, int op, Family family, Parameter value) {
     const std::string tested = column(attribute, family);
-    if (op == Condition::LIKE)
-        current.text = dialect.like(tested, "?");
+    if (op == Condition::LIKE || op == Condition::NOT_LIKE)
+        current.text = (op == Condition::NOT_LIKE ? "NOT " : "") + dialect.like(tested, "?");
     else if (op >= Condition::EQUAL && op <= Condition::LESS_OR_EQUAL)
         current.text = tested + Operators[op] + "?";
     else
@@ -290,7 +318,8 @@ void SqlTranslator::translate(Attribute* attribute, int op, const String& value)
         refuse("no texts that are not valid UTF-8, which the condition on \"" +
                textOf(attribute->getName()) + "\" tests for");
     compare(*attribute, op, Family::Text,
-            op == Condition::LIKE ? completePattern(text) : std::move(text));
+            op == Condition::LIKE || op == Condition::NOT_LIKE ? completePattern(text)
+                                                               : std::move(text));
 }
 
 void SqlTranslator::translate(Attribute* attribute, int op, int value) {

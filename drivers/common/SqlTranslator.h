@@ -23,7 +23,10 @@ public:
         : tables(itsTables),
           dialect(itsDialect) {}
 
-    std::shared_ptr<const QueryPlan> render(AssociatedClass& selection);
+    std::shared_ptr<const QueryPlan> render(AssociatedClass& selection, const RowRange& range = {});
+
+    /// The same without an order, for whoever counts.
+    QueryPlan renderCondition(AssociatedClass& selection);
 
     void translate(Condition* left, Condition::LogicalOperator op, Condition* right) override;
     void translate(Role* role, Condition::AssociationOperator op,
@@ -63,10 +66,12 @@ private:
 
     Piece piece(Condition* condition);
     std::vector<Piece> operands(Condition* left, Condition::LogicalOperator op, Condition* right);
-    static void listEquals(std::vector<Piece>& pieces);
+    static void list(std::vector<Piece>& pieces, const std::string& ending,
+                     const std::string& opening);
     static std::string join(const std::vector<Piece>& pieces, std::size_t from, std::size_t to,
                             const char* word);
-    std::string order(AssociatedClass& selection);
+    std::string order(AssociatedClass& selection, std::vector<std::string>& names);
+    static void cut(QueryPlan& plan, const RowRange& range);
     std::string column(const Attribute& attribute, Family family);
     void compare(const Attribute& attribute, int op, Family family, Parameter value);
     void compareReal(const Attribute& attribute, int op, double value);

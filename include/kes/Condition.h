@@ -36,7 +36,8 @@ public:
         LESS = 3,
         GREATER_OR_EQUAL = 4,
         LESS_OR_EQUAL = 5,
-        LIKE = 6
+        LIKE = 6,
+        NOT_LIKE = 7  ///< For drivers with a Calculator only.
     };
 
     virtual ~Condition();

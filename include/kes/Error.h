@@ -24,7 +24,9 @@ enum class ErrorKind : std::int32_t {
     Removed = 17,        ///< The object is not stored any more: look for another one.
     Declaration = 18,    ///< Descriptions contradict each other: mend the program.
     Schema = 19,         ///< What is stored does not go with the declaration.
-    Misuse = 20          ///< The call makes no sense here: mend the program.
+    Misuse = 20,         ///< The call makes no sense here: mend the program.
+    NotFound = 32,       ///< There is no object such as the one that was asked for.
+    Ambiguous = 33       ///< There are several.
 };
 
 /// What every operation on a Database, its transactions, queries and described

@@ -84,8 +84,9 @@ struct FieldCodec {
 ///     };
 ///
 /// `Stored` is any type that may be a member itself, but no optional. Queries
-/// compare and sort by what is stored. `load` throws what it likes for a stored
-/// value that is none.
+/// compare what is stored for equality; with `static constexpr bool isOrdered =
+/// true` they also sort by it, and take it for less or greater. `load` throws what it likes for a
+/// stored value that is none.
 template <class T>
 struct FieldTraits;
 

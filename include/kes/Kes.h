@@ -5,6 +5,7 @@
 #include <kes/Association.h>
 #include <kes/Attribute.h>
 #include <kes/Blob.h>
+#include <kes/Calculator.h>
 #include <kes/Class.h>
 #include <kes/Condition.h>
 #include <kes/ConditionTranslator.h>

@@ -2,19 +2,41 @@
 
 #pragma once
 
+#include <concepts>
 #include <cstddef>
+#include <cstdint>
+#include <initializer_list>
 #include <iterator>
 #include <memory>
+#include <type_traits>
 #include <typeinfo>
 #include <utility>
 
 #include <kes/Export.h>
+#include <kes/Field.h>
 #include <kes/Forward.h>
+#include <kes/Pointer.h>
+#include <kes/Predicate.h>
 #include <kes/Ref.h>
 
 namespace Kes {
 
 class Session;
+
+/// A number of objects: a constant that is not negative, or an unsigned number.
+class RowCount {
+public:
+    template <std::unsigned_integral N>
+    constexpr RowCount(N count) : value(count) {}  // NOLINT: stands for a number
+    consteval RowCount(int count)                  // NOLINT
+        : value(count >= 0 ? static_cast<std::uint64_t>(count)
+                           : throw "a number of objects is not negative") {}
+
+    constexpr std::uint64_t get() const { return value; }
+
+private:
+    std::uint64_t value;
+};
 
 /// What Query<T> does for every T alike.
 class KES_EXPORT QueryBase {
@@ -26,7 +48,9 @@ public:
     };
 
     explicit QueryBase(const Start& start);
+    QueryBase(const QueryBase&);
     QueryBase(QueryBase&&) noexcept;
+    QueryBase& operator=(const QueryBase&);
     QueryBase& operator=(QueryBase&&) noexcept;
     ~QueryBase();
 
@@ -34,6 +58,9 @@ public:
     class KES_EXPORT Cursor {
     public:
         explicit Cursor(const QueryBase& query);
+
+        /// Through the first `most` objects.
+        Cursor(const QueryBase& query, std::uint64_t most);
         Cursor(Cursor&&) noexcept;
         Cursor& operator=(Cursor&&) noexcept;
         ~Cursor();
@@ -48,18 +75,38 @@ public:
         Instance* instance = nullptr;
     };
 
+    /// The same query with one more condition, with further sort keys, of the
+    /// first rows only, and behind some rows.
+    enum Part { First, Behind };
+    QueryBase(const QueryBase& query, const PredicateBase& condition);
+    QueryBase(const QueryBase& query, std::initializer_list<SortKeyData> keys);
+    QueryBase(const QueryBase& query, Part part, std::uint64_t count);
+
+protected:
+    Pointer<Instance> requireOne() const;
+    std::uint64_t countRows(std::uint64_t most) const;
+
 private:
     struct Definition;
-    std::unique_ptr<Definition> definition;
+
+    std::shared_ptr<const Definition> definition;
 };
 
-/// A query for the objects of class `T`. Each loop over it asks the database
-/// anew.
+/// A query for the objects of class `T` and its sub classes: a value that is
+/// copied freely, and of which each operation makes another one. Each loop over
+/// it asks the database anew.
 ///
 /// The object that a loop delivers lives for the turn of the loop at least; keep
-/// it longer as a `Ref<T>`. The loop may edit, remove, commit and query. What is
-/// selected is what is stored; an object with pending changes is delivered with
-/// these.
+/// it longer as a `Ref<T>`. The loop may edit, remove, commit and query.
+///
+/// Conditions, orders and limits, counts too, go by what is stored: they do not
+/// see what the open transaction has changed and not committed. An object with
+/// pending changes is delivered with these.
+///
+/// Whatever asks the database raises Error: Declaration for a class that is not
+/// in the schema or a member that is not described, Misuse for an object of
+/// another database, InvalidValue for a value that no field can have, and what
+/// the database tells.
 template <class T>
 class Query final : public QueryBase {
 public:
@@ -88,8 +135,44 @@ public:
     Iterator begin() const { return Iterator(*this); }
     std::default_sentinel_t end() const { return {}; }
 
-    /// The first object of the result; empty when there is none.
-    Ref<T> first() const { return Ref<T>::to(Cursor(*this).current()); }
+    /// Those for which the condition holds; with several ones, all of them.
+    template <class P>
+    [[nodiscard]] Query where(const Predicate<P>& condition) const {
+        static_assert(std::is_base_of_v<P, T>,
+                      "the condition is about a field of another class than the query");
+        return Query(*this, condition);
+    }
+
+    /// Sorted by fields, `field.descending()` and `Kes::id`, the first of which is
+    /// the major one. Objects that are alike in all of them come by their ids.
+    template <class... Keys>
+    [[nodiscard]] Query orderBy(const Keys&... keys) const {
+        return Query(*this, {checked(sortKeyOf(keys))...});
+    }
+
+    /// The first `count` of them, behind the first `offset` ones. Without
+    /// orderBy they are sorted by their ids.
+    [[nodiscard]] Query limit(RowCount count) const { return Query(*this, First, count.get()); }
+    [[nodiscard]] Query offset(RowCount count) const { return Query(*this, Behind, count.get()); }
+
+    /// The first object; an empty Ref when there is none.
+    Ref<T> first() const { return Ref<T>::to(Cursor(*this, 1).current()); }
+
+    /// The only object. Raises Error: NotFound when there is none, Ambiguous when
+    /// there are several.
+    Ref<T> one() const { return Ref<T>::to(requireOne().getInstance()); }
+
+    /// Whether there is any object, and how many there are; loads none.
+    bool exists() const { return countRows(1) > 0; }
+    std::uint64_t count() const { return countRows(UINT64_MAX); }
+
+private:
+    template <class S>
+    static SortKeyData checked(const SortKey<S>& key) {
+        static_assert(std::is_base_of_v<S, T>,
+                      "the order is by a field of another class than the query");
+        return key.data;
+    }
 };
 
 }  // namespace Kes

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include <kes/Attribute.h>
@@ -88,6 +89,16 @@ public:
     void orderBy(const Attribute& attribute, bool ascending = true);
     PtrList<SortOrder> getSortOrders() const { return sortOrders; }
 
+    /// Delivers `count` objects at most, behind the first `offset` ones in the
+    /// order of the selection: give it sort keys that leave no ties, or the
+    /// database chooses. Takes effect before the first next only.
+    Selection& limit(std::uint64_t count, std::uint64_t offset = 0);
+
+    /// In place of going through the selection: how many objects it would
+    /// deliver, of one state of the database. Loads none of them where the
+    /// driver is a Calculator. Raises as next does; 0 when the handler returns.
+    std::uint64_t count();
+
     const String& getAlias() const { return alias; }
     Class* getClass() const { return cls; }
 
@@ -108,12 +119,17 @@ protected:
 private:
     friend class AssociatedClass;
     friend class DeliveryObserver;
+    friend class SelectionAccess;
 
     Association* findAssociation(const String& associationName) const;
     Instance* read();
+    Instance* readRow();
     void readAhead();
     bool deliverAhead();
+    bool begin();
     bool start();
+    SelectionDefinition* define(Model* model);
+    bool countBy(Calculator& calculator, std::uint64_t& number);
     bool openCursors();
     bool advanceCurrent();
     bool failOnDriver();
@@ -136,6 +152,9 @@ private:
     AssociatedClass* frozen = nullptr;       // owned
     SelectionState* state = nullptr;         // owned; merging and reading ahead
     std::shared_ptr<const bool> modelLives;  // null without a class
+    std::uint64_t most = UINT64_MAX;         // rows that are delivered
+    std::uint64_t skipped = 0;               // rows before the first one
+    bool mergesFlags = false;                // boolean keys are as good as others
 };
 
 /// The frozen description of a selection, for drivers and nested conditions.

@@ -1,7 +1,9 @@
 // What the cases of refused.txt use. Compiled by itself, so without a guard.
 
+#include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <kes/Kes.h>
 
@@ -33,3 +35,28 @@ struct Label : Kes::Object<Label> {
     Kes::Many<Ticket> tickets;
     static void describe(Kes::Description<Label>& d);
 };
+
+struct Colour {
+    int rgb = 0;
+};
+
+template <>
+struct Kes::FieldTraits<Colour> {
+    using Stored = int;
+    static int store(const Colour& colour) { return colour.rgb; }
+    static Colour load(int rgb) { return {rgb}; }
+};
+
+enum class State { Open, Done };
+
+struct Pen : Kes::Object<Pen> {
+    Colour colour;
+    State state = State::Open;
+    Kes::Decimal<2> price;
+    Kes::Uuid key;
+    std::vector<std::byte> image;
+    bool dry = false;
+    static void describe(Kes::Description<Pen>& d);
+};
+
+using Kes::field;

@@ -1,0 +1,74 @@
+// The nodes of conditions over described classes.
+//
+// A node names fields by their places and holds copies of values. When a query
+// is asked, the tree is built anew from conditions of the engine, for the class
+// that is queried; the names come from the class's table of fields. Negations are
+// carried down to the comparisons: what is rendered never negates what could be
+// unknown to the database, so there are two truth values everywhere.
+
+#pragma once
+
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include <kes/Class.h>
+#include <kes/Condition.h>
+#include <kes/Predicate.h>
+#include <kes/String.h>
+#include <kes/Timestamp.h>
+
+namespace Kes {
+
+class JoinNode;
+class Session;
+struct DescribedField;
+
+/// No Strings: a condition may serve several threads.
+using StoredValue = std::variant<std::monostate, unsigned long, long, int, unsigned int, bool,
+                                 float, double, std::string, Timestamp>;
+
+struct OperandValue {
+    StoredValue value;  // monostate for what an empty optional is equal to
+    std::string fault;  // why no field has the value; "" when one may
+};
+
+using ConditionPtr = std::unique_ptr<Condition>;
+
+/// What a condition is built for.
+struct PredicateScope {
+    const Session& session;
+    Class* cls;
+    bool knowsNotLike;  // the driver
+
+    /// The field's name, and of an optional one that of its mark. Raises Error
+    /// (Declaration) for a member that is not described.
+    struct Names {
+        String name;
+        String flag;
+    };
+    Names namesOf(FieldKey field) const;
+};
+
+class PredicateNode {
+public:
+    PredicateNode() = default;
+    PredicateNode(const PredicateNode&) = delete;
+    PredicateNode& operator=(const PredicateNode&) = delete;
+    virtual ~PredicateNode() = default;
+
+    /// True of the objects of which the node is true; the other way round when
+    /// it is negated.
+    virtual ConditionPtr build(const PredicateScope& scope, bool negated) const = 0;
+
+    /// Null for other nodes.
+    virtual const JoinNode* asJoin() const { return nullptr; }
+};
+
+using NodePtr = std::shared_ptr<const PredicateNode>;
+
+/// All of the conditions, which are not empty.
+ConditionPtr joined(std::vector<ConditionPtr> conditions, Condition::LogicalOperator op);
+
+}  // namespace Kes
