@@ -6,10 +6,10 @@
 #include <thread>
 
 #include "tests/crash/BankModel.h"
-#include "tests/crash/Child.h"
 #include "tests/crash/Journals.h"
 #include "tests/drivers/PlainSqlite.h"
 #include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Child.h"
 #include "tests/support/Raises.h"
 
 namespace Kes::testing {

@@ -7,10 +7,10 @@
 #include <random>
 #include <set>
 
-#include "tests/crash/Child.h"
 #include "tests/crash/Journals.h"
 #include "tests/crash/LedgerModel.h"
 #include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Child.h"
 
 namespace Kes::testing {
 

@@ -7,12 +7,12 @@
 #include <csignal>
 #include <filesystem>
 
-#include "tests/crash/Child.h"
 #include "tests/crash/FaultyFiles.h"
 #include "tests/crash/Journals.h"
 #include "tests/crash/LedgerModel.h"
 #include "tests/drivers/PlainSqlite.h"
 #include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Child.h"
 
 namespace Kes::testing {
 

@@ -6,11 +6,11 @@
 #include <filesystem>
 #include <new>
 
-#include "tests/crash/Child.h"
 #include "tests/crash/FaultyMemory.h"
 #include "tests/crash/LedgerModel.h"
 #include "tests/drivers/PlainSqlite.h"
 #include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Child.h"
 
 namespace Kes::testing {
 namespace {

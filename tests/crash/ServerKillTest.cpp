@@ -13,9 +13,9 @@
 #include <thread>
 #include <utility>
 
-#include "tests/crash/Child.h"
 #include "tests/crash/LedgerModel.h"
 #include "tests/drivers/Engine.h"
+#include "tests/support/Child.h"
 
 namespace Kes::testing {
 

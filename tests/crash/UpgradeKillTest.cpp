@@ -6,11 +6,11 @@
 #include <algorithm>
 #include <random>
 
-#include "tests/crash/Child.h"
 #include "tests/crash/Journals.h"
 #include "tests/crash/StoreModel.h"
 #include "tests/drivers/PlainSqlite.h"
 #include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Child.h"
 
 namespace Kes::testing {
 

@@ -8,9 +8,9 @@
 #include <set>
 
 #include "tests/crash/BankModel.h"
-#include "tests/crash/Child.h"
 #include "tests/drivers/PlainSqlite.h"
 #include "tests/drivers/TemporaryFolder.h"
+#include "tests/support/Child.h"
 
 namespace Kes::testing {
 

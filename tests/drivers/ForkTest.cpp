@@ -38,9 +38,9 @@ TEST_F(ForkTest, RaisesAnErrorInTheChildAndLeavesTheConnectionAlone) {
     ASSERT_TRUE(people->next());
 
     Child child([&](const Child::Report& tell) {
-        tell(codeRaisedBy([&] { model->startTransaction(); }) + " ");
-        tell(codeRaisedBy([&] { ann->change(); }) + " ");
-        tell(codeRaisedBy([&] { people->next(); }) + " ");
+        tell(codeRaisedBy([&] { model->startTransaction(); }));
+        tell(codeRaisedBy([&] { ann->change(); }));
+        tell(codeRaisedBy([&] { people->next(); }));
         tell(codeRaisedBy([&] { model->close(); }));
         people.reset();
         ann.~Pointer();
@@ -48,7 +48,7 @@ TEST_F(ForkTest, RaisesAnErrorInTheChildAndLeavesTheConnectionAlone) {
         return true;
     });
 
-    EXPECT_EQ("FORKERR FORKERR FORKERR FORKERR", child.says());
+    EXPECT_EQ("FORKERR\nFORKERR\nFORKERR\nFORKERR", child.says());
     EXPECT_TRUE(child.succeeds());
     EXPECT_TRUE(people->next());
     EXPECT_TRUE(people->next());

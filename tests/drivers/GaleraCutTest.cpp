@@ -66,7 +66,7 @@ protected:
             const FailureKind kind = said.empty() ? FailureKind::None : model->getFailureKind();
             if (kind == FailureKind::Unclassified)
                 std::fprintf(stderr, "%s: %s\n", name.c_str(), said.c_str());
-            report(name + " " + std::to_string(static_cast<int>(kind)) + "\n");
+            report(name + " " + std::to_string(static_cast<int>(kind)));
             if (kind == FailureKind::UnknownOutcome || kind == FailureKind::LostConnection)
                 model.reset();
         }

@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/crash/Child.h"
 #include "tests/drivers/Engine.h"
 #include "tests/drivers/TemporaryFolder.h"
 #include "tests/histories/Worker.h"
+#include "tests/support/Child.h"
 
 namespace Kes::testing {
 

@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/crash/Child.h"
 #include "tests/drivers/Engine.h"
 #include "tests/histories/Anomaly.h"
 #include "tests/histories/HistoryModel.h"
+#include "tests/support/Child.h"
 
 namespace Kes::testing {
 

@@ -1,89 +1,86 @@
-// Processes that a test starts, and kills when it likes.
+// A process of its own that reports what it does, and may be killed.
 
 #pragma once
 
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/types.h>
 
-#include <cstdio>
-#include <cstdlib>
+#include <chrono>
+#include <concepts>
 #include <functional>
-#include <stdexcept>
 #include <string>
-
-#include <kes/Exception.h>
+#include <type_traits>
+#include <vector>
 
 namespace Kes::testing {
 
-/// Does its work in a process of its own, which ends well when that returns
-/// true. It is killed at the latest when the object goes.
 class Child {
 public:
-    /// Tells the test something.
+    /// Sends a line to the parent; it is there even if the process is killed
+    /// right behind the call.
     using Report = std::function<void(const std::string&)>;
+    using Time = std::chrono::microseconds;
 
-    explicit Child(const std::function<bool(const Report&)>& work) {
-        int ends[2];
-        if (pipe(ends) != 0 || (id = fork()) < 0)
-            throw std::runtime_error("no further process");
-        hearing = ends[0];
-        if (id != 0) {
-            close(ends[1]);
-            return;
-        }
-        bool done = false;
-        try {
-            done = work([&](const std::string& text) {
-                if (write(ends[1], text.data(), text.size()) < 0)
-                    _exit(2);
-            });
-        } catch (const Exception& raised) {
-            std::fprintf(stderr, "child: %s\n", static_cast<const char*>(raised.getMessage()));
-            _exit(3);
-        } catch (...) {
-            _exit(3);
-        }
-        _exit(done ? 0 : 1);
+    /// Starts the process, which ends with status 0 when the body returns, and with
+    /// 1 when that throws or returns false. What was thrown it reports as "error
+    /// WORDS". A database that the parent has open is not to be used there.
+    template <std::invocable<const Report&> Body>
+    explicit Child(const Body& body) {
+        start([&body](const Report& report) {
+            if constexpr (std::is_void_v<std::invoke_result_t<const Body&, const Report&>>) {
+                body(report);
+                return true;
+            } else {
+                return static_cast<bool>(body(report));
+            }
+        });
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
-    ~Child() {
-        kill();
-        close(hearing);
-    }
+    ~Child();
 
-    void kill() {
-        if (id == 0)
-            return;
-        ::kill(id, SIGKILL);
-        waitpid(id, nullptr, 0);
-        id = 0;
-    }
+    /// Listens until there are that many lines with the first word. False when
+    /// the process ended before, or the time is over.
+    bool awaitLines(const std::string& firstWord, std::size_t count,
+                    Time most = std::chrono::seconds(60));
 
-    /// All that it has told when it has ended.
-    std::string says() {
-        std::string all;
-        char part[1024];
-        for (ssize_t size = 1; size > 0;) {
-            size = read(hearing, part, sizeof part);
-            if (size > 0)
-                all.append(part, static_cast<std::size_t>(size));
-        }
-        return all;
-    }
+    /// Listens for that time, or until the process ends.
+    void listen(Time time);
 
-    /// Waits for its end.
-    bool succeeds() {
-        int status = 0;
-        const bool hasEnded = waitpid(id, &status, 0) == id;
-        id = 0;
-        return hasEnded && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    }
+    /// Kills the process, as `kill -9` does, and hears what it still reported.
+    void kill();
+
+    /// The status with which the process ended; -1 when a signal ended it or
+    /// it had to be killed because the time was over.
+    int awaitEnd(Time most = std::chrono::seconds(60));
+
+    /// Whether it ends with status 0 in that time.
+    bool succeeds(Time most = std::chrono::minutes(10)) { return awaitEnd(most) == 0; }
+
+    /// All lines that it has reported, with line feeds between them, when it has
+    /// ended, which it is given that time for.
+    std::string says(Time most = std::chrono::minutes(10));
+
+    /// The last of the reported lines with the first word, without it; "" when
+    /// there is none.
+    std::string last(const std::string& firstWord) const;
+
+    std::vector<std::string> lines;
 
 private:
-    pid_t id = 0;
-    int hearing = -1;
+    void start(const std::function<bool(const Report&)>& body);
+    bool hear(Time most);
+    void reap();
+
+    pid_t process = -1;
+    int pipe = -1;
+    int status = 0;
+    std::string partial;  // of a line
 };
+
+/// The first word of a line.
+std::string firstWordOf(const std::string& line);
+
+/// The numbers in a text, which blanks separate.
+std::vector<unsigned long> numbersIn(const std::string& text);
 
 }  // namespace Kes::testing

@@ -1,4 +1,4 @@
-#include "tests/crash/Child.h"
+#include "tests/support/Child.h"
 
 #include <poll.h>
 #include <sys/wait.h>
@@ -17,7 +17,7 @@ namespace Kes::testing {
 
 namespace {
 
-[[noreturn]] void runIn(int pipe, const std::function<void(const Child::Report&)>& body) {
+[[noreturn]] void runIn(int pipe, const std::function<bool(const Child::Report&)>& body) {
     const auto report = [pipe](const std::string& words) {
         const std::string line = words + "\n";
         if (write(pipe, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
@@ -25,8 +25,7 @@ namespace {
     };
     int status = 1;
     try {
-        body(report);
-        status = 0;
+        status = body(report) ? 0 : 1;
     } catch (const Exception& raised) {
         report(std::string("error ") + raised.getCode() + ": " + raised.getMessage());
     } catch (const std::exception& thrown) {
@@ -37,7 +36,7 @@ namespace {
 
 }  // namespace
 
-Child::Child(const std::function<void(const Report&)>& body) {
+void Child::start(const std::function<bool(const Report&)>& body) {
     int ends[2];
     if (::pipe(ends) != 0)
         throw std::runtime_error("no pipe is to be had");
@@ -116,6 +115,14 @@ int Child::awaitEnd(Time most) {
     listen(most);
     kill();
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string Child::says(Time most) {
+    awaitEnd(most);
+    std::string all;
+    for (const std::string& line : lines)
+        all += (all.empty() ? "" : "\n") + line;
+    return all;
 }
 
 void Child::reap() {
