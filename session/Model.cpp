@@ -506,7 +506,7 @@ void Model::undo() {
     if (transactions->isStarted())
         transactions->rollback();
     else
-        transactions->turn(History::Undo);
+        transactions->reverse(History::Undo);
 }
 
 void Model::redo() {
@@ -516,7 +516,7 @@ void Model::redo() {
         return;
     }
     forgetFailure();
-    transactions->turn(History::Redo);
+    transactions->reverse(History::Redo);
 }
 
 void Model::setMaxUndoSize(int count) {

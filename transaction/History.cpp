@@ -57,7 +57,7 @@ void History::dropVoid() noexcept {
         undoList.pop_front();
 }
 
-void History::turn(Direction direction, Draft& reversed) noexcept {
+void History::reverseNewest(Direction direction, Draft& reversed) noexcept {
     std::list<Record>& from = direction == Undo ? undoList : redoList;
     std::list<Record>& to = direction == Undo ? redoList : undoList;
     from.pop_front();

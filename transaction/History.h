@@ -90,7 +90,7 @@ public:
 
     /// The newest record of that direction was worked off; `reversed` turns it
     /// round again.
-    void turn(Direction direction, Draft& reversed) noexcept;
+    void reverseNewest(Direction direction, Draft& reversed) noexcept;
 
     const Record* newest(Direction direction) const {
         const std::list<Record>& list = direction == Undo ? undoList : redoList;

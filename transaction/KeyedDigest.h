@@ -40,7 +40,7 @@ public:
 
     void add(std::uint64_t word) {
         d ^= word;
-        turn();
+        mix();
         a ^= word;
     }
 
@@ -63,13 +63,13 @@ public:
     std::uint64_t finish() {
         c ^= 0xFF;
         for (int i = 0; i < 3; ++i)
-            turn();
+            mix();
         return a ^ b ^ c ^ d;
     }
 
 private:
-    // Each lane reaches every other one within two turns.
-    void turn() {
+    // Each lane reaches every other one within two rounds.
+    void mix() {
         a += b;
         c += d;
         b = std::rotl(b, 13) ^ a;

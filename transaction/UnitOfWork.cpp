@@ -39,7 +39,7 @@ Action& UnitOfWork::record(Action::Kind kind, Instance* first) {
     action.kind = kind;
     action.first = first;
     InstanceState::setAhead(first, false);
-    if (!turning)
+    if (!reversing)
         history.noteStep();
     changes.pending.push_back(action);
     return changes.pending.back();
@@ -264,7 +264,7 @@ void UnitOfWork::release() noexcept {
     ModelGate::objects(model).release(changes.pending.size());
     changes.clearRecords();
     changes.pinned.clear();
-    turning.reset();
+    reversing.reset();
     started = false;
     locked = false;
 }
@@ -278,7 +278,7 @@ void UnitOfWork::close() {
 }
 
 bool UnitOfWork::keepsSteps() const {
-    return turning || history.newest(History::Undo) != nullptr;
+    return reversing || history.newest(History::Undo) != nullptr;
 }
 
 // Before the listeners hear of the commit: they may ask for the history, start
@@ -288,17 +288,17 @@ void UnitOfWork::settleHistory(Commit& done) noexcept {
     ModelGate::objects(model).news.note(done.news);
     if (!draft.steps().steps.empty())
         draft.steps().snapshots = std::move(changes.snapshots);
-    if (turning)
-        history.turn(*turning, draft);
+    if (reversing)
+        history.reverseNewest(*reversing, draft);
     else
         history.keep(draft);
-    turning.reset();
+    reversing.reset();
     for (const Action& action : changes.pending)
         if (action.kind == Action::Remove || action.kind == Action::Dropped)
             InstanceState::setGone(action.first, true);
 }
 
-void UnitOfWork::turn(History::Direction direction) {
+void UnitOfWork::reverse(History::Direction direction) {
     ModelGate::door(model).end();
     // Changes without a transaction stand in the newest record, so to undo that
     // one is to take them back first.
@@ -321,7 +321,7 @@ void UnitOfWork::turn(History::Direction direction) {
 // Records the reversing actions; false after a rollback when that is not to be.
 bool UnitOfWork::replay(History::Direction direction, bool& conflict) {
     started = true;
-    turning = direction;
+    reversing = direction;
     Replay reversal(model, *this, changes);
     try {
         reversal.run(*history.newest(direction));

@@ -88,7 +88,7 @@ public:
     bool releaseLocks() { return std::exchange(locked, false); }
 
     /// Take the newest transaction of the history back, or bring it back.
-    void turn(History::Direction direction);
+    void reverse(History::Direction direction);
     History& getHistory() { return history; }
 
     /// Lets the history and what is pending go; nothing is written.
@@ -120,7 +120,7 @@ private:
     Commit* underWay = nullptr;                      // the commit
     std::vector<const Changes::Actions*> announced;  // being told to listeners
     int telling = 0;
-    std::optional<History::Direction> turning;  // during an undo or redo
+    std::optional<History::Direction> reversing;  // during an undo or redo
 };
 
 }  // namespace Kes

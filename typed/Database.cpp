@@ -36,7 +36,7 @@ String textOf(std::string_view text) {
 Database::Database(std::string_view driver, std::string_view source, const Schema& schema,
                    DatabaseOptions options)
     : attempts(options.attempts) {
-    schema.record->settle();
+    schema.record->complete();
     auto fresh = std::make_shared<Session>(schema.record, options.cacheCapacity);
     guarded(*fresh, [&] {
         fresh->open(textOf(driver), textOf(source), options.password.c_str(), options.user.c_str(),

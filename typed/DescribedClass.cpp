@@ -94,7 +94,7 @@ void checkFields(Instance* instance) {
     if (cls == nullptr)
         return;
     for (const DescribedField& field : cls->getFields()) {
-        const std::string fault = faultOf(*field.codec, field.of(instance));
+        const std::string fault = reasonToRefuse(*field.codec, field.of(instance));
         if (fault.empty())
             continue;
         const std::string name(static_cast<const char*>(field.name));

@@ -68,7 +68,7 @@ void reportField(Handler& handler, const DescribedField& field, Instance* instan
 void reportValue(Handler& handler, const String& name, const FieldCodec& codec, void* value);
 
 /// Why the value of a member cannot be stored; "" when it can.
-std::string faultOf(const FieldCodec& codec, void* member);
+std::string reasonToRefuse(const FieldCodec& codec, void* member);
 
 /// Raises Error (InvalidValue) for the first field that cannot be stored.
 void checkFields(Instance* instance);

@@ -50,7 +50,7 @@ std::string faultOfDate(const Date& date) {
 class StoredFault final : public StoredVisitor {
 public:
     explicit StoredFault(const FieldCodec& itsCodec) : codec(itsCodec) {}
-    void visit(void* stored) override { fault = faultOf(codec, stored); }
+    void visit(void* stored) override { fault = reasonToRefuse(codec, stored); }
     const std::string& get() const { return fault; }
 
 private:
@@ -97,7 +97,7 @@ bool isStorableText(const char* text, std::size_t size) {
     return true;
 }
 
-std::string faultOf(const FieldCodec& codec, void* member) {
+std::string reasonToRefuse(const FieldCodec& codec, void* member) {
     switch (codec.form) {
     case FieldForm::ULong: return faultOfNumber(as<unsigned long>(member));
     case FieldForm::Float: return faultOfReal(static_cast<double>(as<float>(member)));
@@ -121,7 +121,7 @@ std::string faultOf(const FieldCodec& codec, void* member) {
         return codec.carrier == FieldForm::ULong ? faultOfNumber(as<unsigned long>(member)) : "";
     case FieldForm::Optional: {
         void* value = codec.access(member, FieldCodec::Peek);
-        return value != nullptr ? faultOf(*codec.inner, value) : "";
+        return value != nullptr ? reasonToRefuse(*codec.inner, value) : "";
     }
     case FieldForm::Converted: {
         StoredFault visitor(*codec.inner);

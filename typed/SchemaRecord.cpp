@@ -72,7 +72,7 @@ ClassRecord* SchemaRecord::find(std::type_index type) {
     return found != classes.end() ? &*found : nullptr;
 }
 
-void SchemaRecord::settle() {
+void SchemaRecord::complete() {
     std::call_once(settled, [this] { join(); });
 }
 

@@ -76,7 +76,7 @@ public:
     std::vector<FieldRecord> fields;
     std::vector<LinkRecord> links;
 
-    // Filled by SchemaRecord::settle.
+    // Filled by SchemaRecord::complete.
     const ClassRecord* super = nullptr;
     std::vector<ReferenceRecord> references;
 };
@@ -89,7 +89,7 @@ public:
                      bool isDescribed, std::string_view className);
 
     /// Joins the ends of links and looks for faults. Raises Error (Declaration).
-    void settle();
+    void complete();
 
     const std::string& getName() const { return name; }
     int getVersion() const { return version; }

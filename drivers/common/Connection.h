@@ -55,7 +55,7 @@ public:
     /// settles. The bound values are the caller's again when it returns.
     ///
     /// A write that touches fewer rows than `least` has failed; `ticket` names
-    /// it in the PostFailure, which may come from here or from settle(). Writes
+    /// it in the PostFailure, which may come from here or from awaitPosts(). Writes
     /// take effect in the order in which they were posted. The default executes
     /// at once.
     virtual void post(std::size_t ticket, long least);
@@ -105,7 +105,7 @@ public:
 
     /// Waits for all posted writes. Throws the PostFailure of the first that
     /// failed; nothing is posted any more then.
-    virtual void settle() {}
+    virtual void awaitPosts() {}
 
     /// True when runs of one statement are cheaper than any other order.
     virtual bool prefersRuns() const { return false; }

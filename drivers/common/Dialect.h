@@ -115,7 +115,7 @@ public:
     virtual std::size_t mostColumns() const { return 1000; }
 
     /// Why the database does not keep the finite number; empty when it does.
-    virtual std::string faultOf(double) const { return ""; }
+    virtual std::string reasonToRefuse(double) const { return ""; }
 
     /// Whether a column of object ids that many rows share is one of a list in
     /// parentheses.

@@ -14,7 +14,7 @@
 
 namespace Kes::sql {
 
-std::string faultOf(double value) {
+std::string reasonToRefuse(double value) {
     if (std::isnan(value))
         return "is not a number (NaN), which not every database keeps";
     if (std::isinf(value))
@@ -83,9 +83,9 @@ void FieldBinder::bindReal(const String& name, double value) {
     const int at = nextParameter();
     if (at < 0)
         return;
-    std::string fault = faultOf(value);
+    std::string fault = reasonToRefuse(value);
     if (fault.empty())
-        fault = dialect.faultOf(value);
+        fault = dialect.reasonToRefuse(value);
     if (!fault.empty())
         refuse(name, fault);
     statement->bind(at, value);

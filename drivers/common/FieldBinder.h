@@ -107,6 +107,6 @@ private:
 };
 
 /// Says why a number of this kind is refused; empty when it is not.
-std::string faultOf(double value);
+std::string reasonToRefuse(double value);
 
 }  // namespace Kes::sql

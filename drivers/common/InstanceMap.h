@@ -20,9 +20,9 @@ public:
         if (entries.size() < 2 * (used + 1))
             grow();
         Entry& entry = entries[placeOf(instance)];
-        if (entry.turn != turn)
+        if (entry.generation != generation)
             ++used;
-        entry = {instance, static_cast<std::uint32_t>(position), turn};
+        entry = {instance, static_cast<std::uint32_t>(position), generation};
     }
 
     /// None when it is not there.
@@ -30,7 +30,7 @@ public:
         if (used == 0)
             return None;
         const Entry& entry = entries[placeOf(instance)];
-        return entry.turn == turn ? entry.position : None;
+        return entry.generation == generation ? entry.position : None;
     }
 
     /// Its place stays taken, so that others are still found behind it.
@@ -41,9 +41,9 @@ public:
 
     void clear() {
         used = 0;
-        if (++turn == 0) {
+        if (++generation == 0) {
             entries.clear();
-            turn = 1;
+            generation = 1;
         }
     }
 
@@ -51,7 +51,7 @@ private:
     struct Entry {
         const Instance* instance = nullptr;
         std::uint32_t position = None;
-        std::uint32_t turn = 0;  // it is free when this is not the map's
+        std::uint32_t generation = 0;  // it is free when this is not the map's
     };
 
     // Of the instance, or the free one where it belongs.
@@ -60,7 +60,7 @@ private:
         std::size_t place = (bits >> 4) * 0x9E3779B97F4A7C15U >> 32;
         for (;; ++place) {
             place &= entries.size() - 1;
-            if (entries[place].turn != turn || entries[place].instance == instance)
+            if (entries[place].generation != generation || entries[place].instance == instance)
                 return place;
         }
     }
@@ -69,13 +69,13 @@ private:
         std::vector<Entry> old(entries.empty() ? 64 : 2 * entries.size());
         old.swap(entries);
         for (const Entry& entry : old)
-            if (entry.turn == turn)
+            if (entry.generation == generation)
                 entries[placeOf(entry.instance)] = entry;
     }
 
     std::vector<Entry> entries;  // a power of two
     std::size_t used = 0;
-    std::uint32_t turn = 1;
+    std::uint32_t generation = 1;
 };
 
 }  // namespace Kes::sql

@@ -15,7 +15,7 @@ void QueueWriter::flush(bool goesOn) {
         rows.write();
         links.postDissolvers();
         links.postLinks();
-        connection.settle();
+        connection.awaitPosts();
     } catch (const PostFailure& failure) {
         fail(failure);
     }

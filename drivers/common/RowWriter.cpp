@@ -146,7 +146,7 @@ void RowWriter::setAside(const std::vector<std::size_t>& updates) {
     // A row that somebody else has changed did not move, and its value would be
     // in the way of another.
     if (hasMoved)
-        connection.settle();
+        connection.awaitPosts();
 }
 
 void RowWriter::postInserts() {

@@ -24,7 +24,7 @@ std::uint64_t seed() {
 
 }  // namespace
 
-SpareValues::SpareValues() : random(seed()), turn(static_cast<std::uint32_t>(random())) {}
+SpareValues::SpareValues() : random(seed()), realsGiven(static_cast<std::uint32_t>(random())) {}
 
 int SpareValues::bind(Statement& statement, const TableMapping& table, const ColumnSet& columns,
                       unsigned long id) {
@@ -52,8 +52,8 @@ void SpareValues::bind(Statement& statement, int parameter, FieldKind kind, unsi
     case FieldKind::Long: return statement.bind(parameter, static_cast<std::int64_t>(random()));
     case FieldKind::Float:
     case FieldKind::Double:  // both hold 24 bits
-        turn = (turn + 1) % (1U << 23);
-        return statement.bind(parameter, std::ldexp((1U << 23) + turn, -120));
+        realsGiven = (realsGiven + 1) % (1U << 23);
+        return statement.bind(parameter, std::ldexp((1U << 23) + realsGiven, -120));
     case FieldKind::Blob:
     case FieldKind::Reference:
     case FieldKind::Bool: return statement.bindNull(parameter);

@@ -29,7 +29,7 @@ private:
     void bindText(Statement& statement, int parameter, std::string value);
 
     std::mt19937_64 random;
-    std::uint32_t turn = 0;          // of reals
+    std::uint32_t realsGiven = 0;
     std::vector<std::string> texts;  // of the row at hand
 };
 

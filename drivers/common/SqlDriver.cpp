@@ -268,7 +268,7 @@ void SqlDriver::settleCursors() {
         return;
     settling = true;
     for (SqlSelection* cursor : std::vector<SqlSelection*>(cursors.begin(), cursors.end()))
-        cursor->settle();
+        cursor->bufferRows();
     settling = false;
 }
 

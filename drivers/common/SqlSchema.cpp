@@ -232,7 +232,7 @@ void SqlSchema::writeRecords() {
         entering->bind(2, std::int64_t{record.version});
         entering->post(ticket++, 1);
     }
-    connection.settle();
+    connection.awaitPosts();
     records.clear();
 }
 

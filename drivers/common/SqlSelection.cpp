@@ -156,7 +156,7 @@ void SqlSelection::materialise() {
     }
 }
 
-void SqlSelection::settle() noexcept {
+void SqlSelection::bufferRows() noexcept {
     if (statement == nullptr || broken != nullptr)
         return;
     try {

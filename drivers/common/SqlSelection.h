@@ -39,9 +39,10 @@ public:
     Instance* getInstance() override;
     bool showKeys(Handler& handler) override;
 
-    /// When the remaining rows cannot be read or kept, the cursor says so at the
-    /// next advance: what the driver is about to do does not fail for it.
-    void settle() noexcept;
+    /// Keeps the remaining rows aside, for something else is to be sent. When they
+    /// cannot be read or kept, the cursor says so at the next advance: what the
+    /// driver is about to do does not fail for it.
+    void bufferRows() noexcept;
 
     /// The driver goes: no further row is delivered.
     void abandon();

@@ -94,7 +94,7 @@ std::vector<SqlUpgrade::Kept> SqlUpgrade::keptColumns(std::string& list) {
 // A transaction of millions of rows is more than every cluster takes.
 void SqlUpgrade::beginStep(bool isFirst) {
     if (!isFirst)
-        connection.settle();
+        connection.awaitPosts();
     connection.commit();
     connection.begin();
 }
@@ -126,7 +126,7 @@ void SqlUpgrade::moveRows(const std::string& quotedTarget, bool inSteps) {
             convert(*reading, each, *writing);
         writing->post(moved, 1);
     }
-    connection.settle();
+    connection.awaitPosts();
     if (inSteps)
         beginStep(false);
 }

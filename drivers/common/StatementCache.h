@@ -45,7 +45,7 @@ public:
     }
 
     /// Before statements that have posted writes go.
-    void settle() { connection.settle(); }
+    void awaitPosts() { connection.awaitPosts(); }
 
     /// A model goes, and with it the classes that the texts speak of.
     void forget() {

@@ -159,7 +159,7 @@ Statement& TableMapping::update(const ColumnSet& set) {
         return *known->second;
     // What was posted by those that go is still to be sent.
     if (updates.size() >= MostShapes) {
-        statements.settle();
+        statements.awaitPosts();
         updates.clear();
     }
     const auto has = [&](std::size_t bit) {

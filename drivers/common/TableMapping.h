@@ -82,7 +82,7 @@ public:
 
     /// Sets the columns of the set; the id and the old version follow. A column
     /// whose bit dissolvedBit() is set as well is emptied where it has the value.
-    /// Borrowed until the next call, which may settle the connection.
+    /// Borrowed until the next call, which may wait for posted writes.
     Statement& update(const ColumnSet& set);
     int dissolvedBit(int column) const { return static_cast<int>(all.size()) + column; }
 

@@ -259,7 +259,7 @@ void MariadbConnection::makeWayToWrite(MariadbStatement* user) {
     makeWay(user);
 }
 
-void MariadbConnection::settle() {
+void MariadbConnection::awaitPosts() {
     if (posting != nullptr)
         posting->sendPosts();
 }
@@ -329,7 +329,7 @@ IdBlock MariadbConnection::advanceIds(unsigned long least, unsigned long count) 
         const unsigned code = mysql_errno(handle);
         if (clustered && code == ER_ERROR_DURING_COMMIT)
             failAlone(code, mysql_error(handle));
-        if (faultOf(code) != MariadbFault::Conflict || tries == MostTriesForIds)
+        if (classify(code) != MariadbFault::Conflict || tries == MostTriesForIds)
             fail();
         std::this_thread::sleep_for(std::chrono::milliseconds(tries % 10));
     }

@@ -46,7 +46,7 @@ public:
 
     std::unique_ptr<Statement> prepare(const std::string& text) override;
     void execute(const std::string& text) override;
-    void settle() override;
+    void awaitPosts() override;
     SizeLimit sizeLimit() const override;
     bool prefersRuns() const override { return true; }
     IdBlock takeIds(unsigned long least, unsigned long count) override;

@@ -156,7 +156,7 @@ std::string MariadbDialect::foldColumn(const std::string& identifier) const {
 }
 
 // The server drops the sign of a zero, and refuses the others.
-std::string MariadbDialect::faultOf(double value) const {
+std::string MariadbDialect::reasonToRefuse(double value) const {
     return value == 0 && std::signbit(value)
                ? "is a negative zero, whose sign the database does not keep"
                : "";

@@ -29,7 +29,7 @@ public:
     std::string columnFault(const std::string& identifier) const override;
     std::string fold(const std::string& identifier) const override;
     std::string foldColumn(const std::string& identifier) const override;
-    std::string faultOf(double value) const override;
+    std::string reasonToRefuse(double value) const override;
     std::size_t mostColumns() const override { return 1016; }
 
     void setClustered(bool is) { clustered = is; }

@@ -43,7 +43,7 @@ const char* adviceFor(unsigned code) {
 
 }  // namespace
 
-MariadbFault faultOf(unsigned code) {
+MariadbFault classify(unsigned code) {
     switch (code) {
     case ER_LOCK_DEADLOCK:
     case ER_CHECKREAD: return MariadbFault::Conflict;
@@ -63,7 +63,7 @@ MariadbFault faultOf(unsigned code) {
 }
 
 FailureKind kindOf(unsigned code) {
-    switch (faultOf(code)) {
+    switch (classify(code)) {
     case MariadbFault::Conflict: return FailureKind::Conflict;
     case MariadbFault::CutOff:
     case MariadbFault::Lost: return FailureKind::LostConnection;
@@ -81,7 +81,7 @@ bool isWithoutAnswer(unsigned code) {
 // others may have the transaction.
 bool isRefusedCommit(unsigned code) {
     return !isWithoutAnswer(code) &&
-           (faultOf(code) != MariadbFault::Statement || code == ER_OPTION_PREVENTS_STATEMENT);
+           (classify(code) != MariadbFault::Statement || code == ER_OPTION_PREVENTS_STATEMENT);
 }
 
 bool isOfHost(unsigned code) {

@@ -16,7 +16,8 @@ enum class MariadbFault {
     Lost        // the connection is gone
 };
 
-MariadbFault faultOf(unsigned code);
+/// What an error of the server or the client library stands for.
+MariadbFault classify(unsigned code);
 
 /// What a program can do about it. A lock that others hold too long is no proof
 /// that they have changed what was read, so a timeout is no conflict.

@@ -65,7 +65,7 @@ void MariadbConnection::failAlone(unsigned code, const std::string& words) {
 // After a conflict the transaction is gone, and what is sent next would take
 // effect by itself. After a timeout it is still there, with half of the work.
 void MariadbConnection::note(const SqlFailure& failure, unsigned code) {
-    switch (faultOf(code)) {
+    switch (classify(code)) {
     case MariadbFault::Statement: isInDoubt = inside; return;
     case MariadbFault::Conflict:
     case MariadbFault::Timeout:
@@ -133,7 +133,7 @@ void MariadbConnection::endAtServer() {
         if (code == 0)
             continue;
         words = explain(code, mysql_error(handle));
-        const MariadbFault fault = faultOf(code);
+        const MariadbFault fault = classify(code);
         if (fault == MariadbFault::Lost || fault == MariadbFault::CutOff)
             break;
     }

@@ -167,7 +167,7 @@ void PostgresConnection::notePost() {
         receive();
 }
 
-void PostgresConnection::settle() {
+void PostgresConnection::awaitPosts() {
     if (!link.isSettled())
         receive();
 }
@@ -268,7 +268,7 @@ void PostgresConnection::beginSchema() {
 }
 
 void PostgresConnection::commit() {
-    settle();
+    awaitPosts();
     const std::string refusal = link.refusal();
     const FailureKind refusalKind = link.refusalKind();
     link.execute("COMMIT", {Wish::Answer, 0, 0, traced("COMMIT")});

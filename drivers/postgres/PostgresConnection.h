@@ -32,7 +32,7 @@ public:
     std::unique_ptr<Statement> prepare(const std::string& text) override;
     std::unique_ptr<Statement> prepareCursor(const std::string& text) override;
     void execute(const std::string& text) override;
-    void settle() override;
+    void awaitPosts() override;
     IdBlock takeIds(unsigned long least, unsigned long count) override;
     void begin() override;
     void beginSchema() override;

@@ -8,25 +8,25 @@ using sql::MariadbFault;
 
 TEST(MariadbErrorsTest, TakeWhatSomebodyElseDidFirstForAConflict) {
     for (const unsigned deadlock : {1213U, 1020U})
-        EXPECT_EQ(MariadbFault::Conflict, sql::faultOf(deadlock)) << deadlock;
+        EXPECT_EQ(MariadbFault::Conflict, sql::classify(deadlock)) << deadlock;
 }
 
 TEST(MariadbErrorsTest, KeepTheTransactionOfALockThatCameTooLate) {
-    EXPECT_EQ(MariadbFault::Timeout, sql::faultOf(1205));
+    EXPECT_EQ(MariadbFault::Timeout, sql::classify(1205));
 }
 
 TEST(MariadbErrorsTest, TellANodeWithoutItsClusterFromABrokenConnection) {
-    EXPECT_EQ(MariadbFault::CutOff, sql::faultOf(1047));
+    EXPECT_EQ(MariadbFault::CutOff, sql::classify(1047));
 }
 
 TEST(MariadbErrorsTest, TakeTheConnectionForLostWhereverItBroke) {
     for (const unsigned lost : {1053U, 1153U, 1184U, 1927U, 2006U, 2013U, 2027U, 2055U, 4031U})
-        EXPECT_EQ(MariadbFault::Lost, sql::faultOf(lost)) << lost;
+        EXPECT_EQ(MariadbFault::Lost, sql::classify(lost)) << lost;
 }
 
 TEST(MariadbErrorsTest, TakeEverythingElseForAFaultOfTheStatement) {
     for (const unsigned statement : {0U, 1062U, 1064U, 1146U, 1180U, 1366U, 1969U})
-        EXPECT_EQ(MariadbFault::Statement, sql::faultOf(statement)) << statement;
+        EXPECT_EQ(MariadbFault::Statement, sql::classify(statement)) << statement;
 }
 
 // What was never sent, or refused as too large, has certainly not been done.

@@ -48,7 +48,7 @@ public:
         return std::make_unique<CountedStatement>(prepared);
     }
     void execute(const std::string&) override {}
-    void settle() override { preparedAtSettle = prepared; }
+    void awaitPosts() override { preparedAtWait = prepared; }
     void begin() override {}
     void commit() override {}
     void rollback() override {}
@@ -56,7 +56,7 @@ public:
     void traceTo(std::ostream*) override {}
 
     int prepared = 0;
-    int preparedAtSettle = 0;
+    int preparedAtWait = 0;
     bool isFull = false;
 };
 
@@ -103,7 +103,7 @@ TEST_F(StatementTest, SettlesWhatUpdatesHavePostedBeforeTheyGo) {
     for (std::uint64_t set = 4; set < Many; ++set)
         table.update({set << 2});
 
-    EXPECT_EQ(500, connection.preparedAtSettle);
+    EXPECT_EQ(500, connection.preparedAtWait);
 }
 
 TEST_F(StatementTest, PreparesAnUpdateAgainThatCouldNotBePrepared) {

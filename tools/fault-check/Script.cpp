@@ -111,9 +111,9 @@ bool Script::perform(std::size_t number) {
     doing = step.name;
     report("begin " + std::to_string(number));
     if (!attempt(step)) {
-        settle(number);
+        cleanUp(number);
         if (!attempt(step)) {
-            settle(number);
+            cleanUp(number);
             return false;
         }
     }
@@ -145,7 +145,7 @@ bool Script::attempt(const Step& step) {
 
 // What an application does behind an error, and then the check that nothing of
 // the step is left.
-void Script::settle(std::size_t number) {
+void Script::cleanUp(std::size_t number) {
     if (model != nullptr && model->isOpen() && !fatal && model->transactionStarted())
         try {
             model->rollback();

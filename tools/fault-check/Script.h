@@ -94,7 +94,7 @@ private:
     // --- how they run ---
     bool perform(std::size_t number);
     bool attempt(const Step& step);
-    void settle(std::size_t number);
+    void cleanUp(std::size_t number);
     FaultModel& session();
     void open(int wanted);
     void transaction(const std::function<void()>& body);
