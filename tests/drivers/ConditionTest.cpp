@@ -304,21 +304,6 @@ TEST_F(ConditionTest, RefusesToSortByAnUnknownField) {
     EXPECT_RAISES("SELERR", sorted.next());
 }
 
-TEST_F(ConditionTest, SortsBySeveralKeys) {
-    model.startTransaction();
-    model.newPerson("Zoe", 20);
-    model.commit();
-    SelectionOf<Person> sorted(model.personClass);
-    sorted.orderBy(sorted["age"], false);
-    sorted.orderBy(sorted["name"]);
-
-    std::string order;
-    for (Person* person : sorted)
-        order += (person->name + " ");
-
-    EXPECT_EQ("cid_% Bob Ann Zoe ", order);
-}
-
 TEST_F(ConditionTest, MergesConcreteClassesInByteOrder) {
     model.startTransaction();
     const char* names[] = {"b", "Z", "", "ä", "_", "a", " "};

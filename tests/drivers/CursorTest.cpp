@@ -36,19 +36,6 @@ protected:
     StaffModel model;
 };
 
-TEST_F(CursorTest, DeliversItsRowsOnceWhileTheLoopAddsAndCommits) {
-    SelectionOf<Person> people(model.personClass);
-    int count = 0;
-    while (people.next()) {
-        ++count;
-        model.startTransaction();
-        model.newPerson("fresh", 1000);
-        model.commit();
-    }
-
-    EXPECT_EQ(100, count);
-}
-
 // A driver keeps the statements of so many shapes of queries, and then drops them.
 TEST_F(CursorTest, DeliversAllRowsWhileStatementsOfOtherQueriesGo) {
     constexpr int more = 1000;
@@ -82,25 +69,6 @@ TEST_F(CursorTest, DeliversAllRowsWhileStatementsOfOtherQueriesGo) {
             continue;
         ASSERT_EQ(100 + more, count) << shape;
     }
-}
-
-TEST_F(CursorTest, DeliversRowsThatTheLoopRemoves) {
-    std::vector<Pointer<Person>> all;
-    SelectionOf<Person> first(model.personClass);
-    for (Person* person : first)
-        all.emplace_back(person);
-    SelectionOf<Person> people(model.personClass);
-    int count = 0;
-    while (people.next()) {
-        ++count;
-        if (count > 50)
-            continue;
-        model.startTransaction();
-        all[static_cast<std::size_t>(100 - count)]->remove();
-        model.commit();
-    }
-
-    EXPECT_EQ(100, count);
 }
 
 // A row that was read before must not make an object that seems to be stored.
@@ -273,58 +241,6 @@ TEST_F(CursorTest, BringsNoObjectBackThatWasFoundRemoved) {
     EXPECT_TRUE(known->isRemoved());
 }
 
-TEST_F(CursorTest, ChangesEachRowOnce) {
-    SelectionOf<Person> people(model.personClass);
-    people.where(people["age"] >= 0);
-    int count = 0;
-    while (people.next()) {
-        ++count;
-        model.startTransaction();
-        people.value()->age += 1000;
-        people.value()->change();
-        model.commit();
-    }
-
-    EXPECT_EQ(100, count);
-    EXPECT_EQ("104950", ask("SELECT sum([age]) FROM [Person]"));
-}
-
-TEST_F(CursorTest, GoesOnAfterARollback) {
-    SelectionOf<Person> people(model.personClass);
-    std::set<std::string> names;
-    while (people.next()) {
-        names.insert(static_cast<const char*>(people.value()->name));
-        if (names.size() % 10 != 0)
-            continue;
-        model.startTransaction();
-        model.newPerson("fresh");
-        people.value()->change();
-        model.rollback();
-    }
-
-    EXPECT_EQ(100U, names.size());
-}
-
-TEST_F(CursorTest, GoesOnWhenSomebodyElseHasCommitted) {
-    StaffModel other;
-    open(other);
-    SelectionOf<Person> people(model.personClass);
-    ASSERT_TRUE(people.next());
-    other.startTransaction();
-    other.newPerson("fresh");
-    other.commit();
-
-    model.startTransaction();
-    people.value()->age = 5000;
-    people.value()->change();
-    model.commit();
-
-    int count = 1;
-    while (people.next())
-        ++count;
-    EXPECT_EQ(100, count);
-}
-
 TEST_F(CursorTest, LetsLaterReadsSeeWhatSomebodyElseHasCommitted) {
     StaffModel other;
     open(other);
@@ -379,20 +295,6 @@ TEST_F(CursorTest, LetsEachQueryOfALoopSeeThePresent) {
     }
 
     EXPECT_EQ(100, count);
-}
-
-TEST_F(CursorTest, InterleavesWithOthers) {
-    SelectionOf<Person> outer(model.personClass);
-    outer.where(outer["age"] < 10);
-    int pairs = 0;
-    while (outer.next()) {
-        SelectionOf<Person> inner(model.personClass);
-        inner.where(inner["age"] < 10);
-        while (inner.next())
-            ++pairs;
-    }
-
-    EXPECT_EQ(100, pairs);
 }
 
 TEST_F(CursorTest, MayBeGivenUpInTheMiddle) {

@@ -77,9 +77,8 @@ public:
     /// the same thread waits in vain.
     virtual std::string hardlyWaiting() const { return waitingAtMost(50); }
 
-    /// Whether names that differ in case only are one name.
+    /// Whether names of tables that differ in case only are one name.
     virtual bool foldsTableNames() const = 0;
-    virtual bool foldsColumnNames() const = 0;
 
     /// Whether a zero keeps its sign; it is refused otherwise.
     virtual bool keepsNegativeZeros() const { return true; }

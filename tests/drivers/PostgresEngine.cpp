@@ -57,7 +57,6 @@ public:
         return "lock_timeout=" + std::to_string(limit);
     }
     bool foldsTableNames() const override { return false; }
-    bool foldsColumnNames() const override { return false; }
     bool indexesLongTexts() const override { return false; }
     std::size_t mostColumns() const override { return 1000; }
     std::vector<std::string> tableNamesOfItsOwn() const override { return {"pg_thing"}; }

@@ -238,37 +238,6 @@ TEST_F(SchemaTest, RefusesClassesNamedLikeTheDatabasesOwnTables) {
     }
 }
 
-TEST_F(SchemaTest, NeverTakesClassesThatDifferInCaseOnlyForOne) {
-    const std::string said = refusal([](FreeModel& m) {
-        m.declareClass("Thing", textField);
-        m.declareClass("thing", textField);
-    });
-
-    EXPECT_EQ(engine->foldsTableNames(), says(said, "Thing")) << said;
-    EXPECT_EQ(engine->foldsTableNames(), says(said, "thing")) << said;
-    EXPECT_EQ(engine->foldsTableNames() ? 0U : 2U, engine->tables().size());
-}
-
-TEST_F(SchemaTest, NeverTakesFieldsThatDifferInCaseOnlyForOne) {
-    const std::string said = refusal([](FreeModel& m) {
-        m.declareClass("Thing", [](Free& object, Handler* h) {
-            h->handleString("text", object.text, 20);
-            h->handleString("Text", object.text2, 20);
-        });
-    });
-
-    EXPECT_EQ(engine->foldsColumnNames(), says(said, "Text")) << said;
-    EXPECT_EQ(engine->foldsColumnNames() ? 0U : 4U, engine->columnsOf("Thing").size());
-}
-
-TEST_F(SchemaTest, RefusesAClassNamedLikeAnotherOnesView) {
-    EXPECT_NE("", refusal([](FreeModel& m) {
-                  Class* base = m.declareClass("Base", textField);
-                  m.declareClass("Sub", textField)->subclassOf(base);
-                  m.declareClass("Base_all", textField);
-              }));
-}
-
 TEST_F(SchemaTest, RefusesAFieldNamedLikeAColumnOfTheView) {
     const auto fields = [](Free& object, Handler* h) {
         h->handleString("KesClass", object.text, 20);
@@ -280,17 +249,6 @@ TEST_F(SchemaTest, RefusesAFieldNamedLikeAColumnOfTheView) {
 
     EXPECT_TRUE(says(said, "\"KesClass\" of a field of the class Base")) << said;
     EXPECT_EQ("", refusal([&](FreeModel& m) { m.declareClass("Alone", fields); }));
-}
-
-TEST_F(SchemaTest, RefusesAClassNamedLikeALinkTable) {
-    const std::string said = refusal([](FreeModel& m) {
-        m.declareClass("Friends", [](Free& object, Handler* h) {
-            h->handleManyAssociated("Friends", "a", &object.many);
-            h->handleManyAssociated("Friends", "b", &object.many2);
-        });
-    });
-
-    EXPECT_NE(std::string::npos, said.find("association Friends")) << said;
 }
 
 class IndexTest : public SchemaTest, public ::testing::WithParamInterface<const char*> {};

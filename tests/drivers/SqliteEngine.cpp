@@ -35,7 +35,6 @@ public:
         return "busy_timeout=" + std::to_string(limit);
     }
     bool foldsTableNames() const override { return true; }
-    bool foldsColumnNames() const override { return true; }
     std::size_t mostColumns() const override { return 2000; }
     std::vector<std::string> tableNamesOfItsOwn() const override { return {"sqlite_thing"}; }
 

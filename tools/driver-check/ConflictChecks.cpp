@@ -96,6 +96,7 @@ void conflictInTheMiddle(Check& check) {
     Sessions sessions(check, "middle");
     const std::vector<unsigned long> ids = sessions.store(count);
     Selection selection(sessions.two[sessions.name]);
+    selection.orderBy(selection["KesObjectID"]);  // as the ids are
     const std::vector<Pointer<Object>> all = allOf(selection);
     transact(sessions.one, [&] { Sessions::change(*sessions.get(sessions.one, ids[500]), -5); });
     unsigned long added = 0;
