@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <ostream>
@@ -12,157 +11,12 @@
 
 #include "drivers/common/SqlFailure.h"
 #include "drivers/sqlite/Platform.h"
+#include "drivers/sqlite/SqliteErrors.h"
+#include "drivers/sqlite/SqliteStatement.h"
 
 namespace Kes::sql {
 
 namespace {
-
-// What the operating system has said, where it was asked. SQLite opens a file
-// that it may not make once more for reading, and then it is not there.
-std::string reasonOf(sqlite3* database) {
-    const int number = sqlite3_system_errno(database);
-    if (number == ENOENT)
-        return ": it, or a journal beside it, cannot be made in the folder; the folder has to be "
-               "writable";
-    return number == 0 ? "" : " (" + std::generic_category().message(number) + ")";
-}
-
-// The words that a user can act on, where SQLite's own are too short.
-std::string explain(sqlite3* database, int code, const SqliteSettings& settings) {
-    std::string words = sqlite3_errmsg(database);
-    switch (code & 0xFF) {
-    case SQLITE_BUSY:
-    case SQLITE_LOCKED:
-        return words + "; another connection has kept the database locked for longer than " +
-               std::to_string(settings.busyTimeout) +
-               " ms: let it commit, roll back or close, then try again, or open this one with a "
-               "larger busy_timeout";
-    case SQLITE_FULL: return words + "; make room and try again";
-    case SQLITE_READONLY:
-        if (code == SQLITE_READONLY_DIRECTORY)
-            return words + ": no journal can be made beside it; the folder has to be writable";
-        if (code == SQLITE_READONLY_DBMOVED)
-            return words +
-                   ": it was deleted, moved or replaced while it was open; close the model, "
-                   "see to the file and open it again";
-        return words + "; the file or its folder cannot be written";
-    case SQLITE_CANTOPEN:
-    case SQLITE_IOERR: return words + reasonOf(database);
-    case SQLITE_NOTADB: return words + " (\"" + settings.file + "\")";
-    default: return words;
-    }
-}
-
-// Waiting never helps where the snapshot is old. A lock that others hold too long
-// is no proof that they have changed what was read.
-FailureKind kindOf(int code) {
-    return code == SQLITE_BUSY_SNAPSHOT ? FailureKind::Conflict : FailureKind::Unclassified;
-}
-
-class SqliteStatement final : public Statement {
-public:
-    SqliteStatement(sqlite3* itsDatabase, sqlite3_stmt* itsStatement,
-                    const SqliteSettings& itsSettings)
-        : database(itsDatabase),
-          statement(itsStatement),
-          settings(itsSettings) {}
-    SqliteStatement(const SqliteStatement&) = delete;
-    SqliteStatement& operator=(const SqliteStatement&) = delete;
-    ~SqliteStatement() override { sqlite3_finalize(statement); }
-
-    Kind kind(int column) override {
-        switch (sqlite3_column_type(statement, column)) {
-        case SQLITE_INTEGER: return Integer;
-        case SQLITE_FLOAT: return Real;
-        case SQLITE_TEXT: return Text;
-        case SQLITE_BLOB: return Bytes;
-        default: return Null;
-        }
-    }
-
-    std::int64_t integer(int column) override { return sqlite3_column_int64(statement, column); }
-    double real(int column) override { return sqlite3_column_double(statement, column); }
-
-    const char* text(int column, std::size_t& size) override {
-        const void* found = sqlite3_column_text(statement, column);
-        size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
-        return found != nullptr ? static_cast<const char*>(found) : "";
-    }
-
-    const void* bytes(int column, std::size_t& size) override {
-        const void* found = sqlite3_column_blob(statement, column);
-        size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
-        return found;
-    }
-
-    void bindNull(int parameter) override { check(sqlite3_bind_null(statement, parameter + 1)); }
-    void bind(int parameter, std::int64_t value) override {
-        check(sqlite3_bind_int64(statement, parameter + 1, value));
-    }
-    void bind(int parameter, double value) override {
-        check(sqlite3_bind_double(statement, parameter + 1, value));
-    }
-    void bindText(int parameter, const char* text, std::size_t size) override {
-        check(
-            sqlite3_bind_text64(statement, parameter + 1, text, size, SQLITE_STATIC, SQLITE_UTF8));
-    }
-
-    // A null pointer would be bound as NULL, which is another value.
-    void bindBytes(int parameter, const void* bytes, std::size_t size) override {
-        check(sqlite3_bind_blob64(statement, parameter + 1, size != 0 ? bytes : "", size,
-                                  SQLITE_STATIC));
-    }
-
-    bool step() override {
-        const int code = sqlite3_step(statement);
-        if (code == SQLITE_ROW)
-            return true;
-        if (code != SQLITE_DONE)
-            fail(code);
-        return false;
-    }
-
-    void reset() noexcept override { sqlite3_reset(statement); }
-
-    long run() override {
-        while (step())
-            continue;
-        const long written = sqlite3_changes(database);
-        sqlite3_reset(statement);
-        return written;
-    }
-
-    // A row that breaks a rule leaves those before it written.
-    void post(std::size_t ticket, long least) override {
-        try {
-            if (run() >= least)
-                return;
-        } catch (const SqlFailure& failure) {
-            const bool isRule = (failed & 0xFF) == SQLITE_CONSTRAINT;
-            throw PostFailure(ticket, failure,
-                              isRule ? static_cast<std::size_t>(sqlite3_changes(database)) : 0);
-        }
-        throw PostFailure(ticket);
-    }
-
-private:
-    void check(int code) {
-        if (code != SQLITE_OK)
-            fail(code);
-    }
-
-    [[noreturn]] void fail(int code) {
-        failed = code;
-        const std::string words = explain(database, code, settings);
-        sqlite3_reset(statement);
-        throw SqlFailure(words, kindOf(code));
-    }
-
-    sqlite3* database;
-    sqlite3_stmt* statement;
-    const SqliteSettings& settings;
-    int failed = SQLITE_OK;
-};
 
 // With its values filled in; long ones are shortened.
 std::string expand(sqlite3_stmt* statement) {
