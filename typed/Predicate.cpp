@@ -430,7 +430,7 @@ OperandPtr operand(std::nullopt_t) {
 OperandPtr operand(const FieldCodec& codec, const void* value) {
     auto* member = const_cast<void*>(value);
     Capture capture;
-    std::string fault = faultOf(codec, member);
+    std::string fault = reasonToRefuse(codec, member);
     if (fault.empty())
         reportValue(capture, String(), codec, member);
     return std::make_shared<OperandValue>(OperandValue{std::move(capture.value), std::move(fault)});
