@@ -6,6 +6,10 @@
 
 namespace Kes::sql {
 
+void Statement::bindList(int, const std::vector<std::int64_t>&) {
+    throw SqlFailure("the database takes no list as a parameter");
+}
+
 void Statement::post(std::size_t ticket, long least) {
     long written = 0;
     try {

@@ -11,6 +11,7 @@
 #include <iosfwd>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "drivers/common/SchemaStage.h"
 
@@ -41,6 +42,9 @@ public:
     /// Borrowed until the execution ends.
     virtual void bindText(int parameter, const char* text, std::size_t size) = 0;
     virtual void bindBytes(int parameter, const void* bytes, std::size_t size) = 0;
+
+    /// All the numbers as one parameter, where the dialect takesLists().
+    virtual void bindList(int parameter, const std::vector<std::int64_t>& numbers);
 
     /// True when a row has become current, false at the end.
     virtual bool step() = 0;

@@ -117,8 +117,18 @@ public:
     /// Why the database does not keep the finite number; empty when it does.
     virtual std::string reasonToRefuse(double) const { return ""; }
 
-    /// Whether a column of object ids that many rows share is one of a list in
-    /// parentheses.
+    /// Whether a parameter may be a list of numbers, so that one statement and one
+    /// plan of the server's serve lists of all lengths.
+    virtual bool takesLists() const { return false; }
+
+    /// Whether a column is one of the numbers of one parameter, or is none of them.
+    virtual std::string inList(const std::string& column, bool isOneOf) const {
+        return column + (isOneOf ? " IN (?)" : " NOT IN (?)");
+    }
+
+    /// Whether a column of object ids that many rows share is one of a list, which
+    /// is what stands for one in parentheses: a parameter for each id, or one for all
+    /// where the database takes lists.
     virtual std::string among(const std::string& column, const std::string& list) const {
         return column + " IN " + list;
     }

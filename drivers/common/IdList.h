@@ -23,12 +23,15 @@ public:
     // database takes as many parameters.
     static constexpr std::size_t Longest = 1024;
 
-    /// The ids, which are borrowed, from `begin` on, and `longest` at most.
-    IdList(const std::vector<std::int64_t>& itsIds, std::size_t begin, std::size_t longest)
+    /// The ids, which are borrowed, from `begin` on, and `longest` at most; all of
+    /// them as one parameter where the database takes lists.
+    IdList(const std::vector<std::int64_t>& itsIds, std::size_t begin, std::size_t longest,
+           bool isOneParameter = false)
         : ids(itsIds),
           first(begin),
-          last(std::min(begin + longest, itsIds.size())) {
-        while (length < last - first)
+          last(std::min(begin + longest, itsIds.size())),
+          isOne(isOneParameter) {
+        while (!isOne && length < last - first)
             length *= 2;
     }
 
@@ -43,7 +46,16 @@ public:
         return list + ")";
     }
 
+    int parameters() const { return static_cast<int>(length); }
+
     void bindTo(Statement& statement) const {
+        if (isOne) {
+            const auto at = [&](std::size_t position) {
+                return ids.begin() + static_cast<std::ptrdiff_t>(position);
+            };
+            statement.bindList(0, {at(first), at(last)});
+            return;
+        }
         for (std::size_t i = 0; i < length; ++i)
             statement.bind(static_cast<int>(i), ids[std::min(first + i, last - 1)]);
     }
@@ -53,6 +65,7 @@ private:
     std::size_t first;
     std::size_t last;
     std::size_t length = 1;
+    bool isOne;
 };
 
 }  // namespace Kes::sql

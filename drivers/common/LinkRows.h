@@ -9,6 +9,7 @@
 #include <kes/LinkReader.h>
 
 #include "drivers/common/Dialect.h"
+#include "drivers/common/IdList.h"
 #include "drivers/common/StatementCache.h"
 
 namespace Kes::sql {
@@ -26,7 +27,7 @@ public:
 
 private:
     std::string query(const Association& association, const String& role,
-                      const std::string& owners) const;
+                      const IdList& owners) const;
 
     const Dialect& dialect;
     StatementCache& statements;

@@ -15,13 +15,15 @@
 
 namespace Kes::sql {
 
-using Parameter = std::variant<std::int64_t, double, std::string>;
+using Parameter = std::variant<std::int64_t, double, std::string, std::vector<std::int64_t>>;
 
 inline void bindParameter(Statement& statement, int position, const Parameter& value) {
     if (const auto* integer = std::get_if<std::int64_t>(&value))
         statement.bind(position, *integer);
     else if (const auto* real = std::get_if<double>(&value))
         statement.bind(position, *real);
+    else if (const auto* list = std::get_if<std::vector<std::int64_t>>(&value))
+        statement.bindList(position, *list);
     else
         statement.bindText(position, std::get<std::string>(value).data(),
                            std::get<std::string>(value).size());
@@ -40,6 +42,7 @@ struct QueryPlan {
     std::string tail;  // what follows the table: condition and order
     std::vector<Parameter> parameters;
     bool isById = false;            // the only condition is an object id, the only parameter
+    bool hasFew = false;            // rows: the only condition is a list of object ids
     std::vector<std::string> keys;  // the fields that are sorted by, each once
 };
 

@@ -19,7 +19,7 @@ SqlSelection::SqlSelection(SqlDriver* itsDriver, TableMapping& itsTable,
       table(itsTable),
       plan(std::move(itsPlan)) {
     home = plan->isById ? table.byId() : table.pool(plan->tail);
-    statement = plan->isById ? table.takeById() : table.take(*home, plan->tail);
+    statement = plan->isById ? table.takeById() : table.take(*home, plan->tail, plan->hasFew);
     int position = 0;
     for (const Parameter& value : plan->parameters)
         bindParameter(*statement, position++, value);

@@ -24,6 +24,9 @@ constexpr const char* Never = "1 = 0";
 // MariaDB take 65,535 parameters in a statement, SQLite 32,766.
 constexpr std::size_t LongestList = 8192;
 
+// So many rows of one class fit into memory; more are read one after the other.
+constexpr std::size_t FewRows = 1024;
+
 std::string textOf(const String& text) {
     return static_cast<const char*>(text);
 }
@@ -77,7 +80,8 @@ QueryPlan SqlTranslator::renderCondition(AssociatedClass& selection) {
     scopes.push_back({&tables.of(selection.getClass()), textOf(selection.getAlias())});
     Piece condition = piece(selection.getCondition());
     scopes.pop_back();
-    plan.isById = isIdTest;
+    plan.isById = condition.ids == 1;
+    plan.hasFew = condition.ids > 1 && condition.ids <= FewRows;
     plan.tail = " WHERE " + condition.text;
     plan.parameters = std::move(condition.parameters);
     return plan;
@@ -120,7 +124,6 @@ void SqlTranslator::refuse(const std::string& why) const {
 
 SqlTranslator::Piece SqlTranslator::piece(Condition* condition) {
     current = Piece();
-    isIdTest = false;
     condition->translate(this);
     return std::move(current);
 }
@@ -137,17 +140,14 @@ void SqlTranslator::translate(Condition* left, Condition::LogicalOperator op, Co
         return;
     }
     std::vector<Piece> pieces = operands(left, op, right);
-    if (op == Condition::OR)
-        list(pieces, " = ?", " IN (?");
-    else
-        list(pieces, " <> ?", " NOT IN (?");
+    list(pieces, {op == Condition::OR ? " = ?" : " <> ?", op == Condition::OR});
     Piece joined;
+    joined.ids = pieces.size() == 1 ? pieces.front().ids : 0;
     joined.text = join(pieces, 0, pieces.size(), op == Condition::OR ? " OR " : " AND ");
     for (Piece& each : pieces)
         std::move(each.parameters.begin(), each.parameters.end(),
                   std::back_inserter(joined.parameters));
     current = std::move(joined);
-    isIdTest = false;
 }
 
 std::vector<SqlTranslator::Piece> SqlTranslator::operands(Condition* left,
@@ -173,33 +173,47 @@ std::vector<SqlTranslator::Piece> SqlTranslator::operands(Condition* left,
 }
 
 // Alternatives like `a = ? OR a = ?` become one list, and so does what excludes
-// several values. Lists are filled up to a power of two, so that few statements
-// serve all lengths.
-void SqlTranslator::list(std::vector<Piece>& pieces, const std::string& ending,
-                         const std::string& opening) {
+// several values.
+void SqlTranslator::list(std::vector<Piece>& pieces, const ListForm& form) const {
+    const std::size_t longest = dialect.takesLists() ? FewRows : LongestList;
     std::vector<Piece> listed;
     for (std::size_t i = 0; i < pieces.size();) {
         std::size_t end = i + 1;
-        const bool lists = pieces[i].parameters.size() == 1 && pieces[i].text.ends_with(ending);
-        while (lists && end < pieces.size() && end - i < LongestList &&
+        const bool lists =
+            pieces[i].parameters.size() == 1 && pieces[i].text.ends_with(form.ending);
+        while (lists && end < pieces.size() && end - i < longest &&
                pieces[end].text == pieces[i].text)
             ++end;
-        if (end - i == 1) {
-            listed.push_back(std::move(pieces[i++]));
-            continue;
-        }
-        Piece list;
-        list.text = pieces[i].text.substr(0, pieces[i].text.size() - ending.size()) + opening;
-        for (std::size_t k = i; k < end; ++k)
-            list.parameters.push_back(pieces[k].parameters.front());
-        list.parameters.resize(std::bit_ceil(end - i), list.parameters.back());
-        for (std::size_t k = 1; k < list.parameters.size(); ++k)
-            list.text += ",?";
-        list.text += ")";
-        listed.push_back(std::move(list));
+        listed.push_back(end - i == 1 ? std::move(pieces[i]) : listOf(pieces, i, end, form));
         i = end;
     }
     pieces = std::move(listed);
+}
+
+// One parameter where the database takes a list of numbers. Elsewhere the list is
+// filled up to a power of two, so that few statements serve all lengths.
+SqlTranslator::Piece SqlTranslator::listOf(const std::vector<Piece>& pieces, std::size_t begin,
+                                           std::size_t end, const ListForm& form) const {
+    const Piece& first = pieces[begin];
+    const std::string tested = first.text.substr(0, first.text.size() - form.ending.size());
+    Piece list;
+    list.ids = first.ids == 0 ? 0 : end - begin;
+    if (dialect.takesLists() && std::holds_alternative<std::int64_t>(first.parameters.front())) {
+        std::vector<std::int64_t> numbers;
+        for (std::size_t i = begin; i < end; ++i)
+            numbers.push_back(std::get<std::int64_t>(pieces[i].parameters.front()));
+        list.text = dialect.inList(tested, form.isOneOf);
+        list.parameters.emplace_back(std::move(numbers));
+        return list;
+    }
+    for (std::size_t i = begin; i < end; ++i)
+        list.parameters.push_back(pieces[i].parameters.front());
+    list.parameters.resize(std::bit_ceil(end - begin), list.parameters.back());
+    list.text = tested + (form.isOneOf ? " IN (?" : " NOT IN (?");
+    for (std::size_t i = 1; i < list.parameters.size(); ++i)
+        list.text += ",?";
+    list.text += ")";
+    return list;
 }
 
 std::string SqlTranslator::join(const std::vector<Piece>& pieces, std::size_t from, std::size_t to,
@@ -234,7 +248,7 @@ void SqlTranslator::compare(const Attribute& attribute, int op, Family family, P
     else
         refuse("no comparison with the code " + std::to_string(op));
     current.parameters = {std::move(value)};
-    isIdTest = op == Condition::EQUAL && attribute.getName() == "KesObjectID";
+    current.ids = op == Condition::EQUAL && attribute.getName() == "KesObjectID" ? 1 : 0;
 }
 
 void SqlTranslator::compareReal(const Attribute& attribute, int op, double value) {
@@ -385,7 +399,6 @@ void SqlTranslator::requirePartner(const End& end, const Role& role,
 }
 
 void SqlTranslator::translate(Role* role, Condition::AssociationOperator op, Instance* instance) {
-    isIdTest = false;
     const End end = endOf(*role);
     if (instance != nullptr)
         requirePartner(end, *role, instance);
@@ -431,7 +444,7 @@ void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
         nested = piece(associatedClass->getCondition());
         scopes.pop_back();
     }
-    isIdTest = false;
+    nested.ids = 0;
     const std::string ids = alias + "." + dialect.quote("KesObjectID");
     const std::string from = " FROM " + partners.source() + " AS " + alias;
     const std::string where = nested.text.empty() ? "" : " WHERE " + nested.text;

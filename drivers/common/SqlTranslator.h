@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <kes/ConditionTranslator.h>
@@ -47,6 +48,12 @@ private:
     struct Piece {
         std::string text;
         std::vector<Parameter> parameters;
+        std::size_t ids = 0;  // where it lists object ids and does nothing else
+    };
+    // Values that a column has one of, or none of.
+    struct ListForm {
+        std::string_view ending;  // of the comparison with one of them
+        bool isOneOf;
     };
     // The class whose rows a condition is about, and their alias.
     struct Scope {
@@ -66,8 +73,9 @@ private:
 
     Piece piece(Condition* condition);
     std::vector<Piece> operands(Condition* left, Condition::LogicalOperator op, Condition* right);
-    static void list(std::vector<Piece>& pieces, const std::string& ending,
-                     const std::string& opening);
+    void list(std::vector<Piece>& pieces, const ListForm& form) const;
+    Piece listOf(const std::vector<Piece>& pieces, std::size_t begin, std::size_t end,
+                 const ListForm& form) const;
     static std::string join(const std::vector<Piece>& pieces, std::size_t from, std::size_t to,
                             const char* word);
     std::string order(AssociatedClass& selection, std::vector<std::string>& names);
@@ -93,9 +101,6 @@ private:
     std::vector<Condition*>* gathering = nullptr;
     Condition::LogicalOperator gatheredOp = Condition::AND;
     bool gathered = false;
-
-    // The object id that the last comparison asked for, when it asked for one.
-    bool isIdTest = false;
 };
 
 }  // namespace Kes::sql

@@ -30,14 +30,6 @@ public:
         return *statement;
     }
 
-    /// The same for a query of many rows.
-    Statement& keepCursor(const std::string& text) {
-        std::unique_ptr<Statement>& statement = cursors[text];
-        if (statement == nullptr)
-            statement = connection.prepareCursor(text);
-        return *statement;
-    }
-
     /// New, for the caller: each cursor of a pool has one of its own.
     std::unique_ptr<Statement> make(const std::string& text) { return connection.prepare(text); }
     std::unique_ptr<Statement> makeCursor(const std::string& text) {
@@ -48,15 +40,11 @@ public:
     void awaitPosts() { connection.awaitPosts(); }
 
     /// A model goes, and with it the classes that the texts speak of.
-    void forget() {
-        statements.clear();
-        cursors.clear();
-    }
+    void forget() { statements.clear(); }
 
 private:
     Connection& connection;
     std::unordered_map<std::string, std::unique_ptr<Statement>> statements;
-    std::unordered_map<std::string, std::unique_ptr<Statement>> cursors;
 };
 
 }  // namespace Kes::sql

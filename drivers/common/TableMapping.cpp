@@ -221,10 +221,12 @@ SharedPool TableMapping::pool(const std::string& tail) {
     return pools.emplace(tail, std::make_shared<StatementPool>()).first->second;
 }
 
-std::unique_ptr<Statement> TableMapping::take(StatementPool& from, const std::string& tail) {
-    if (from.empty())
-        return statements.makeCursor("SELECT " + columnList + " FROM " + quotedTable + " AS t" +
-                                     tail);
+std::unique_ptr<Statement> TableMapping::take(StatementPool& from, const std::string& tail,
+                                              bool hasFew) {
+    if (from.empty()) {
+        const std::string text = "SELECT " + columnList + " FROM " + quotedTable + " AS t" + tail;
+        return hasFew ? statements.make(text) : statements.makeCursor(text);
+    }
     std::unique_ptr<Statement> taken = std::move(from.back());
     from.pop_back();
     return taken;

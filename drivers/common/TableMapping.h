@@ -94,9 +94,10 @@ public:
     /// there are spare values; none when there are none.
     ColumnSet movableOf(const ColumnSet& set);
 
-    /// `tail` is what follows the select list and the table.
+    /// `tail` is what follows the select list and the table. Of a query for few
+    /// rows all are taken at once.
     SharedPool pool(const std::string& tail);
-    std::unique_ptr<Statement> take(StatementPool& from, const std::string& tail);
+    std::unique_ptr<Statement> take(StatementPool& from, const std::string& tail, bool hasFew);
 
     static std::string viewName(const Class* cls);
 

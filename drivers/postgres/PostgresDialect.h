@@ -19,12 +19,16 @@ public:
     std::string nameFault(const std::string& identifier) const override;
     std::string columnFault(const std::string& identifier) const override;
 
+    bool takesLists() const override { return true; }
+    std::string inList(const std::string& column, bool isOneOf) const override {
+        return column + (isOneOf ? " = ANY (?)" : " <> ALL (?)");
+    }
+
     /// Of a table that it has not analysed yet the server believes that a list of
     /// some hundred values finds nearly every row, and reads all of them. It does
     /// not count what an array holds that it has to compute.
     std::string among(const std::string& column, const std::string& list) const override {
-        return column + " = ANY (ARRAY(SELECT unnest(ARRAY[" + list.substr(1, list.size() - 2) +
-               "]::bigint[])))";
+        return column + " = ANY (ARRAY(SELECT unnest" + list + "))";
     }
 
     /// Whether a transaction goes by what was stored when it began, and nobody

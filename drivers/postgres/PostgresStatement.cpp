@@ -28,8 +28,12 @@ enum Type : unsigned {
     TypeFloat4 = 700,
     TypeFloat8 = 701,
     TypeBpchar = 1042,
+    TypeInt8Array = 1016,
     TypeVarchar = 1043
 };
+
+// Of a list, before its elements: five numbers of the protocol.
+constexpr std::size_t ListHeader = 20;  // bytes
 
 // Rows of a cursor that one round trip brings. Most queries end within the first batch;
 // of those that do not, the third one is as large as batches get. They are bounded by
@@ -62,6 +66,20 @@ std::uint64_t readBits(const char* at, int size) {
     for (int i = 0; i < size; ++i)
         bits = bits << 8 | static_cast<unsigned char>(at[i]);
     return bits;
+}
+
+void appendBits(std::string& bytes, std::uint64_t bits, int size) {
+    for (int shift = 8 * (size - 1); shift >= 0; shift -= 8)
+        bytes += static_cast<char>(bits >> shift & 0xFF);
+}
+
+// As a constant is written.
+std::string shownList(const char* bytes, std::size_t size) {
+    std::string shown = "'{";
+    for (std::size_t at = ListHeader + 4; at + 8 <= size; at += 12)
+        shown += (shown.size() > 2 ? "," : "") +
+                 std::to_string(static_cast<std::int64_t>(readBits(bytes + at, 8)));
+    return shown + "}'::bigint[]";
 }
 
 }  // namespace
@@ -116,6 +134,21 @@ void PostgresStatement::bindText(int parameter, const char* text, std::size_t si
 
 void PostgresStatement::bindBytes(int parameter, const void* bytes, std::size_t size) {
     place(parameter, TypeBytes, size != 0 ? static_cast<const char*>(bytes) : "", size);
+}
+
+// One dimension, none of them NULL, the type of the elements, how many there are,
+// the number of the first; then each with its size.
+void PostgresStatement::bindList(int parameter, const std::vector<std::int64_t>& listed) {
+    std::string& bytes = lists[parameter];
+    bytes.clear();
+    for (const std::uint64_t word : {std::uint64_t{1}, std::uint64_t{0}, std::uint64_t{TypeInt8},
+                                     std::uint64_t{listed.size()}, std::uint64_t{1}})
+        appendBits(bytes, word, 4);
+    for (const std::int64_t number : listed) {
+        appendBits(bytes, 8, 4);
+        appendBits(bytes, static_cast<std::uint64_t>(number), 8);
+    }
+    place(parameter, TypeInt8Array, bytes.data(), bytes.size());
 }
 
 // Values that are NULL say nothing of their type. Only references and blobs can
@@ -268,6 +301,8 @@ std::string PostgresStatement::expanded() const {
             const auto [end, error] = std::to_chars(digits, digits + sizeof digits,
                                                     std::bit_cast<double>(readBits(value, 8)));
             filled.append(digits, error == std::errc() ? end : digits);
+        } else if (type == TypeInt8Array) {
+            filled += shownList(value, size);
         } else if (type == TypeBytes) {
             filled += "'\\x";
             for (std::size_t i = 0; i < std::min(size, longest); ++i)

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,6 +37,7 @@ public:
     void bind(int parameter, double value) override;
     void bindText(int parameter, const char* text, std::size_t size) override;
     void bindBytes(int parameter, const void* bytes, std::size_t size) override;
+    void bindList(int parameter, const std::vector<std::int64_t>& numbers) override;
 
     bool step() override;
     void reset() noexcept override;
@@ -67,6 +69,7 @@ private:
     std::string nativeText;
     WireValues values;
     std::vector<std::array<char, 8>> numbers;
+    std::map<int, std::string> lists;  // by their parameters
     std::vector<std::shared_ptr<Prepared>> variants;
 };
 

@@ -119,10 +119,13 @@ TEST_F(MariadbUpgradeTest, SurvivesDeathAtAnyMoment) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5 * moment));
         child.kill();
 
+        // From then on nobody upgrades, and the old tables wait for the next who does.
+        const bool wasDone =
+            engine->ask("SELECT version FROM kes_versions WHERE kind = 'MODEL'") == "2";
         EXPECT_EQ("4498500", engine->ask("SELECT sum([number]) FROM [Parcel]")) << moment;
         EXPECT_EQ("", refusal(2)) << moment;
         EXPECT_EQ("4498500", engine->ask("SELECT sum([number]) FROM [Parcel] WHERE [weight] = 7"));
-        EXPECT_TRUE(leftovers().empty()) << moment;
+        EXPECT_TRUE(wasDone || leftovers().empty()) << moment;
     }
 }
 

@@ -118,7 +118,7 @@ TEST_F(StatementTest, PreparesAnUpdateAgainThatCouldNotBePrepared) {
 
 TEST_F(StatementTest, ForgetsQueriesWhenThereAreManyOthers) {
     sql::SharedPool pool = table.pool(" WHERE t.field1 = 0");
-    pool->push_back(table.take(*pool, " WHERE t.field1 = 0"));
+    pool->push_back(table.take(*pool, " WHERE t.field1 = 0", false));
     const std::weak_ptr<sql::StatementPool> kept = pool;
     pool.reset();
     ASSERT_FALSE(kept.expired());
@@ -132,7 +132,7 @@ TEST_F(StatementTest, ForgetsQueriesWhenThereAreManyOthers) {
 
 TEST_F(StatementTest, KeepsThePoolOfACursorUntilItIsDone) {
     const sql::SharedPool pool = table.pool(" WHERE t.field1 = 0");
-    std::unique_ptr<sql::Statement> used = table.take(*pool, " WHERE t.field1 = 0");
+    std::unique_ptr<sql::Statement> used = table.take(*pool, " WHERE t.field1 = 0", false);
     for (int i = 1; i < Many; ++i)
         table.pool(" WHERE t.field1 = " + std::to_string(i));
 
