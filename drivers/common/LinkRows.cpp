@@ -16,7 +16,8 @@ std::string LinkRows::query(const Association& association, const String& role,
            dialect.among(owner, owners.text()) + " LIMIT ?";
 }
 
-// The limit keeps the answer in bounds: of what is beyond nothing is used.
+// The limit keeps the answer in bounds: of what is beyond nothing is used. What is no
+// id is left to the query for one collection, which says what is wrong.
 bool LinkRows::read(const Association& association, const String& role,
                     const std::vector<unsigned long>& owners, std::size_t most,
                     std::vector<StoredLink>& links) {
@@ -30,7 +31,9 @@ bool LinkRows::read(const Association& association, const String& role,
         statement.bind(list.parameters(), static_cast<std::int64_t>(limit));
         const Execution execution(statement);
         while (statement.step()) {
-            if (links.size() >= most)
+            const bool areIds =
+                statement.kind(0) == Row::Integer && statement.kind(1) == Row::Integer;
+            if (links.size() >= most || !areIds)
                 return false;
             links.push_back({static_cast<unsigned long>(statement.integer(0)),
                              static_cast<unsigned long>(statement.integer(1))});
