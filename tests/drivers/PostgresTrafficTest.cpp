@@ -121,6 +121,34 @@ TEST_F(PostgresTrafficTest, OfManyUpdatesIsAHandfulOfRoundTrips) {
     EXPECT_EQ("2000", ask("SELECT count(*) FROM [Person] WHERE [age] >= 5000"));
 }
 
+// One statement for lists of all lengths, without a cursor and its transaction.
+TEST_F(PostgresTrafficTest, OfListsOfIdsIsOneMessagePerList) {
+    std::vector<unsigned long> ids;
+    for (const Pointer<Person>& person : people)
+        ids.push_back(person->getObjectID());
+    const auto found = [&](std::size_t size) {
+        Selection selection(model.personClass);
+        Condition* any = (selection["KesObjectID"] == ids[0]).getNew();
+        for (std::size_t i = 1; i < size; ++i)
+            any = new CombinationCondition(any, Condition::OR,
+                                           (selection["KesObjectID"] == ids[i]).getNew());
+        selection.setCondition(any);
+        std::size_t rows = 0;
+        while (selection.next())
+            ++rows;
+        return rows;
+    };
+    for (const std::size_t size : {2, 3, 100, 700, 1024})
+        EXPECT_EQ(size, found(size));
+
+    EXPECT_EQ(5, count.roundTrips());
+    EXPECT_EQ(5, count.executed());
+    EXPECT_EQ(1, count.prepared());
+    // What may have more rows is read little by little.
+    EXPECT_EQ(1500U, found(1500));
+    EXPECT_LT(6, count.executed());
+}
+
 TEST_F(PostgresTrafficTest, OfManyRemovalsIsAHandfulOfRoundTrips) {
     model.startTransaction();
     for (const Pointer<Person>& person : people)
