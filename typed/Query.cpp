@@ -10,6 +10,7 @@
 
 #include "object/SelectionAccess.h"
 #include "typed/DescribedClass.h"
+#include "typed/Keyset.h"
 #include "typed/PredicateNode.h"
 #include "typed/SchemaRecord.h"
 #include "typed/Session.h"
@@ -28,6 +29,8 @@ struct QueryBase::Definition {
     std::vector<SortKeyData> keys;
     std::uint64_t most = UINT64_MAX;
     std::uint64_t skipped = 0;
+    Pointer<Instance> before{};
+    bool isBehind = false;  // an object, that is
 };
 
 // Empty values come before all others, whatever stands behind their marks.
@@ -48,13 +51,15 @@ void QueryBase::Definition::sort(Selection& selection) const {
 
 void QueryBase::Definition::restrict(Selection& selection) const {
     selection.limit(most, skipped);
-    if (conditions.empty())
+    if (conditions.empty() && !isBehind)
         return;
     const bool knowsNotLike = dynamic_cast<Calculator*>(session->getDriver()) != nullptr;
     const PredicateScope scope{*session, cls, knowsNotLike};
     std::vector<ConditionPtr> all;
     for (const NodePtr& each : conditions)
         all.push_back(each->build(scope, false));
+    if (isBehind)
+        all.push_back(conditionBehind(scope, keys, before));
     selection.setCondition(joined(std::move(all), Condition::AND).release());
 }
 
@@ -66,7 +71,8 @@ struct QueryBase::Cursor::State {
             definition.restrict(selection);
             if (most < definition.most)
                 selection.limit(most, definition.skipped);
-            if (definition.isPart() || !definition.keys.empty() || most != UINT64_MAX)
+            if (definition.isPart() || definition.isBehind || !definition.keys.empty() ||
+                most != UINT64_MAX)
                 definition.sort(selection);
         });
     }
@@ -100,6 +106,14 @@ QueryBase::QueryBase(const QueryBase& query, std::initializer_list<SortKeyData> 
 QueryBase::QueryBase(const QueryBase& query, Part part, std::uint64_t count) {
     auto fresh = std::make_shared<Definition>(*query.definition);
     (part == First ? fresh->most : fresh->skipped) = count;
+    definition = std::move(fresh);
+}
+
+QueryBase::QueryBase(const QueryBase& query, const RefBase& object) {
+    auto fresh = std::make_shared<Definition>(*query.definition);
+    fresh->before = object.getInstance();
+    fresh->isBehind = true;
+    requirePlace(*fresh->session, object.getInstance());
     definition = std::move(fresh);
 }
 

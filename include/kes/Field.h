@@ -93,29 +93,23 @@ consteval bool takesValue() {
         return std::is_convertible_v<const V&, Inner>;
 }
 
-/// Calls `take` with the value as the constructors of PredicateBase take it, for a
-/// field of type `M`.
-template <class M, class V, class Take>
-auto withOperand(const V& value, Take&& take) {
-    using Inner = typename ValueOf<M>::type;
-    if constexpr (std::is_same_v<V, std::nullopt_t>)
-        return take(value);
-    else if constexpr (IsOptional<V>)
-        return value.has_value() ? withOperand<M>(*value, take) : take(std::nullopt);
-    else if constexpr (IsText<Inner> && std::is_convertible_v<const V&, std::string_view>)
-        return take(std::string_view(value));
+/// Whether a value of the type needs its codec.
+template <class Inner>
+inline constexpr bool IsCoded = !IsText<Inner> && !IsNumber<Inner>;
+
+/// A number or a text as the constructors of PredicateBase take it.
+template <class Inner, class V>
+auto plainOperand(const V& value) {
+    if constexpr (IsText<Inner> && std::is_convertible_v<const V&, std::string_view>)
+        return std::string_view(value);
     else if constexpr (IsText<Inner>)
-        return take(std::string_view(static_cast<const char*>(value)));
-    else if constexpr (IsNumber<Inner> && std::is_floating_point_v<V>)
-        return take(static_cast<double>(value));
-    else if constexpr (IsNumber<Inner> && std::is_unsigned_v<V>)
-        return take(static_cast<std::uint64_t>(value));
-    else if constexpr (IsNumber<Inner>)
-        return take(static_cast<std::int64_t>(value));
-    else {
-        const Inner converted = value;
-        return take(FieldCodecOf<Inner>::value, static_cast<const void*>(&converted));
-    }
+        return std::string_view(static_cast<const char*>(value));
+    else if constexpr (std::is_floating_point_v<V>)
+        return static_cast<double>(value);
+    else if constexpr (std::is_unsigned_v<V>)
+        return static_cast<std::uint64_t>(value);
+    else
+        return static_cast<std::int64_t>(value);
 }
 
 /// Where a sort key comes from.
@@ -248,12 +242,36 @@ private:
         static_assert(!isComparable || isOfTheType,
                       "the field is compared with a value of another type");
         static_assert(!isOfTheType || hasPlace, "an empty value has no order");
-        if constexpr (isComparable && isOfTheType && hasPlace)
-            return withOperand<M>(value, [op](const auto&... stored) {
-                return Predicate<T>(&FieldBase<Member, T>::locate, op, stored...);
-            });
-        else
+        if constexpr (!isComparable || !isOfTheType || !hasPlace)
             return nothing();
+        else if constexpr (std::is_same_v<V, std::nullopt_t>)
+            return Predicate<T>(&this->locate, op, std::nullopt);
+        else if constexpr (IsOptional<V>)
+            return value.has_value() ? compare<IsByOrder>(op, *value)
+                                     : Predicate<T>(&this->locate, op, std::nullopt);
+        else if constexpr (!IsCoded<Inner>)
+            return Predicate<T>(&this->locate, op, plainOperand<Inner>(value));
+        else {
+            const Inner converted = value;
+            return Predicate<T>(&this->locate, op, FieldCodecOf<Inner>::value, &converted);
+        }
+    }
+
+    template <class V>
+    static void add(OperandList& list, const V& value) {
+        if constexpr (std::is_same_v<V, std::nullopt_t>)
+            list.add(value);
+        else if constexpr (IsOptional<V>) {
+            if (value.has_value())
+                add(list, *value);
+            else
+                list.add(std::nullopt);
+        } else if constexpr (!IsCoded<Inner>) {
+            list.add(plainOperand<Inner>(value));
+        } else {
+            const Inner converted = value;
+            list.add(FieldCodecOf<Inner>::value, &converted);
+        }
     }
 
     template <class R>
@@ -263,7 +281,7 @@ private:
         OperandList list;
         if constexpr (takesValue<M, V>())
             for (const auto& each : values)
-                withOperand<M, V>(each, [&](const auto&... stored) { list.add(stored...); });
+                add(list, each);
         return Predicate<T>(&this->locate, list);
     }
 };
@@ -374,8 +392,7 @@ template <class V>
 Predicate<Instance> compareId(PredicateBase::Comparison op, const V& value) {
     static_assert(IsInteger<V>, "an object id is a whole number");
     if constexpr (IsInteger<V>)
-        return withOperand<unsigned long>(
-            value, [op](auto number) { return Predicate<Instance>(FieldKey(), op, number); });
+        return Predicate<Instance>(FieldKey(), op, plainOperand<unsigned long>(value));
     else
         return Predicate<Instance>(FieldKey());
 }

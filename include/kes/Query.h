@@ -82,6 +82,10 @@ public:
     QueryBase(const QueryBase& query, std::initializer_list<SortKeyData> keys);
     QueryBase(const QueryBase& query, Part part, std::uint64_t count);
 
+    /// The same query from behind an object on. Raises Error (Misuse) for an empty
+    /// Ref, or an object of another database.
+    QueryBase(const QueryBase& query, const RefBase& object);
+
 protected:
     Pointer<Instance> requireOne() const;
     std::uint64_t countRows(std::uint64_t most) const;
@@ -154,6 +158,19 @@ public:
     /// orderBy they are sorted by their ids.
     [[nodiscard]] Query limit(RowCount count) const { return Query(*this, First, count.get()); }
     [[nodiscard]] Query offset(RowCount count) const { return Query(*this, Behind, count.get()); }
+
+    /// Those behind the object in the order of the query: the next page, without a
+    /// walk over those before. The place is that of the values that the object
+    /// shows when the query is asked; it need not be in the result itself.
+    template <class O>
+    [[nodiscard]] Query after(const O& object) const {
+        constexpr bool fits = std::is_convertible_v<const O&, Ref<T>>;
+        static_assert(fits, "a query goes on after an object of its own class");
+        if constexpr (fits)
+            return Query(*this, Ref<T>(object));
+        else
+            return *this;
+    }
 
     /// The first object; an empty Ref when there is none.
     Ref<T> first() const { return Ref<T>::to(Cursor(*this, 1).current()); }

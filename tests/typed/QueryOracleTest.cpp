@@ -214,4 +214,42 @@ TEST_P(QueryOracleTest, FindsWhatAWalkOverAllObjectsFinds) {
     }
 }
 
+// Page by page the same objects come in the same order as at once.
+TEST_P(QueryOracleTest, GoesOnBehindAnObjectInEveryOrder) {
+    const std::vector<Ref<Room>> rooms = makeRooms();
+    Rules rules(9, rooms);
+    fill(rules, rooms);
+    const auto all = db->query<Item>().where(field<&Item::number> > 0);
+    const Query<Item> orders[] = {
+        all,
+        all.orderBy(descending(Kes::id)),
+        all.orderBy(field<&Item::title>),
+        all.orderBy(field<&Item::count>, field<&Item::title>.descending()),
+        all.orderBy(field<&Item::count>.descending(), field<&Item::done>),
+        all.orderBy(field<&Item::mood>.descending(), field<&Item::day>, field<&Item::price>),
+        all.orderBy(field<&Item::day>.descending(), field<&Item::note>.descending(),
+                    descending(Kes::id)),
+    };
+
+    for (const Query<Item>& order : orders) {
+        std::vector<unsigned long> expected;
+        for (const Item& item : order.offset(0).limit(1000))
+            expected.push_back(item.getObjectID());
+        std::vector<unsigned long> paged;
+        Ref<Item> last = order.first();
+        paged.push_back(last.getObjectID());
+        for (bool hasMore = true; hasMore;) {
+            const auto rest = order.after(last);
+            ASSERT_EQ(expected.size() - paged.size(), rest.count());
+            hasMore = false;
+            for (const Item& item : rest.limit(7)) {
+                paged.push_back(item.getObjectID());
+                last = item;
+                hasMore = true;
+            }
+        }
+        EXPECT_EQ(expected, paged);
+    }
+}
+
 }  // namespace Kes::testing

@@ -315,6 +315,8 @@ TEST_P(QueryTest, RefusesAnObjectOfAnotherDatabase) {
     EXPECT_EQ(ErrorKind::Misuse, error.getKind());
     EXPECT_SAYS(error, "belongs to another database");
     EXPECT_EQ("Room", error.getClassName());
+    EXPECT_SAYS(errorOf([&] { db->query<Room>().after(room).first(); }), "another database");
+    EXPECT_SAYS(errorOf([&] { db->query<Room>().after(Ref<Room>()).first(); }), "Ref is empty");
 }
 
 TEST_P(QueryTest, RefusesAnObjectWhoseDatabaseIsClosed) {
