@@ -1,5 +1,6 @@
 #include "fetch/LinkFollower.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <kes/Association.h>
@@ -65,8 +66,57 @@ LinkFollower::Ends LinkFollower::findEnds(const Class* cls) const {
     return found;
 }
 
+bool LinkFollower::isLoaded(const String* role) const {
+    const auto found = shown.find(role);
+    return found != shown.end() && found->second;
+}
+
+// From the first one on, those that show its possible owners are noted.
 void LinkFollower::noteCollections(const Association* association, const String& role) {
-    shown.insert(ownText(association, role));
+    const String* own = ownText(association, role);
+    bool& wasLoaded = shown[own];
+    if (wasLoaded)
+        return;
+    noteShown(association, own);
+    wasLoaded = true;
+}
+
+void LinkFollower::noteShown(const Association* association, const String* role) {
+    const String* opposite = &association->getAssociatedRole(*role);
+    if (association->getPluralityFor(*opposite) == Association::One || !isShown(opposite))
+        return;
+    const Class* cls = association->getClassFor(*opposite);
+    RoleReader field(association->getName(), *opposite);
+    objects->forEach([&](Instance* each) {
+        if (!each->getClass()->isA(cls))
+            return;
+        field.read(each);
+        const auto* many = dynamic_cast<const ManyReference*>(field.many);
+        if (many == nullptr || !many->isFetched())
+            return;
+        for (const Instance* member : ReferenceState::members(*many))
+            if (member != nullptr)
+                keepShower(member, role, each->getObjectID());
+    });
+}
+
+void LinkFollower::noteMember(const Instance* owner, const Instance* member,
+                              const Association* association, const String& role) {
+    const String* opposite = &association->getAssociatedRole(role);
+    if (isLoaded(opposite))
+        keepShower(member, opposite, owner->getObjectID());
+}
+
+// Who shows it again and again is kept once or twice.
+void LinkFollower::keepShower(const Instance* member, const String* role, unsigned long id) {
+    std::vector<unsigned long>& ids = former[Place(member->getObjectID(), role)];
+    if (ids.size() == ids.capacity()) {
+        std::sort(ids.begin(), ids.end());
+        ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+        ids.reserve(2 * ids.size() + 1);
+    }
+    ids.push_back(id);
+    dropFreed();
 }
 
 void LinkFollower::noteNew(const Class* cls) {
@@ -74,7 +124,7 @@ void LinkFollower::noteNew(const Class* cls) {
     if (ends.isNew)
         return;
     for (const End& end : ends.manies)
-        shown.insert(end.role);
+        shown.emplace(end.role, false);
     ends.isNew = true;
 }
 
@@ -83,7 +133,7 @@ void LinkFollower::follow(Instance* instance, const DroppedPartners& dropped,
     for (const End& end : endsOf(instance->getClass()).ones) {
         if (end.association == filling && dropped.entries.empty())
             continue;
-        if (end.isOppositeOne || shown.contains(end.opposite))
+        if (end.isOppositeOne || isShown(end.opposite))
             follow(instance, end, dropped);
     }
     for (const DroppedPartners::Members& each : dropped.collections)
@@ -98,7 +148,7 @@ void LinkFollower::follow(Instance* instance, const DroppedPartners& dropped,
 
 // Members of one owner tell by their own rows.
 bool LinkFollower::hasShownSides(const End& end) const {
-    return !end.isOppositeOne && shown.contains(end.opposite);
+    return !end.isOppositeOne && isShown(end.opposite);
 }
 
 void LinkFollower::keepMembers(Instance* owner, ManyAssociatedInstances& ref,
@@ -111,10 +161,14 @@ void LinkFollower::keepMembers(Instance* owner, ManyAssociatedInstances& ref,
             keepMembers(owner, own, DroppedPartners::idsOf(ref));
 }
 
-// Owners that were freed are forgotten now and then.
 void LinkFollower::keepMembers(Instance* owner, const String* role,
                                std::vector<unsigned long>&& ids) {
     former.insert_or_assign(Place(owner->getObjectID(), role), std::move(ids));
+    dropFreed();
+}
+
+// Owners that were freed are forgotten now and then.
+void LinkFollower::dropFreed() {
     if (former.size() < mostKept)
         return;
     std::erase_if(former,
@@ -177,14 +231,20 @@ void LinkFollower::leave(Instance* instance, const End& end, unsigned long id) {
 void LinkFollower::followMembers(Instance* owner, ManyAssociatedInstances& ref,
                                  const Association* association, const String& role) {
     const String& opposite = association->getAssociatedRole(role);
-    if (association->getPluralityFor(opposite) == Association::One || !shown.contains(&opposite))
+    if (association->getPluralityFor(opposite) == Association::One || !isShown(&opposite))
         return;
+    const bool isEitherLoaded = isLoaded(&opposite);
     RoleReader back(association->getName(), opposite);
     for (ref.reset(); ref.next();) {
         back.read(ref.value());
-        if (back.many != nullptr && back.many != &ref && back.many->isFetched() &&
-            !back.many->contains(owner))
+        if (back.many == nullptr || back.many == &ref)
+            continue;
+        if (!back.many->isFetched()) {
+            if (isEitherLoaded)
+                keepShower(ref.value(), &opposite, owner->getObjectID());
+        } else if (!back.many->contains(owner)) {
             back.many->add(owner);
+        }
     }
     const auto kept = former.find(Place(owner->getObjectID(), ownText(association, role)));
     if (kept == former.end())
@@ -198,6 +258,30 @@ void LinkFollower::followMembers(Instance* owner, ManyAssociatedInstances& ref,
             back.many->remove(owner);
     }
     former.erase(kept);
+}
+
+bool LinkFollower::isContradicted(Instance* owner, ManyAssociatedInstances& ref,
+                                  const Association* association, const String& role) const {
+    const String& opposite = association->getAssociatedRole(role);
+    if (association->getPluralityFor(opposite) == Association::One || !isShown(&opposite))
+        return false;
+    RoleReader back(association->getName(), opposite);
+    const auto shows = [&](Instance* other, bool isShowing) {
+        back.read(other);
+        return back.many != nullptr && back.many != &ref && back.many->isFetched() &&
+               back.many->contains(owner) == isShowing;
+    };
+    for (ref.reset(); ref.next();)
+        if (shows(ref.value(), false)) {
+            ref.reset();
+            return true;
+        }
+    const auto kept = former.find(Place(owner->getObjectID(), ownText(association, role)));
+    return kept != former.end() &&
+           std::any_of(kept->second.begin(), kept->second.end(), [&](unsigned long id) {
+               Instance* other = objects->get(id);
+               return other != nullptr && !ref.contains(other) && shows(other, true);
+           });
 }
 
 void LinkFollower::unfetchCollections(Instance* instance) {

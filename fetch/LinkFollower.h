@@ -7,15 +7,18 @@
 // unfetched. Objects with pending changes are not loaded, and references that the
 // pending transaction has changed are left alone.
 //
+// Links of many to many stand in no object's row, so a collection that is loaded and
+// lacks an object cannot tell that it was a member once. Where collections of both
+// roles are loaded, those who show an object whose own collection is not are noted.
+//
 // Most loads meet no partner that could disagree: collections of the role have
 // never been in memory. Such classes cost a look at a table.
 
 #pragma once
 
 #include <cstddef>
-#include <map>
+#include <functional>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -48,9 +51,20 @@ public:
     void keepMembers(Instance* owner, ManyAssociatedInstances& ref, const Association* association,
                      const String& role);
 
-    /// A collection was loaded. Members of many owners follow.
+    /// A collection was loaded. Members of many owners follow, and those who show the
+    /// owner and are no members.
     void followMembers(Instance* owner, ManyAssociatedInstances& ref,
                        const Association* association, const String& role);
+
+    /// Whether some member of many owners, or somebody who shows the owner, shows
+    /// another state than the collection, of which one must be older.
+    bool isContradicted(Instance* owner, ManyAssociatedInstances& ref,
+                        const Association* association, const String& role) const;
+
+    /// The owner's collection of the role, one of many to many, gets the member, whose
+    /// own is not fetched.
+    void noteMember(const Instance* owner, const Instance* member, const Association* association,
+                    const String& role);
 
     /// The instance was read again by itself: of its collections that says
     /// nothing.
@@ -76,11 +90,22 @@ private:
 
     // Whose collection, by his id and his role.
     using Place = std::pair<unsigned long, const String*>;
+    struct PlaceHash {
+        std::size_t operator()(const Place& place) const {
+            return std::hash<unsigned long>()(place.first) * 31 +
+                   std::hash<const String*>()(place.second);
+        }
+    };
 
     Ends& endsOf(const Class* cls);
     bool hasShownSides(const End& end) const;
     void keepMembers(Instance* owner, const String* role, std::vector<unsigned long>&& ids);
     Ends findEnds(const Class* cls) const;
+    bool isShown(const String* role) const { return shown.contains(role); }
+    bool isLoaded(const String* role) const;
+    void noteShown(const Association* association, const String* role);
+    void dropFreed();
+    void keepShower(const Instance* member, const String* role, unsigned long id);
     void follow(Instance* instance, const End& end, const DroppedPartners& dropped);
     void join(Instance* instance, const End& end, unsigned long id);
     void leave(Instance* instance, const End& end, unsigned long id);
@@ -92,11 +117,13 @@ private:
     std::unordered_map<const Class*, Ends> classes;
     const Class* lastClass = nullptr;
     Ends* lastEnds = nullptr;
-    std::unordered_set<const String*> shown;  // roles, as their associations hold them
 
-    // The members of collections of many-to-many associations before they were
-    // unfetched.
-    std::map<Place, std::vector<unsigned long>> former;
+    // Roles, as their associations hold them; true once a collection was loaded.
+    std::unordered_map<const String*, bool> shown;
+
+    // Of collections of many-to-many associations that are not fetched: their members
+    // before, and who has shown their owner since.
+    std::unordered_map<Place, std::vector<unsigned long>, PlaceHash> former;
     std::size_t mostKept = 1024;
 };
 

@@ -315,8 +315,8 @@ bool ReferenceLoader::loadTogether(Instance* owner, SiblingGroup& group, Associa
     return refuse();
 }
 
-bool ReferenceLoader::takeKept(const Instance* owner, const Association* association,
-                               const String& role, ManyAssociatedInstances& ref) {
+bool ReferenceLoader::takeKept(Instance* owner, const Association* association, const String& role,
+                               ManyAssociatedInstances& ref) {
     std::vector<PrefetchedMember> members;
     if (!kept.take(association, role, owner->getObjectID(), members))
         return false;
@@ -331,7 +331,13 @@ bool ReferenceLoader::takeKept(const Instance* owner, const Association* associa
         reveal(member);
         ref.add(member);
     }
-    return true;
+    if (!follower.isContradicted(owner, ref, association, role))
+        return true;
+
+    // What the application has seen of the other side may be newer.
+    ref.clear();
+    kept.noteWaste();
+    return false;
 }
 
 // The owner and siblings that have not read their collections.

@@ -83,6 +83,12 @@ public:
         follower.followMembers(owner, ref, association, role);
     }
 
+    /// An object's collection gets a member whose own collection is not fetched.
+    void noteMember(const Instance* owner, const Instance* member, const Association* association,
+                    const String& role) {
+        follower.noteMember(owner, member, association, role);
+    }
+
     /// The instance was read again by itself.
     void noteRefreshed(Instance* instance) { follower.unfetchCollections(instance); }
 
@@ -125,7 +131,7 @@ private:
     Instance* loadPartners(const std::vector<unsigned long>& ids, Class* cls);
     bool fill(Instance* owner, Association* association, const String& role,
               ManyAssociatedInstances& ref);
-    bool takeKept(const Instance* owner, const Association* association, const String& role,
+    bool takeKept(Instance* owner, const Association* association, const String& role,
                   ManyAssociatedInstances& ref);
     std::vector<Instance*> unreadOwners(Instance* owner, const SiblingGroup& group,
                                         std::size_t most, const Association* association,

@@ -30,6 +30,14 @@ public:
 
     Instance* get(unsigned long id) const { return instances.find(id); }
     std::size_t size() const { return instances.size(); }
+
+    /// Every filed instance, in no order.
+    template <class Visit>
+    void forEach(Visit visit) const {
+        for (const ObjectTable::Entry& entry : instances.entries())
+            if (entry.instance != nullptr)
+                visit(entry.instance);
+    }
     int capacity() const { return threshold; }
 
     /// Files the instance, which the cache owns from now on.

@@ -151,6 +151,8 @@ void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
             ref.remove(itsPartner);
     }
     visit(itsPartner);
+    if (add && isMany)
+        noteShown(ref);
     known = known || (unchanged && !ref.isFetched());
     ModelGate::link(model, add, instance, role, itsPartner, association);
     attempt.done();
@@ -158,6 +160,14 @@ void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
         ModelGate::noteUnchangedLink(model, instance, itsPartner);
     else if (!ref.isFetched() && !seen)
         ModelGate::noteUnsureLink(model, instance, itsPartner);
+}
+
+// Of a link of many to many one side may show it, and the other be read later.
+void LinkHandler::noteShown(const ManyAssociatedInstances& ref) const {
+    if (ref.isFetched() && !seen)
+        ModelGate::noteMember(instance, partner, association, role);
+    else if (!ref.isFetched() && seen)
+        ModelGate::noteMember(partner, instance, association, association->getAssociatedRole(role));
 }
 
 void LinkHandler::visit(Instance* itsPartner) {
@@ -194,7 +204,10 @@ void LinkHandler::handleOneAssociated(const String& name, const String& itsRole,
 
 void LinkHandler::handleManyAssociated(const String& name, const String& itsRole,
                                        ManyAssociatedInstances* ref) {
-    if (!isOpposite(name, itsRole) || !ref->isFetched())
+    if (!isOpposite(name, itsRole))
+        return;
+    isMany = true;
+    if (!ref->isFetched())
         return;
     seen = true;
     const bool add = mode == Add;

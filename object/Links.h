@@ -85,6 +85,7 @@ public:
 private:
     bool isOpposite(const String& name, const String& itsRole) const;
     bool leadsElsewhere(OneAssociatedInstance& ref) const;
+    void noteShown(const ManyAssociatedInstances& ref) const;
 
     Instance* instance;
     Instance* partner = nullptr;
@@ -93,6 +94,7 @@ private:
     Mode mode;
     bool unchanged = false;  // the partner's collection showed the outcome already
     bool seen = false;       // the partner's side shows the link, or that it is none
+    bool isMany = false;     // the partner's side is a collection, fetched or not
 };
 
 }  // namespace Kes

@@ -55,6 +55,9 @@ public:
                                   const Association* association, const String& role);
     static void rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
                                bool added);
+    /// The owner's collection of the role shows a member whose own is not fetched.
+    static void noteMember(const Instance* owner, const Instance* member,
+                           const Association* association, const String& role);
     static void rememberLostLink(Instance* owner, Instance* member, Association* association,
                                  const String& role);
 

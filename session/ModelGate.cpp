@@ -72,6 +72,11 @@ void ModelGate::takeBackReferences(const Model* model, std::size_t mark) noexcep
     Kes::takeBackReferences(model->transactions->getChanges(), mark);
 }
 
+void ModelGate::noteMember(const Instance* owner, const Instance* member,
+                           const Association* association, const String& role) {
+    modelOf(owner)->references->noteMember(owner, member, association, role);
+}
+
 bool ModelGate::hasPending(const Model* model) {
     return model->transactions->hasPending();
 }
@@ -121,7 +126,12 @@ void ModelGate::loadMembers(Instance* owner, ManyAssociatedInstances& ref, Assoc
     }
     ref.setFetched(true);
     applyPendingLinks(model->transactions->getChanges(), owner, ref, association, role);
-    references.noteCollection(owner, ref, association, role);
+    try {
+        references.noteCollection(owner, ref, association, role);
+    } catch (...) {
+        ref.setFetched(false);  // the other sides may not have followed
+        throw;
+    }
 }
 
 void ModelGate::dropFailure(Model* model) {

@@ -33,6 +33,19 @@ protected:
         others.commit();
     }
 
+    // P0's friend is P1 from now on, or not any more.
+    void letOthersLink(bool on) {
+        others.startTransaction();
+        const Pointer<Person> linked(others.findPerson("P0"));
+        linked->get(linked->friends, true);
+        const Pointer<Person> to(others.findPerson("P1"));
+        if (on)
+            linked->friends.add(to);
+        else
+            linked->friends.remove(to);
+        others.commit();
+    }
+
     void letOthersMarry(const char* person, const char* spouse) {
         others.startTransaction();
         const Pointer<Person> married(others.findPerson(person));
@@ -227,6 +240,99 @@ TEST_F(TwoSidesTest, AgreeOnADissolvedLinkOfAnObjectThatAQueryHasMet) {
 
     EXPECT_FALSE(one->friends.contains(other));
     EXPECT_FALSE(other->friendOf.contains(one));
+}
+
+// Whether collections of its role were loaded before or not.
+TEST_F(TwoSidesTest, AgreeOnADissolvedLinkWhoseOtherSideIsReadForTheFirstTime) {
+    for (const bool isKnown : {false, true}) {
+        letOthersLink(true);
+        StaffModel fresh;
+        open(fresh);
+        const Pointer<Person> shower(fresh.findPerson("P0"));
+        const Pointer<Person> shown(fresh.findPerson("P1"));
+        EXPECT_TRUE(!isKnown || shower->friendOf.empty());
+        EXPECT_TRUE(shower->friends.contains(shown));
+        letOthersLink(false);
+
+        EXPECT_FALSE(shown->friendOf.contains(shower));
+
+        EXPECT_FALSE(shower->friends.contains(shown));
+    }
+}
+
+TEST_F(TwoSidesTest, AgreeOnADissolvedLinkThatWasMadeHere) {
+    const Pointer<Person> firstMade(model.newPerson("M0"));
+    const Pointer<Person> otherMade(model.newPerson("M1"));
+    model.commit();
+    for (const bool isForward : {false, true}) {
+        StaffModel fresh;
+        open(fresh);
+        const Pointer<Person> from(fresh.findPerson("P0"));
+        const Pointer<Person> to(fresh.findPerson("P1"));
+        const Pointer<Person> made(fresh.findPerson("M0"));
+        EXPECT_TRUE(made->friends.empty() && made->friendOf.empty());
+        EXPECT_TRUE(isForward ? from->friends.empty() : to->friendOf.empty());
+        fresh.startTransaction();
+        from->friends.add(to);
+        fresh.commit();
+        letOthersLink(false);
+
+        EXPECT_FALSE(isForward ? to->friendOf.contains(from) : from->friends.contains(to));
+
+        EXPECT_FALSE(isForward ? from->friends.contains(to) : to->friendOf.contains(from));
+    }
+}
+
+// Another process does it, and links of many to many raise no version that would tell.
+TEST_F(TwoSidesTest, AgreeOnALinkThatOthersChangeWhileTheOtherSideIsReadAhead) {
+    others.startTransaction();
+    for (const char* name : {"A0", "A1", "A2", "A3"}) {
+        Person* each = others.newPerson(name, 50);
+        others.findPerson("P1")->friends.add(each);
+    }
+    others.commit();
+    for (const bool isMade : {true, false}) {
+        StaffModel fresh;
+        open(fresh);
+        const Pointer<Person> shower(fresh.findPerson("P0"));
+        SelectionOf<Person> aged(fresh.personClass);
+        aged.where(aged["age"] == 50);
+        aged.orderBy(aged["name"]);
+        std::vector<Pointer<Person>> all;
+        for (Person* each : aged)
+            all.emplace_back(each);
+        ASSERT_EQ(4U, all.size());
+        EXPECT_FALSE(all[0]->friendOf.empty() || all[1]->friendOf.empty());
+        const std::string last = std::to_string(all[3]->getObjectID());
+        const std::string to = std::to_string(shower->getObjectID());
+        run(isMade
+                ? "INSERT INTO [Friendship] ([friends], [friendOf]) VALUES (" + last + ", " + to +
+                      ")"
+                : "DELETE FROM [Friendship] WHERE [friends] = " + last + " AND [friendOf] = " + to);
+
+        EXPECT_EQ(isMade, shower->friends.contains(all[3]));
+
+        EXPECT_EQ(isMade, all[3]->friendOf.contains(shower));
+        EXPECT_EQ(isMade, shower->friends.contains(all[3]));
+    }
+}
+
+// A loop over the members that are going to be looked at stays as it is.
+TEST_F(TwoSidesTest, AgreeWhileTheMembersAreGoneThrough) {
+    letOthersLink(true);
+    StaffModel fresh;
+    open(fresh);
+    const Pointer<Person> shower(fresh.findPerson("P0"));
+    ManyAssociatedInstances& members = shower->friends;
+    EXPECT_EQ(1U, shower->friends.size());
+    members.reset();
+    ASSERT_TRUE(members.next());
+    const Pointer<Person> shown(static_cast<Person*>(members.value()));
+
+    EXPECT_TRUE(shown->friendOf.contains(shower));
+
+    EXPECT_EQ(shown.getInstance(), members.value());
+    EXPECT_FALSE(members.next());
 }
 
 TEST_F(TwoSidesTest, LoseAMemberWhoIsFoundRemoved) {
