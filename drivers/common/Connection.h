@@ -144,6 +144,10 @@ public:
     /// is isolated from what others commit meanwhile.
     virtual bool isolatesReads() const { return false; }
 
+    /// True when each statement of a transaction sees what others have committed
+    /// until then.
+    virtual bool readsAnew() const { return false; }
+
     /// False when the end of a transaction ends the queries that are under way.
     virtual bool keepsCursors() const { return true; }
 

@@ -37,6 +37,9 @@ public:
     virtual std::string name() const = 0;
     virtual std::string quote(const std::string& identifier) const;
     virtual std::string typeOf(FieldKind kind) const;
+
+    /// NULL, where a column of another part of a union has the type.
+    virtual std::string nullOf(FieldKind) const { return "NULL"; }
     virtual std::string idType() const { return "BIGINT NOT NULL PRIMARY KEY"; }
 
     /// A text column that can be part of a primary key.

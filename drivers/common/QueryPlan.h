@@ -39,7 +39,8 @@ struct RowRange {
 
 /// What all concrete classes of a query share.
 struct QueryPlan {
-    std::string tail;  // what follows the table: condition and order
+    std::string tail;   // what follows the table: condition, order and range
+    std::string order;  // the same as in the tail, or nothing
     std::vector<Parameter> parameters;
     bool isById = false;            // the only condition is an object id, the only parameter
     bool hasFew = false;            // rows: the only condition is a list of object ids
@@ -49,15 +50,15 @@ struct QueryPlan {
 /// Cursors share the plan, so they outlive the definition.
 class SqlDefinition final : public SelectionDefinition {
 public:
-    SqlDefinition(std::shared_ptr<const QueryPlan> itsPlan, std::size_t itsClasses,
+    SqlDefinition(std::shared_ptr<const QueryPlan> itsPlan, std::vector<Class*> itsClasses,
                   std::uint64_t itsNumber)
         : plan(std::move(itsPlan)),
-          classes(itsClasses),
+          classes(std::move(itsClasses)),
           number(itsNumber) {}
 
     const std::shared_ptr<const QueryPlan> plan;
-    const std::size_t classes;   // each of which has a cursor
-    const std::uint64_t number;  // of the definitions of this driver; never 0
+    const std::vector<Class*> classes;  // each of which has a cursor
+    const std::uint64_t number;         // of the definitions of this driver; never 0
 };
 
 }  // namespace Kes::sql

@@ -25,7 +25,8 @@ SqlDriver::Session::Session(std::unique_ptr<Connection> itsConnection, const Dia
       writer(queue, tables, statements, itsDialect, *connection),
       ids(*connection),
       links(itsDialect, statements),
-      counter(statements) {}
+      counter(statements),
+      unions(itsDialect, statements) {}
 
 SqlDriver::SqlDriver(std::unique_ptr<Dialect> itsDialect) : dialect(std::move(itsDialect)) {}
 
@@ -138,6 +139,7 @@ void SqlDriver::forgetModel() {
     session->tables.forget();
     session->statements.forget();
     session->counter.forget();
+    session->unions.forget();
 }
 
 // The slot has no result: a failure shows at the commit that follows, because
@@ -293,18 +295,43 @@ void SqlDriver::makeRoom(bool forSnapshot) {
 }
 
 // An object lies in one class, so a query for one by its id needs no snapshot. A
-// transaction that reads one state throughout is one, and another cannot be had.
+// transaction that reads one state throughout is one, and another cannot be had:
+// where its statements do not agree, one of them reads all classes.
 void SqlDriver::beginSnapshot(const SqlDefinition& query) {
-    if (query.classes < 2 || query.plan->isById || session->connection->inTransaction())
+    const bool isInside = session->connection->inTransaction();
+    if (query.classes.size() < 2 || query.plan->isById ||
+        (isInside && !session->connection->readsAnew()))
         return;
-    makeRoom(true);
-    session->connection->beginSnapshot();
+    if (isInside) {
+        readTogether(query);
+    } else {
+        makeRoom(true);
+        session->connection->beginSnapshot();
+        isInSnapshot = true;
+    }
     opening = query.number;
-    toOpen = query.classes;
+    toOpen = query.classes.size();
+}
+
+void SqlDriver::readTogether(const SqlDefinition& query) {
+    if (!RowCounter::takes(query.plan->parameters.size() * query.classes.size()))
+        throw SqlFailure(
+            "a condition of so many values over several classes cannot be answered "
+            "within a transaction that has written or locked; ask for the classes "
+            "one by one, or outside of it");
+    std::vector<TableMapping*> tables;
+    tables.reserve(query.classes.size());
+    for (Class* each : query.classes)
+        tables.push_back(&session->tables.of(each));
+    std::vector<std::unique_ptr<RowBuffer>> rows = session->unions.read(tables, *query.plan);
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        together[query.classes[i]] = std::move(rows[i]);
 }
 
 void SqlDriver::endSnapshot() noexcept {
-    if (std::exchange(opening, 0) != 0 && session != nullptr)
+    opening = 0;
+    together.clear();
+    if (std::exchange(isInSnapshot, false) && session != nullptr)
         session->connection->endSnapshot();
 }
 
@@ -461,8 +488,7 @@ SelectionDefinition* SqlDriver::define(AssociatedClass* associatedClass, const R
                 SqlTranslator translator(session->tables, *dialect);
                 definition = new SqlDefinition(
                     translator.render(*associatedClass, range),
-                    ModelMapping::concreteClasses(associatedClass->getClass()).size(),
-                    ++definitions);
+                    ModelMapping::concreteClasses(associatedClass->getClass()), ++definitions);
             });
     return definition;
 }
@@ -480,7 +506,7 @@ DBDriverSelection* SqlDriver::fetch(Class* cls, SelectionDefinition* definition)
                 beforeReading(cls);
                 beginSnapshot(query);
             }
-            cursor = std::make_unique<SqlSelection>(this, session->tables.of(cls), query.plan);
+            cursor = open(cls, query);
             if (opening == 0)
                 return;
             cursor->begin();
@@ -489,6 +515,14 @@ DBDriverSelection* SqlDriver::fetch(Class* cls, SelectionDefinition* definition)
         },
         goesOn);
     return cursor.release();
+}
+
+std::unique_ptr<SqlSelection> SqlDriver::open(Class* cls, const SqlDefinition& query) {
+    TableMapping& table = session->tables.of(cls);
+    auto rows = together.extract(cls);
+    if (rows.empty())
+        return std::make_unique<SqlSelection>(this, table, query.plan);
+    return std::make_unique<SqlSelection>(this, table, query.plan, std::move(rows.mapped()));
 }
 
 bool SqlDriver::count(AssociatedClass* associatedClass, std::uint64_t most, std::uint64_t& number) {

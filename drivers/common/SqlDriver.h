@@ -7,6 +7,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 
 #include <kes/Calculator.h>
@@ -26,6 +27,7 @@
 #include "drivers/common/RowCounter.h"
 #include "drivers/common/RowLoader.h"
 #include "drivers/common/SqlSchema.h"
+#include "drivers/common/UnionReader.h"
 #include "drivers/common/WriteQueue.h"
 
 namespace Kes::sql {
@@ -121,6 +123,7 @@ private:
         IdSource ids;
         LinkRows links;
         RowCounter counter;
+        UnionReader unions;
         bool writing = false;  // a transaction was begun and not ended by the library
         std::string loss;      // why the database has ended it
         FailureKind lossKind = FailureKind::Unclassified;
@@ -131,6 +134,8 @@ private:
     bool attempt(std::string_view what, Work work, bool keepsSnapshot = false);
     void makeRoom(bool forSnapshot);
     void beginSnapshot(const SqlDefinition& query);
+    void readTogether(const SqlDefinition& query);
+    std::unique_ptr<SqlSelection> open(Class* cls, const SqlDefinition& query);
     void endSnapshot() noexcept;
     void prepareToWrite();
     void prepareSchema();
@@ -158,9 +163,11 @@ private:
     bool settling = false;
 
     // While the cursors of one selection over several classes are opened: its
-    // number, and how many are to come.
+    // number, how many are to come, and what holds its state.
     std::uint64_t opening = 0;
     std::size_t toOpen = 0;
+    bool isInSnapshot = false;
+    std::unordered_map<const Class*, std::unique_ptr<RowBuffer>> together;  // by one statement
     std::uint64_t definitions = 0;
     String versionFailure;  // of getVersion or setVersion, "" for none
     FailureKind versionKind = FailureKind::Unclassified;

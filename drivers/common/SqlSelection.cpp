@@ -26,6 +26,16 @@ SqlSelection::SqlSelection(SqlDriver* itsDriver, TableMapping& itsTable,
     driver->enter(this);
 }
 
+SqlSelection::SqlSelection(SqlDriver* itsDriver, TableMapping& itsTable,
+                           std::shared_ptr<const QueryPlan> itsPlan,
+                           std::unique_ptr<RowBuffer> rows)
+    : driver(itsDriver),
+      table(itsTable),
+      plan(std::move(itsPlan)),
+      buffer(std::move(rows)) {
+    driver->enter(this);
+}
+
 SqlSelection::~SqlSelection() {
     finish();
 }
@@ -75,6 +85,8 @@ bool SqlSelection::next() {
 }
 
 void SqlSelection::begin() noexcept {
+    if (statement == nullptr)
+        return;
     try {
         hasFirst = statement->step();
         isBegun = true;

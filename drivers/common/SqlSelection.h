@@ -28,6 +28,10 @@ class SqlSelection final : public DBDriverSelection, public StoredKeys {
 public:
     SqlSelection(SqlDriver* itsDriver, TableMapping& itsTable,
                  std::shared_ptr<const QueryPlan> itsPlan);
+
+    /// Over rows that were taken aside.
+    SqlSelection(SqlDriver* itsDriver, TableMapping& itsTable,
+                 std::shared_ptr<const QueryPlan> itsPlan, std::unique_ptr<RowBuffer> rows);
     SqlSelection(const SqlSelection&) = delete;
     SqlSelection& operator=(const SqlSelection&) = delete;
     ~SqlSelection() override;

@@ -66,7 +66,8 @@ std::shared_ptr<const QueryPlan> SqlTranslator::render(AssociatedClass& selectio
     auto plan = std::make_shared<QueryPlan>(renderCondition(selection));
     plan->isById = plan->isById && selection.getSortOrders().size() == 0 && range.isAll();
     scopes.push_back({&tables.of(selection.getClass()), textOf(selection.getAlias())});
-    plan->tail += order(selection, plan->keys);
+    plan->order = order(selection, plan->keys);
+    plan->tail += plan->order;
     scopes.pop_back();
     if (!range.isAll())
         cut(*plan, range);

@@ -59,6 +59,7 @@ public:
     void beginSnapshot() override;
     void endSnapshot() noexcept override;
     bool isolatesReads() const override { return settings.isolation != "read committed"; }
+    bool readsAnew() const override { return !isolatesReads(); }
     bool inTransaction() override { return inside; }
     bool renew() override;
     void traceTo(std::ostream* stream) override { trace = stream; }

@@ -43,6 +43,7 @@ public:
     void beginSnapshot() override { isHolding = true; }
     void endSnapshot() noexcept override;
     bool isolatesReads() const override { return isolation != "read committed"; }
+    bool readsAnew() const override { return !isolatesReads(); }
     bool keepsCursors() const override { return false; }
     bool takesIdsAside() const override { return true; }
     bool renew() override;

@@ -33,6 +33,20 @@ std::string PostgresDialect::typeOf(FieldKind kind) const {
     }
 }
 
+// Of a union the server takes the type of the first two parts, and of two without
+// one it takes text.
+std::string PostgresDialect::nullOf(FieldKind kind) const {
+    switch (kind) {
+    case FieldKind::Text:
+    case FieldKind::Timestamp: return "NULL::pg_catalog.text COLLATE pg_catalog.\"C\"";
+    case FieldKind::Blob: return "NULL::pg_catalog.bytea";
+    case FieldKind::Float: return "NULL::pg_catalog.float4";
+    case FieldKind::Double: return "NULL::pg_catalog.float8";
+    case FieldKind::Bool: return "NULL::pg_catalog.int2";
+    default: return "NULL::pg_catalog.int8";
+    }
+}
+
 // A session takes a block with each value of the sequence.
 std::vector<std::string> PostgresDialect::idStore() const {
     return {

@@ -10,6 +10,7 @@ class PostgresDialect final : public Dialect {
 public:
     std::string name() const override { return "postgres"; }
     std::string typeOf(FieldKind kind) const override;
+    std::string nullOf(FieldKind kind) const override;
     std::vector<std::string> idStore() const override;
     /// Keeps others from linking to the row too, which are content to share it.
     std::string rowLock() const override { return " FOR UPDATE"; }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <set>
 #include <vector>
@@ -124,6 +125,70 @@ TEST_F(SelectionStateTest, IsOneInAStartedTransaction) {
 
     EXPECT_EQ((std::vector<int>{0, 0}), selection.years());
     mine.rollback();
+}
+
+// Behind a lock the database's own transaction is open, and at the weaker levels of
+// servers each of its statements sees what others have committed by then. Where
+// nobody may write behind a lock, there is nothing to see.
+TEST_F(SelectionStateTest, IsOneBehindALock) {
+    mine.startTransaction();
+    const Pointer<Person> ann(mine.newPerson("Ann"));
+    mine.commit();
+    StaffModel impatient;
+    open(impatient, engine->waitingAtMost(20));
+    mine.startTransaction();
+    ann->lock();
+    Opened selection(mine);
+    ASSERT_TRUE(selection.open(mine.carClass));
+    Selection all(impatient.vehicleClass);
+    impatient.startTransaction();
+    while (all.next()) {
+        auto* vehicle = static_cast<Vehicle*>(all.value());
+        vehicle->change();
+        vehicle->year = 1;
+    }
+    const bool isStored = codeRaisedBy([&] { impatient.commit(); }).empty();
+
+    ASSERT_TRUE(selection.open(mine.boatClass));
+
+    EXPECT_EQ((std::vector<int>{0, 0}), selection.years());
+    Opened later(mine);
+    ASSERT_TRUE(later.open(mine.carClass) && later.open(mine.boatClass));
+    EXPECT_EQ(std::vector<int>(2, isStored ? 1 : 0), later.years());
+    mine.rollback();
+}
+
+// Every kind of field, in the order and the range that were asked for, with what the
+// transaction itself has written.
+TEST_F(SelectionStateTest, IsWholeBehindALock) {
+    mine.startTransaction();
+    for (int i = 0; i < 40; ++i) {
+        auto* car = static_cast<Vehicle*>(mine.carClass->newInstance());
+        auto* boat = static_cast<Vehicle*>(mine.boatClass->newInstance());
+        car->year = 100 + i * 2;
+        boat->year = 101 + i * 2;
+    }
+    const Pointer<Person> ann(mine.newPerson("Ann"));
+    mine.commit();
+    StaffModel fresh;
+    open(fresh);
+    const Pointer<Person> same(fresh.findPerson("Ann"));
+    fresh.startTransaction();
+    same->lock();
+    auto* newest = static_cast<Vehicle*>(fresh.carClass->newInstance());
+    newest->year = 500;
+    SelectionOf<Vehicle> all(fresh.vehicleClass);
+    all.where(all["year"] >= 100 && all["year"] != 103);
+    all.orderBy(all["year"], false);
+    std::vector<int> years;
+    while (all.next())
+        years.push_back(all.value()->year);
+
+    ASSERT_EQ(80U, years.size());
+    EXPECT_EQ(500, years[0]);
+    EXPECT_EQ(179, years[1]);
+    EXPECT_TRUE(std::is_sorted(years.rbegin(), years.rend()));
+    fresh.rollback();
 }
 
 TEST_F(SelectionStateTest, DoesNotKeepLaterQueriesFromThePresent) {
