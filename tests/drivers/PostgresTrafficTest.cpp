@@ -138,7 +138,7 @@ TEST_F(PostgresTrafficTest, OfListsOfIdsIsOneMessagePerList) {
             ++rows;
         return rows;
     };
-    for (const std::size_t size : {2, 3, 100, 700, 1024})
+    for (const std::size_t size : std::vector<std::size_t>{2, 3, 100, 700, 1024})
         EXPECT_EQ(size, found(size));
 
     EXPECT_EQ(5, count.roundTrips());
