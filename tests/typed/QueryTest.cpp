@@ -372,8 +372,6 @@ TEST_P(QueryTest, RefusesClassesAndMembersThatTheSchemaLacks) {
 }
 
 TEST_P(QueryTest, LeavesCountsAndLimitsToTheDatabase) {
-    if (GetParam())
-        GTEST_SKIP() << "this driver has none";
     addAll(9);
     const unsigned long third =
         db->query<Item>().where(field<&Item::number> == 3).first().getObjectID();
@@ -382,7 +380,10 @@ TEST_P(QueryTest, LeavesCountsAndLimitsToTheDatabase) {
     EXPECT_EQ(9U, db->query<Item>().count());
     EXPECT_TRUE(db->query<Item>().exists());
     EXPECT_EQ(1, db->query<Box>().first()->number);
-    EXPECT_EQ(nullptr, db->getModel().get(third));
+    // A driver that has no means to do so delivers what is counted and cut off.
+    if (!GetParam()) {
+        EXPECT_EQ(nullptr, db->getModel().get(third));
+    }
 }
 
 }  // namespace Kes::testing
