@@ -207,13 +207,15 @@ void PostgresWire::flush() {
 
 // False when the connection broke; the next result says how. Where the talk is
 // encrypted, the client library may hold back what has arrived already, and the
-// socket says nothing of it: one that is silent is asked again now and then.
+// socket says nothing of it: one that is silent is asked again, at once and then
+// less and less often.
 bool PostgresWire::await(bool toSend) {
-    constexpr int pause = 100;  // ms; ten wake-ups a second cost nothing that counts
+    constexpr int longestPause = 100;  // ms; ten wake-ups a second cost nothing that counts
     const bool mayHoldBack =
         !toSend && (PQsslInUse(connection) != 0 || PQgssEncInUse(connection) != 0);
     const int limit = limits.network > 0 ? static_cast<int>(limits.network) : -1;
-    for (int left = limit;;) {
+    int pause = 0;
+    for (int left = limit;; pause = std::min(2 * pause + 1, longestPause)) {
         if (mayHoldBack && (PQconsumeInput(connection) == 0 || PQisBusy(connection) == 0))
             break;
         const int step = mayHoldBack ? std::min(left, pause) : left;

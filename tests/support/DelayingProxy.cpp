@@ -172,6 +172,11 @@ public:
         return cutsNow;
     }
 
+    void mute() {
+        for (Pair& pair : pairs)
+            pair.isMute = true;
+    }
+
     void run() {
         while (!isEnding) {
             std::vector<pollfd> polled = wait();
@@ -357,6 +362,10 @@ void DelayingProxy::cutWithinAnswer(const std::string& text, std::size_t bytes) 
 
 void DelayingProxy::swallowAnswer(const std::string& text) {
     traffic->command([&] { traffic->fate = {text, Fate::Swallow}; });
+}
+
+void DelayingProxy::swallowAnswers() {
+    traffic->command([this] { traffic->mute(); });
 }
 
 void DelayingProxy::rewriteAnswers(Rewriter rewrite) {

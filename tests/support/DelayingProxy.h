@@ -55,6 +55,10 @@ public:
     /// client next sends the text. The connection stays up.
     void swallowAnswer(const std::string& text);
 
+    /// The same for the connections that there are, from now on: where nobody can
+    /// read what the client sends. Returns when it is so.
+    void swallowAnswers();
+
     /// Each piece that a server sends goes through `rewrite`, in the proxy's
     /// thread; null ends that.
     void rewriteAnswers(Rewriter rewrite);
