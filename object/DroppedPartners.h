@@ -25,6 +25,9 @@ public:
             myCurrent->entries.push_back({ref, partner});
     }
 
+    /// Whether a driver is at work on the calling thread.
+    static bool isNoting() { return myCurrent != nullptr; }
+
     /// Notes in this list, on the calling thread, or in none; returns the list
     /// that was noted in before.
     static DroppedPartners* noteIn(DroppedPartners* list) { return std::exchange(myCurrent, list); }

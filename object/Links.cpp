@@ -255,6 +255,8 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
     if (!ref.isFetched())
         return;  // it could not be loaded, and the error handler returned
     const Pointer<Instance> old(ref.getInstance());
+    if (partner == nullptr && old == nullptr)
+        return;
     LinkAttempt attempt(model);
     ModelGate::rememberReference(this, ref, association, end.getRole());
     ref.setInstance(partner);
@@ -265,7 +267,7 @@ void Instance::set(OneAssociatedInstance& ref, Instance* partner) {
     if (partner != nullptr) {
         LinkHandler(this, association, end.getRole(), LinkHandler::Add).visit(partner);
         ModelGate::link(model, true, this, end.getRole(), partner, association);
-    } else if (old != nullptr) {
+    } else {
         ModelGate::link(model, false, this, end.getRole(), old, association);
     }
     attempt.done();

@@ -13,6 +13,9 @@ void OneAssociatedInstance::setFetched(bool isFetchedNow) {
         return;
     if (objectID != 0)
         DroppedPartners::note(this, objectID);
+
+    // What a driver fills shows what is stored, and no rollback puts back older things.
+    touched = touched && !DroppedPartners::isNoting();
     setInstance(nullptr);
 }
 

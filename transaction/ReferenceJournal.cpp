@@ -71,9 +71,12 @@ void revertReferences(const Changes& changes, std::size_t mark) noexcept {
     for (auto entry = changes.journal.rbegin(); entry != end; ++entry) {
         if (entry->kind == Remembered::One) {
             auto* ref = static_cast<OneAssociatedInstance*>(entry->ref);
+            if (!ReferenceState::isTouched(*ref))
+                continue;  // it was read again since
             ref->setFetched(entry->fetched);
             ref->setInstance(entry->instance);
             ref->setObjectID(entry->objectID);
+            ReferenceState::setTouched(*ref, !entry->isFirst);
             continue;
         }
         if (entry->kind == Remembered::LostLink)

@@ -145,7 +145,10 @@ void LinkWriter::postDissolver(const Referrer& referrer, const std::vector<std::
     ids.reserve(removed.size());
     for (const std::size_t position : removed)
         ids.push_back(static_cast<std::int64_t>(queue[position].instance->getObjectID()));
-    if (referrer.isUnnamed()) {
+    // Of links that the library names no row is left, but where it has parted who was
+    // not linked: that row is written, and its version raised, by its own operation.
+    if (referrer.isUnnamed() ||
+        (referrer.holder != nullptr && queue.hasParted(referrer.association))) {
         emptyRows(referrer.holder, referrer.association, *referrer.role,
                   readReferences(referrer.holder, *referrer.role, ids), removed.front());
         return;

@@ -142,6 +142,10 @@ void WriteQueue::link(bool made, Instance* first, const String& firstRole, Insta
         takeFromOthers(second, secondRole, first, association);
     }
     const Change change = made ? Change::Make : isLost ? Change::Empty : Change::Dissolve;
+    const bool isPair = inFirst && inSecond && (first->isRemoved() || second->isRemoved());
+    const Instance* holder = inFirst ? first : second;
+    if (!made && !isPair && !holder->isRemoved() && !hasParted(association))
+        parted.push_back(association);
     if (inFirst)
         setReference(first, firstRole, second, change, linkFlag, !linkFlag);
     if (inSecond)
@@ -321,6 +325,7 @@ void WriteQueue::forget() {
 void WriteQueue::clear() {
     forget();
     raisedEarlier.clear();
+    parted.clear();
     inserted.clear();
     insertedIsSorted = true;
 }

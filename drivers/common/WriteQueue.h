@@ -22,6 +22,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -143,6 +144,13 @@ public:
     };
     const std::vector<Dissolved>& getDissolved() const { return dissolved; }
 
+    /// Whether this transaction has parted somebody from a partner in another way than
+    /// by the removal of one of a pair: such a row is written, and may lead elsewhere
+    /// than memory has shown.
+    bool hasParted(const Association* association) const {
+        return std::find(parted.begin(), parted.end(), association) != parted.end();
+    }
+
 private:
     // What a link call does to a reference.
     enum class Change : std::uint8_t { Make, Dissolve, Empty };
@@ -175,6 +183,7 @@ private:
     const Class* lastClass = nullptr;  // whose row was queued last
     std::map<Held, Holder> holders;
     std::vector<Dissolved> dissolved;
+    std::vector<const Association*> parted;  // until the transaction ends
 
     // Their versions were raised by a flush before the last of this transaction,
     // and not by an action of their own.

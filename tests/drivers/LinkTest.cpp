@@ -617,6 +617,27 @@ TEST_F(LinkTest, GoesWithARemovalThatLoadsNobody) {
     EXPECT_EQ("1100", ask("SELECT count(*) FROM [Person] WHERE [employer] = " + idOf(theirFirm)));
 }
 
+// The row is written for the one link, and emptied by the removal as well.
+TEST_F(LinkTest, RaisesTheVersionOnceOfWhoIsPartedFromOneAndLosesAnother) {
+    bob->children.add(ann);
+    model.commit();
+    StaffModel other;
+    open(other);
+    const Pointer<Person> theirs(other.findPerson("Ann"));
+    other.startTransaction();
+
+    other.findPerson("Cid")->children.remove(theirs);
+    other.findPerson("Bob")->remove();
+    other.commit();
+
+    EXPECT_EQ("", column("parent", "Ann"));
+    EXPECT_EQ(std::to_string(theirs->getVersion()), column("KesVersion", "Ann"));
+    theirs->age = 7;
+    theirs->change();
+    other.commit();
+    EXPECT_EQ("7", column("age", "Ann"));
+}
+
 // Whatever a transaction makes of one-to-one links, its undo brings back what was
 // stored before, and its redo what was stored behind it.
 class UndoneLinkTest : public LinkTest {

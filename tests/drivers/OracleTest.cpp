@@ -1,16 +1,19 @@
 // What random programs over links leave, on every driver.
 //
 // KES_ORACLE_SECONDS makes it go on with further seeds for so long; a failure
-// names its seed, which KES_ORACLE_SEED runs alone.
+// names its seed, which KES_ORACLE_SEED runs alone. KES_ORACLE_CASES makes it play so
+// many cases of LinkOrders; a failure names its case, for KES_ORACLE_CASE.
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <string>
 
 #include "tests/drivers/DriverTest.h"
+#include "tests/support/LinkOrders.h"
 #include "tests/support/LinkProgram.h"
 
 namespace Kes::testing {
@@ -35,6 +38,25 @@ protected:
 };
 
 }  // namespace
+
+TEST_F(OracleTest, FindsInMemoryWhatIsStoredWheneverItWasFirstRead) {
+    const std::unique_ptr<Engine> engine = Engine::make();
+    LinkOrders orders([&](Model& model) { engine->open(model); });
+    const char* only = std::getenv("KES_ORACLE_CASE");
+    if (only != nullptr) {
+        orders.trace();
+        return orders.run(std::strtoull(only, nullptr, 10));
+    }
+    const std::uint64_t first = numberIn("KES_ORACLE_FIRST", 1);
+    const std::uint64_t last = first + numberIn("KES_ORACLE_CASES", 300);
+    for (std::uint64_t i = first; i < last && !HasFatalFailure(); ++i) {
+        try {
+            orders.run(LinkOrders::spread(i));
+        } catch (const std::exception& failure) {
+            FAIL() << failure.what();
+        }
+    }
+}
 
 TEST_F(OracleTest, FindsInMemoryAndDatabaseWhatTheCallsSay) {
     const unsigned only = numberIn("KES_ORACLE_SEED", 0);

@@ -440,4 +440,41 @@ TEST_F(TwoSidesTest, KeepAPairThatIsPending) {
     EXPECT_EQ(other, one->marriedTo.get());
 }
 
+TEST_F(TwoSidesTest, AgreeAfterARollbackOnWhatOthersDidToAnEmptyReferenceThatWasEmptied) {
+    others.startTransaction();
+    others.newPerson("Free");
+    others.commit();
+    const Pointer<Person> freed(model.findPerson("Free"));
+    model.startTransaction();
+    freed->employer = nullptr;
+    letOthersMove("Free", "F0");
+    first->refresh();
+    EXPECT_TRUE(first->staff.contains(freed));
+
+    model.rollback();
+
+    EXPECT_EQ(first, freed->employer.get());
+    EXPECT_TRUE(first->staff.contains(freed));
+}
+
+// Whose partner was taken is not pending, and may be read again.
+TEST_F(TwoSidesTest, KeepAfterARollbackWhatWasReadAgainWithinTheTransaction) {
+    letOthersMarry("P1", "P0");
+    one->refresh();
+    other->refresh();
+    EXPECT_EQ(one, other->spouse.get());
+    EXPECT_EQ(other, one->marriedTo.get());
+    model.startTransaction();
+    other->spouse = model.newPerson("Fresh");
+    others.startTransaction();
+    others.newPerson("New");
+    others.commit();
+    letOthersMarry("New", "P0");
+
+    one->refresh();
+    model.rollback();
+
+    EXPECT_EQ(model.findPerson("New"), one->marriedTo.get());
+}
+
 }  // namespace Kes::testing
