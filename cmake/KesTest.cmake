@@ -28,19 +28,26 @@ if(KES_PRECOMPILE)
     kes_set_test_options(kes_test_headers)
 endif()
 
-# kes_add_test(NAME SOURCES file... [LINK target...] [SERVER name [ALONE]])
+# kes_add_test(NAME SOURCES file... [LINK target...] [SERVER name [ALONE]]
+#              [TOGETHER parts])
 #
 # Adds the program test_NAME and hands each of its tests to ctest, which has the
 # server run meanwhile, for one of them at a time where they need it ALONE. A
 # test that runs for two minutes hangs, and fails.
+#
+# With sanitizers a process costs more to start than most tests to run. Tests that
+# may run TOGETHER do so there, in a process for each of so many parts, unless all
+# is asked for; elsewhere each has a process of its own, which proves that it needs
+# no other.
 function(kes_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "ALONE" "SERVER" "SOURCES;LINK")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "ALONE" "SERVER;TOGETHER" "SOURCES;LINK")
     kes_add_suite(${name} SOURCES ${arg_SOURCES} LINK ${arg_LINK})
     set(lock)
     if(arg_ALONE)
         # One after the other, so the first of them starts as early as possible.
         set(lock RESOURCE_LOCK ${arg_SERVER} COST 200)
     endif()
+    set(parts "${arg_TOGETHER}")
     kes_discover_tests(${name} "" ${arg_SERVER} ${lock})
 endfunction()
 
@@ -55,32 +62,37 @@ function(kes_add_suite name)
         "${PROJECT_SOURCE_DIR}"
         "${PROJECT_SOURCE_DIR}/include"
     )
-    target_link_libraries(${target} PRIVATE kes ${arg_LINK} GTest::gtest_main GTest::gmock)
+    target_link_libraries(${target} PRIVATE
+        kes ${arg_LINK} $<TARGET_NAME_IF_EXISTS:kes_test_progress>
+        GTest::gtest_main GTest::gmock
+    )
     kes_set_test_options(${target})
     if(KES_PRECOMPILE)
         target_precompile_headers(${target} REUSE_FROM kes_test_headers)
     endif()
 endfunction()
 
-# kes_run_suite(NAME DRIVER [SERVER name [ALONE]] [TESTS filter])
+# kes_run_suite(NAME DRIVER [SERVER name [ALONE]] [TESTS filter] [TOGETHER parts])
 #
 # Hands the tests of the program test_NAME to ctest once more, for a driver, or
 # those of them that the filter names. The names of its tests begin with the
 # driver's.
 function(kes_run_suite name driver)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "ALONE" "SERVER;TESTS" "")
+    cmake_parse_arguments(PARSE_ARGV 2 arg "ALONE" "SERVER;TESTS;TOGETHER" "")
     set(lock)
     if(arg_ALONE)
         # One after the other, so the first of them starts as early as possible.
         set(lock RESOURCE_LOCK ${arg_SERVER} COST 200)
     endif()
     set(filter "${arg_TESTS}")
+    set(parts "${arg_TOGETHER}")
     kes_discover_tests(${name} ${driver} ${arg_SERVER} ${lock})
 endfunction()
 
 # kes_discover_tests(NAME DRIVER [server [property value]...])
 #
-# Of the tests it takes those that the variable filter names, all when it is empty.
+# Of the tests it takes those that the variable filter names, all when it is empty,
+# and has them run together in as many parts as the variable parts says.
 function(kes_discover_tests name driver)
     set(prefix)
     set(chosen)
@@ -99,6 +111,17 @@ function(kes_discover_tests name driver)
     endif()
     if(ARGN)
         list(APPEND properties FIXTURES_REQUIRED ${ARGN})
+    endif()
+    if(parts AND KES_SANITIZE AND NOT KES_TEST_FULL AND UNIX)
+        foreach(part RANGE 1 ${parts})
+            set(test "${prefix}${name}.${part}")
+            add_test(NAME ${test} COMMAND "${PROJECT_SOURCE_DIR}/tests/support/run-together"
+                $<TARGET_FILE:test_${name}> "${PROJECT_BINARY_DIR}/together" ${test}
+                ${part} ${parts} "${filter}"
+            )
+            set_tests_properties(${test} PROPERTIES ${properties} TIMEOUT 900 COST 50)
+        endforeach()
+        return()
     endif()
     gtest_discover_tests(test_${name}
         TEST_PREFIX "${prefix}"
