@@ -82,7 +82,7 @@ TEST_F(EventTest, OfARefreshPassesOnWhatAListenerThrew) {
     NotingListener atAnn(log, "Ann");
     ann->addListener(&atAnn);
     atAnn.then = [] { throw std::runtime_error("no"); };
-    recording.failAt(1, "refresh");
+    recording.removedElsewhere = {ann->getObjectID()};
 
     EXPECT_THROW(ann->refresh(), std::runtime_error);
 

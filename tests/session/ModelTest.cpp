@@ -30,7 +30,10 @@ TEST_F(ModelTest, HandsTheTextsToTheDriverInOrder) {
 
     model.openWith("recording", ":memory:", "busy_timeout=1");
 
-    EXPECT_EQ("open :memory:|secret|user|busy_timeout=1", recording.only("open").front());
+    EXPECT_EQ("open :memory:", recording.only("open").front());
+    EXPECT_STREQ("secret", recording.password);
+    EXPECT_STREQ("user", recording.user);
+    EXPECT_STREQ("busy_timeout=1", recording.options);
 }
 
 TEST_F(ModelTest, IsOpenBetweenOpenAndClose) {

@@ -137,7 +137,7 @@ TEST_F(SiblingLoaderTest, ReadsNothingAheadWhereNoReferenceIsRead) {
 
     // The rows behind the current one have not been asked for.
     recording.failAt(1, "cursor.next");
-    EXPECT_FALSE(firms.next());
+    EXPECT_RAISES("SELERR", firms.next());
 }
 
 // Whatever the first rows behind the current one are, these are delivered.

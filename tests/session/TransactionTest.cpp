@@ -352,7 +352,7 @@ TEST_F(TransactionTest, ReportsARemovalThatARefreshFinds) {
     const Pointer<Person> ann = stored("Ann");
     Ear ear;
     ann->addListener(&ear);
-    recording.failAt(1, "refresh");
+    recording.removedElsewhere = {ann->getObjectID()};
 
     ann->refresh();
 

@@ -40,7 +40,7 @@ public:
     SelectionDefinition* defineSelection(AssociatedClass*) override {
         return new SelectionDefinition;
     }
-    DBDriverSelection* fetch(Class*, SelectionDefinition*) override { return nullptr; }
+    DBDriverSelection* fetch(Class*, SelectionDefinition*) override { return new NoRows; }
     void traceSQLTo(std::ostream&) override {}
     void disableSQLTrace() override {}
 
@@ -48,6 +48,12 @@ public:
     DBDriverStatus status;
 
 private:
+    class NoRows final : public DBDriverSelection {
+    public:
+        bool next() override { return false; }
+        Instance* getInstance() override { return nullptr; }
+    };
+
     unsigned long lastID = 0;
 };
 

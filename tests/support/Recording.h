@@ -2,19 +2,30 @@
 
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
 #include <kes/Export.h>
-#include <kes/Failure.h>
 #include <kes/String.h>
+
+#include "tools/faulty/Faults.h"
 
 namespace Kes::testing {
 
 /// Shared by the tests and the recording driver, which is loaded by name.
-class KES_EXPORT Recording {
+///
+/// Not all calls are counted: one that is asked for a version or for a trace, that
+/// a cursor is asked or that only asks for words fails when its slot is the wished
+/// one, and those of the last two kinds are not noted either.
+class KES_EXPORT Recording final : public faulty::Faults {
 public:
     static Recording& get();
+
+    /// The source to open where the driver shall have no database: it knows the
+    /// versions that it is told, numbers objects, finds no rows and does nothing
+    /// else. Each driver begins with nothing. Other sources are those of SQLite.
+    static constexpr const char* NoDatabase = "no database";
 
     /// Forgets the log and all wishes.
     void reset();
@@ -26,17 +37,12 @@ public:
 
     /// A commit that fails has been stored, and its answer is lost.
     void storeWhatFails(bool on) { storing = on; }
-    bool storesWhatFails() const { return storing; }
 
     /// Of the failures that it was told to have.
     FailureKind kind = FailureKind::Unclassified;
 
-    /// Called by the driver: notes the call and tells whether it shall fail.
-    bool enter(const std::string& slot, const std::string& details);
-
-    /// The same for calls that are neither noted nor counted: they fail only
-    /// when their slot is the wished one.
-    bool enterUnnoted(const std::string& slot);
+    /// The ids of objects that a refresh finds removed by somebody else.
+    std::set<unsigned long> removedElsewhere;
 
     long callCount() const { return calls; }
     bool hasFailed() const { return failed; }
@@ -45,8 +51,16 @@ public:
     std::vector<std::string> log;
     std::vector<std::string> only(const std::string& slot) const;
 
-    /// As the driver was given it with the last open.
+    /// As the driver was given them with the last open.
     String password;
+    String user;
+    String options;
+
+    bool isDue(const std::string& slot, const std::string& details) override;
+    bool strike(const std::string& slot, bool mayThrow) override;
+    bool strikesAfter() const override { return storing; }
+    std::string describe(const std::string& slot) const override;
+    FailureKind getKind() const override { return kind; }
 
 private:
     bool isWished();

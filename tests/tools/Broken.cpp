@@ -1,5 +1,5 @@
 // A driver that is wrong in one way, chosen by its options, and passes
-// everything else on to a real one:
+// everything else on to a real one, as a FaultyDriver without faults does:
 //
 //     broken.driver=sqlite;broken.defect=update-lost;...
 //
@@ -20,13 +20,13 @@
 #include <kes/Class.h>
 #include <kes/Condition.h>
 #include <kes/ConditionTranslator.h>
-#include <kes/DBDriver.h>
 #include <kes/DBDriverManager.h>
-#include <kes/EmptiedReferences.h>
 #include <kes/Handler.h>
 #include <kes/Instance.h>
 #include <kes/Role.h>
 #include <kes/Selection.h>
+
+#include "tools/faulty/FaultyDriver.h"
 
 namespace {
 
@@ -225,29 +225,18 @@ std::map<unsigned long, unsigned long> myVersions;
 // The driver that was opened last.
 DBDriver* myNewest = nullptr;
 
-class BrokenDriver final : public DBDriver, public EmptyingDriver {
+class BrokenDriver final : public faulty::FaultyDriver {
 public:
+    BrokenDriver() : FaultyDriver(std::make_shared<faulty::Faults>()) {}
     ~BrokenDriver() override {
         forget();
         if (is("end-commits"))
             real->commit();
     }
 
-    bool open(const String& source, const String& password, const String& user,
-              const String& options) override {
-        std::string rest = static_cast<const char*>(options);
-        defect = take(rest, "defect");
-        real.reset(DBDriverManager::getDBDriver(take(rest, "driver").c_str()));
-        myNewest = real.get();
-        return real->open(source, password, user, rest.c_str());
-    }
     bool close() override {
         forget();
         return real->close();
-    }
-    bool tellEmptiedTo(EmptiedListener* listener) override {
-        auto* telling = dynamic_cast<EmptyingDriver*>(real.get());
-        return telling != nullptr && telling->tellEmptiedTo(listener);
     }
     int getVersion(const String& name, const String& kind) override {
         return real->getVersion(name, is("kinds-alike") ? String("MODEL") : kind);
@@ -264,10 +253,6 @@ public:
     }
     bool endClassUpdate(Class* cls) override {
         return leaves(cls) || done(real->endClassUpdate(cls)) || is("misfit-ignored");
-    }
-    bool createView(Class* cls) override { return real->createView(cls); }
-    bool createAssociation(Association* association) override {
-        return real->createAssociation(association);
     }
     const String& getErrorMessage() override {
         return is("words-missing") || is("half-made") ? words : real->getErrorMessage();
@@ -373,10 +358,19 @@ public:
                           cls->getSubClasses().size() == 0;
         return new BrokenCursor(cursor, defects);
     }
-    void traceSQLTo(std::ostream& stream) override { real->traceSQLTo(stream); }
     void disableSQLTrace() override {
         if (!is("trace-goes-on"))
             real->disableSQLTrace();
+    }
+
+protected:
+    bool prepare(const std::string&, const std::string& options, String& realOptions) override {
+        std::string rest = options;
+        defect = take(rest, "defect");
+        real.reset(DBDriverManager::getDBDriver(take(rest, "driver").c_str()));
+        myNewest = real.get();
+        realOptions = rest.c_str();
+        return real != nullptr;
     }
 
 private:
@@ -445,7 +439,6 @@ private:
     }
 
     std::string defect;
-    std::unique_ptr<DBDriver> real;
     DBDriverStatus status;
     String words = "it did not work";
     unsigned long lastId = 0;

@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "tools/faulty/Faults.h"
+
 namespace Kes::faulty {
 
 /// The wrapping driver's own options.
@@ -28,8 +30,8 @@ struct FaultSettings {
     static FaultSettings parse(const std::string& options);
 };
 
-/// Counts calls and tells those that a fault falls on.
-class FaultPlan {
+/// Faults as the options of a driver name them.
+class FaultPlan final : public Faults {
 public:
     explicit FaultPlan(const FaultSettings& wanted) : settings(wanted) {}
 
@@ -37,17 +39,13 @@ public:
     /// whose first settings hold; without a name a new plan.
     static std::shared_ptr<FaultPlan> find(const FaultSettings& wanted);
 
-    /// Counts and logs a call; true when a fault falls on it.
-    bool isDue(const std::string& slot, const std::string& details);
+    bool isDue(const std::string& slot, const std::string& details) override;
 
-    /// Lets the fault happen: kills the process, waits, or throws
-    /// std::runtime_error if `mayThrow`. True when the call has to fail.
-    bool strike(const std::string& slot, bool mayThrow);
+    /// Kills the process, waits, throws std::runtime_error or does nothing else.
+    bool strike(const std::string& slot, bool mayThrow) override;
 
-    bool strikesAfter() const { return settings.after; }
-
-    /// The words for a call that was made to fail.
-    std::string describe(const std::string& slot) const;
+    bool strikesAfter() const override { return settings.after; }
+    std::string describe(const std::string& slot) const override;
 
 private:
     void note(const std::string& slot, const std::string& details, bool due) const;

@@ -5,8 +5,15 @@
 namespace Kes::faulty {
 
 FaultyCursor::~FaultyCursor() {
-    if (plan->isDue("cursor.destroy", ""))
-        plan->strike("cursor.destroy", false);
+    if (faults->isDue("cursor.destroy", ""))
+        faults->strike("cursor.destroy", false);
+}
+
+bool FaultyCursor::fails(const char* slot) {
+    if (!faults->strike(slot, true))
+        return false;
+    report->tell(faults->describe(slot), faults->getKind());
+    return true;
 }
 
 // As the contract has it: the failure is raised and the cursor is at its end.
@@ -21,24 +28,18 @@ void FaultyCursor::raise() {
 
 bool FaultyCursor::next() {
     report->told = false;
-    const bool due = plan->isDue("cursor.next", "");
-    if (due && plan->strikesAfter() && real != nullptr)
+    const bool due = faults->isDue("cursor.next", "");
+    if (due && faults->strikesAfter() && real != nullptr)
         real->next();
-    if (due && plan->strike("cursor.next", true)) {
-        report->told = true;
-        report->message = plan->describe("cursor.next").c_str();
+    if (due && fails("cursor.next"))
         raise();
-    }
     return real != nullptr && real->next();
 }
 
 Instance* FaultyCursor::getInstance() {
     report->told = false;
-    if (plan->isDue("cursor.getInstance", "") && plan->strike("cursor.getInstance", true)) {
-        report->told = true;
-        report->message = plan->describe("cursor.getInstance").c_str();
+    if (faults->isDue("cursor.getInstance", "") && fails("cursor.getInstance"))
         return nullptr;
-    }
     return real != nullptr ? real->getInstance() : nullptr;
 }
 

@@ -12,10 +12,10 @@ namespace Kes::faulty {
 
 class FaultyCursor final : public DBDriverSelection {
 public:
-    FaultyCursor(DBDriverSelection* itsCursor, std::shared_ptr<FaultPlan> itsPlan,
+    FaultyCursor(std::unique_ptr<DBDriverSelection> itsCursor, std::shared_ptr<Faults> itsFaults,
                  std::shared_ptr<Report> itsReport)
-        : real(itsCursor),
-          plan(std::move(itsPlan)),
+        : real(std::move(itsCursor)),
+          faults(std::move(itsFaults)),
           report(std::move(itsReport)) {}
     FaultyCursor(const FaultyCursor&) = delete;
     FaultyCursor& operator=(const FaultyCursor&) = delete;
@@ -25,10 +25,11 @@ public:
     Instance* getInstance() override;
 
 private:
+    bool fails(const char* slot);
     [[noreturn]] void raise();
 
     std::unique_ptr<DBDriverSelection> real;  // null after a failure
-    std::shared_ptr<FaultPlan> plan;
+    std::shared_ptr<Faults> faults;
     std::shared_ptr<Report> report;
 };
 

@@ -7,6 +7,7 @@
 #include <kes/Instance.h>
 #include <kes/Selection.h>
 
+#include "tools/faulty/FaultPlan.h"
 #include "tools/faulty/FaultyCursor.h"
 
 namespace Kes::faulty {
@@ -40,16 +41,17 @@ void discard(DBDriverSelection* cursor) {
 
 }  // namespace
 
-FaultyDriver::FaultyDriver() : report(std::make_shared<Report>()) {}
+FaultyDriver::FaultyDriver(std::shared_ptr<Faults> itsFaults)
+    : report(std::make_shared<Report>()),
+      faults(std::move(itsFaults)) {}
 
 FaultyDriver::~FaultyDriver() {
-    if (plan != nullptr && plan->isDue("destroy", ""))
-        plan->strike("destroy", false);
+    if (faults != nullptr && faults->isDue("destroy", ""))
+        faults->strike("destroy", false);
 }
 
 bool FaultyDriver::refuse(const std::string& words) {
-    report->told = true;
-    report->message = words.c_str();
+    report->tell(words, FailureKind::Unclassified);
     return false;
 }
 
@@ -61,38 +63,38 @@ Result FaultyDriver::call(const char* slot, const std::string& details, Result f
         refuse("faulty: the driver is not open");
         return failure;
     }
-    if (!plan->isDue(slot, details))
+    if (!faults->isDue(slot, details))
         return work();
-    if (plan->strikesAfter()) {
+    if (faults->strikesAfter()) {
         const Result made = work();
         try {
-            if (!plan->strike(slot, true))
+            if (!faults->strike(slot, true))
                 return made;
         } catch (...) {
             discard(made);
             throw;
         }
         discard(made);
-    } else if (!plan->strike(slot, true)) {
+    } else if (!faults->strike(slot, true)) {
         return work();
     }
-    refuse(plan->describe(slot));
+    report->tell(faults->describe(slot), faults->getKind());
     return failure;
 }
 
 // The same for calls whose failure their caller does not see. True when the
 // call is left out.
 bool FaultyDriver::falls(const char* slot, const std::string& details) {
-    return plan == nullptr || (plan->isDue(slot, details) && plan->strike(slot, true));
+    return faults == nullptr || (faults->isDue(slot, details) && faults->strike(slot, true));
 }
 
-bool FaultyDriver::prepare(const std::string& options, String& realOptions) {
+bool FaultyDriver::prepare(const std::string&, const std::string& options, String& realOptions) {
     try {
         const FaultSettings settings = FaultSettings::parse(options);
         real.reset(DBDriverManager::getDBDriver(settings.driver.c_str()));
         if (real == nullptr)
             return refuse("faulty: there is no driver \"" + settings.driver + "\"");
-        plan = FaultPlan::find(settings);
+        faults = FaultPlan::find(settings);
         realOptions = settings.realOptions.c_str();
         return true;
     } catch (const Exception& raised) {
@@ -105,9 +107,9 @@ bool FaultyDriver::prepare(const std::string& options, String& realOptions) {
 bool FaultyDriver::open(const String& source, const String& password, const String& user,
                         const String& options) {
     String realOptions;
-    return prepare(textOf(options), realOptions) && call("open", textOf(source), false, [&] {
-               return real->open(source, password, user, realOptions);
-           });
+    return prepare(textOf(source), textOf(options), realOptions) &&
+           call("open", textOf(source), false,
+                [&] { return real->open(source, password, user, realOptions); });
 }
 
 bool FaultyDriver::close() {
@@ -155,8 +157,8 @@ bool FaultyDriver::createAssociation(Association* association) {
 }
 
 const String& FaultyDriver::getErrorMessage() {
-    if (falls("getErrorMessage") && plan != nullptr)
-        refuse(plan->describe("getErrorMessage"));
+    if (falls("getErrorMessage") && faults != nullptr)
+        refuse(faults->describe("getErrorMessage"));
     return report->told ? report->message : real->getErrorMessage();
 }
 
@@ -235,10 +237,10 @@ SelectionDefinition* FaultyDriver::defineSelection(AssociatedClass* associatedCl
 DBDriverSelection* FaultyDriver::fetch(Class* cls, SelectionDefinition* definition) {
     return call("fetch", textOf(cls->getName()), static_cast<DBDriverSelection*>(nullptr),
                 [&]() -> DBDriverSelection* {
-                    DBDriverSelection* cursor = real->fetch(cls, definition);
+                    std::unique_ptr<DBDriverSelection> cursor(real->fetch(cls, definition));
                     if (cursor == nullptr)
                         return nullptr;
-                    return new FaultyCursor(cursor, plan, report);
+                    return new FaultyCursor(std::move(cursor), faults, report);
                 });
 }
 

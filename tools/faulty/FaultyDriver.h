@@ -1,5 +1,6 @@
 // A driver that passes every call on to a real one, but for those that a fault
-// falls on.
+// falls on. What the faults are, somebody else knows: the options that it is
+// opened with, as authors of drivers use it, or a test.
 
 #pragma once
 
@@ -9,21 +10,29 @@
 
 #include <kes/DBDriver.h>
 #include <kes/EmptiedReferences.h>
+#include <kes/Failure.h>
 
-#include "tools/faulty/FaultPlan.h"
+#include "tools/faulty/Faults.h"
 
 namespace Kes::faulty {
 
 /// The text of the last failure that was none of the real driver's; shared with
 /// cursors, which may outlive their driver.
 struct Report {
-    bool told = false;
+    void tell(const std::string& words, FailureKind itsKind) {
+        told = true;
+        message = words.c_str();
+        kind = itsKind;
+    }
+
+    bool told = false;  // in the last call
     String message;
+    FailureKind kind = FailureKind::None;  // of the last one that was told
 };
 
-class FaultyDriver final : public DBDriver, public EmptyingDriver {
+class FaultyDriver : public DBDriver, public EmptyingDriver {
 public:
-    FaultyDriver();
+    FaultyDriver() : FaultyDriver(nullptr) {}
     ~FaultyDriver() override;
 
     bool open(const String& source, const String& password, const String& user,
@@ -56,17 +65,28 @@ public:
     void disableSQLTrace() override;
     bool tellEmptiedTo(EmptiedListener* listener) override;
 
-private:
-    bool prepare(const std::string& options, String& realOptions);
+protected:
+    /// With faults that are known before the driver is opened.
+    explicit FaultyDriver(std::shared_ptr<Faults> itsFaults);
+
+    /// Makes the real driver, which is then opened with what is put into
+    /// `realOptions`, and the faults. False, with the words told, when it cannot be.
+    virtual bool prepare(const std::string& source, const std::string& options,
+                         String& realOptions);
+
+    /// Notes the words for a failure; false.
     bool refuse(const std::string& words);
+
+    std::unique_ptr<DBDriver> real;  // null before open
+    std::shared_ptr<Report> report;
+
+private:
     bool falls(const char* slot, const std::string& details = "");
 
     template <class Result, class Work>
     Result call(const char* slot, const std::string& details, Result failure, Work work);
 
-    std::unique_ptr<DBDriver> real;   // null before open
-    std::shared_ptr<FaultPlan> plan;  // null before open
-    std::shared_ptr<Report> report;
+    std::shared_ptr<Faults> faults;  // null before open
     DBDriverStatus status;
 
     // setVersion has no result; its failure shows at the commit.
