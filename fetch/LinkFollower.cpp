@@ -30,6 +30,11 @@ unsigned long partnerOf(OneAssociatedInstance& ref) {
     return held != nullptr ? held->getObjectID() : 0;
 }
 
+// Without an iteration that the application may have under way.
+bool canBeScanned(const ManyAssociatedInstances& ref) {
+    return dynamic_cast<const ManyReference*>(&ref) != nullptr;
+}
+
 void pointTo(OneAssociatedInstance& ref, unsigned long partner) {
     ref.setFetched(false);
     ref.setObjectID(partner);
@@ -100,10 +105,11 @@ void LinkFollower::noteShown(const Association* association, const String* role)
     });
 }
 
-void LinkFollower::noteMember(const Instance* owner, const Instance* member,
-                              const Association* association, const String& role) {
+void LinkFollower::noteMember(const Instance* owner, const ManyAssociatedInstances& ref,
+                              const Instance* member, const Association* association,
+                              const String& role) {
     const String* opposite = &association->getAssociatedRole(role);
-    if (isLoaded(opposite))
+    if (isLoaded(opposite) || !canBeScanned(ref))
         keepShower(member, opposite, owner->getObjectID());
 }
 
@@ -231,16 +237,18 @@ void LinkFollower::leave(Instance* instance, const End& end, unsigned long id) {
 void LinkFollower::followMembers(Instance* owner, ManyAssociatedInstances& ref,
                                  const Association* association, const String& role) {
     const String& opposite = association->getAssociatedRole(role);
-    if (association->getPluralityFor(opposite) == Association::One || !isShown(&opposite))
+    if (association->getPluralityFor(opposite) == Association::One)
         return;
-    const bool isEitherLoaded = isLoaded(&opposite);
+    const bool isNoted = isLoaded(&opposite) || !canBeScanned(ref);
+    if (!isNoted && !isShown(&opposite))
+        return;
     RoleReader back(association->getName(), opposite);
     for (ref.reset(); ref.next();) {
         back.read(ref.value());
         if (back.many == nullptr || back.many == &ref)
             continue;
         if (!back.many->isFetched()) {
-            if (isEitherLoaded)
+            if (isNoted)
                 keepShower(ref.value(), &opposite, owner->getObjectID());
         } else if (!back.many->contains(owner)) {
             back.many->add(owner);

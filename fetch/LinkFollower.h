@@ -10,6 +10,8 @@
 // Links of many to many stand in no object's row, so a collection that is loaded and
 // lacks an object cannot tell that it was a member once. Where collections of both
 // roles are loaded, those who show an object whose own collection is not are noted.
+// Collections of an application's own class can be gone through by their one iteration
+// only, which it may have under way: their members are noted as they come.
 //
 // Most loads meet no partner that could disagree: collections of the role have
 // never been in memory. Such classes cost a look at a table.
@@ -63,8 +65,8 @@ public:
 
     /// The owner's collection of the role, one of many to many, gets the member, whose
     /// own is not fetched.
-    void noteMember(const Instance* owner, const Instance* member, const Association* association,
-                    const String& role);
+    void noteMember(const Instance* owner, const ManyAssociatedInstances& ref,
+                    const Instance* member, const Association* association, const String& role);
 
     /// The instance was read again by itself: of its collections that says
     /// nothing.

@@ -84,9 +84,9 @@ public:
     }
 
     /// An object's collection gets a member whose own collection is not fetched.
-    void noteMember(const Instance* owner, const Instance* member, const Association* association,
-                    const String& role) {
-        follower.noteMember(owner, member, association, role);
+    void noteMember(const Instance* owner, const ManyAssociatedInstances& ref,
+                    const Instance* member, const Association* association, const String& role) {
+        follower.noteMember(owner, ref, member, association, role);
     }
 
     /// The instance was read again by itself.

@@ -151,7 +151,7 @@ void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
             ref.remove(itsPartner);
     }
     visit(itsPartner);
-    if (add && isMany)
+    if (add && back != nullptr)
         noteShown(ref);
     known = known || (unchanged && !ref.isFetched());
     ModelGate::link(model, add, instance, role, itsPartner, association);
@@ -165,9 +165,10 @@ void LinkHandler::change(ManyAssociatedInstances& ref, Instance* itsPartner) {
 // Of a link of many to many one side may show it, and the other be read later.
 void LinkHandler::noteShown(const ManyAssociatedInstances& ref) const {
     if (ref.isFetched() && !seen)
-        ModelGate::noteMember(instance, partner, association, role);
+        ModelGate::noteMember(instance, ref, partner, association, role);
     else if (!ref.isFetched() && seen)
-        ModelGate::noteMember(partner, instance, association, association->getAssociatedRole(role));
+        ModelGate::noteMember(partner, *back, instance, association,
+                              association->getAssociatedRole(role));
 }
 
 void LinkHandler::visit(Instance* itsPartner) {
@@ -206,7 +207,7 @@ void LinkHandler::handleManyAssociated(const String& name, const String& itsRole
                                        ManyAssociatedInstances* ref) {
     if (!isOpposite(name, itsRole))
         return;
-    isMany = true;
+    back = ref;
     if (!ref->isFetched())
         return;
     seen = true;

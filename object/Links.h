@@ -94,7 +94,7 @@ private:
     Mode mode;
     bool unchanged = false;  // the partner's collection showed the outcome already
     bool seen = false;       // the partner's side shows the link, or that it is none
-    bool isMany = false;     // the partner's side is a collection, fetched or not
+    ManyAssociatedInstances* back = nullptr;  // the partner's side, where it is a collection
 };
 
 }  // namespace Kes

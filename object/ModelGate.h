@@ -56,8 +56,9 @@ public:
     static void rememberMember(Instance* owner, ManyAssociatedInstances& ref, Instance* member,
                                bool added);
     /// The owner's collection of the role shows a member whose own is not fetched.
-    static void noteMember(const Instance* owner, const Instance* member,
-                           const Association* association, const String& role);
+    static void noteMember(const Instance* owner, const ManyAssociatedInstances& ref,
+                           const Instance* member, const Association* association,
+                           const String& role);
     static void rememberLostLink(Instance* owner, Instance* member, Association* association,
                                  const String& role);
 

@@ -72,9 +72,10 @@ void ModelGate::takeBackReferences(const Model* model, std::size_t mark) noexcep
     Kes::takeBackReferences(model->transactions->getChanges(), mark);
 }
 
-void ModelGate::noteMember(const Instance* owner, const Instance* member,
-                           const Association* association, const String& role) {
-    modelOf(owner)->references->noteMember(owner, member, association, role);
+void ModelGate::noteMember(const Instance* owner, const ManyAssociatedInstances& ref,
+                           const Instance* member, const Association* association,
+                           const String& role) {
+    modelOf(owner)->references->noteMember(owner, ref, member, association, role);
 }
 
 bool ModelGate::hasPending(const Model* model) {

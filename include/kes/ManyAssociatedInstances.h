@@ -12,6 +12,20 @@ namespace Kes {
 ///
 /// Applications use Many<T>. The order of the
 /// virtual operations is a contract with compiled applications.
+///
+/// An application may derive a collection of its own, and owes that
+///   - a member that is added twice is there once, and one that is none is removed
+///     without an effect;
+///   - `contains` leaves an iteration where it stands;
+///   - members may be added and removed while an iteration is under way;
+///   - members are held as plain pointers: what a fetched collection refers to is kept
+///     in memory by the model as long as its owner is.
+/// The model goes through it by its one iteration when it loads or drops the members,
+/// when it removes the owner and when it frees objects. So an iteration over a
+/// collection of one's own ends at the latest with the next call that loads, adds or
+/// removes objects; a Many<T> does not know that limit. Both sides of an association
+/// are kept in step as with Many<T>, at the cost of some 24 bytes for each link of
+/// many to many.
 class KES_EXPORT ManyAssociatedInstances {
 public:
     ManyAssociatedInstances() = default;
