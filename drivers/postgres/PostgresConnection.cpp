@@ -23,13 +23,6 @@ void bindText(Statement& statement, int parameter, const std::string& text) {
     statement.bindText(parameter, text.data(), text.size());
 }
 
-std::string quotedName(const std::string& name) {
-    std::string text = "\"";
-    for (const char c : name)
-        text.append(c == '"' ? 2 : 1, c);
-    return text + "\"";
-}
-
 // A pooler may hand one session of the server to several programs. Whoever meets
 // a strange statement shall not take it for its own.
 std::string randomPrefix() {
@@ -43,11 +36,12 @@ std::string randomPrefix() {
 
 PostgresConnection::PostgresConnection(const PostgresSource& source)
     : link(source, source.limits),
-      limits(source.limits),
+      keepsSession(source.pooler != Pooler::Transaction),
+      settings(source),
       schema(source.schema),
       isolation(source.isolation),
       prefix(randomPrefix()) {
-    configure(source.isPooled);
+    configure(source.pooler);
 }
 
 PostgresConnection::~PostgresConnection() {
@@ -55,21 +49,23 @@ PostgresConnection::~PostgresConnection() {
 }
 
 // The names that the model uses mean tables of one schema.
-void PostgresConnection::configure(bool isPooled) {
+void PostgresConnection::configure(Pooler pooler) {
     const auto asking = prepare(
         "SELECT pg_catalog.current_schema(), EXISTS (SELECT 1 FROM "
         "pg_catalog.pg_namespace WHERE nspname = ?), pg_catalog.pg_backend_pid()");
     bindText(*asking, 0, schema);
     asking->step();
-    if (!isPooled && asking->integer(2) != link.process())
+    if (pooler == Pooler::None && asking->integer(2) != link.process())
         refusePooler();
     std::size_t size = 0;
     if (schema.empty() && asking->kind(0) == Row::Null)
         throw SqlFailure("no schema of the search path exists; name one with the option schema");
-    if (schema.empty())
+    if (schema.empty()) {
         schema = asking->text(0, size);
-    else if (asking->integer(1) == 0)
+        settings.useSchema(schema);
+    } else if (asking->integer(1) == 0) {
         makeSchema();
+    }
     setUp();
 }
 
@@ -78,9 +74,9 @@ void PostgresConnection::configure(bool isPooled) {
 void PostgresConnection::refusePooler() {
     throw SqlFailure(
         "the server that answers is not the one that was connected to, so a pooler "
-        "stands between; let it keep a session of the server for each connection "
-        "(pool_mode=session in pgbouncer) and open with the option pooler=session, "
-        "or connect to the server itself");
+        "stands between; open with the option pooler=transaction or, where it keeps a "
+        "session of the server for each connection (pool_mode=session in pgbouncer), with "
+        "pooler=session, or connect to the server itself");
 }
 
 // Another session may be making it too.
@@ -97,25 +93,12 @@ void PostgresConnection::makeSchema() {
     }
 }
 
-// Whatever the server or the user's account is set up for, these hold.
+// Transactions set what they need where the session is not kept.
 void PostgresConnection::setUp() {
-    std::vector<std::pair<std::string, std::string>> settings{
-        {"search_path", quotedName(schema)},
-        {"standard_conforming_strings", "on"},
-        {"client_min_messages", "warning"},
-        {"default_transaction_isolation", isolation},
-        {"lock_timeout", std::to_string(limits.lock)}};
-    if (limits.statement.has_value())
-        settings.emplace_back("statement_timeout", std::to_string(*limits.statement));
-    std::string text = "SELECT ";
-    for (std::size_t i = 0; i < settings.size(); ++i)
-        text += (i == 0 ? "" : ", ") + std::string("pg_catalog.set_config(?, ?, false)");
-    const auto setting = prepare(text);
-    for (std::size_t i = 0; i < settings.size(); ++i) {
-        bindText(*setting, static_cast<int>(2 * i), settings[i].first);
-        bindText(*setting, static_cast<int>(2 * i + 1), settings[i].second);
-    }
-    setting->step();
+    if (!keepsSession)
+        return;
+    link.execute(settings.query(), settings.values(), {});
+    receive();
 }
 
 std::unique_ptr<Statement> PostgresConnection::prepare(const std::string& text) {
@@ -138,8 +121,38 @@ void PostgresConnection::drop(const std::shared_ptr<Prepared>& prepared) {
 }
 
 void PostgresConnection::beforeSending() {
-    if (dropped.empty() || transaction != Transaction::None)
+    settleAlone();
+    if (transaction != Transaction::None)
         return;
+    forgetDropped();
+    if (keepsSession)
+        return;
+    sendBegin(isolation);
+    transaction = Transaction::Alone;
+}
+
+// What stood for itself and was not sent to its end.
+void PostgresConnection::settleAlone() {
+    if (transaction == Transaction::Alone)
+        receive();
+}
+
+// Within a batch that has begun it is too late to choose an isolation. A pooler
+// hands the session on as soon as the server has ended a transaction; what has
+// been sent behind that by then arrives in others' transactions.
+void PostgresConnection::sendBegin(const std::string& level, const std::string& shown) {
+    const bool isChosen = !keepsSession || level != isolation;
+    if (!keepsSession)
+        link.settle();
+    else if (isChosen)
+        link.endBatch();
+    link.execute(isChosen ? "BEGIN ISOLATION LEVEL " + level : "BEGIN",
+                 {Wish::Nothing, 0, 0, shown});
+    if (!keepsSession)
+        link.execute(settings.query(), settings.values(), {});
+}
+
+void PostgresConnection::forgetDropped() {
     for (const std::shared_ptr<Prepared>& each : std::exchange(dropped, {}))
         if (link.has(*each))
             link.execute("DEALLOCATE " + each->name, {Wish::Courtesy});
@@ -148,12 +161,18 @@ void PostgresConnection::beforeSending() {
 // A failure ends the reading transaction with all its cursors.
 Result PostgresConnection::receive() {
     posts = 0;
+    const bool isAlone = transaction == Transaction::Alone;
     try {
-        return link.receive();
+        if (isAlone)
+            link.execute("COMMIT", {});
+        Result answer = link.receive();
+        if (isAlone)
+            endTransaction("");
+        return answer;
     } catch (const SqlFailure& failure) {
         if (link.isLost())
             endTransaction(failure.what());
-        else if (transaction == Transaction::Reading) {
+        else if (isAlone || transaction == Transaction::Reading) {
             link.execute("ROLLBACK", {});
             link.sync();
             endTransaction(failure.what());
@@ -181,21 +200,18 @@ void PostgresConnection::endTransaction(const std::string& why) {
 }
 
 unsigned long PostgresConnection::enterCursor() {
+    settleAlone();
     if (transaction == Transaction::None) {
-        beforeSending();
+        forgetDropped();
         beginReading();
     }
     ++openCursors;
     return generation;
 }
 
-// In the middle of a batch it is too late to choose an isolation.
 void PostgresConnection::beginReading() {
     const bool isIsolated = isolatesReads();
-    const bool isChosen = isHolding && !isIsolated;
-    if (isChosen)
-        link.sync();
-    link.execute(isChosen ? "BEGIN ISOLATION LEVEL REPEATABLE READ" : "BEGIN", {});
+    sendBegin(isHolding && !isIsolated ? "repeatable read" : isolation);
     transaction = Transaction::Reading;
     isSnapshot = isHolding || isIsolated;
 }
@@ -247,20 +263,20 @@ void PostgresConnection::demand(unsigned long itsGeneration) const {
 
 // Travels with the first command of the transaction.
 void PostgresConnection::begin() {
+    settleAlone();
     if (transaction == Transaction::None) {
-        beforeSending();
-        link.execute("BEGIN", {Wish::Nothing, 0, 0, traced("BEGIN")});
+        forgetDropped();
+        sendBegin(isolation, traced("BEGIN"));
     }
     transaction = Transaction::Writing;
 }
 
 // What another session has changed shows as soon as the lock is there, also to
-// sessions that otherwise see one snapshot throughout. A batch is a transaction,
-// and in the middle of one it is too late to choose an isolation.
+// sessions that otherwise see one snapshot throughout.
 void PostgresConnection::beginSchema() {
-    beforeSending();
-    link.sync();
-    link.execute("BEGIN ISOLATION LEVEL READ COMMITTED", {Wish::Nothing, 0, 0, traced("BEGIN")});
+    settleAlone();
+    forgetDropped();
+    sendBegin("read committed", traced("BEGIN"));
     transaction = Transaction::Writing;
     execute(
         "SELECT pg_catalog.pg_advisory_xact_lock(pg_catalog.hashtext('kes ' || "

@@ -5,6 +5,10 @@
 // last one ends it, unnoticed by the driver. The driver settles all cursors
 // before it begins a transaction that writes, and before a query that has to show
 // the present when the reading transaction shows one state throughout.
+//
+// Where a pooler gives each transaction another session of the server, nothing
+// lives longer than a transaction there: each sets what it needs, statements have
+// no names, and one that stands for itself travels between a BEGIN and a COMMIT.
 
 #pragma once
 
@@ -14,6 +18,7 @@
 #include <vector>
 
 #include "drivers/common/Connection.h"
+#include "drivers/postgres/PostgresSettings.h"
 #include "drivers/postgres/PostgresSource.h"
 #include "drivers/postgres/PostgresStatement.h"
 #include "drivers/postgres/PostgresWire.h"
@@ -54,6 +59,9 @@ public:
     PostgresWire& wire() { return link; }
     std::string freshName() { return prefix + std::to_string(++names); }
 
+    /// Whether the server keeps a prepared statement for longer than a transaction.
+    bool keepsStatements() const { return keepsSession; }
+
     /// Has the server forget a statement, at the next chance.
     void drop(const std::shared_ptr<Prepared>& prepared);
 
@@ -70,21 +78,26 @@ public:
     void demand(unsigned long generation) const;
 
 private:
-    enum class Transaction : unsigned char { None, Reading, Writing };
+    /// Alone: of one statement, on a session that is not kept.
+    enum class Transaction : unsigned char { None, Alone, Reading, Writing };
 
-    void configure(bool isPooled);
+    void configure(Pooler pooler);
     [[noreturn]] static void refusePooler();
     void makeSchema();
     void setUp();
+    void forgetDropped();
+    void settleAlone();
+    void sendBegin(const std::string& level, const std::string& shown = "");
     void endTransaction(const std::string& why);
     void beginReading();
     void endReading();
     std::string traced(const char* text) const { return link.isTracing() ? text : ""; }
 
     PostgresWire link;
-    PostgresLimits limits;
+    const bool keepsSession;
+    PostgresSettings settings;
     std::string schema;
-    std::string isolation;
+    const std::string isolation;
     Transaction transaction = Transaction::None;
     bool isFresh = true;      // connected for the model that begins to use it
     bool isSnapshot = false;  // the reading transaction shows one state throughout

@@ -12,8 +12,8 @@ namespace Kes::sql {
 /// Options: schema (the first of the search path), statement_timeout in ms (as
 /// the server is set up), lock_timeout in ms (5000; 0 waits for ever),
 /// network_timeout in seconds of silence (0: none), isolation (read committed),
-/// pooler (none; session where one keeps sessions apart), and every connection
-/// parameter of libpq, like sslmode or connect_timeout.
+/// pooler (none; session where one keeps sessions apart, transaction where it does
+/// not), and every connection parameter of libpq, like sslmode or connect_timeout.
 class PostgresDriver final : public SqlDriver {
 public:
     PostgresDriver();

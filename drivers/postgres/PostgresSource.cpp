@@ -128,7 +128,11 @@ PostgresSource::PostgresSource(const std::string& source, const std::string& pas
         limits.statement = options.getNumber("statement_timeout", 0, longest, 0);
     limits.lock = options.getNumber("lock_timeout", 0, longest, limits.lock);
     limits.network = 1000 * options.getNumber("network_timeout", 0, 86400, 0);
-    isPooled = options.getChoice("pooler", {"none", "session"}, "none") == "session";
+    const std::string between =
+        options.getChoice("pooler", {"none", "session", "transaction"}, "none");
+    pooler = between == "none"      ? Pooler::None
+             : between == "session" ? Pooler::Session
+                                    : Pooler::Transaction;
     schema = options.getText("schema", "");
     isolation = options.getChoice(
         "isolation", {"read committed", "repeatable read", "serializable"}, "read committed");

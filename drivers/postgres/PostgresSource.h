@@ -16,6 +16,13 @@ struct PostgresLimits {
     long network = 0;               // of silence, watched by the driver itself
 };
 
+/// What stands between the driver and the server.
+enum class Pooler : unsigned char {
+    None,
+    Session,     // it keeps a session of the server for each connection
+    Transaction  // any session may serve a transaction
+};
+
 struct PostgresSource {
     /// Throws SqlFailure for an unknown or wrong option. `source` is a URL
     /// (postgresql://host:port/database), a text of key=value pairs or the name
@@ -30,7 +37,7 @@ struct PostgresSource {
     PostgresLimits limits;
     std::string schema;     // empty: the first one of the server's search path
     std::string isolation;  // as SQL says it
-    bool isPooled = false;  // by a pooler that keeps sessions apart
+    Pooler pooler = Pooler::None;
 };
 
 }  // namespace Kes::sql

@@ -171,11 +171,15 @@ std::shared_ptr<Prepared> PostgresStatement::preparedFor(const std::vector<unsig
 
 void PostgresStatement::send(const std::string& sentText, PostgresWire::Purpose purpose) {
     owner->beforeSending();
+    if (owner->wire().isTracing())
+        purpose.traced = expanded();
+    if (!owner->keepsStatements()) {
+        owner->wire().execute(sentText, values, std::move(purpose));
+        return;
+    }
     const std::shared_ptr<Prepared> prepared = preparedFor(values.types);
     if (!owner->wire().has(*prepared))
         owner->wire().prepare(prepared, sentText, purpose);
-    if (owner->wire().isTracing())
-        purpose.traced = expanded();
     owner->wire().execute(*prepared, values, std::move(purpose));
 }
 

@@ -45,6 +45,12 @@ std::string milliseconds(long limit) {
     return std::to_string(limit) + " ms";
 }
 
+// That many values are binary. Null for more than the protocol can count.
+const int* binary(int count) {
+    static const std::vector<int> formats(65535, Binary);
+    return count <= 65535 ? formats.data() : nullptr;
+}
+
 bool says(const std::string& words, const char* part) {
     return words.find(part) != std::string::npos;
 }
@@ -253,28 +259,47 @@ void PostgresWire::prepare(const std::shared_ptr<Prepared>& prepared, const std:
 
 void PostgresWire::execute(const Prepared& prepared, const WireValues& values, Purpose purpose) {
     demandConnection();
-    static const std::vector<int> formats(65536, Binary);
     const int count = static_cast<int>(values.values.size());
     const int done =
         PQsendQueryPrepared(connection, prepared.name.c_str(), count, values.values.data(),
-                            values.sizes.data(), count <= 65535 ? formats.data() : nullptr, Binary);
+                            values.sizes.data(), binary(count), Binary);
+    note(done, std::move(purpose), sizeOf(values));
+}
+
+std::size_t PostgresWire::sizeOf(const WireValues& values) {
     std::size_t size = 64;
     for (const int each : values.sizes)
         size += static_cast<std::size_t>(each);
-    note(done, std::move(purpose), size);
+    return size;
 }
 
 void PostgresWire::execute(const std::string& text, Purpose purpose) {
+    execute(text, {}, std::move(purpose));
+}
+
+void PostgresWire::execute(const std::string& text, const WireValues& values, Purpose purpose) {
     demandConnection();
+    const int count = static_cast<int>(values.values.size());
     const int done =
-        PQsendQueryParams(connection, text.c_str(), 0, nullptr, nullptr, nullptr, nullptr, Binary);
-    note(done, std::move(purpose), text.size());
+        PQsendQueryParams(connection, text.c_str(), count, values.types.data(),
+                          values.values.data(), values.sizes.data(), binary(count), Binary);
+    note(done, std::move(purpose), text.size() + sizeOf(values));
+}
+
+void PostgresWire::endBatch() {
+    if (!sent.empty() && sent.back().purpose.wish != Wish::Sync)
+        sync();
 }
 
 void PostgresWire::sync() {
     demandConnection();
     note(PQpipelineSync(connection), {Wish::Sync}, 0);
     unsent = 0;
+}
+
+void PostgresWire::settle() {
+    endBatch();
+    collect();
 }
 
 Result PostgresWire::receive() {

@@ -78,9 +78,17 @@ public:
     bool has(const Prepared& prepared) const { return prepared.session == session; }
     void execute(const Prepared& prepared, const WireValues& values, Purpose purpose);
     void execute(const std::string& text, Purpose purpose);
+    void execute(const std::string& text, const WireValues& values, Purpose purpose);
 
     /// Closes the batch.
     void sync();
+
+    /// Closes it if anything has been sent in it.
+    void endBatch();
+
+    /// Waits for the results of all that is under way. What failed is told by the
+    /// next receive().
+    void settle();
 
     /// Closes the batch, waits for all results and returns the wanted one, null
     /// when there is none. Throws what failed first: a PostFailure for a posted
@@ -144,6 +152,7 @@ private:
     bool await(bool toSend);
     Result next();
     void collect();
+    static std::size_t sizeOf(const WireValues& values);
     static void hearNotice(void* wire, const pg_result* notice);
     void digest(Sent& command, Result result);
     void fail(const Purpose& purpose, bool isStale, const std::string& words,

@@ -26,6 +26,8 @@ std::unique_ptr<Engine> Engine::make() {
 #ifdef KES_TEST_POSTGRES
     if (wanted == "postgres")
         return makePostgresEngine();
+    if (wanted == "pgbouncer")
+        return makePgbouncerEngine();
 #endif
 #ifdef KES_TEST_MARIADB
     if (wanted == "mariadb")

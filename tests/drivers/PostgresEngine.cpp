@@ -8,7 +8,7 @@ namespace Kes::testing {
 namespace {
 
 // A schema of its own in the database that all tests share.
-class PostgresEngine final : public Engine {
+class PostgresEngine : public Engine {
 public:
     PostgresEngine() {
         static int made = 0;
@@ -71,10 +71,23 @@ private:
     std::string schema;
 };
 
+// The models' way leads through the pooler, and the second one past it.
+class PgbouncerEngine final : public PostgresEngine {
+public:
+    std::string source() const override { return serverSays("pgbouncer", "url"); }
+    std::string options() const override {
+        return PostgresEngine::options() + ";pooler=transaction";
+    }
+};
+
 }  // namespace
 
 std::unique_ptr<Engine> makePostgresEngine() {
     return std::make_unique<PostgresEngine>();
+}
+
+std::unique_ptr<Engine> makePgbouncerEngine() {
+    return std::make_unique<PgbouncerEngine>();
 }
 
 }  // namespace Kes::testing

@@ -1,8 +1,8 @@
-#include <functional>
 #include <thread>
 
 #include "tests/drivers/PaperModel.h"
 #include "tests/drivers/PostgresTest.h"
+#include "tests/drivers/SlowCommit.h"
 
 namespace Kes::testing {
 
@@ -62,45 +62,6 @@ protected:
 
     StaffModel model;
     Pointer<Person> ann;
-};
-
-// The server is at work on a COMMIT until the test lets it go on.
-class SlowCommit {
-public:
-    explicit SlowCommit(const std::string& url, const std::string& itsSchema)
-        : plain(url),
-          schema(itsSchema) {
-        plain.run("SET search_path TO " + schema);
-        plain.run(
-            "CREATE FUNCTION wait() RETURNS trigger LANGUAGE plpgsql AS 'BEGIN PERFORM "
-            "pg_catalog.pg_advisory_xact_lock(" +
-            key + "); RETURN NULL; END'");
-        plain.run(
-            "CREATE CONSTRAINT TRIGGER waits AFTER UPDATE ON \"Person\" DEFERRABLE INITIALLY "
-            "DEFERRED FOR EACH ROW EXECUTE FUNCTION wait()");
-        plain.run("SELECT pg_advisory_lock(" + key + ")");
-    }
-
-    // False when no COMMIT comes within five seconds.
-    bool await() {
-        const std::string waiting =
-            "SELECT count(*) FROM pg_stat_activity JOIN pg_locks USING (pid) WHERE query = "
-            "'COMMIT' AND locktype = 'advisory' AND NOT granted AND objid = " +
-            key;
-        for (int i = 0; i < 500; ++i) {
-            if (plain.ask(waiting) == "1")
-                return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return false;
-    }
-
-    void letGoOn() { plain.run("SELECT pg_advisory_unlock(" + key + ")"); }
-
-private:
-    PlainPostgres plain;
-    const std::string schema;
-    const std::string key = std::to_string(getpid());
 };
 
 TEST_F(PostgresTlsSilenceTest, IsAnUnknownOutcomeWhereItAnswersNoCommit) {
