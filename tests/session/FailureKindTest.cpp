@@ -2,64 +2,31 @@
 
 #include "tests/support/QuietDriver.h"
 #include "tests/support/Raises.h"
+#include "tests/support/Recording.h"
 #include "tests/support/StaffModel.h"
 
 namespace Kes::testing {
 
 namespace {
 
-// Fails as it is told, with a kind.
-class ReportingDriver final : public QuietDriver, public FailureReporter {
-public:
-    bool commit() override { return succeeds(); }
-    bool lock(Instance*) override { return succeeds(); }
-    SelectionDefinition* defineSelection(AssociatedClass*) override {
-        return succeeds() ? new SelectionDefinition : nullptr;
-    }
-    DBDriverSelection* fetch(Class*, SelectionDefinition*) override {
-        return new RaisingCursor(*this);
-    }
-    FailureKind getFailureKind() const override { return noted; }
-    void forgetFailure() override { noted = FailureKind::None; }
-
-    FailureKind next = FailureKind::None;
-    FailureKind ofCursor = FailureKind::None;
-
-private:
-    class RaisingCursor final : public DBDriverSelection {
-    public:
-        explicit RaisingCursor(ReportingDriver& itsDriver) : driver(itsDriver) {}
-        bool next() override {
-            driver.noted = driver.ofCursor;
-            Exception(Exception::ERROR, "SELERR", "Selection::next", "").handle();
-            return false;
-        }
-        Instance* getInstance() override { return nullptr; }
-
-    private:
-        ReportingDriver& driver;
-    };
-
-    bool succeeds() {
-        if (next != FailureKind::None)
-            noted = next;
-        return next == FailureKind::None;
-    }
-
-    FailureKind noted = FailureKind::None;
-};
-
 class FailureKindTest : public ::testing::Test {
 protected:
-    FailureKindTest() : driver(new ReportingDriver) {
-        model.openWithDriver(driver);
+    FailureKindTest() {
+        recording.reset();
+        model.openWith("recording", Recording::NoDatabase);
         model.startTransaction();
         ann = model.newPerson("Ann", 30);
         model.commit();
     }
+    ~FailureKindTest() override { recording.reset(); }
 
-    DrivenModel<StaffModel> model;
-    ReportingDriver* driver;  // owned by the model
+    void failAt(const char* slot, FailureKind kind) {
+        recording.kind = kind;
+        recording.failAt(1, slot);
+    }
+
+    Recording& recording = Recording::get();
+    StaffModel model;
     Pointer<Person> ann;
 };
 
@@ -96,7 +63,7 @@ TEST_F(FailureKindTest, IsNoneWhileNothingFails) {
 
 TEST_F(FailureKindTest, OfACommitIsTheDrivers) {
     ann->change();
-    driver->next = FailureKind::UnknownOutcome;
+    failAt("commit", FailureKind::UnknownOutcome);
 
     const FailureKind inHandler = kindInHandler(model, [&] { model.commit(); });
 
@@ -105,14 +72,14 @@ TEST_F(FailureKindTest, OfACommitIsTheDrivers) {
 }
 
 TEST_F(FailureKindTest, OfALockIsTheDrivers) {
-    driver->next = FailureKind::Conflict;
+    failAt("lock", FailureKind::Conflict);
 
     EXPECT_EQ(FailureKind::Conflict, kindInHandler(model, [&] { model.lock(ann); }));
     EXPECT_EQ(FailureKind::Conflict, model.getFailureKind());
 }
 
 TEST_F(FailureKindTest, OfAQueryIsTheDrivers) {
-    driver->next = FailureKind::LostConnection;
+    failAt("defineSelection", FailureKind::LostConnection);
     Selection people(model.personClass);
 
     EXPECT_EQ(FailureKind::LostConnection, kindInHandler(model, [&] { people.next(); }));
@@ -120,7 +87,7 @@ TEST_F(FailureKindTest, OfAQueryIsTheDrivers) {
 }
 
 TEST_F(FailureKindTest, OfACursorThatRaisesIsTheDrivers) {
-    driver->ofCursor = FailureKind::Conflict;
+    failAt("cursor.next", FailureKind::Conflict);
     Selection people(model.personClass);
 
     EXPECT_EQ(FailureKind::Conflict, kindInHandler(model, [&] { people.next(); }));
@@ -129,7 +96,7 @@ TEST_F(FailureKindTest, OfACursorThatRaisesIsTheDrivers) {
 
 TEST_F(FailureKindTest, SurvivesARollback) {
     ann->change();
-    driver->next = FailureKind::Conflict;
+    failAt("commit", FailureKind::Conflict);
     EXPECT_RAISES("COMFAIL", model.commit());
 
     model.rollback();
@@ -139,7 +106,7 @@ TEST_F(FailureKindTest, SurvivesARollback) {
 
 TEST_F(FailureKindTest, SurvivesTheClosingOfTheModel) {
     ann->change();
-    driver->next = FailureKind::LostConnection;
+    failAt("commit", FailureKind::LostConnection);
     EXPECT_RAISES("COMFAIL", model.commit());
 
     model.close();
@@ -148,7 +115,7 @@ TEST_F(FailureKindTest, SurvivesTheClosingOfTheModel) {
 }
 
 TEST_F(FailureKindTest, IsForgottenByANewTransaction) {
-    driver->next = FailureKind::Conflict;
+    failAt("lock", FailureKind::Conflict);
     EXPECT_RAISES("LOCKFAIL", model.lock(ann));
 
     model.startTransaction();
@@ -157,9 +124,8 @@ TEST_F(FailureKindTest, IsForgottenByANewTransaction) {
 }
 
 TEST_F(FailureKindTest, IsForgottenByACommit) {
-    driver->next = FailureKind::Conflict;
+    failAt("lock", FailureKind::Conflict);
     EXPECT_RAISES("LOCKFAIL", model.lock(ann));
-    driver->next = FailureKind::None;
     ann->change();
 
     model.commit();

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -40,6 +41,10 @@ public:
 
     /// Of the failures that it was told to have.
     FailureKind kind = FailureKind::Unclassified;
+
+    /// What a driver without a database knows when it is opened: of models and
+    /// classes, by name.
+    std::map<std::string, int> versions;
 
     /// The ids of objects that a refresh finds removed by somebody else.
     std::set<unsigned long> removedElsewhere;
