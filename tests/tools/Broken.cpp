@@ -130,10 +130,10 @@ public:
         compare(attribute, op, value);
     }
     void translate(Attribute* attribute, int op, long value) override {
-        compare(attribute, op, value);
+        compareWhole(attribute, op, value);
     }
     void translate(Attribute* attribute, int op, unsigned long value) override {
-        compare(attribute, op, value);
+        compareWhole(attribute, op, value);
     }
 
 private:
@@ -142,6 +142,14 @@ private:
         if (defect == "like-is-equal" && op == Condition::LIKE)
             op = Condition::EQUAL;
         result = new AttributeCondition<T>(new Attribute(*attribute), op, value);
+    }
+
+    template <class T>
+    void compareWhole(const Attribute* attribute, int op, T value) {
+        if (defect == "numbers-are-real")
+            compare(attribute, op, static_cast<double>(value));
+        else
+            compare(attribute, op, value);
     }
 
     std::string defect;
@@ -405,7 +413,8 @@ private:
     }
 
     bool misreads() const {
-        return is("or-is-and") || is("no-partner-is-any") || is("like-is-equal");
+        return is("or-is-and") || is("no-partner-is-any") || is("like-is-equal") ||
+               is("numbers-are-real");
     }
 
     // Another condition, which is adopted, for the same class; not sorted.

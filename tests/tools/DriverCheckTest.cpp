@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -10,36 +7,25 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/drivers/TemporaryFolder.h"
+#include "tests/tools/ToolRun.h"
 
 namespace Kes::testing {
 
-struct Outcome {
-    int status = -1;
-    std::string output;
-
-    // Names of the checks whose lines begin so.
-    std::set<std::string> checks(const std::string& outcome) const {
-        std::set<std::string> found;
-        std::istringstream lines(output);
-        for (std::string line; std::getline(lines, line);)
-            if (line.starts_with(outcome + " ")) {
-                const std::size_t from = line.find_first_not_of(' ', outcome.size());
-                found.insert(line.substr(from, line.find_first_of(": (", from) - from));
-            }
-        return found;
-    }
-};
+// Names of the checks whose lines begin so.
+std::set<std::string> checks(const ToolRun& run, const std::string& outcome) {
+    std::set<std::string> found;
+    std::istringstream lines(run.output);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with(outcome + " ")) {
+            const std::size_t from = line.find_first_not_of(' ', outcome.size());
+            found.insert(line.substr(from, line.find_first_of(": (", from) - from));
+        }
+    return found;
+}
 
 // The program's own arguments are quoted by the caller.
-Outcome runSuite(const std::string& arguments) {
-    Outcome run;
-    FILE* pipe = popen((std::string(KES_DRIVER_CHECK) + " " + arguments + " 2>&1").c_str(), "r");
-    char buffer[4096];
-    for (std::size_t size; (size = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        run.output.append(buffer, size);
-    const int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+ToolRun runSuite(const std::string& arguments) {
+    return runTool(KES_DRIVER_CHECK " " + arguments);
 }
 
 struct Defect {
@@ -60,12 +46,12 @@ TEST_P(DefectTest, FailsExactlyTheChecksThatItConcerns) {
     const TemporaryFolder folder;
     const Defect& defect = GetParam();
 
-    const Outcome run =
+    const ToolRun run =
         runSuite("broken '" + folder.path("check.db") + "' '' 'broken.driver=sqlite;" +
                  "broken.defect=" + defect.name + ";busy_timeout=2000' " + defect.arguments);
 
-    EXPECT_EQ(defect.failing, run.checks("FAILED")) << run.output;
-    EXPECT_EQ(defect.passing, run.checks("ok")) << run.output;
+    EXPECT_EQ(defect.failing, checks(run, "FAILED")) << run.output;
+    EXPECT_EQ(defect.passing, checks(run, "ok")) << run.output;
     EXPECT_EQ(defect.failing.empty() ? 0 : 1, run.status);
 }
 
@@ -242,6 +228,12 @@ const Defect AllDefects[] = {
      "--only conditions.text.like --only conditions.text.equal",
      {"conditions.text.like"},
      {"conditions.text.equal"}},
+    {"numbers-are-real",
+     "--only 'conditions.*.other-numbers'",
+     {"conditions.double.other-numbers", "conditions.long.other-numbers",
+      "conditions.ulong.other-numbers"},
+     {"conditions.bool.other-numbers", "conditions.float.other-numbers",
+      "conditions.int.other-numbers", "conditions.uint.other-numbers"}},
     {"misfit-ignored",
      "--only 'upgrades.refused.*-int' --only upgrades.refused.whole "
      "--only upgrades.converted.long-to-int",
@@ -271,7 +263,7 @@ protected:
 };
 
 TEST_F(DriverCheckTest, EndsWhenACheckTakesTooLong) {
-    const Outcome run =
+    const ToolRun run =
         runSuite("broken " + source + " '' 'broken.driver=sqlite;broken.defect=commit-hangs' " +
                  "--only slots.versions --only slots.trace --timeout 2");
 
@@ -281,7 +273,7 @@ TEST_F(DriverCheckTest, EndsWhenACheckTakesTooLong) {
 }
 
 TEST_F(DriverCheckTest, CannotRunWhenTheDatabaseDoesNotAnswer) {
-    const Outcome run =
+    const ToolRun run =
         runSuite("broken " + source + " '' 'broken.driver=sqlite;broken.defect=open-hangs' " +
                  "--only slots.versions --timeout 1");
 
@@ -312,7 +304,7 @@ TEST_F(DriverCheckTest, LeavesAFileAloneThatHoldsSomething) {
     const std::string words = "dear diary";
     std::ofstream(folder.path("check.db")) << words;
 
-    const Outcome run = runSuite("sqlite " + source + " --only values.bool.true");
+    const ToolRun run = runSuite("sqlite " + source + " --only values.bool.true");
 
     EXPECT_EQ(2, run.status) << run.output;
     std::string left;
@@ -321,23 +313,23 @@ TEST_F(DriverCheckTest, LeavesAFileAloneThatHoldsSomething) {
 }
 
 TEST_F(DriverCheckTest, FailsWhatIsDeclaredAsRefusedAndKept) {
-    const Outcome run =
+    const ToolRun run =
         runSuite("sqlite " + source + " --refuses negative-zero --only negative-zero");
 
     EXPECT_EQ(1, run.status);
     EXPECT_EQ((std::set<std::string>{"conditions.double.constant-negative-zero",
                                      "conditions.float.constant-negative-zero"}),
-              run.checks("ok"));
+              checks(run, "ok"));
     EXPECT_EQ((std::set<std::string>{"values.double.negative-zero", "values.float.negative-zero"}),
-              run.checks("FAILED"));
+              checks(run, "FAILED"));
 }
 
 TEST_F(DriverCheckTest, FailsWhatIsRefusedAndNotDeclared) {
-    const Outcome run =
+    const ToolRun run =
         runSuite("sqlite " + source + " --refuses nothing --only values.double.nan");
 
     EXPECT_EQ((std::set<std::string>{"values.double.nan", "values.double.nan-with-payload"}),
-              run.checks("FAILED"));
+              checks(run, "FAILED"));
 }
 
 TEST_F(DriverCheckTest, WritesAReport) {
@@ -356,11 +348,11 @@ TEST_F(DriverCheckTest, WritesAReport) {
 }
 
 TEST_F(DriverCheckTest, CannotRunWhenTheReportCannotBeWritten) {
-    const Outcome run = runSuite("sqlite " + source + " --only values.bool.true --json '" +
+    const ToolRun run = runSuite("sqlite " + source + " --only values.bool.true --json '" +
                                  folder.path("no/such/folder.json") + "'");
 
     EXPECT_EQ(2, run.status);
-    EXPECT_EQ(std::set<std::string>(), run.checks("ok"));
+    EXPECT_EQ(std::set<std::string>(), checks(run, "ok"));
 }
 
 // Whatever ends it: a crash, a check that takes for ever, the driver.
@@ -368,7 +360,7 @@ TEST_F(DriverCheckTest, WritesAReportAlsoWhenACheckEndsTheRun) {
     const std::string file = folder.path("report.json");
     const char* ends[] = {"lock-crashes", "lock-exits", "commit-hangs"};
     for (const char* defect : ends) {
-        const Outcome run = runSuite(
+        const ToolRun run = runSuite(
             "broken " + source + " '' 'broken.driver=sqlite;broken.defect=" + defect +
             "' --only slots.object-ids --only conflicts.update-update --only lock.and-change "
             "--only cursors.end --timeout 2 --force --json '" +
@@ -385,19 +377,19 @@ TEST_F(DriverCheckTest, WritesAReportAlsoWhenACheckEndsTheRun) {
 
 TEST_F(DriverCheckTest, EndsBehindTheCheckUnderWayWhenItIsInterrupted) {
     const std::string file = folder.path("report.json");
-    const Outcome run = runSuite(
+    const ToolRun run = runSuite(
         "sqlite " + source + " --only slots.object-ids --only conditions --only cursors" +
         " --only undo --only values --json '" + file + "' & sleep 1; kill -INT $!; wait $!");
 
     EXPECT_EQ(130, run.status) << run.output;
-    EXPECT_EQ(std::set<std::string>(), run.checks("FAILED"));
+    EXPECT_EQ(std::set<std::string>(), checks(run, "FAILED"));
     const nlohmann::json report = nlohmann::json::parse(std::ifstream(file));
     EXPECT_GE(report["passed"], 1);
     EXPECT_GE(report["notRun"], 1);
 }
 
 TEST_F(DriverCheckTest, ListsTheChecksThatMatch) {
-    const Outcome run = runSuite("--list --only 'values.bool.*'");
+    const ToolRun run = runSuite("--list --only 'values.bool.*'");
 
     EXPECT_EQ(
         "values.bool.false\nvalues.bool.true\nvalues.bool.changed-again-and-again\n"

@@ -1,34 +1,18 @@
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <string>
+
+#include "tests/tools/ToolRun.h"
 
 namespace Kes::testing {
 
-struct FaultRun {
-    int status = -1;
-    std::string output;
-
-    bool says(const std::string& words) const { return output.find(words) != std::string::npos; }
-};
-
 // The program's own arguments are quoted by the caller.
-FaultRun runFaults(const std::string& arguments) {
-    FaultRun run;
-    const std::string command = KES_FAULT_CHECK " " + arguments + " 2>&1";
-    FILE* pipe = popen(command.c_str(), "r");
-    char buffer[4096];
-    for (std::size_t size; (size = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        run.output.append(buffer, size);
-    const int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+ToolRun runFaults(const std::string& arguments) {
+    return runTool(KES_FAULT_CHECK " " + arguments);
 }
 
 TEST(FaultCheckTest, TakesOptionsAlsoBehindTheSource) {
-    const FaultRun run = runFaults("sqlite '{folder}/faults.db' --fault delay");
+    const ToolRun run = runFaults("sqlite '{folder}/faults.db' --fault delay");
 
     EXPECT_EQ(0, run.status) << run.output;
     EXPECT_TRUE(run.says("1 runs, 0 failed")) << run.output;
@@ -49,7 +33,7 @@ TEST(FaultCheckTest, NamesWhatIsWrongWithAnArgument) {
         {"sqlite a --handler none", "returns, throws"},
         {"sqlite a --known /no/such/file", "/no/such/file"}};
     for (const auto& [arguments, words] : wrong) {
-        const FaultRun run = runFaults(arguments);
+        const ToolRun run = runFaults(arguments);
         EXPECT_EQ(2, run.status) << arguments;
         EXPECT_TRUE(run.says(words)) << arguments << ": " << run.output;
     }
@@ -66,7 +50,7 @@ TEST(FaultCheckTest, CannotRunWhenNoFaultComesLikeThat) {
 }
 
 TEST(FaultCheckTest, ShowsItsHelp) {
-    const FaultRun run = runFaults("--help");
+    const ToolRun run = runFaults("--help");
 
     EXPECT_EQ(0, run.status);
     EXPECT_TRUE(run.says("Usage: kes-fault-check"));
