@@ -216,21 +216,6 @@ TEST_F(ConflictTest, TellsOfARemovalThatARefreshFinds) {
     EXPECT_EQ(1, ear.removed);
 }
 
-TEST_F(ConflictTest, LocksAnObjectAgainstOthers) {
-    StaffModel impatient;
-    open(impatient, engine->waitingAtMost(20));
-    const Pointer<Person> other(impatient.findPerson("Ann"));
-    mine.startTransaction();
-    ann->lock();
-
-    EXPECT_RAISES("LOCKFAIL", other->lock());
-
-    ann->age = 31;
-    ann->change();
-    mine.commit();
-    EXPECT_EQ("31", ask("SELECT [age] FROM [Person] WHERE [name] = 'Ann'"));
-}
-
 TEST_F(ConflictTest, LocksAnObjectAgainstLinksThatOthersMake) {
     StaffModel impatient;
     open(impatient, engine->waitingAtMost(20));

@@ -297,27 +297,6 @@ TEST_F(CursorTest, LetsEachQueryOfALoopSeeThePresent) {
     EXPECT_EQ(100, count);
 }
 
-TEST_F(CursorTest, MayBeGivenUpInTheMiddle) {
-    for (int i = 0; i < 3; ++i) {
-        SelectionOf<Person> people(model.personClass);
-        EXPECT_TRUE(people.next());
-    }
-
-    model.startTransaction();
-    model.newPerson("fresh");
-    model.commit();
-}
-
-TEST_F(CursorTest, EndsWhenTheModelCloses) {
-    SelectionOf<Person> people(model.personClass);
-    ASSERT_TRUE(people.next());
-
-    model.close();
-
-    EXPECT_FALSE(people.next());
-    EXPECT_EQ(nullptr, people.value());
-}
-
 TEST_F(CursorTest, KeepsManyRowsAsideWithoutLosingOne) {
     model.startTransaction();
     const std::string filling(2000, 'x');

@@ -81,7 +81,6 @@ public:
     virtual bool foldsTableNames() const = 0;
 
     /// Whether a zero keeps its sign; it is refused otherwise.
-    virtual bool keepsNegativeZeros() const { return true; }
 
     /// How many bytes the values of an object may have together, and what a
     /// refusal calls the limit.

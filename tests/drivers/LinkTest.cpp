@@ -259,35 +259,6 @@ TEST_F(LinkTest, GoesWithEveryOneOfManyRemovedObjects) {
                        "NOT NULL"));
 }
 
-TEST_F(LinkTest, CascadesToDependents) {
-    bob->parent = ann;
-    cid->parent = bob;
-    model.commit();
-    model.startTransaction();
-    ann->remove();
-    model.commit();
-
-    EXPECT_EQ("0", ask("SELECT count(*) FROM [Person]"));
-}
-
-TEST_F(LinkTest, IsLoadedOnBothSides) {
-    ann->employer = firm;
-    ann->friends.add(bob);
-    bob->parent = ann;
-    model.commit();
-    StaffModel other;
-    open(other);
-
-    const Pointer<Person> found(other.findPerson("Ann"));
-
-    EXPECT_EQ("Firm", found->employer->name);
-    EXPECT_TRUE(found->employer->staff.contains(static_cast<Person*>(found)));
-    ASSERT_EQ(1U, found->friends.size());
-    EXPECT_EQ("Bob", (*found->friends.begin())->name);
-    EXPECT_EQ(*found->friends.begin(), *found->children.begin());
-    EXPECT_EQ(nullptr, found->parent.get());
-}
-
 TEST_F(LinkTest, IsNotMadeToAnObjectThatNeverCameToBe) {
     model.commit();
     model.startTransaction();

@@ -75,7 +75,6 @@ public:
     // Whole seconds, or not at all.
     std::string hardlyWaiting() const override { return waitingAtMost(0); }
     bool foldsTableNames() const override { return false; }
-    bool keepsNegativeZeros() const override { return false; }
     std::size_t mostBytes() const override { return 16777216; }
     std::string sizeLimit() const override { return "max_allowed_packet of 16777216"; }
     std::size_t mostColumns() const override { return 1016; }

@@ -30,25 +30,6 @@ protected:
 
 class NameTest : public SchemaTest, public ::testing::WithParamInterface<const char*> {};
 
-TEST_P(NameTest, WorksForClassesAndFields) {
-    const String name(GetParam());
-    const auto fields = [&](Free& object, Handler* h) {
-        h->handleString(name, object.text, 20);
-        h->handleInt("number", object.number);
-    };
-    FreeModel model(1, [&](FreeModel& m) { m.declareClass(name, fields)->addIndex(name, false); });
-    open(model);
-    model.startTransaction();
-    model.make(name)->text = "found";
-    model.commit();
-
-    Selection selection(model.getClass(name));
-    selection.where(selection[name] == "found");
-    selection.orderBy(selection[name]);
-
-    EXPECT_TRUE(selection.next());
-}
-
 TEST_P(NameTest, WorksWhereObjectsAreChangedAndTraced) {
     const String name(GetParam());
     const String number(name + " too");
@@ -82,38 +63,6 @@ TEST_P(NameTest, WorksWhereObjectsAreChangedAndTraced) {
     thing->remove();
     model.commit();
     EXPECT_EQ("0", ask("SELECT count(*) FROM [Base_all]"));
-}
-
-TEST_P(NameTest, WorksForAssociationsAndRoles) {
-    const std::string name = GetParam();
-    const String ones((name + " 1").c_str()), others((name + " 2").c_str());
-    const String works((name + " 3").c_str()), knows((name + " 4").c_str());
-    const auto fields = [&](Free& object, Handler* h) {
-        h->handleOneAssociated(works, ones, &object.one, Association::Unlink);
-        h->handleManyAssociated(works, others, &object.many);
-        h->handleManyAssociated(knows, ones + "x", &object.many2);
-        h->handleManyAssociated(knows, others + "x", &object.many3);
-    };
-    FreeModel model(1, [&](FreeModel& m) { m.declareClass("Thing", fields); });
-    open(model);
-    model.startTransaction();
-    Free* first = model.make("Thing");
-    Free* second = model.make("Thing");
-    model.commit();
-    first->one = second;
-    first->many2.add(second);
-    model.commit();
-
-    Selection byOne(model.getClass("Thing"));
-    byOne.where(byOne(works, ones) == second);
-    EXPECT_TRUE(byOne.next());
-    Selection byMany(model.getClass("Thing"));
-    byMany.where(byMany(knows, ones + "x") == second);
-    EXPECT_TRUE(byMany.next());
-    first->one = nullptr;
-    second->many3.remove(first);
-    model.commit();
-    EXPECT_TRUE(first->many2.empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Unusual, NameTest,
@@ -250,20 +199,6 @@ TEST_F(SchemaTest, RefusesAFieldNamedLikeAColumnOfTheView) {
     EXPECT_TRUE(says(said, "\"KesClass\" of a field of the class Base")) << said;
     EXPECT_EQ("", refusal([&](FreeModel& m) { m.declareClass("Alone", fields); }));
 }
-
-class IndexTest : public SchemaTest, public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(IndexTest, IsRefusedWithTheList) {
-    const std::string said = refusal(
-        [](FreeModel& m) { m.declareClass("Thing", textField)->addIndex(GetParam(), false); });
-
-    EXPECT_NE(std::string::npos, said.find("Thing")) << said;
-    EXPECT_NE(std::string::npos, said.find(GetParam())) << said;
-}
-
-INSTANTIATE_TEST_SUITE_P(Impossible, IndexTest,
-                         ::testing::Values("nothing", "text,text", "text,", ",", "text DESC",
-                                           "lower(text)", "text); drop table Thing; --"));
 
 TEST_F(SchemaTest, MakesUniqueAndInheritedIndexes) {
     FreeModel model(1, [](FreeModel& m) {
@@ -413,22 +348,6 @@ TEST_F(SchemaTest, MakesAViewOfAHierarchy) {
     EXPECT_EQ("2", ask("SELECT count(*) FROM [Base_all]"));
 }
 
-TEST_F(SchemaTest, GivesNewFieldsWhatAFreshObjectHas) {
-    makeThing(textField, [](Free& thing) { thing.text = "kept"; });
-
-    EXPECT_EQ("", refusal(
-                      [](FreeModel& m) {
-                          m.declareClass("Thing", [](Free& object, Handler* h) {
-                              h->handleBool("flag", object.flag);
-                              h->handleString("text", object.text, 20);
-                          });
-                      },
-                      2));
-
-    EXPECT_EQ("kept", ask("SELECT [text] FROM [Thing]"));
-    EXPECT_EQ("1", ask("SELECT [flag] FROM [Thing]"));
-}
-
 TEST_F(SchemaTest, DropsFieldsThatAreGone) {
     makeThing(textField, [](Free& thing) { thing.text = "gone"; });
 
@@ -511,50 +430,6 @@ TEST_F(SchemaTest, ShowsTheValueThatAnUpgradeRefuses) {
     EXPECT_TRUE(says(refused("real"), "holds 0.5, ")) << refused("real");
     EXPECT_TRUE(says(refused("wide"), "holds 5000000000, ")) << refused("wide");
     EXPECT_TRUE(says(refused("text"), "xxx\"... (3000 bytes), ")) << refused("text");
-}
-
-TEST_F(SchemaTest, AddsAClassBesideTheOthers) {
-    makeThing(textField, [](Free& thing) { thing.text = "kept"; });
-
-    EXPECT_EQ("", refusal(
-                      [](FreeModel& m) {
-                          m.declareClass("Thing", textField, 1);
-                          m.declareClass("Other", textField, 2);
-                      },
-                      2));
-
-    EXPECT_EQ("kept", ask("SELECT [text] FROM [Thing]"));
-    EXPECT_EQ("0", ask("SELECT count(*) FROM [Other]"));
-}
-
-TEST_F(SchemaTest, KeepsObjectIdsAndVersionsInAnUpgrade) {
-    makeThing(textField, [](Free& thing) { thing.text = "kept"; });
-    const std::string id = ask("SELECT [KesObjectID] FROM [Thing]");
-    run("UPDATE [Thing] SET [KesVersion] = 7");
-
-    EXPECT_EQ("", refusal([](FreeModel& m) { m.declareClass("Thing", textField); }, 2));
-
-    EXPECT_EQ(id, ask("SELECT [KesObjectID] FROM [Thing]"));
-    EXPECT_EQ("7", ask("SELECT [KesVersion] FROM [Thing]"));
-}
-
-TEST_F(SchemaTest, TakesClassesOfManyFields) {
-    const auto fields = [](Free& object, Handler* h) {
-        for (int i = 0; i < 300; ++i)
-            h->handleInt(String("f") + String(i), object.number);
-    };
-    FreeModel model(1, [&](FreeModel& m) { m.declareClass("Wide", fields); });
-    open(model);
-    model.startTransaction();
-    Free* wide = model.make("Wide");
-    wide->number = 3;
-    model.commit();
-    model.startTransaction();
-    wide->number = 4;
-    wide->change();
-    model.commit();
-
-    EXPECT_EQ("4", ask("SELECT [f299] FROM [Wide]"));
 }
 
 TEST_F(SchemaTest, RefusesMoreFieldsThanTheDatabaseTakes) {

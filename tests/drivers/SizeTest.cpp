@@ -61,22 +61,6 @@ protected:
     Pointer<Paper> loaded;
 };
 
-TEST_F(SizeTest, KeepsAHundredMegabytesOrRefusesThem) {
-    const Pointer<Paper> paper(model.newPaper("large"));
-    model.newPaper("beside it");
-    paper->scans[3] = scanOf(Hundred);
-    if (engine->mostBytes() < Hundred)
-        return expectRefusal(paper, "scan3", engine->sizeLimit());
-
-    model.commit();
-    open(other);
-    Selection large(other.paperClass);
-    large.where(large["title"] == "large");
-    ASSERT_TRUE(large.next());
-
-    EXPECT_EQ(paper->scans[3], static_cast<Paper*>(large.value())->scans[3]);
-}
-
 TEST_F(SizeTest, KeepsALargeChangeOrRefusesIt) {
     const Pointer<Paper> paper(model.newPaper("small"));
     model.commit();
