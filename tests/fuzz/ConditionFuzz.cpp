@@ -593,7 +593,7 @@ Order sortBy(Input& input, Selection& selection, bool isMerged) {
 }
 
 /// Nothing when the selection is refused.
-std::optional<std::vector<const Row*>> run(Selection& selection) {
+std::optional<std::vector<const Row*>> run(Selection& selection, std::string& words) {
     std::vector<const Row*> found;
     try {
         while (selection.next())
@@ -601,6 +601,7 @@ std::optional<std::vector<const Row*>> run(Selection& selection) {
     } catch (const Exception& refused) {
         demand(std::string(refused.getCode()) == "SELERR" && *refused.getMessage() != '\0',
                "a refusal without words");
+        words = refused.getMessage();
         return std::nullopt;
     }
     return found;
@@ -620,10 +621,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const Both<Row> both = builder.build(4);
     selection.where(*both.condition);
     const Order order = sortBy(input, selection, !isSpecial);
-    const auto found = run(selection);
+    std::string words;
+    const auto found = run(selection, words);
     demand(found.has_value() == builder.getNonsense().empty(),
            found ? "nonsense is answered:" + builder.getNonsense()
-                 : "a condition with a meaning is refused");
+                 : "a condition with a meaning is refused: " + words);
     if (!found)
         return 0;
     const std::set<const Row*> unique(found->begin(), found->end());
