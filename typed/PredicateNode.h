@@ -10,6 +10,8 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
+#include <typeinfo>
 #include <variant>
 #include <vector>
 
@@ -33,6 +35,8 @@ struct OperandValue {
     StoredValue value;  // monostate for what an empty optional is equal to
     std::string fault;  // why no field has the value; "" when one may
 };
+
+using OperandPtr = std::shared_ptr<const OperandValue>;
 
 using ConditionPtr = std::unique_ptr<Condition>;
 
@@ -68,7 +72,34 @@ public:
 
 using NodePtr = std::shared_ptr<const PredicateNode>;
 
+/// The field that an object's id is in.
+const String& idName();
+
+std::string nameOfClass(const PredicateScope& scope);
+
+/// Both, or one of them, as the operator says.
+ConditionPtr joined(ConditionPtr a, Condition::LogicalOperator op, ConditionPtr b);
+
 /// All of the conditions, which are not empty.
 ConditionPtr joined(std::vector<ConditionPtr> conditions, Condition::LogicalOperator op);
+
+// --- the kinds of nodes ---
+
+NodePtr nodeOfComparison(FieldKey field, PredicateBase::Comparison op, OperandPtr value);
+
+/// The field has one of the values.
+NodePtr nodeOfList(FieldKey field, std::vector<OperandPtr> values);
+NodePtr nodeOfPattern(FieldKey field, std::string_view pattern);
+
+/// The optional field has a value.
+NodePtr nodeOfMark(FieldKey field);
+
+/// The partner is one of the link's; null asks for none at all.
+NodePtr nodeOfLink(FieldKey field, Instance* partner);
+
+/// Some partner of the class fulfils the condition.
+NodePtr nodeOfPartner(FieldKey field, const std::type_info& partner, NodePtr condition);
+NodePtr nodeOfBoth(NodePtr a, Condition::LogicalOperator op, NodePtr b);
+NodePtr nodeOfOpposite(NodePtr operand);
 
 }  // namespace Kes
