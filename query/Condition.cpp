@@ -1,15 +1,13 @@
 #include <kes/Condition.h>
 
 #include <memory>
-#include <typeinfo>
-#include <utility>
-#include <vector>
 
 #include <kes/Attribute.h>
 #include <kes/ConditionTranslator.h>
 #include <kes/Role.h>
 #include <kes/Selection.h>
 
+#include "query/ConditionTree.h"
 #include "query/EmptiedTests.h"
 
 namespace Kes {
@@ -34,61 +32,15 @@ CombinationCondition::CombinationCondition(Condition* leftOperand, LogicalOperat
       right(rightOperand),
       op(logicalOperator) {}
 
-namespace {
-
-// Not for classes derived from it, which copy and destroy themselves.
-bool isCombination(const Condition& condition) {
-    return typeid(condition) == typeid(CombinationCondition);
-}
-
-}  // namespace
-
-// Copies with a list of work instead of recursion: a chain of a million
-// operands is as deep as it is long. What is copied belongs to this object at
-// once, so that its destructor frees it when memory runs out.
 CombinationCondition::CombinationCondition(const CombinationCondition& other)
     : CombinationCondition(nullptr, other.op, nullptr) {
-    std::vector<std::pair<Condition**, const Condition*>> work{{&left, other.left},
-                                                               {&right, other.right}};
-    while (!work.empty()) {
-        const auto [target, source] = work.back();
-        work.pop_back();
-        if (source == nullptr || !isCombination(*source)) {
-            *target = source != nullptr ? source->getNew() : nullptr;
-            continue;
-        }
-        const auto* joined = static_cast<const CombinationCondition*>(source);
-        auto* copy = new CombinationCondition(nullptr, joined->op, nullptr);
-        *target = copy;
-        work.emplace_back(&copy->left, joined->left);
-        work.emplace_back(&copy->right, joined->right);
-    }
+    ConditionTree::copy(left, other.left);
+    ConditionTree::copy(right, other.right);
 }
 
 CombinationCondition::~CombinationCondition() {
-    destroy(left);
-    destroy(right);
-}
-
-// Needs no memory: a combination on the way down keeps the one above it in the
-// place of its left operand, which is destroyed first.
-void CombinationCondition::destroy(Condition* tree) {
-    CombinationCondition* above = nullptr;
-    for (Condition* next = tree;;) {
-        if (next != nullptr && isCombination(*next)) {
-            auto* joined = static_cast<CombinationCondition*>(next);
-            next = std::exchange(joined->left, above);
-            above = joined;
-            continue;
-        }
-        delete next;
-        if (above == nullptr)
-            return;
-        CombinationCondition* done = above;
-        above = static_cast<CombinationCondition*>(std::exchange(done->left, nullptr));
-        next = std::exchange(done->right, nullptr);
-        delete done;
-    }
+    ConditionTree::destroy(left);
+    ConditionTree::destroy(right);
 }
 
 void CombinationCondition::translate(ConditionTranslator* translator) {

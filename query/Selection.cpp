@@ -15,6 +15,7 @@
 #include "identity/ObjectCache.h"
 #include "object/InstanceState.h"
 #include "object/ModelGate.h"
+#include "query/ConditionTree.h"
 #include "query/DeliveryObserver.h"
 #include "query/DriverDoor.h"
 #include "query/EmptiedTests.h"
@@ -416,17 +417,20 @@ AssociatedClass::AssociatedClass(Selection& selection)
     }
 }
 
-AssociatedClass::AssociatedClass(const AssociatedClass& other)
-    : cls(other.cls),
-      alias(other.alias),
+AssociatedClass::AssociatedClass(Class* itsClass, const String& itsAlias,
+                                 const PtrList<SortOrder>& itsOrders)
+    : cls(itsClass),
+      alias(itsAlias),
       condition(nullptr),
-      sortOrders(other.sortOrders) {
-    if (other.condition != nullptr)
-        condition = other.condition->getNew();
+      sortOrders(itsOrders) {}
+
+AssociatedClass::AssociatedClass(const AssociatedClass& other)
+    : AssociatedClass(other.cls, other.alias, other.sortOrders) {
+    ConditionTree::copy(condition, other.condition);
 }
 
 AssociatedClass::~AssociatedClass() {
-    delete condition;
+    ConditionTree::destroy(condition);
 }
 
 }  // namespace Kes

@@ -68,14 +68,15 @@ public:
     CombinationCondition(const CombinationCondition& other);
     CombinationCondition& operator=(const CombinationCondition& other) = default;
 
-    /// Depth costs no stack: chains of a million operands are destroyed too.
+    /// Depth costs no stack: chains of a million operands are copied and destroyed too,
+    /// and so is what is nested as deep.
     ~CombinationCondition() override;
 
     void translate(ConditionTranslator* translator) override;
     Condition* getNew() const override;
 
 private:
-    static void destroy(Condition* tree);
+    friend class ConditionTree;
 
     Condition* left;   // owned
     Condition* right;  // owned
@@ -148,6 +149,8 @@ public:
     Condition* getNew() const override;
 
 private:
+    friend class ConditionTree;
+
     Role* role;  // owned
     AssociationOperator op;
     AssociatedClass* associatedClass;  // owned

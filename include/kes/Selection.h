@@ -180,6 +180,10 @@ public:
     PtrList<SortOrder> getSortOrders() const { return sortOrders; }
 
 private:
+    friend class ConditionTree;
+
+    AssociatedClass(Class* itsClass, const String& itsAlias, const PtrList<SortOrder>& itsOrders);
+
     Class* cls;
     String alias;
     Condition* condition;  // owned

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -20,9 +22,11 @@ public:
         right->translate(this);
     }
     void translate(Role* role, Condition::AssociationOperator op,
-                   AssociatedClass* nested) override {
+                   AssociatedClass* selection) override {
+        selected = selection->getCondition();
+        const Class* cls = selection->getClass();
         note(std::string("many ") + static_cast<const char*>(role->getRole()) + " " +
-                 static_cast<const char*>(nested->getClass()->getName()),
+                 (cls != nullptr ? static_cast<const char*>(cls->getName()) : ""),
              op);
     }
     void translate(Role* role, Condition::AssociationOperator op, Instance* instance) override {
@@ -46,6 +50,7 @@ public:
 
     std::vector<std::string> lines;
     bool recurses = false;
+    Condition* selected = nullptr;  // nested in the last test of a role
 
 private:
     void noteAttribute(const char* kind, const Attribute* a, int op) {
@@ -59,6 +64,28 @@ std::vector<std::string> callsOf(Condition&& condition, bool recurses = false) {
     translator.recurses = recurses;
     condition.translate(&translator);
     return translator.lines;
+}
+
+// Null where none is nested.
+Condition* nestedIn(Condition& condition) {
+    NotingTranslator translator;
+    condition.translate(&translator);
+    return translator.selected;
+}
+
+// Enough for the test, and not for a call of each level of a deep tree.
+void onSmallStack(std::function<void()> work) {
+    pthread_attr_t attributes;
+    ASSERT_EQ(0, pthread_attr_init(&attributes));
+    ASSERT_EQ(0, pthread_attr_setstacksize(&attributes, 256 * 1024));
+    pthread_t thread{};
+    const auto run = [](void* what) -> void* {
+        (*static_cast<std::function<void()>*>(what))();
+        return nullptr;
+    };
+    ASSERT_EQ(0, pthread_create(&thread, &attributes, run, &work));
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
 }
 
 class ConditionTreeTest : public ::testing::Test {
@@ -370,6 +397,27 @@ TEST_F(ConditionTreeTest, MayBeAMillionOperandsDeep) {
     const std::unique_ptr<Condition> copy(original->getNew());
 
     EXPECT_NE(nullptr, copy);
+}
+
+TEST(ConditionDepthTest, NestsSelectionsDeeperThanTheStack) {
+    const Role role(nullptr, "parent", nullptr);
+
+    onSmallStack([&] {
+        std::unique_ptr<Condition> deep((Attribute(nullptr, "age") == 0).getNew());
+        for (int i = 0; i < 1000; ++i) {
+            Selection inner(nullptr);
+            inner.setCondition(deep.release());
+            deep.reset((role == inner).getNew());
+        }
+
+        const std::unique_ptr<Condition> copy(deep->getNew());
+        deep.reset();
+
+        int levels = 0;
+        for (Condition* next = copy.get(); next != nullptr; ++levels)
+            next = nestedIn(*next);
+        EXPECT_EQ(1001, levels);
+    });
 }
 
 TEST(ConditionTranslatorTest, HandsOutAliasesInTurn) {
