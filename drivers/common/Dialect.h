@@ -117,6 +117,15 @@ public:
     virtual std::string foldColumn(const std::string& identifier) const { return fold(identifier); }
     virtual std::size_t mostColumns() const { return 1000; }
 
+    /// How deep a condition may be: parentheses within each other, of which the first
+    /// operand's cost one and others' three, and queries, which cost eight. Less than
+    /// the database takes at most, whatever the query around the condition.
+    virtual std::size_t mostDepth() const { return 500; }
+
+    /// How many queries within a condition the database may join with those around them:
+    /// for one that looks for the best order of all their tables. More are kept apart.
+    virtual std::size_t mostJoined() const { return static_cast<std::size_t>(-1); }
+
     /// Why the database does not keep the finite number; empty when it does.
     virtual std::string reasonToRefuse(double) const { return ""; }
 

@@ -24,6 +24,17 @@ constexpr const char* Never = "1 = 0";
 // MariaDB take 65,535 parameters in a statement, SQLite 32,766.
 constexpr std::size_t LongestList = 8192;
 
+// What a query within a condition and one in parentheses hold of a database's parser:
+// the first operand in parentheses waits for nothing but them.
+constexpr std::size_t QueryDepth = 8;
+constexpr std::size_t FirstDepth = 1;
+constexpr std::size_t OtherDepth = 3;
+constexpr std::size_t LeafDepth = 4;  // of a comparison with a pattern, the deepest one
+
+// Chains are joined in groups of so many: a database limits how high its tree of terms
+// may be, and another one the parentheses.
+constexpr std::size_t LongestGroup = 32;
+
 // So many rows of one class fit into memory; more are read one after the other.
 constexpr std::size_t FewRows = 1024;
 
@@ -78,9 +89,7 @@ QueryPlan SqlTranslator::renderCondition(AssociatedClass& selection) {
     QueryPlan plan;
     if (selection.getCondition() == nullptr)
         return plan;
-    scopes.push_back({&tables.of(selection.getClass()), textOf(selection.getAlias())});
-    Piece condition = piece(selection.getCondition());
-    scopes.pop_back();
+    Piece condition = whole(selection);
     plan.isById = condition.ids == 1;
     plan.hasFew = condition.ids > 1 && condition.ids <= FewRows;
     plan.tail = " WHERE " + condition.text;
@@ -123,14 +132,40 @@ void SqlTranslator::refuse(const std::string& why) const {
     throw SqlFailure("the class " + scopes.back().table->name() + " has " + why);
 }
 
+SqlTranslator::Piece SqlTranslator::whole(AssociatedClass& selection) {
+    scopes.push_back({&tables.of(selection.getClass()), textOf(selection.getAlias())});
+    Piece condition = piece(selection.getCondition());
+    scopes.pop_back();
+    if (condition.depth > dialect.mostDepth())
+        refuseDepth();
+    return condition;
+}
+
+// Each level has a depth of one or more, so that what is too deep for the database
+// ends here before it is for the stack.
 SqlTranslator::Piece SqlTranslator::piece(Condition* condition) {
+    if (level > dialect.mostDepth())
+        refuseDepth();
+    ++level;
     current = Piece();
+    current.depth = LeafDepth;
     condition->translate(this);
+    --level;
     return std::move(current);
 }
 
+void SqlTranslator::refuseDepth() const {
+    const std::size_t most = dialect.mostDepth() - LeafDepth;
+    throw SqlFailure("the condition is nested too deep for the database, which takes " +
+                     std::to_string(most / QueryDepth) +
+                     " selections within each other, or && and || in turn within " +
+                     std::to_string(most) +
+                     " parentheses, or fewer of both: select the inner objects first and compare "
+                     "their KesObjectID, or make several selections of it");
+}
+
 // A chain of one operator is gathered with a list, because it may be a million
-// operands deep, and joined in halves, because databases limit the depth too.
+// operands deep, and joined in groups, because databases limit the depth too.
 void SqlTranslator::translate(Condition* left, Condition::LogicalOperator op, Condition* right) {
     if (gathering != nullptr) {
         if (op == gatheredOp) {
@@ -142,13 +177,7 @@ void SqlTranslator::translate(Condition* left, Condition::LogicalOperator op, Co
     }
     std::vector<Piece> pieces = operands(left, op, right);
     list(pieces, {op == Condition::OR ? " = ?" : " <> ?", op == Condition::OR});
-    Piece joined;
-    joined.ids = pieces.size() == 1 ? pieces.front().ids : 0;
-    joined.text = join(pieces, 0, pieces.size(), op == Condition::OR ? " OR " : " AND ");
-    for (Piece& each : pieces)
-        std::move(each.parameters.begin(), each.parameters.end(),
-                  std::back_inserter(joined.parameters));
-    current = std::move(joined);
+    current = join(pieces, op == Condition::OR ? " OR " : " AND ");
 }
 
 std::vector<SqlTranslator::Piece> SqlTranslator::operands(Condition* left,
@@ -199,6 +228,7 @@ SqlTranslator::Piece SqlTranslator::listOf(const std::vector<Piece>& pieces, std
     const std::string tested = first.text.substr(0, first.text.size() - form.ending.size());
     Piece list;
     list.ids = first.ids == 0 ? 0 : end - begin;
+    list.depth = LeafDepth;
     if (dialect.takesLists() && std::holds_alternative<std::int64_t>(first.parameters.front())) {
         std::vector<std::int64_t> numbers;
         for (std::size_t i = begin; i < end; ++i)
@@ -217,12 +247,38 @@ SqlTranslator::Piece SqlTranslator::listOf(const std::vector<Piece>& pieces, std
     return list;
 }
 
-std::string SqlTranslator::join(const std::vector<Piece>& pieces, std::size_t from, std::size_t to,
-                                const char* word) {
-    if (to - from == 1)
-        return pieces[from].text;
-    const std::size_t middle = from + (to - from) / 2;
-    return "(" + join(pieces, from, middle, word) + word + join(pieces, middle, to, word) + ")";
+// The deepest of a group comes first, where it costs least.
+SqlTranslator::Piece SqlTranslator::join(std::vector<Piece>& pieces, const char* word) {
+    while (pieces.size() > 1) {
+        std::vector<Piece> groups;
+        for (std::size_t i = 0; i < pieces.size(); i += LongestGroup)
+            groups.push_back(group(pieces, i, std::min(i + LongestGroup, pieces.size()), word));
+        pieces = std::move(groups);
+    }
+    return std::move(pieces.front());
+}
+
+SqlTranslator::Piece SqlTranslator::group(std::vector<Piece>& pieces, std::size_t begin,
+                                          std::size_t end, const char* word) {
+    if (end - begin == 1)
+        return std::move(pieces[begin]);
+    const auto first = pieces.begin() + static_cast<std::ptrdiff_t>(begin);
+    const auto last = pieces.begin() + static_cast<std::ptrdiff_t>(end);
+    const auto deepest = std::max_element(
+        first, last, [](const Piece& a, const Piece& b) { return a.depth < b.depth; });
+    std::rotate(first, deepest, deepest + 1);
+    Piece all;
+    all.depth = first->depth + FirstDepth;
+    for (auto each = first; each != last; ++each) {
+        all.text += (each == first ? "(" : word) + each->text;
+        all.joined += each->joined;
+        std::move(each->parameters.begin(), each->parameters.end(),
+                  std::back_inserter(all.parameters));
+        if (each != first)
+            all.depth = std::max(all.depth, each->depth + OtherDepth);
+    }
+    all.text += ")";
+    return all;
 }
 
 std::string SqlTranslator::column(const Attribute& attribute, Family family) {
@@ -376,6 +432,16 @@ SqlTranslator::End SqlTranslator::endOf(const Role& role) {
             ModelMapping::isManyToMany(association)};
 }
 
+// The query for the ids, kept from being joined with those around it where it is joined
+// with too many already.
+std::string SqlTranslator::apart(Piece& nested, const std::string& ids,
+                                 const std::string& rest) const {
+    if (++nested.joined < dialect.mostJoined())
+        return "SELECT " + ids + rest;
+    nested.joined = 0;
+    return "SELECT x.k FROM (SELECT DISTINCT " + ids + " AS k" + rest + ") AS x";
+}
+
 std::string SqlTranslator::idColumn() const {
     return scopes.back().alias + "." + dialect.quote("KesObjectID");
 }
@@ -423,6 +489,7 @@ void SqlTranslator::translate(Role* role, Condition::AssociationOperator op, Ins
                            ? idIn(owners, !equal)
                            : idIn(owners + " AND " + dialect.quote("KesObjectID") + " = ?", equal);
     }
+    current.depth += end.isOne ? 0 : QueryDepth;
     current.parameters.clear();
     if (instance != nullptr)
         current.parameters = {static_cast<std::int64_t>(instance->getObjectID())};
@@ -446,25 +513,31 @@ void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
         scopes.pop_back();
     }
     nested.ids = 0;
+    nested.depth += QueryDepth;
     const std::string ids = alias + "." + dialect.quote("KesObjectID");
     const std::string from = " FROM " + partners.source() + " AS " + alias;
-    const std::string where = nested.text.empty() ? "" : " WHERE " + nested.text;
-    const std::string found = "SELECT " + ids + from + where;
+    const std::string where = " WHERE " + nested.text;
+    const std::string also = nested.text.empty() ? where : where + " AND ";
     if (end.isOne) {
         const std::string ownColumn = scopes.back().alias + "." + end.own;
+        const std::string found = apart(nested, ids, from + (nested.text.empty() ? "" : where));
         nested.text =
             equal ? ownColumn + " IN (" + found + ")"
-                  : "(" + ownColumn + " IS NULL OR " + ownColumn + " NOT IN (" + found + "))";
+                  : "(" + ownColumn + " NOT IN (" + found + ") OR " + ownColumn + " IS NULL)";
+        nested.depth += equal ? 0 : FirstDepth;
     } else if (end.isManyToMany) {
-        nested.text = idIn("SELECT " + end.opposite + " FROM " +
-                               dialect.quote(textOf(end.association->getName())) + " WHERE " +
-                               end.own + " IN (" + found + ")",
-                           equal);
+        // One query for both tables: databases limit how many there are within each
+        // other. The partners first, where the order is kept: what they have to be
+        // may be in an index.
+        const std::string link = alias + "l";
+        nested.text =
+            idIn(apart(nested, link + "." + end.opposite,
+                       from + " CROSS JOIN " + dialect.quote(textOf(end.association->getName())) +
+                           " AS " + link + also + link + "." + end.own + " = " + ids),
+                 equal);
     } else {
         const std::string back = alias + "." + end.opposite;
-        nested.text = idIn("SELECT " + back + from + " WHERE " + back + " IS NOT NULL" +
-                               (nested.text.empty() ? "" : " AND " + nested.text),
-                           equal);
+        nested.text = idIn(apart(nested, back, from + also + back + " IS NOT NULL"), equal);
     }
     current = std::move(nested);
 }

@@ -48,7 +48,9 @@ private:
     struct Piece {
         std::string text;
         std::vector<Parameter> parameters;
-        std::size_t ids = 0;  // where it lists object ids and does nothing else
+        std::size_t ids = 0;     // where it lists object ids and does nothing else
+        std::size_t depth = 0;   // see Dialect::mostDepth()
+        std::size_t joined = 0;  // see Dialect::mostJoined()
     };
     // Values that a column has one of, or none of.
     struct ListForm {
@@ -71,13 +73,16 @@ private:
     };
     enum class Family { Number, Text, Time };
 
+    Piece whole(AssociatedClass& selection);
     Piece piece(Condition* condition);
+    [[noreturn]] void refuseDepth() const;
     std::vector<Piece> operands(Condition* left, Condition::LogicalOperator op, Condition* right);
     void list(std::vector<Piece>& pieces, const ListForm& form) const;
     Piece listOf(const std::vector<Piece>& pieces, std::size_t begin, std::size_t end,
                  const ListForm& form) const;
-    static std::string join(const std::vector<Piece>& pieces, std::size_t from, std::size_t to,
-                            const char* word);
+    static Piece join(std::vector<Piece>& pieces, const char* word);
+    static Piece group(std::vector<Piece>& pieces, std::size_t begin, std::size_t end,
+                       const char* word);
     std::string order(AssociatedClass& selection, std::vector<std::string>& names);
     static void cut(QueryPlan& plan, const RowRange& range);
     std::string column(const Attribute& attribute, Family family);
@@ -88,6 +93,7 @@ private:
     void compareUnsigned(const Attribute& attribute, int op, unsigned long value);
     End endOf(const Role& role);
     void requirePartner(const End& end, const Role& role, const Instance* instance) const;
+    std::string apart(Piece& nested, const std::string& ids, const std::string& rest) const;
     std::string idColumn() const;
     std::string idIn(const std::string& subquery, bool equal) const;
     [[noreturn]] void refuse(const std::string& why) const;
@@ -96,6 +102,7 @@ private:
     const Dialect& dialect;
     std::vector<Scope> scopes;
     Piece current;
+    std::size_t level = 0;  // of the condition that is rendered, from 1
 
     // While operands are gathered: where combinations put their children.
     std::vector<Condition*>* gathering = nullptr;

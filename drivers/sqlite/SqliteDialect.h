@@ -21,6 +21,10 @@ public:
     std::string nameFault(const std::string& identifier) const override;
     std::string fold(const std::string& identifier) const override;
     std::size_t mostColumns() const override { return 2000; }
+
+    /// The parser of most libraries holds a hundred symbols, 21 of them those of the query
+    /// around the condition, at most.
+    std::size_t mostDepth() const override { return 78; }
 };
 
 }  // namespace Kes::sql

@@ -324,6 +324,9 @@ public:
     /// What in the tree has no meaning; empty when all has.
     const std::string& getNonsense() const { return nonsense; }
 
+    /// How many selections there are within each other.
+    int getLevels() const { return levels; }
+
 private:
     template <class T>
     T value(const T (&usual)[6]) {
@@ -518,7 +521,7 @@ private:
                                     [number](const Box& b) { return b.number >= number; });
         if (goesBack) {
             Selection nested(theModel().rowClass);
-            const Both<Row> content = inside(nested, depth);
+            const Both<Row> content = inside(nested, depth, 2);
             nested.where(*content.condition);
             inner = join<Box>(boxes("Storage") == nested, [test = content.holds](const Box& b) {
                 bool some = false;
@@ -536,10 +539,12 @@ private:
             before);
     }
 
-    Both<Row> inside(Selection& nested, int depth) {
+    /// `selections` of them lead there.
+    Both<Row> inside(Selection& nested, int depth, int selections = 1) {
         Builder builder(input, nested);
         Both<Row> inner = builder.build(depth - 1);
         nonsense += builder.getNonsense();
+        levels = std::max(levels, builder.getLevels() + selections);
         return inner;
     }
 
@@ -557,7 +562,12 @@ private:
     Input& input;
     Selection& selection;
     std::string nonsense;
+    int levels = 0;
 };
+
+// So many selections within each other leave SQLite no room for what may stand around
+// and in them.
+constexpr int MostLevels = 7;
 
 using Order = std::function<int(const Row&, const Row&)>;
 
@@ -623,6 +633,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const Order order = sortBy(input, selection, !isSpecial);
     std::string words;
     const auto found = run(selection, words);
+    if (!found && builder.getLevels() > MostLevels &&
+        words.find("nested too deep") != std::string::npos)
+        return 0;
     demand(found.has_value() == builder.getNonsense().empty(),
            found ? "nonsense is answered:" + builder.getNonsense()
                  : "a condition with a meaning is refused: " + words);
