@@ -10,46 +10,50 @@ namespace Kes {
 
 namespace {
 
-class NotNode final : public PredicateNode {
+class NotNode final : public InnerNode {
 public:
-    explicit NotNode(NodePtr itsOperand) : operand(std::move(itsOperand)) {}
-    ConditionPtr build(const PredicateScope& scope, bool negated) const override {
-        return operand->build(scope, !negated);
-    }
+    using InnerNode::InnerNode;
+    const PredicateNode* getOpposite() const override { return left.get(); }
 
-private:
-    const NodePtr operand;
+    // Of many in a row every second one undoes the one before it.
+    ConditionPtr build(const PredicateScope& scope, bool negated) const override {
+        const PredicateNode* operand = this;
+        for (; operand->getOpposite() != nullptr; operand = operand->getOpposite())
+            negated = !negated;
+        return operand->build(scope, negated);
+    }
 };
 
 }  // namespace
 
-// Programs join conditions in loops, so chains may be of any length: they are
-// built and destroyed without recursion.
-class JoinNode final : public PredicateNode {
+InnerNode::~InnerNode() {
+    std::vector<NodePtr> dying;
+    InnerNode::giveAway(dying);
+    while (!dying.empty()) {
+        const NodePtr next = std::move(dying.back());
+        dying.pop_back();
+        if (next.use_count() == 1)
+            next->giveAway(dying);
+    }
+}
+
+void InnerNode::giveAway(std::vector<NodePtr>& nodes) const {
+    for (NodePtr* each : {&left, &right})
+        if (*each != nullptr)
+            nodes.push_back(std::move(*each));
+}
+
+// A chain of one operator is one level, built without recursion.
+class JoinNode final : public InnerNode {
 public:
     JoinNode(NodePtr a, Condition::LogicalOperator itsOp, NodePtr b)
-        : op(itsOp),
-          left(std::move(a)),
-          right(std::move(b)) {}
-
-    ~JoinNode() override {
-        std::vector<NodePtr> dying;
-        dying.push_back(std::move(left));
-        dying.push_back(std::move(right));
-        while (!dying.empty()) {
-            const NodePtr next = std::move(dying.back());
-            dying.pop_back();
-            const JoinNode* join = next.use_count() == 1 ? next->asJoin() : nullptr;
-            if (join == nullptr)
-                continue;
-            dying.push_back(std::move(join->left));
-            dying.push_back(std::move(join->right));
-        }
-    }
+        : InnerNode(std::move(a), std::move(b)),
+          op(itsOp) {}
 
     const JoinNode* asJoin() const override { return this; }
 
     ConditionPtr build(const PredicateScope& scope, bool negated) const override {
+        const PredicateScope inner = scope.below(scope.cls);
         std::vector<ConditionPtr> conditions;
         std::vector<const PredicateNode*> pending{right.get(), left.get()};
         while (!pending.empty()) {
@@ -57,7 +61,7 @@ public:
             pending.pop_back();
             const JoinNode* join = next->asJoin();
             if (join == nullptr || join->op != op) {
-                conditions.push_back(next->build(scope, negated));
+                conditions.push_back(next->build(inner, negated));
                 continue;
             }
             pending.push_back(join->right.get());
@@ -69,10 +73,6 @@ public:
 
 private:
     const Condition::LogicalOperator op;
-
-    // A node that nobody else has is taken apart by the one above it.
-    mutable NodePtr left;
-    mutable NodePtr right;
 };
 
 ConditionPtr joined(ConditionPtr a, Condition::LogicalOperator op, ConditionPtr b) {

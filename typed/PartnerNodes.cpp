@@ -73,19 +73,18 @@ private:
     const bool isAny;  // asks for no partner at all
 };
 
-class PartnerNode final : public PredicateNode {
+class PartnerNode final : public InnerNode {
 public:
     PartnerNode(FieldKey itsField, const std::type_info& itsPartner, NodePtr itsCondition)
-        : field(itsField),
-          partner(itsPartner),
-          condition(std::move(itsCondition)) {}
+        : InnerNode(std::move(itsCondition)),
+          field(itsField),
+          partner(itsPartner) {}
 
     ConditionPtr build(const PredicateScope& scope, bool negated) const override {
         std::unique_ptr<Role> role = roleOf(scope, field);
         Class* cls = scope.session.classOf(partner);
         Selection nested(cls);
-        nested.setCondition(
-            condition->build({scope.session, cls, scope.knowsNotLike}, false).release());
+        nested.setCondition(left->build(scope.below(cls), false).release());
         auto asked = std::make_unique<AssociatedClass>(nested);
         ConditionPtr made = std::make_unique<ManyAssociatedCondition>(
             role.get(),
@@ -99,7 +98,6 @@ public:
 private:
     const FieldKey field;
     const std::type_info& partner;
-    const NodePtr condition;
 };
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <typeinfo>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -45,6 +46,11 @@ struct PredicateScope {
     const Session& session;
     Class* cls;
     bool knowsNotLike;  // the driver
+    int level = 0;      // how deep the node lies, chains of one operator not counted
+
+    /// The same one level down, for objects of `target`. Raises Error (Misuse) for a
+    /// condition that is deeper than any database takes.
+    PredicateScope below(Class* target) const;
 
     /// The field's name, and of an optional one that of its mark. Raises Error
     /// (Declaration) for a member that is not described.
@@ -68,9 +74,28 @@ public:
 
     /// Null for other nodes.
     virtual const JoinNode* asJoin() const { return nullptr; }
+    virtual const PredicateNode* getOpposite() const { return nullptr; }
+
+    /// Gives away the nodes below, for one that goes.
+    virtual void giveAway(std::vector<std::shared_ptr<const PredicateNode>>&) const {}
 };
 
 using NodePtr = std::shared_ptr<const PredicateNode>;
+
+/// Programs join, turn and nest conditions in loops, so that nodes may lie as deep as
+/// there are of them: they are destroyed without recursion.
+class InnerNode : public PredicateNode {
+public:
+    explicit InnerNode(NodePtr a, NodePtr b = nullptr) : left(std::move(a)), right(std::move(b)) {}
+    ~InnerNode() override;
+
+    void giveAway(std::vector<NodePtr>& nodes) const final;
+
+protected:
+    // A node that nobody else has is taken apart by the one above it.
+    mutable NodePtr left;
+    mutable NodePtr right;  // null where there is one below only
+};
 
 /// The field that an object's id is in.
 const String& idName();

@@ -10,6 +10,8 @@ namespace Kes {
 
 namespace {
 
+constexpr int MostLevels = 1000;
+
 // "Ticket::title" of the name of a function that has it as an argument.
 std::string memberOf(const FieldPlace& field) {
     const std::string whole = field.signature;
@@ -22,6 +24,19 @@ std::string memberOf(const FieldPlace& field) {
 }
 
 }  // namespace
+
+PredicateScope PredicateScope::below(Class* target) const {
+    if (level >= MostLevels)
+        throw Error(ErrorKind::Misuse, "SELERR", "Kes::Query",
+                    "A condition on " + nameOfClass(*this) +
+                        " objects is nested too deep: && and || in turn, and partners of partners, "
+                        "go more than " +
+                        std::to_string(MostLevels) +
+                        " levels down, which no database takes; find the inner objects first, or "
+                        "ask several queries",
+                    nameOfClass(*this), 0);
+    return {session, target, knowsNotLike, level + 1};
+}
 
 const String& idName() {
     static const String name = String::constant("KesObjectID");
