@@ -24,7 +24,8 @@ std::uint64_t RowCounter::count(const std::vector<std::string>& tables, const Qu
         text += (text.empty() ? "SELECT (" : " + (") + countOf(table, plan.tail, isLimited) + ")";
     if (tables.empty())
         return 0;
-    Statement& statement = statementOf(text);
+    Statement& statement =
+        statements.of(text, [&](StatementCache& cache) { return cache.make(text); });
     int position = 0;
     for (std::size_t i = 0; i < tables.size(); ++i) {
         for (const Parameter& value : plan.parameters)
@@ -35,15 +36,6 @@ std::uint64_t RowCounter::count(const std::vector<std::string>& tables, const Qu
     const Execution execution(statement);
     const bool hasRow = statement.step();
     return hasRow ? std::min(most, static_cast<std::uint64_t>(statement.integer(0))) : 0;
-}
-
-Statement& RowCounter::statementOf(const std::string& text) {
-    const auto known = kept.find(text);
-    if (known != kept.end())
-        return *known->second;
-    if (kept.size() >= MostShapes)
-        kept.clear();
-    return *kept.emplace(text, statements.make(text)).first->second;
 }
 
 }  // namespace Kes::sql

@@ -4,9 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "drivers/common/QueryPlan.h"
@@ -27,16 +25,10 @@ public:
                         std::uint64_t most);
 
     /// A model goes, and with it the classes that the texts speak of.
-    void forget() { kept.clear(); }
+    void forget() { statements.forget(); }
 
 private:
-    // Programs have few shapes of queries; see TableMapping.
-    static constexpr std::size_t MostShapes = 500;
-
-    Statement& statementOf(const std::string& text);
-
-    StatementCache& statements;
-    std::unordered_map<std::string, std::unique_ptr<Statement>> kept;
+    StatementsByText statements;
 };
 
 }  // namespace Kes::sql

@@ -65,7 +65,8 @@ TableMapping::TableMapping(Class* itsClass, const Dialect& itsDialect,
                            StatementCache& itsStatements)
     : cls(itsClass),
       dialect(itsDialect),
-      statements(itsStatements) {
+      statements(itsStatements),
+      updates(itsStatements) {
     const std::unique_ptr<Instance> dummy(cls->getDummy());
     Learner learn(*this);
     handleFields(dummy.get(), &learn);
@@ -154,14 +155,10 @@ std::unique_ptr<Statement> TableMapping::takeById() {
 }
 
 Statement& TableMapping::update(const ColumnSet& set) {
-    const auto known = updates.find(set);
-    if (known != updates.end())
-        return *known->second;
-    // What was posted by those that go is still to be sent.
-    if (updates.size() >= MostShapes) {
-        statements.awaitPosts();
-        updates.clear();
-    }
+    return updates.of(set, [&](StatementCache& cache) { return cache.make(updateOf(set)); });
+}
+
+std::string TableMapping::updateOf(const ColumnSet& set) const {
     const auto has = [&](std::size_t bit) {
         return bit / 64 < set.size() && (set[bit / 64] >> bit % 64 & 1) != 0;
     };
@@ -173,10 +170,8 @@ Statement& TableMapping::update(const ColumnSet& set) {
         assignments += (assignments.empty() ? "" : ", ") + name + " = " +
                        (has(all.size() + i) ? "NULLIF(" + name + ", ?)" : "?");
     }
-    std::unique_ptr<Statement> fresh =
-        statements.make("UPDATE " + quotedTable + " SET " + assignments + " WHERE " +
-                        column(IdColumn) + " = ? AND " + column(VersionColumn) + " = ?");
-    return *updates.emplace(set, std::move(fresh)).first->second;
+    return "UPDATE " + quotedTable + " SET " + assignments + " WHERE " + column(IdColumn) +
+           " = ? AND " + column(VersionColumn) + " = ?";
 }
 
 const std::vector<int>& TableMapping::unique() {
@@ -216,7 +211,7 @@ SharedPool TableMapping::pool(const std::string& tail) {
     const auto known = pools.find(tail);
     if (known != pools.end())
         return known->second;
-    if (pools.size() >= MostShapes)
+    if (pools.size() >= StatementsByText::Most)
         pools.clear();
     return pools.emplace(tail, std::make_shared<StatementPool>()).first->second;
 }

@@ -104,13 +104,9 @@ public:
 private:
     class Learner;
 
-    // Programs have few shapes of queries and of changes; one that makes them up
-    // without end must not fill memory with them, here or in the server. A guess that
-    // is far above the one and far below what hurts.
-    static constexpr std::size_t MostShapes = 500;
-
     Statement& insert(Statement*& kept, std::size_t rows);
     std::string versionQuery() const;
+    std::string updateOf(const ColumnSet& set) const;
     const std::vector<int>& unique();
 
     Class* cls;
@@ -133,7 +129,7 @@ private:
     Statement* touching = nullptr;
 
     // Not the cache's, which keeps what it has: these are bounded.
-    std::map<ColumnSet, std::unique_ptr<Statement>> updates;
+    StatementShapes<std::map<ColumnSet, std::unique_ptr<Statement>>> updates;
     SharedPool idPool = std::make_shared<StatementPool>();
     std::unordered_map<std::string, SharedPool> pools;
 };
