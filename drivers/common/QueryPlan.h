@@ -50,13 +50,15 @@ struct QueryPlan {
 /// Cursors share the plan, so they outlive the definition.
 class SqlDefinition final : public SelectionDefinition {
 public:
-    SqlDefinition(std::shared_ptr<const QueryPlan> itsPlan, std::vector<Class*> itsClasses,
-                  std::uint64_t itsNumber)
+    SqlDefinition(std::shared_ptr<const QueryPlan> itsPlan, Class* itsBase,
+                  std::vector<Class*> itsClasses, std::uint64_t itsNumber)
         : plan(std::move(itsPlan)),
+          base(itsBase),
           classes(std::move(itsClasses)),
           number(itsNumber) {}
 
     const std::shared_ptr<const QueryPlan> plan;
+    Class* const base;                  // that is selected
     const std::vector<Class*> classes;  // each of which has a cursor
     const std::uint64_t number;         // of the definitions of this driver; never 0
 };

@@ -314,16 +314,12 @@ void SqlDriver::beginSnapshot(const SqlDefinition& query) {
 }
 
 void SqlDriver::readTogether(const SqlDefinition& query) {
-    if (!RowCounter::takes(query.plan->parameters.size() * query.classes.size()))
-        throw SqlFailure(
-            "a condition of so many values over several classes cannot be answered "
-            "within a transaction that has written or locked; ask for the classes "
-            "one by one, or outside of it");
     std::vector<TableMapping*> tables;
     tables.reserve(query.classes.size());
     for (Class* each : query.classes)
         tables.push_back(&session->tables.of(each));
-    std::vector<std::unique_ptr<RowBuffer>> rows = session->unions.read(tables, *query.plan);
+    std::vector<std::unique_ptr<RowBuffer>> rows =
+        session->unions.read(tables, session->tables.of(query.base), *query.plan);
     for (std::size_t i = 0; i < rows.size(); ++i)
         together[query.classes[i]] = std::move(rows[i]);
 }
@@ -487,7 +483,7 @@ SelectionDefinition* SqlDriver::define(AssociatedClass* associatedClass, const R
             [&] {
                 SqlTranslator translator(session->tables, *dialect);
                 definition = new SqlDefinition(
-                    translator.render(*associatedClass, range),
+                    translator.render(*associatedClass, range), associatedClass->getClass(),
                     ModelMapping::concreteClasses(associatedClass->getClass()), ++definitions);
             });
     return definition;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <map>
 
+#include "drivers/common/RowCounter.h"
+
 namespace Kes::sql {
 
 namespace {
@@ -72,11 +74,14 @@ private:
 };
 
 std::vector<std::unique_ptr<RowBuffer>> UnionReader::read(const std::vector<TableMapping*>& tables,
+                                                          const TableMapping& base,
                                                           const QueryPlan& plan) {
     const Layout layout(tables);
-    Statement& statement = statementOf(text(tables, layout, plan), plan.hasFew);
+    const bool isEach = RowCounter::takes(plan.parameters.size() * tables.size());
+    Statement& statement = statementOf(
+        isEach ? text(tables, layout, plan) : textOfOne(tables, base, layout, plan), plan.hasFew);
     int position = 0;
-    for (std::size_t i = 0; i < tables.size(); ++i)
+    for (std::size_t i = 0; i < (isEach ? tables.size() : 1); ++i)
         for (const Parameter& value : plan.parameters)
             bindParameter(statement, position++, value);
 
@@ -99,33 +104,54 @@ std::vector<std::unique_ptr<RowBuffer>> UnionReader::read(const std::vector<Tabl
 std::string UnionReader::text(const std::vector<TableMapping*>& tables, const Layout& layout,
                               const QueryPlan& plan) const {
     std::string whole;
-    for (std::size_t i = 0; i < tables.size(); ++i) {
-        const TableMapping& table = *tables[i];
-        std::vector<std::string> columns;
-        columns.reserve(layout.kinds.size());
-        for (const FieldKind kind : layout.kinds)
-            columns.push_back(dialect.nullOf(kind));
-        const std::vector<int>& places = layout.placesOf[i];
-        for (std::size_t k = 0; k < places.size(); ++k)
-            columns[static_cast<std::size_t>(places[k] - FirstSlot)] =
-                "t." + table.column(static_cast<int>(k));
+    for (std::size_t i = 0; i < tables.size(); ++i)
         whole += (i == 0 ? "(SELECT " : " UNION ALL (SELECT ") + std::to_string(i) + " AS k, " +
-                 (plan.order.empty() ? "0" : "ROW_NUMBER() OVER (" + plan.order + ")") + " AS r";
-        for (std::size_t k = 0; k < columns.size(); ++k)
-            whole += ", " + columns[k] + " AS c" + std::to_string(k);
-        whole += " FROM " + table.table() + " AS t" + plan.tail + ")";
-    }
+                 (plan.order.empty() ? "0" : "ROW_NUMBER() OVER (" + plan.order + ")") + " AS r" +
+                 placesOf(tables, i, layout) + " FROM " + tables[i]->table() + " AS t" + plan.tail +
+                 ")";
     return whole + " ORDER BY 1, 2";
 }
 
+// With the condition, and with it its parameters, only once: a statement takes so many.
+// A range is one of all rows then, which is what has been asked for.
+std::string UnionReader::textOfOne(const std::vector<TableMapping*>& tables,
+                                   const TableMapping& base, const Layout& layout,
+                                   const QueryPlan& plan) const {
+    std::string all;
+    for (std::size_t i = 0; i < tables.size(); ++i) {
+        all += (i == 0 ? "SELECT " : " UNION ALL SELECT ") + std::to_string(i) + " AS kes_k" +
+               placesOf(tables, i, layout);
+        for (std::size_t k = 0; k < base.columns().size(); ++k)
+            all += ", t." + base.column(static_cast<int>(k));
+        all += " FROM " + tables[i]->table() + " AS t";
+    }
+    std::string columns = "t.kes_k, 0";
+    for (std::size_t k = 0; k < layout.kinds.size(); ++k)
+        columns += ", t.kes_c" + std::to_string(k);
+    return "SELECT " + columns + " FROM (" + all + ") AS t" + plan.tail;
+}
+
+// The columns of a table where the union has them.
+std::string UnionReader::placesOf(const std::vector<TableMapping*>& tables, std::size_t table,
+                                  const Layout& layout) const {
+    std::vector<std::string> columns;
+    columns.reserve(layout.kinds.size());
+    for (const FieldKind kind : layout.kinds)
+        columns.push_back(dialect.nullOf(kind));
+    const std::vector<int>& places = layout.placesOf[table];
+    for (std::size_t k = 0; k < places.size(); ++k)
+        columns[static_cast<std::size_t>(places[k] - FirstSlot)] =
+            "t." + tables[table]->column(static_cast<int>(k));
+    std::string list;
+    for (std::size_t k = 0; k < columns.size(); ++k)
+        list += ", " + columns[k] + " AS kes_c" + std::to_string(k);
+    return list;
+}
+
 Statement& UnionReader::statementOf(const std::string& text, bool hasFew) {
-    const auto known = kept.find(text);
-    if (known != kept.end())
-        return *known->second;
-    if (kept.size() >= MostShapes)
-        kept.clear();
-    return *kept.emplace(text, hasFew ? statements.make(text) : statements.makeCursor(text))
-                .first->second;
+    return statements.of(text, [&](StatementCache& cache) {
+        return hasFew ? cache.make(text) : cache.makeCursor(text);
+    });
 }
 
 }  // namespace Kes::sql

@@ -7,7 +7,6 @@
 
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "drivers/common/QueryPlan.h"
@@ -24,26 +23,27 @@ public:
           statements(itsStatements) {}
 
     /// For each of the tables its rows that the plan has, in the plan's order, taken
-    /// aside.
+    /// aside. `base` is of the class that the plan is for, which has the fields that all
+    /// of the tables have.
     std::vector<std::unique_ptr<RowBuffer>> read(const std::vector<TableMapping*>& tables,
-                                                 const QueryPlan& plan);
+                                                 const TableMapping& base, const QueryPlan& plan);
 
     /// A model goes, and with it the classes that the texts speak of.
-    void forget() { kept.clear(); }
+    void forget() { statements.forget(); }
 
 private:
     class Layout;
 
-    // Programs have few shapes of queries; see TableMapping.
-    static constexpr std::size_t MostShapes = 500;
-
     std::string text(const std::vector<TableMapping*>& tables, const Layout& layout,
                      const QueryPlan& plan) const;
+    std::string textOfOne(const std::vector<TableMapping*>& tables, const TableMapping& base,
+                          const Layout& layout, const QueryPlan& plan) const;
+    std::string placesOf(const std::vector<TableMapping*>& tables, std::size_t table,
+                         const Layout& layout) const;
     Statement& statementOf(const std::string& text, bool hasFew);
 
     const Dialect& dialect;
-    StatementCache& statements;
-    std::unordered_map<std::string, std::unique_ptr<Statement>> kept;
+    StatementsByText statements;
 };
 
 }  // namespace Kes::sql

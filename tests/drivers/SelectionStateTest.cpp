@@ -188,6 +188,54 @@ TEST_F(SelectionStateTest, IsWholeBehindALock) {
     fresh.rollback();
 }
 
+// More of them than a statement has for each of two classes. Texts, for a database may
+// take a list of numbers as one.
+TEST_F(SelectionStateTest, IsWholeBehindALockForAnyNumberOfValues) {
+    mine.startTransaction();
+    for (int i = 0; i < 40; ++i) {
+        auto* vehicle =
+            static_cast<Vehicle*>((i % 2 == 0 ? mine.carClass : mine.boatClass)->newInstance());
+        vehicle->name = ("n" + std::to_string(i)).c_str();
+        vehicle->year = 100 + i;
+    }
+    const Pointer<Person> ann(mine.newPerson("Ann"));
+    mine.commit();
+    StaffModel fresh;
+    open(fresh);
+    const Pointer<Person> same(fresh.findPerson("Ann"));
+    const auto named = [&](int count) {
+        const Attribute name(fresh.vehicleClass, "name");
+        std::unique_ptr<Condition> any((name == "n0").getNew());
+        for (int i = 1; i < count; ++i)
+            any = std::make_unique<CombinationCondition>(
+                any.release(), Condition::OR, (name == ("n" + std::to_string(i)).c_str()).getNew());
+        return any.release();
+    };
+    fresh.startTransaction();
+    same->lock();
+
+    for (const int most : {1000, 5}) {
+        SelectionOf<Vehicle> all(fresh.vehicleClass);
+        all.setCondition(named(16000));
+        all.orderBy(all["year"], false);
+        all.limit(static_cast<std::uint64_t>(most), 3);
+        std::vector<int> years;
+        while (all.next()) {
+            years.push_back(all.value()->year);
+            EXPECT_EQ(all.value()->year % 2 == 0 ? fresh.carClass : fresh.boatClass,
+                      all.value()->getClass());
+        }
+
+        ASSERT_EQ(most == 5 ? 5U : 37U, years.size());
+        EXPECT_EQ(136, years[0]);
+        EXPECT_TRUE(std::is_sorted(years.rbegin(), years.rend()));
+    }
+    Selection counted(fresh.vehicleClass);
+    counted.setCondition(named(16000));
+    EXPECT_EQ(40U, counted.count());
+    fresh.rollback();
+}
+
 TEST_F(SelectionStateTest, DoesNotKeepLaterQueriesFromThePresent) {
     theirs.startTransaction();
     for (int i = 0; i < 400; ++i)
