@@ -29,6 +29,7 @@ void FieldBinder::start(Statement& target, const TableMapping& itsTable, Instanc
     bound = instance;
     links = &itsLinks;
     column = 0;
+    asInMemory = true;
     parameter = first;
     if (first == 0)
         forget();
@@ -206,8 +207,10 @@ void FieldBinder::handleOneAssociated(const String&, const String&, OneAssociate
         partner = held != nullptr && !held->isRemoved() ? held->getObjectID() : 0;
     }
     for (const LinkValue& link : *links)
-        if (link.column == position)
+        if (link.column == position) {
+            asInMemory = asInMemory && partner == link.partner;
             partner = link.partner;
+        }
     if (partner == 0)
         statement->bindNull(at);
     else

@@ -45,6 +45,10 @@ public:
     int bindSome(Statement& target, const TableMapping& itsTable, Instance* instance,
                  const std::vector<LinkValue>& itsLinks, const ColumnSet& itsSet);
 
+    /// Whether each reference of the row that was bound last is as in memory, which
+    /// knows of links that the queue is still to hear of.
+    bool isAsInMemory() const { return asInMemory; }
+
     /// What was bound is not needed any more: it was written, or never will be.
     void forget();
 
@@ -86,6 +90,7 @@ private:
     const ColumnSet* set = nullptr;  // null for all columns
     int column = 0;
     int parameter = 0;
+    bool asInMemory = true;
 
     // The texts and blobs of the row that is being bound.
     SizeLimit limit;

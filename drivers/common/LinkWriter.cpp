@@ -73,6 +73,8 @@ void LinkWriter::emptyRows(Class* holder, Association* association, const String
         Instance* owner = holder->getModel()->get(each.id);
         if (owner != nullptr && queue.isForgotten(owner, column))
             continue;
+        if (owner != nullptr)
+            queue.noteRewritten(owner);
         const bool raises = owner == nullptr || !queue.isWritten(owner);
         (raises ? raised : others).push_back(static_cast<std::int64_t>(each.id));
         if (listener != nullptr)
@@ -118,7 +120,7 @@ void LinkWriter::dissolveApart() {
 
 // Links to an object that others make meanwhile wait for the removal of its row,
 // or are found here.
-void LinkWriter::postDissolvers() {
+void LinkWriter::postDissolvers(bool goesOn) {
     std::unordered_map<const Class*, std::vector<std::size_t>> removed;
     for (const std::size_t position : queue.all(WriteQueue::isRemoval)) {
         const Class* cls = queue[position].instance->getClass();
@@ -137,18 +139,20 @@ void LinkWriter::postDissolvers() {
             known.second.insert(known.second.end(), those.begin(), those.end());
         }
     for (const auto& [text, concern] : concerned)
-        postDissolver(*concern.first, concern.second);
+        postDissolver(*concern.first, concern.second, goesOn);
 }
 
-void LinkWriter::postDissolver(const Referrer& referrer, const std::vector<std::size_t>& removed) {
+void LinkWriter::postDissolver(const Referrer& referrer, const std::vector<std::size_t>& removed,
+                               bool goesOn) {
     std::vector<std::int64_t> ids;
     ids.reserve(removed.size());
     for (const std::size_t position : removed)
         ids.push_back(static_cast<std::int64_t>(queue[position].instance->getObjectID()));
     // Of links that the library names no row is left, but where it has parted who was
-    // not linked: that row is written, and its version raised, by its own operation.
-    if (referrer.isUnnamed() ||
-        (referrer.holder != nullptr && queue.hasParted(referrer.association))) {
+    // not linked, and where the row itself goes later: what is written, and its version
+    // raised, by its own operation is none of this one's business.
+    const bool isOfOthers = !goesOn && !queue.hasParted(referrer.association);
+    if (referrer.isUnnamed() || (referrer.holder != nullptr && !isOfOthers)) {
         emptyRows(referrer.holder, referrer.association, *referrer.role,
                   readReferences(referrer.holder, *referrer.role, ids), removed.front());
         return;

@@ -41,7 +41,7 @@ public:
     // two. Each throws SqlFailure, mostly a PostFailure.
     void emptyTaken();
     void dissolveApart();
-    void postDissolvers();
+    void postDissolvers(bool goesOn);
     void postLinks();
 
     /// The model goes, and with it its associations and their statements.
@@ -61,7 +61,8 @@ private:
                    const std::vector<StoredReference>& found, std::size_t ticket);
     void postEmptied(Class* holder, const String& role, const std::vector<std::int64_t>& ids,
                      bool raising, std::size_t ticket);
-    void postDissolver(const Referrer& referrer, const std::vector<std::size_t>& removed);
+    void postDissolver(const Referrer& referrer, const std::vector<std::size_t>& removed,
+                       bool goesOn);
     void postLink(std::size_t position);
     static std::pair<const Instance*, const Instance*> endsOf(const WriteQueue::Operation& row);
     void keepLastOfPairs(std::vector<std::size_t>& order) const;

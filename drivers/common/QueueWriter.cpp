@@ -13,7 +13,7 @@ void QueueWriter::flush(bool goesOn) {
         links.emptyTaken();
         links.dissolveApart();
         rows.write();
-        links.postDissolvers();
+        links.postDissolvers(goesOn);
         links.postLinks();
         connection.awaitPosts();
     } catch (const PostFailure& failure) {

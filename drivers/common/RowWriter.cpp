@@ -180,6 +180,7 @@ void RowWriter::postMany(const std::size_t* run, std::size_t count) {
             const WriteQueue::Operation& row = queue[run[at]];
             binder.bindAll(statement, table, row.instance, row.links,
                            static_cast<int>(at * table.columns().size()));
+            queue.noteInserted(row.instance, binder.isAsInMemory());
         }
         at = 0;
         statement.post(run[0], static_cast<long>(count));
@@ -188,8 +189,6 @@ void RowWriter::postMany(const std::size_t* run, std::size_t count) {
     } catch (const SqlFailure& failure) {
         throw PostFailure(run[at], failure);
     }
-    for (std::size_t i = 0; i < count; ++i)
-        queue.noteInserted(queue[run[i]].instance);
 }
 
 void RowWriter::post(std::size_t position) {
@@ -214,7 +213,7 @@ void RowWriter::postInsert(std::size_t position) {
     Statement& statement = table.insert();
     binder.bindAll(statement, table, operation.instance, operation.links);
     statement.post(position, 1);
-    queue.noteInserted(operation.instance);
+    queue.noteInserted(operation.instance, binder.isAsInMemory());
 }
 
 void RowWriter::postUpdate(std::size_t position) {

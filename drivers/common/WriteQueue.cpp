@@ -159,8 +159,8 @@ void WriteQueue::setReference(Instance* owner, const String& role, Instance* par
         return;
     Operation* row = find(owner);
     if (row == nullptr) {
-        const bool isStored = elsewhere && change == Change::Make &&
-                              wasInserted(owner->getObjectID()) && holds(owner, role, partner);
+        const bool isStored = elsewhere && change == Change::Make && isAsInserted(owner) &&
+                              holds(owner, role, partner);
         if (isStored)
             return;
         row = &addRow(owner, elsewhere, raisedBefore);
@@ -183,6 +183,7 @@ WriteQueue::Operation& WriteQueue::addRow(Instance* owner, bool elsewhere, bool 
         owner->previousVersion();
     row.expected = owner->getVersion() - (row.raised || (raisedBefore && !isRaised) ? 1 : 0);
     enterColumn(row, TableMapping::VersionColumn);
+    noteRewritten(owner);
     return row;
 }
 
@@ -222,6 +223,15 @@ bool WriteQueue::holds(Instance* owner, const String& role, const Instance* part
            reader.found->getInstance() == partner;
 }
 
+bool WriteQueue::isAsInserted(const Instance* owner) {
+    return wasInserted(owner->getObjectID()) && !rewritten.contains(owner);
+}
+
+void WriteQueue::noteRewritten(const Instance* owner) {
+    if (!inserted.empty() && wasInserted(owner->getObjectID()))
+        rewritten.insert(owner);
+}
+
 bool WriteQueue::wasInserted(unsigned long id) {
     if (!insertedIsSorted) {
         std::sort(inserted.begin(), inserted.end());
@@ -230,10 +240,12 @@ bool WriteQueue::wasInserted(unsigned long id) {
     return std::binary_search(inserted.begin(), inserted.end(), id);
 }
 
-void WriteQueue::noteInserted(const Instance* instance) {
+void WriteQueue::noteInserted(const Instance* instance, bool asInMemory) {
     const unsigned long id = instance->getObjectID();
     insertedIsSorted = insertedIsSorted && (inserted.empty() || inserted.back() < id);
     inserted.push_back(id);
+    if (!asInMemory)
+        rewritten.insert(instance);
 }
 
 // Others that refer to the partner lose it: a one-to-one link has one pair. A row
@@ -271,11 +283,11 @@ ColumnSet& WriteQueue::enterLinks(Operation& operation) {
     return operation.set;
 }
 
-// What the row is going to have in the column anyway.
+// What the row is going to have in the column anyway, where it does not go.
 bool WriteQueue::isForgotten(Instance* owner, int column) {
     Operation* row = find(owner);
     if (row == nullptr)
-        return false;
+        return isGoing(owner);
     for (const LinkValue& known : row->links)
         if (known.column == column)
             return !known.isDissolved;
@@ -325,6 +337,7 @@ void WriteQueue::forget() {
 void WriteQueue::clear() {
     forget();
     raisedEarlier.clear();
+    rewritten.clear();
     parted.clear();
     inserted.clear();
     insertedIsSorted = true;

@@ -124,8 +124,12 @@ public:
     /// By a call of this commit, which raises the version.
     bool isWritten(const Instance* owner);
 
-    /// It may get links later that the row holds already.
-    void noteInserted(const Instance* instance);
+    /// It may get links later that the row holds already, where it was written with
+    /// the references that memory shows.
+    void noteInserted(const Instance* instance, bool asInMemory);
+
+    /// The row may hold another partner than the one that it was inserted with.
+    void noteRewritten(const Instance* owner);
 
     // Of one-to-one links: who refers to the partner by the role in the end, and
     // whether somebody may be stored who did so before.
@@ -166,6 +170,7 @@ private:
     void takeFromOthers(Instance* owner, const String& role, Instance* partner,
                         Association* association);
     bool wasInserted(unsigned long id);
+    bool isAsInserted(const Instance* owner);
     static bool holds(Instance* owner, const String& role, const Instance* partner);
     static bool isRow(Kind kind) {
         return kind == Kind::Insert || kind == Kind::Update || kind == Kind::Remove;
@@ -179,8 +184,9 @@ private:
     InstanceMap positions;                // of row operations
     std::vector<unsigned long> inserted;  // flushed in this transaction
     bool insertedIsSorted = true;
-    bool holdsUnique = false;          // rows of classes with unique indexes
-    const Class* lastClass = nullptr;  // whose row was queued last
+    std::unordered_set<const Instance*> rewritten;  // of those, otherwise than memory shows
+    bool holdsUnique = false;                       // rows of classes with unique indexes
+    const Class* lastClass = nullptr;               // whose row was queued last
     std::map<Held, Holder> holders;
     std::vector<Dissolved> dissolved;
     std::vector<const Association*> parted;  // until the transaction ends

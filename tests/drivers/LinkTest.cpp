@@ -106,6 +106,76 @@ TEST_F(LinkTest, SurvivesAManyTimesLargerTransaction) {
     EXPECT_EQ(idOf(firm), column("employer", "Bob"));
 }
 
+// More than a driver gathers before it writes.
+class LargeLinkTest : public LinkTest {
+protected:
+    void SetUp() override {
+        for (int i = 0; i < 5000; ++i)
+            others.emplace_back(model.newPerson("somebody"));
+        model.commit();
+        model.startTransaction();
+    }
+
+    void linkManyOthers() {
+        for (const Pointer<Person>& each : others)
+            each->employer = each->employer == firm ? nullptr : static_cast<Company*>(firm);
+    }
+
+    std::vector<Pointer<Person>> others;
+};
+
+TEST_F(LargeLinkTest, FollowsTheLastAssignmentHoweverManyRowsCameBetween) {
+    const Pointer<Company> other(model.newCompany("Other"));
+    const Pointer<Person> dan(model.newPerson("Dan"));
+    dan->employer = firm;
+    ann->spouse = dan;
+    linkManyOthers();
+    dan->employer = other;
+    bob->spouse = dan;
+    linkManyOthers();
+    dan->employer = firm;
+    ann->spouse = dan;
+    model.commit();
+
+    EXPECT_EQ(idOf(firm), column("employer", "Dan"));
+    EXPECT_EQ(idOf(ann), column("marriedTo", "Dan"));
+    EXPECT_EQ(idOf(dan), column("spouse", "Ann"));
+    EXPECT_EQ("", column("spouse", "Bob"));
+}
+
+TEST_F(LargeLinkTest, GivesANewObjectToTheLastWhoTakesItHoweverManyRowsCameBetween) {
+    const Pointer<Company> other(model.newCompany("Other"));
+    const Pointer<Person> dan(model.newPerson("Dan"));
+    linkManyOthers();
+    dan->employer = other;
+    ann->spouse = dan;
+    linkManyOthers();
+    dan->employer = firm;
+    bob->spouse = dan;
+    model.commit();
+
+    EXPECT_EQ(idOf(firm), column("employer", "Dan"));
+    EXPECT_EQ(idOf(bob), column("marriedTo", "Dan"));
+    EXPECT_EQ(idOf(dan), column("spouse", "Bob"));
+    EXPECT_EQ("", column("spouse", "Ann"));
+}
+
+TEST_F(LargeLinkTest, GoesWithManyObjectsThatReferToEachOther) {
+    for (std::size_t i = 1; i < others.size(); ++i)
+        others[i - 1]->spouse = others[i];
+    model.commit();
+    model.startTransaction();
+    for (const Pointer<Person>& each : others)
+        each->remove();
+    model.commit();
+
+    EXPECT_EQ("3", ask("SELECT count(*) FROM [Person]"));
+    model.undo();
+    EXPECT_EQ("4999",
+              ask("SELECT count(*) FROM [Person] AS a, [Person] AS b "
+                  "WHERE a.[spouse] = b.[KesObjectID] AND b.[marriedTo] = a.[KesObjectID]"));
+}
+
 TEST_F(LinkTest, FollowsTheLastAssignment) {
     const Pointer<Company> other(model.newCompany("Other"));
     ann->employer = firm;

@@ -62,6 +62,15 @@ protected:
         queue.link(made, one, "spouse", other, "marriedTo", model.getAssociation("Marriage"),
                    false);
     }
+
+    // Memory shows the employer of the end.
+    void insertWith(Person* who, Company* by, bool asInMemory) {
+        who->employer.setInstance(by);
+        who->employer.setFetched(true);
+        who->setInTransaction(true);
+        queue.noteInserted(who, asInMemory);
+    }
+
     Association* works() { return model.getAssociation("Works"); }
 
     std::vector<std::size_t> rows(bool (*isWanted)(WriteQueue::Kind)) {
@@ -188,6 +197,49 @@ TEST_F(WriteQueueTest, TakesAOneToOnePartnerFromWhoHadItBeforeInTheQueue) {
     ASSERT_EQ(1U, annas.links.size());
     EXPECT_EQ(0U, annas.links[0].partner);
     EXPECT_EQ(3U, queue[queue.positionOf(bert)].links[0].partner);
+}
+
+TEST_F(WriteQueueTest, WritesNoLinkThatARowWasInsertedWith) {
+    Person* anna = person(1);
+    Company* shop = company(2);
+    insertWith(anna, shop, true);
+
+    employ(true, anna, shop, true);
+
+    EXPECT_TRUE(queue.isEmpty());
+}
+
+TEST_F(WriteQueueTest, WritesALinkBehindAnotherOneOfARowThatWasInserted) {
+    Person* anna = person(1);
+    Company* shop = company(2);
+    insertWith(anna, shop, true);
+    employ(true, anna, company(3), true);
+    queue.finish(true);
+
+    employ(true, anna, shop, true);
+
+    ASSERT_EQ(1U, queue.size());
+    EXPECT_EQ(2U, queue[0].links[0].partner);
+}
+
+TEST_F(WriteQueueTest, WritesALinkOfARowThatWasInsertedWithAnotherOne) {
+    Person* anna = person(1);
+    Company* shop = company(2);
+    insertWith(anna, shop, false);
+
+    employ(true, anna, shop, true);
+
+    ASSERT_EQ(1U, queue.size());
+    EXPECT_EQ(2U, queue[0].links[0].partner);
+}
+
+TEST_F(WriteQueueTest, EmptiesNoReferenceOfARowThatGoesLater) {
+    Person* anna = person(1);
+    EXPECT_FALSE(queue.isForgotten(anna, column(anna, "employer")));
+
+    raised(anna)->setRemoved(true);
+
+    EXPECT_TRUE(queue.isForgotten(anna, column(anna, "employer")));
 }
 
 TEST_F(WriteQueueTest, IsFullAtItsLength) {
