@@ -10,6 +10,7 @@
 #include <kes/Exception.h>
 #include <kes/Instance.h>
 #include <kes/Model.h>
+#include <kes/Tabulator.h>
 
 #include "core/Platform.h"
 #include "identity/ObjectCache.h"
@@ -294,6 +295,18 @@ bool Selection::countBy(Calculator& calculator, std::uint64_t& number) {
         return failOnDriver();
     number = number > skipped ? number - skipped : 0;
     return true;
+}
+
+bool Selection::tabulateBy(Tabulator& tabulator, const Tabulation& wanted, TableReader& reader) {
+    if (!begin())
+        return false;
+    state->reader = {};
+    const EmptiedTests emptied;
+    const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
+    const bool isDone = tabulator.tabulate(frozen, wanted, reader);
+    if (emptied.haveBeenMet())
+        return failOnEmptied();
+    return isDone || failOnDriver();
 }
 
 bool Selection::start() {

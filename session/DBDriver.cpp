@@ -5,6 +5,7 @@
 #include <kes/Failure.h>
 #include <kes/LinkReader.h>
 #include <kes/SchemaReader.h>
+#include <kes/Tabulator.h>
 
 namespace Kes {
 
@@ -14,6 +15,8 @@ DBDriver::~DBDriver() = default;
 EmptiedListener::~EmptiedListener() = default;
 EmptyingDriver::~EmptyingDriver() = default;
 Calculator::~Calculator() = default;
+Tabulator::~Tabulator() = default;
+TableReader::~TableReader() = default;
 StoredKeys::~StoredKeys() = default;
 LinkReader::~LinkReader() = default;
 FailureReporter::~FailureReporter() = default;

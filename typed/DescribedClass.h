@@ -67,6 +67,11 @@ void reportField(Handler& handler, const DescribedField& field, Instance* instan
 /// Shows a value that is no optional, and lies in no object.
 void reportValue(Handler& handler, const String& name, const FieldCodec& codec, void* value);
 
+/// The same with a handler that puts a stored value of some object's field there.
+/// Raises Error (InvalidValue) when the variable cannot hold it.
+void loadValue(Handler& handler, const Class* cls, const String& name, const FieldCodec& codec,
+               void* value);
+
 /// Why the value of a member cannot be stored; "" when it can.
 std::string reasonToRefuse(const FieldCodec& codec, void* member);
 

@@ -278,6 +278,21 @@ void reportValue(Handler& handler, const String& name, const FieldCodec& codec, 
     report(handler, name, codec, value);
 }
 
+void loadValue(Handler& handler, const Class* cls, const String& name, const FieldCodec& codec,
+               void* value) {
+    try {
+        report(handler, name, codec, value);
+    } catch (const Unfit& unfit) {
+        const std::string field(static_cast<const char*>(name));
+        const std::string className(static_cast<const char*>(cls->getName()));
+        throw Error(ErrorKind::InvalidValue, "VALUEERR", "Kes::Query",
+                    "The field " + field + " of some " + className +
+                        " object cannot be read: what is stored " + unfit.why +
+                        "; select the objects, which tells whose, and mend the row in the database",
+                    className, 0, field);
+    }
+}
+
 void reportField(Handler& handler, const DescribedField& field, Instance* instance) {
     try {
         if (field.codec->form == FieldForm::Optional)

@@ -12,26 +12,11 @@
 #include "typed/DescribedClass.h"
 #include "typed/Keyset.h"
 #include "typed/PredicateNode.h"
+#include "typed/QueryDefinition.h"
 #include "typed/SchemaRecord.h"
 #include "typed/Session.h"
 
 namespace Kes {
-
-struct QueryBase::Definition {
-    // Sorts by the keys that were given; the id decides where these do not.
-    void sort(Selection& selection) const;
-    void restrict(Selection& selection) const;
-    bool isPart() const { return most != UINT64_MAX || skipped != 0; }
-
-    std::shared_ptr<Session> session;
-    Class* cls;
-    std::vector<NodePtr> conditions;
-    std::vector<SortKeyData> keys;
-    std::uint64_t most = UINT64_MAX;
-    std::uint64_t skipped = 0;
-    Pointer<Instance> before{};
-    bool isBehind = false;  // an object, that is
-};
 
 // Empty values come before all others, whatever stands behind their marks.
 void QueryBase::Definition::sort(Selection& selection) const {

@@ -129,6 +129,17 @@ public:
     /// Why the database does not keep the finite number; empty when it does.
     virtual std::string reasonToRefuse(double) const { return ""; }
 
+    /// A whole number divided by one, the rest cut off.
+    virtual std::string quotient(const std::string& number, const std::string& divisor) const {
+        return "(" + number + ") / " + divisor;
+    }
+
+    /// An expression as a number of 64 bits: sums have wider types in some databases.
+    virtual std::string asLong(const std::string& expression) const { return expression; }
+
+    /// A real number as one of 64 bits, to be added up.
+    virtual std::string asDouble(const std::string& expression) const { return expression; }
+
     /// Whether a parameter may be a list of numbers, so that one statement and one
     /// plan of the server's serve lists of all lengths.
     virtual bool takesLists() const { return false; }

@@ -26,6 +26,7 @@ SqlDriver::Session::Session(std::unique_ptr<Connection> itsConnection, const Dia
       ids(*connection),
       links(itsDialect, statements),
       counter(statements),
+      values(itsDialect, statements),
       unions(itsDialect, statements) {}
 
 SqlDriver::SqlDriver(std::unique_ptr<Dialect> itsDialect) : dialect(std::move(itsDialect)) {}
@@ -139,6 +140,7 @@ void SqlDriver::forgetModel() {
     session->tables.forget();
     session->statements.forget();
     session->counter.forget();
+    session->values.forget();
     session->unions.forget();
 }
 
@@ -521,22 +523,46 @@ std::unique_ptr<SqlSelection> SqlDriver::open(Class* cls, const SqlDefinition& q
     return std::make_unique<SqlSelection>(this, table, query.plan, std::move(rows.mapped()));
 }
 
+// What one statement reads the rows of a class and its sub classes from: the tables,
+// or, for conditions of many values, the view of them all.
+std::vector<std::string> SqlDriver::sourcesOf(Class* cls, const QueryPlan& plan) {
+    // SQLite takes 500 parts of a union.
+    constexpr std::size_t MostParts = 400;
+    const std::vector<Class*> classes = ModelMapping::concreteClasses(cls);
+    if (classes.size() > MostParts || !RowCounter::takes(plan.parameters.size() * classes.size()))
+        return {session->tables.of(cls).source()};
+    std::vector<std::string> sources;
+    for (Class* each : classes)
+        sources.push_back(session->tables.of(each).table());
+    return sources;
+}
+
 bool SqlDriver::count(AssociatedClass* associatedClass, std::uint64_t most, std::uint64_t& number) {
     Class* cls = associatedClass->getClass();
     return attempt("counting " + std::string(static_cast<const char*>(cls->getName())) + " objects",
                    [&] {
                        SqlTranslator translator(session->tables, *dialect);
                        const QueryPlan plan = translator.renderCondition(*associatedClass);
-                       const std::vector<Class*> classes = ModelMapping::concreteClasses(cls);
-                       std::vector<std::string> sources;
-                       if (RowCounter::takes(plan.parameters.size() * classes.size()))
-                           for (Class* each : classes)
-                               sources.push_back(session->tables.of(each).table());
-                       else
-                           sources.push_back(session->tables.of(cls).source());
                        beforeReading(cls);
-                       number = session->counter.count(sources, plan, most);
+                       number = session->counter.count(sourcesOf(cls, plan), plan, most);
                    });
+}
+
+bool SqlDriver::tabulate(AssociatedClass* associatedClass, const Tabulation& wanted,
+                         TableReader& reader) {
+    Class* cls = associatedClass->getClass();
+    return attempt(
+        "reading values of " + std::string(static_cast<const char*>(cls->getName())) + " objects",
+        [&] {
+            SqlTranslator translator(session->tables, *dialect);
+            const QueryPlan plan =
+                wanted.isGrouped
+                    ? translator.renderCondition(*associatedClass)
+                    : *translator.render(*associatedClass, {wanted.offset, wanted.count});
+            beforeReading(cls);
+            session->values.read(sourcesOf(cls, plan), session->tables.of(cls), plan, wanted,
+                                 reader);
+        });
 }
 
 bool SqlDriver::readLinks(Association* association, const String& role,

@@ -16,6 +16,7 @@
 #include <kes/Failure.h>
 #include <kes/LinkReader.h>
 #include <kes/SchemaReader.h>
+#include <kes/Tabulator.h>
 
 #include "drivers/common/Connection.h"
 #include "drivers/common/Dialect.h"
@@ -27,6 +28,7 @@
 #include "drivers/common/RowCounter.h"
 #include "drivers/common/RowLoader.h"
 #include "drivers/common/SqlSchema.h"
+#include "drivers/common/TableQuery.h"
 #include "drivers/common/UnionReader.h"
 #include "drivers/common/WriteQueue.h"
 
@@ -41,7 +43,8 @@ class SqlDriver : public DBDriver,
                   public EmptyingDriver,
                   public FailureReporter,
                   public LinkReader,
-                  public SchemaReader {
+                  public SchemaReader,
+                  public Tabulator {
 public:
     ~SqlDriver() override;
 
@@ -74,6 +77,8 @@ public:
     SelectionDefinition* definePart(AssociatedClass* associatedClass, std::uint64_t offset,
                                     std::uint64_t count) final;
     bool count(AssociatedClass* associatedClass, std::uint64_t most, std::uint64_t& number) final;
+    bool tabulate(AssociatedClass* associatedClass, const Tabulation& wanted,
+                  TableReader& reader) final;
     void traceSQLTo(std::ostream& stream) final;
     void disableSQLTrace() final;
     bool readLinks(Association* association, const String& role,
@@ -123,6 +128,7 @@ private:
         IdSource ids;
         LinkRows links;
         RowCounter counter;
+        TableQuery values;
         UnionReader unions;
         bool writing = false;  // a transaction was begun and not ended by the library
         std::string loss;      // why the database has ended it
@@ -130,6 +136,7 @@ private:
     };
 
     SelectionDefinition* define(AssociatedClass* associatedClass, const RowRange& range);
+    std::vector<std::string> sourcesOf(Class* cls, const QueryPlan& plan);
     template <class Work>
     bool attempt(std::string_view what, Work work, bool keepsSnapshot = false);
     void makeRoom(bool forSnapshot);

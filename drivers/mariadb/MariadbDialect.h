@@ -31,6 +31,12 @@ public:
     std::string foldColumn(const std::string& identifier) const override;
     std::string reasonToRefuse(double value) const override;
     std::size_t mostColumns() const override { return 1016; }
+    std::string quotient(const std::string& number, const std::string& divisor) const override {
+        return "(" + number + ") DIV " + divisor;
+    }
+    std::string asLong(const std::string& expression) const override {
+        return "CAST(" + expression + " AS SIGNED)";
+    }
 
     /// The server takes 63 queries within each other; those that are kept apart are two.
     std::size_t mostDepth() const override { return 240; }

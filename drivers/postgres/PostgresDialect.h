@@ -11,6 +11,12 @@ public:
     std::string name() const override { return "postgres"; }
     std::string typeOf(FieldKind kind) const override;
     std::string nullOf(FieldKind kind) const override;
+    std::string asLong(const std::string& expression) const override {
+        return "CAST(" + expression + " AS pg_catalog.int8)";
+    }
+    std::string asDouble(const std::string& expression) const override {
+        return "CAST(" + expression + " AS pg_catalog.float8)";
+    }
     std::vector<std::string> idStore() const override;
     /// Keeps others from linking to the row too, which are content to share it.
     std::string rowLock() const override { return " FOR UPDATE"; }

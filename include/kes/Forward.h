@@ -65,6 +65,8 @@ class SortOrder;
 class SortValueBase;
 class StoredKeys;
 class String;
+class TableReader;
+class Tabulator;
 class Test;
 class ThreadCheck;
 class Timestamp;
@@ -72,6 +74,7 @@ class Transaction;
 class UnitOfWork;
 struct DBDriverStatus;
 struct StringData;
+struct Tabulation;
 
 template <class T>
 class AttributeCondition;

@@ -40,6 +40,7 @@
 #include <kes/PtrList.h>
 #include <kes/PtrVector.h>
 #include <kes/Query.h>
+#include <kes/QueryBase.h>
 #include <kes/Ref.h>
 #include <kes/Role.h>
 #include <kes/SchemaReader.h>
@@ -47,6 +48,8 @@
 #include <kes/SelectionOf.h>
 #include <kes/SortHandler.h>
 #include <kes/String.h>
+#include <kes/Table.h>
+#include <kes/Tabulator.h>
 #include <kes/Test.h>
 #include <kes/ThreadCheck.h>
 #include <kes/Timestamp.h>

@@ -7,94 +7,21 @@
 #include <cstdint>
 #include <initializer_list>
 #include <iterator>
-#include <memory>
+#include <tuple>
 #include <type_traits>
 #include <typeinfo>
 #include <utility>
+#include <vector>
 
-#include <kes/Export.h>
 #include <kes/Field.h>
 #include <kes/Forward.h>
 #include <kes/Pointer.h>
 #include <kes/Predicate.h>
+#include <kes/QueryBase.h>
 #include <kes/Ref.h>
+#include <kes/Table.h>
 
 namespace Kes {
-
-class Session;
-
-/// A number of objects: a constant that is not negative, or an unsigned number.
-class RowCount {
-public:
-    template <std::unsigned_integral N>
-    constexpr RowCount(N count) : value(count) {}  // NOLINT: stands for a number
-    consteval RowCount(int count)                  // NOLINT
-        : value(count >= 0 ? static_cast<std::uint64_t>(count)
-                           : throw "a number of objects is not negative") {}
-
-    constexpr std::uint64_t get() const { return value; }
-
-private:
-    std::uint64_t value;
-};
-
-/// What Query<T> does for every T alike.
-class KES_EXPORT QueryBase {
-public:
-    /// Where a query comes from.
-    struct Start {
-        std::shared_ptr<Session> session;
-        const std::type_info& type;
-    };
-
-    explicit QueryBase(const Start& start);
-    QueryBase(const QueryBase&);
-    QueryBase(QueryBase&&) noexcept;
-    QueryBase& operator=(const QueryBase&);
-    QueryBase& operator=(QueryBase&&) noexcept;
-    ~QueryBase();
-
-    /// One walk through the result.
-    class KES_EXPORT Cursor {
-    public:
-        explicit Cursor(const QueryBase& query);
-
-        /// Through the first `most` objects.
-        Cursor(const QueryBase& query, std::uint64_t most);
-        Cursor(Cursor&&) noexcept;
-        Cursor& operator=(Cursor&&) noexcept;
-        ~Cursor();
-
-        /// Null at the end. Kept alive until it advances.
-        Instance* current() const { return instance; }
-        void advance();
-
-    private:
-        struct State;
-        std::unique_ptr<State> state;
-        Instance* instance = nullptr;
-    };
-
-    /// The same query with one more condition, with further sort keys, of the
-    /// first rows only, and behind some rows.
-    enum Part { First, Behind };
-    QueryBase(const QueryBase& query, const PredicateBase& condition);
-    QueryBase(const QueryBase& query, std::initializer_list<SortKeyData> keys);
-    QueryBase(const QueryBase& query, Part part, std::uint64_t count);
-
-    /// The same query from behind an object on. Raises Error (Misuse) for an empty
-    /// Ref, or an object of another database.
-    QueryBase(const QueryBase& query, const RefBase& object);
-
-protected:
-    Pointer<Instance> requireOne() const;
-    std::uint64_t countRows(std::uint64_t most) const;
-
-private:
-    struct Definition;
-
-    std::shared_ptr<const Definition> definition;
-};
 
 /// A query for the objects of class `T` and its sub classes: a value that is
 /// copied freely, and of which each operation makes another one. Each loop over
@@ -183,12 +110,96 @@ public:
     bool exists() const { return countRows(1) > 0; }
     std::uint64_t count() const { return countRows(UINT64_MAX); }
 
+    /// Values in place of objects: a tuple of the fields for each object, in the
+    /// order of the query. `Kes::id` is the object id. Aggregates, such as
+    /// `Kes::sum(field)`, make one row of all objects; they do not mix with fields.
+    /// The result is read whole, and loads no objects where the driver is a
+    /// Tabulator.
+    template <class... C>
+    std::vector<std::tuple<ResultOf<C>...>> select(const C&... columns) const {
+        return table<std::tuple<ResultOf<C>...>>(std::index_sequence_for<C...>(),
+                                                 checkedColumn(columnOf(columns))...);
+    }
+
+    /// The same as a struct of the application's, `Row{first, second, …}`.
+    template <class Row, class... C>
+    std::vector<Row> selectAs(const C&... columns) const {
+        return table<Row>(std::index_sequence_for<C...>(), checkedColumn(columnOf(columns))...);
+    }
+
+    /// The values that there are of a field, or of several ones together: each once,
+    /// in their order, in which empty ones come first.
+    template <class... C>
+    std::vector<std::tuple<ResultOf<C>...>> distinct(const C&... columns) const {
+        return groupBy(columns...).select();
+    }
+
+    /// What the functions of the same names compute of all objects of the query.
+    template <class C>
+    auto sum(const C& field) const {
+        return std::get<0>(select(Kes::sum(field)).front());
+    }
+    template <class C>
+    auto avg(const C& field) const {
+        return std::get<0>(select(Kes::avg(field)).front());
+    }
+    template <class C>
+    auto min(const C& field) const {
+        return std::get<0>(select(Kes::min(field)).front());
+    }
+    template <class C>
+    auto max(const C& field) const {
+        return std::get<0>(select(Kes::max(field)).front());
+    }
+
+    /// A row for all objects that are alike in the fields, sorted by these:
+    /// `query.groupBy(field<&Ticket::state>).count()`.
+    template <class... C>
+    Grouping<T, ResultOf<C>...> groupBy(const C&... keys) const {
+        static_assert((!isAggregateColumn<C> && ...), "group by fields");
+        return Grouping<T, ResultOf<C>...>(*this, keyOf(columnOf(keys))...);
+    }
+
 private:
     template <class S>
     static SortKeyData checked(const SortKey<S>& key) {
         static_assert(std::is_base_of_v<S, T>,
                       "the order is by a field of another class than the query");
         return key.data;
+    }
+
+    template <class S, class R, bool A>
+    static const Column<S, R, A>& checkedColumn(const Column<S, R, A>& column) {
+        static_assert(std::is_base_of_v<S, T>,
+                      "the column is a field of another class than the query");
+        return column;
+    }
+    template <class S, class R>
+    static Column<T, R, false> keyOf(const Column<S, R, false>& column) {
+        static_assert(std::is_base_of_v<S, T>,
+                      "the column is a field of another class than the query");
+        static_assert(HasEquality<typename ValueOf<R>::type>,
+                      "databases do not compare fields of this type");
+        return {column.data, column.read};
+    }
+
+    template <class Row, std::size_t... I, class... C>
+    std::vector<Row> table(std::index_sequence<I...>, const C&... columns) const {
+        constexpr bool isOneRow = sizeof...(C) > 0 && (C::isAggregate && ...);
+        static_assert(isOneRow || (!C::isAggregate && ...),
+                      "fields and aggregates do not mix; group by the fields");
+        std::vector<ColumnData> wanted{columns.data...};
+        std::vector<Row> rows;
+        if constexpr (isOneRow) {
+            TableBase found(*this, wanted, 0);
+            while (found.next())
+                rows.push_back(Row{columns.read(found, I)...});
+        } else {
+            TableBase found(*this, wanted);
+            while (found.next())
+                rows.push_back(Row{columns.read(found, I)...});
+        }
+        return rows;
     }
 };
 

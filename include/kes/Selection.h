@@ -130,6 +130,7 @@ private:
     bool start();
     SelectionDefinition* define(Model* model);
     bool countBy(Calculator& calculator, std::uint64_t& number);
+    bool tabulateBy(Tabulator& tabulator, const Tabulation& wanted, TableReader& reader);
     bool openCursors();
     bool advanceCurrent();
     bool failOnDriver();
