@@ -97,6 +97,7 @@ struct SumOf {
     static constexpr int places = 0;
     using type = std::conditional_t<std::is_floating_point_v<M>, double, std::int64_t>;
 
+    /// Of the current row.
     static type read(const TableBase& table, std::size_t column) {
         if constexpr (std::is_floating_point_v<M>)
             return table.realSum(column);
@@ -110,6 +111,7 @@ struct SumOf<Decimal<Scale>> {
     static constexpr int places = Scale;
     using type = Decimal<Scale>;
 
+    /// Of the current row.
     static type read(const TableBase& table, std::size_t column) {
         return type::fromUnits(table.wholeSum(column));
     }
@@ -120,6 +122,7 @@ std::optional<double> readAverage(const TableBase& table, std::size_t column) {
     return table.average(column, Places);
 }
 
+/// An object id, or a number of objects, of the current row.
 inline unsigned long readNumber(const TableBase& table, std::size_t column) {
     return table.number(column);
 }
@@ -211,7 +214,7 @@ struct RowTest {
     bool (*holds)(const TableBase&, std::size_t column, const void* wanted);
 };
 
-// Whole numbers of any two types are compared as numbers.
+/// Whole numbers of any two types are compared as numbers.
 template <class A, class B>
 bool isBefore(const A& a, const B& b) {
     if constexpr (IsInteger<A> && IsInteger<B>)
@@ -220,6 +223,7 @@ bool isBefore(const A& a, const B& b) {
         return a < b;
 }
 
+/// Whether the first value compares so with the second.
 template <PredicateBase::Comparison Op, class A, class B>
 bool holdsFor(const A& a, const B& b) {
     switch (Op) {
