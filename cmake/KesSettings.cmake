@@ -97,8 +97,41 @@ set(KES_STANDARD_HEADERS
 # Compiles what the target includes of the standard library once. Only a build
 # without it proves that each source includes what it uses.
 function(kes_precompile target)
-    if(KES_PRECOMPILE STREQUAL "all")
+    if(KES_PRECOMPILE STREQUAL "all" AND NOT KES_UNITY)
         target_precompile_headers(${target} PRIVATE ${KES_STANDARD_HEADERS})
+    endif()
+endfunction()
+
+# Sources that are compiled as one see the names of those before them. What has names
+# of its own in common with others of its target is compiled alone, see below. Only a
+# build without this proves that each source includes what it uses.
+if(KES_UNITY)
+    set(CMAKE_UNITY_BUILD ON)
+    set(CMAKE_UNITY_BUILD_BATCH_SIZE 8)
+    # GCC takes a source that is included for a header, of which several sources
+    # could see the unnamed namespace.
+    add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+endif()
+
+# Targets whose sources are compiled one by one all the same. scripts/check names
+# those here of which a unit did not compile: two sources may have come to use the
+# same name, which is no fault of theirs.
+set(KES_UNITY_NOT "" CACHE STRING "Targets whose sources are not compiled as one")
+
+# kes_compile_alone(target source...)
+function(kes_compile_alone target)
+    list(TRANSFORM ARGN PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
+    set_source_files_properties(${ARGN} TARGET_DIRECTORY ${target}
+        PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON
+    )
+endfunction()
+
+# kes_compile_quickly(target)
+#
+# With sanitizers to optimise a program takes longer than it gains when it runs.
+function(kes_compile_quickly target)
+    if(KES_SANITIZE)
+        target_compile_options(${target} PRIVATE -O0)
     endif()
 endfunction()
 
