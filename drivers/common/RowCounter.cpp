@@ -13,17 +13,28 @@ std::string countOf(const std::string& table, const std::string& tail, bool isLi
                      : "SELECT COUNT(*) FROM " + rows;
 }
 
+// The sum of some queries for a number each. A chain of hundreds of additions is
+// deeper than databases evaluate.
+std::string sumOf(const std::vector<std::string>& queries, std::size_t first, std::size_t end) {
+    if (end - first == 1)
+        return "(" + queries[first] + ")";
+    const std::size_t middle = first + (end - first) / 2;
+    return "(" + sumOf(queries, first, middle) + " + " + sumOf(queries, middle, end) + ")";
+}
+
 }  // namespace
 
 std::uint64_t RowCounter::count(const std::vector<std::string>& tables, const QueryPlan& plan,
                                 std::uint64_t most) {
     constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     const bool isLimited = most < largest;
-    std::string text;
-    for (const std::string& table : tables)
-        text += (text.empty() ? "SELECT (" : " + (") + countOf(table, plan.tail, isLimited) + ")";
     if (tables.empty())
         return 0;
+    std::vector<std::string> queries;
+    queries.reserve(tables.size());
+    for (const std::string& table : tables)
+        queries.push_back(countOf(table, plan.tail, isLimited));
+    const std::string text = "SELECT " + sumOf(queries, 0, queries.size());
     Statement& statement =
         statements.of(text, [&](StatementCache& cache) { return cache.make(text); });
     int position = 0;
