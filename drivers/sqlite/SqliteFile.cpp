@@ -86,6 +86,13 @@ void SqliteFile::failOnLog(const std::string& what, const std::string& how, Fail
     fail("the file \"" + what + "\", a part of the database, was " + how, kind);
 }
 
+// Without a log nobody else writes the file from now on, and what the transaction
+// writes before its commit makes it only longer.
+void SqliteFile::noteBegin() {
+    if (!keepsLog && !path.empty())
+        known = sizeOf(fileOf(database, SQLITE_FCNTL_FILE_POINTER));
+}
+
 void SqliteFile::checkBefore() {
     if (path.empty())
         return;
@@ -126,11 +133,10 @@ void SqliteFile::checkCompanions(FailureKind kind) const {
     }
 }
 
-// Other programs may make a file smaller; then its header says so too. Without
-// a log this transaction may be writing the file already.
+// Other programs may make a file with a log smaller; then its header says so too.
 void SqliteFile::checkSize() {
     const std::int64_t size = sizeOf(fileOf(database, SQLITE_FCNTL_FILE_POINTER));
-    if (size < known && (size == 0 || (keepsLog && !isWhole(size))))
+    if (size < known && (!keepsLog || !isWhole(size)))
         fail("the file \"" + path + "\" was truncated from " + std::to_string(known) + " to " +
                  std::to_string(size) + " bytes",
              FailureKind::LostConnection);

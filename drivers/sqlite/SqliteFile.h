@@ -28,6 +28,9 @@ public:
     /// its journal mode is wal.
     SqliteFile(sqlite3* itsDatabase, bool keepsLog);
 
+    /// To be called where a write transaction begins.
+    void noteBegin();
+
     /// Call it in a write transaction, and again after its commit. Throw
     /// SqlFailure when what was, or is to be, written is lost.
     void checkBefore();

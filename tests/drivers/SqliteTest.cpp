@@ -504,6 +504,22 @@ TEST_P(SqliteHarmTest, AcknowledgesNoCommitThatIsLost) {
     EXPECT_FALSE(model.transactionStarted());
 }
 
+// SQLite has looked at the size of the file by then.
+TEST_P(SqliteHarmTest, AcknowledgesNoCommitBehindALockThatIsLost) {
+    const Pointer<Person> bob(model.findPerson("Bob"));
+    model.startTransaction();
+    bob->lock();
+    bob->age = 41;
+    bob->change();
+    GetParam().todo(file + GetParam().ending);
+
+    EXPECT_RAISES("COMFAIL", model.commit());
+
+    EXPECT_NE(FailureKind::UnknownOutcome, model.getFailureKind());
+    EXPECT_EQ(40, bob->age);
+    EXPECT_FALSE(model.transactionStarted());
+}
+
 constexpr const char* WithLog = "journal_mode=wal";
 constexpr const char* WithoutLog = "journal_mode=delete";
 
