@@ -176,4 +176,17 @@ void Names::check(const Model& model, ModelMapping& tables) {
         checkAssociation(*association);
 }
 
+void Names::checkOthers(const Model& model, const std::vector<OtherOwner>& others) const {
+    for (const OtherOwner& other : others) {
+        const auto found = owners.find(dialect.fold(other.name));
+        if (found == owners.end() || model.getClass(other.name.c_str()) != nullptr ||
+            model.getAssociation(other.name.c_str()) != nullptr)
+            continue;
+        const auto& [name, owner] = found->second;
+        throw SqlFailure("the name \"" + name + "\" of " + owner + " is the same as \"" +
+                         other.name + "\" of the model " + other.model +
+                         " to the database; rename one of them, or take another database");
+    }
+}
+
 }  // namespace Kes::sql

@@ -23,12 +23,23 @@ struct IndexPlan {
     bool unique;
 };
 
+/// A class or an association of another model in the database.
+struct OtherOwner {
+    std::string name;
+    std::string model;
+};
+
 class Names {
 public:
     explicit Names(const Dialect& itsDialect) : dialect(itsDialect) {}
 
     /// Throws SqlFailure when some name of the model is not possible.
     void check(const Model& model, ModelMapping& tables);
+
+    /// To be called behind check. Throws SqlFailure when the database takes a name of
+    /// the model for one that belongs to another model. Classes and associations
+    /// of the very same name are let pass: they may be shared.
+    void checkOthers(const Model& model, const std::vector<OtherOwner>& others) const;
 
     /// The indexes of a class's table: one per one-reference, then the declared
     /// ones, inherited ones included. Throws SqlFailure for a list that does

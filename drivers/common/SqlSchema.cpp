@@ -124,6 +124,30 @@ int SqlSchema::getVersion(const std::string& name, const std::string& kind) {
     return reading->step() ? versionAt(*reading, 0, kind, name) : 0;
 }
 
+// A record of an owner is named CLASS.MODEL, with a backslash before each dot and
+// backslash of the first part.
+void SqlSchema::checkNames(const Model& model) {
+    Names names(dialect);
+    names.check(model, tables);
+    if (!hasOwnTables())
+        return;
+    std::vector<OtherOwner> others;
+    const std::unique_ptr<Statement> asking =
+        connection.prepare("SELECT name FROM kes_versions WHERE kind = 'OWNER' AND version > 0");
+    while (asking->step()) {
+        std::size_t size = 0;
+        const std::string record = asking->text(0, size);
+        OtherOwner other;
+        std::size_t at = 0;
+        for (; at < record.size() && record[at] != '.'; ++at)
+            other.name += record[at] == '\\' && at + 1 < record.size() ? record[++at] : record[at];
+        other.model = record.substr(std::min(at + 1, record.size()));
+        if (other.model != textOf(model.getName()))
+            others.push_back(std::move(other));
+    }
+    names.checkOthers(model, others);
+}
+
 // Nobody prepares the tables of abstract classes. The objects of one that has
 // become abstract could not be seen any more.
 void SqlSchema::checkAbstractClasses(const Model& model) {
@@ -320,10 +344,9 @@ void SqlSchema::dropViewsOf(const Class* cls) {
 }
 
 void SqlSchema::beginClassUpdate(Class* cls) {
-    if (!namesChecked) {
-        Names(dialect).check(*cls->getModel(), tables);
-        namesChecked = true;
-    }
+    if (!namesChecked)
+        checkNames(*cls->getModel());
+    namesChecked = true;
     beginStage();
     if (!isStaging)
         requireOwnTables();

@@ -77,6 +77,7 @@ private:
     bool hasOwnTables();
     bool exists(const std::string& table);
     bool hasColumn(const std::string& table, const std::string& column);
+    void checkNames(const Model& model);
     void checkAbstract(const std::string& name);
     void checkAbstractClasses(const Model& model);
     void checkLinks(const Class* cls);

@@ -83,6 +83,11 @@ protected:
         return errorOf(model);
     }
 
+    static std::vector<std::string> withoutLinks(std::vector<std::string> tables) {
+        std::erase(tables, "Friends");
+        return tables;
+    }
+
     void dropRecords() {
         run("DELETE FROM kes_versions WHERE kind NOT IN ('FORMAT', 'MODEL', 'CLASS')");
     }
@@ -289,6 +294,38 @@ TEST_F(DeclarationTest, RefusesASecondModelWithAClassOfTheSameName) {
               engine->columnsOf("Thing"));
     EXPECT_EQ("", errorOfNotes("other", "Other"));
     EXPECT_EQ("", error(thing));
+}
+
+TEST_F(DeclarationTest, LeavesATableAloneWhoseNameDiffersInItsCaseOnly) {
+    ASSERT_EQ("", error(longerThing));
+
+    const std::string said = errorOfNotes("other", "thing");
+
+    if (engine->foldsTableNames()) {
+        EXPECT_EQ(0U, said.find("1 DELCLS | ")) << said;
+        for (const char* words : {"\"thing\" of the class thing", "\"Thing\" of the model free"})
+            EXPECT_TRUE(says(said, words)) << said;
+    } else {
+        EXPECT_EQ("", said);
+    }
+    EXPECT_EQ((std::vector<std::string>{"KesObjectID", "KesVersion", "text", "number"}),
+              engine->columnsOf("Thing"));
+    EXPECT_EQ("", error(longerThing));
+}
+
+TEST_F(DeclarationTest, RefusesAViewThatWouldBeATableOfAnotherModel) {
+    ASSERT_EQ("", errorOfNotes("other", "Base_all"));
+
+    const std::string said = error([](FreeModel& m) {
+        Class* base = m.declareClass("Base", textField);
+        m.declareClass("Sub", textField)->subclassOf(base);
+    });
+
+    EXPECT_EQ(0U, said.find("1 DELCLS | ")) << said;
+    for (const char* words :
+         {"\"Base_all\" of the view of the class Base", "\"Base_all\" of the model other"})
+        EXPECT_TRUE(says(said, words)) << said;
+    EXPECT_EQ(std::vector<std::string>{"Base_all"}, withoutLinks(engine->tables()));
 }
 
 TEST_F(DeclarationTest, RefusesASecondModelWithLinksOfTheSameName) {
