@@ -33,8 +33,7 @@ Condition** ConditionTree::nestedIn(const Condition& condition) {
 ManyAssociatedCondition* ConditionTree::copyOfTest(const ManyAssociatedCondition& test) {
     auto role = std::make_unique<Role>(*test.role);
     const AssociatedClass& nested = *test.associatedClass;
-    std::unique_ptr<AssociatedClass> inner(
-        new AssociatedClass(nested.cls, nested.alias, nested.sortOrders));
+    std::unique_ptr<AssociatedClass> inner(new AssociatedClass(nested, nullptr));
     auto* copied = new ManyAssociatedCondition(role.get(), test.op, inner.get());
     static_cast<void>(role.release());
     static_cast<void>(inner.release());

@@ -270,7 +270,7 @@ std::uint64_t Selection::count() {
         return 0;
     }
     auto* calculator =
-        cls != nullptr && cls->getModel() != nullptr && !isOrphaned() && cls->getModel()->isOpen()
+        cls != nullptr && !isOrphaned() && cls->getModel() != nullptr && cls->getModel()->isOpen()
             ? ModelGate::door(cls->getModel()).find<Calculator>()
             : nullptr;
     std::uint64_t number = 0;
@@ -415,7 +415,8 @@ AssociatedClass::AssociatedClass(Selection& selection)
     : cls(selection.cls),
       alias(selection.alias),
       condition(nullptr),
-      sortOrders(selection.sortOrders) {
+      sortOrders(selection.sortOrders),
+      modelLives(selection.modelLives) {
     if (selection.frozen != nullptr && selection.frozen->condition != nullptr) {
         condition = selection.frozen->condition->getNew();
     } else if (selection.condition == nullptr && selection.given != nullptr &&
@@ -430,15 +431,14 @@ AssociatedClass::AssociatedClass(Selection& selection)
     }
 }
 
-AssociatedClass::AssociatedClass(Class* itsClass, const String& itsAlias,
-                                 const PtrList<SortOrder>& itsOrders)
-    : cls(itsClass),
-      alias(itsAlias),
-      condition(nullptr),
-      sortOrders(itsOrders) {}
+AssociatedClass::AssociatedClass(const AssociatedClass& other, Condition* itsCondition)
+    : cls(other.cls),
+      alias(other.alias),
+      condition(itsCondition),
+      sortOrders(other.sortOrders),
+      modelLives(other.modelLives) {}
 
-AssociatedClass::AssociatedClass(const AssociatedClass& other)
-    : AssociatedClass(other.cls, other.alias, other.sortOrders) {
+AssociatedClass::AssociatedClass(const AssociatedClass& other) : AssociatedClass(other, nullptr) {
     ConditionTree::copy(condition, other.condition);
 }
 

@@ -501,7 +501,9 @@ void SqlTranslator::translate(Role* role, Condition::AssociationOperator op,
     const bool equal = op == Condition::Associations::EQUAL;
     const std::string alias = textOf(getNewAlias());
     if (associatedClass->getClass() == nullptr)
-        throw SqlFailure("a nested selection has no class; give it one when it is made");
+        throw SqlFailure(
+            "a nested selection has no class: it was made without one, or its model was "
+            "destroyed; make it anew");
     TableMapping& partners = tables.of(associatedClass->getClass());
     if (!partners.getClass()->isA(end.partner) && !end.partner->isA(partners.getClass()))
         refuse("no partners of the class " + partners.name() + " in its role \"" +

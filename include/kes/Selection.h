@@ -170,7 +170,8 @@ public:
     AssociatedClass& operator=(const AssociatedClass& other) = default;
     virtual ~AssociatedClass();
 
-    Class* getClass() const { return cls; }
+    /// Null when the selection had none, and when its model was destroyed.
+    Class* getClass() const { return modelLives == nullptr || *modelLives ? cls : nullptr; }
     const String& getAlias() const { return alias; }
     /// Sets the name that the class's rows have in the query, "t" at first. Nested
     /// selections get theirs from ConditionTranslator::getNewAlias.
@@ -183,12 +184,13 @@ public:
 private:
     friend class ConditionTree;
 
-    AssociatedClass(Class* itsClass, const String& itsAlias, const PtrList<SortOrder>& itsOrders);
+    AssociatedClass(const AssociatedClass& other, Condition* itsCondition);
 
     Class* cls;
     String alias;
     Condition* condition;  // owned
     PtrList<SortOrder> sortOrders;
+    std::shared_ptr<const bool> modelLives;  // null without a class
 };
 
 }  // namespace Kes

@@ -461,6 +461,36 @@ TEST(OrphanedSelectionTest, EndsWithAnErrorBehindItsModel) {
     EXPECT_EQ(nullptr, begun("Works").getAssociation());
 }
 
+TEST(OrphanedSelectionTest, IsNotCounted) {
+    auto model = std::make_unique<StaffModel>();
+    model->openWith();
+    Selection people(model->personClass);
+
+    model.reset();
+
+    EXPECT_RAISES("SELERR", people.count());
+}
+
+TEST(OrphanedSelectionTest, IsRefusedByAQueryThatNestsIt) {
+    auto model = std::make_unique<StaffModel>();
+    model->openWith();
+    StaffModel other;
+    other.openWith();
+    Selection inner(model->personClass), later(model->personClass);
+    inner.where(inner["age"] == 0);
+    later.where(later["age"] == 0);
+    Selection outer(other.companyClass), another(other.companyClass);
+    outer.where(outer("Works") == inner);
+
+    model.reset();
+    another.where(another("Works") == later);
+
+    for (Selection* each : {&outer, &another}) {
+        const std::string said = messageRaisedBy([&] { each->next(); });
+        EXPECT_NE(std::string::npos, said.find("its model was destroyed")) << said;
+    }
+}
+
 TEST_F(SelectionTest, IsCalledTInQueries) {
     const Selection people(model.personClass);
 
