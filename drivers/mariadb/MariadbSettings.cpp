@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <string_view>
 
 #include "drivers/common/SqlFailure.h"
 
@@ -67,9 +68,23 @@ std::string MariadbHost::text() const {
     return socket.empty() ? name + ":" + std::to_string(port) : socket;
 }
 
+bool namesPassword(const std::string& source) {
+    std::string lowered = "?";
+    for (const char c : source)
+        lowered += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    for (const std::string key : {"password=", "passwd=", "pwd="})
+        for (std::size_t at = lowered.find(key); at != std::string::npos;
+             at = lowered.find(key, at + 1))
+            if (std::string_view("?&;, ").find(lowered[at - 1]) != std::string_view::npos)
+                return true;
+    return false;
+}
+
 // A password may have an @ and a slash.
 std::string withoutPassword(const std::string& source) {
     const std::size_t begin = endOfScheme(source);
+    if (namesPassword(source))
+        return source.substr(0, begin) + "...";
     const std::size_t end = endOfUser(source, begin);
     const std::size_t colon = source.find(':', begin);
     if (end == std::string::npos || colon > end)
@@ -80,12 +95,15 @@ std::string withoutPassword(const std::string& source) {
 void MariadbSettings::readSource(const std::string& source) {
     std::size_t begin = endOfScheme(source);
     const std::size_t userEnd = endOfUser(source, begin);
-    if (userEnd != std::string::npos) {
+    const bool hasUser = userEnd != std::string::npos;
+    if (namesPassword(source) ||
+        (hasUser && std::string_view(source).substr(begin, userEnd - begin).find(':') !=
+                        std::string_view::npos))
+        throw SqlFailure(
+            "the source holds a password, and it is kept and shown in places "
+            "where a password must not be; give the password by itself");
+    if (hasUser) {
         const std::string named = source.substr(begin, userEnd - begin);
-        if (named.find(':') != std::string::npos)
-            throw SqlFailure(
-                "the source holds a password, and it is kept and shown in places "
-                "where a password must not be; give the password by itself");
         if (user.empty())
             user = named;
         begin = userEnd + 1;

@@ -44,6 +44,9 @@ struct MariadbSettings {
     void readSource(const std::string& source);
 };
 
+/// Whether the text has a parameter for a password, as sources of other programs do.
+bool namesPassword(const std::string& source);
+
 /// The source without a password that it may hold against the rules.
 std::string withoutPassword(const std::string& source);
 

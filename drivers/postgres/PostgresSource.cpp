@@ -36,14 +36,21 @@ bool endsPassword(const std::string& source, std::size_t question, bool isOpen) 
            (isOpen || source.find('/', at) != std::string::npos);
 }
 
+// Parameters that something else than blanks separates are one value to the library.
+bool isWronglySeparated(const std::string& source) {
+    return source.find(";password") != std::string::npos ||
+           source.find(",password") != std::string::npos ||
+           source.find("&password") != std::string::npos;
+}
+
 // A text that holds a password in a place where the library looks for something
 // else: behind an @ or a / that a URL had to write otherwise, or in what it takes
-// for the name of a database. It shows both in its messages.
+// for the name of a database or of a host. It shows all of them in its messages.
 bool mayShowPassword(const std::string& source) {
     if (!isConnectionText(source))
         return source.find('@', std::min(source.find(':'), source.size())) != std::string::npos;
     if (!isUrl(source))
-        return false;
+        return isWronglySeparated(source);
     const std::size_t begin = source.find("://") + 3;
     const std::size_t end = source.find_first_of("@/", begin);
     if (end == std::string::npos)

@@ -263,7 +263,8 @@ TEST_F(MariadbOpenTest, SaysNothingToAServerWithoutTheTlsThatIsDemanded) {
 
 TEST_F(MariadbOpenTest, ShowsNoPartOfAPassword) {
     for (const char* source : {"mariadb://kes:secret@x/y@host/db", "kes:a/secret@host/db",
-                               "kes:a@secret@host/db", "mariadb://kes:secret:x@host:1/db"}) {
+                               "kes:a@secret@host/db", "mariadb://kes:secret:x@host:1/db",
+                               "host/db?user=kes&password=secret", "Server=host;Pwd=secret"}) {
         const std::string said = refusal(source, "", "");
 
         EXPECT_TRUE(says(said, "the source holds a password")) << said;

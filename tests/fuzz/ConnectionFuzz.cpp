@@ -244,7 +244,8 @@ void readMariadbParts(const Texts& texts) {
     const std::string source = (texts.password.size() % 2 == 0 ? "mariadb://" : "") +
                                (user.empty() ? "" : user + "@") + host + ":" +
                                std::to_string(port) + ",/run/a.sock,[::1]/" + database;
-    const bool isWhole = !host.empty() && !database.empty() && port > 0 && port < 65536;
+    const bool isWhole = !host.empty() && !database.empty() && port > 0 && port < 65536 &&
+                         !Kes::sql::namesPassword(source);
     Kes::sql::MariadbSettings settings;
     demand(isRefused([&] { settings.readSource(source); }) != isWhole, "wrong about " + source);
     if (!isWhole)
