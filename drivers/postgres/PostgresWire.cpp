@@ -358,17 +358,17 @@ void PostgresWire::digest(Sent& command, Result result) {
     if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
         if (purpose.wish == Wish::Prepare)
             command.prepared->session = 0;
-        if (purpose.wish == Wish::Courtesy)
-            return;
-        // What was skipped says nothing; the reason was said before it.
-        if (status == PGRES_PIPELINE_ABORTED)
-            return fail(purpose, false, "the database skipped it");
-        const std::string words = explain(result.get());
-        const FailureKind kind = kindOf(result.get());
+        // What was skipped says nothing; the reason was said before it, perhaps to
+        // something that nobody waits for.
+        const bool isSkipped = status == PGRES_PIPELINE_ABORTED;
+        const std::string words = isSkipped ? refusalWords : explain(result.get());
+        const FailureKind kind = isSkipped ? kindOfRefusal : kindOf(result.get());
         if (refusalWords.empty()) {
             refusalWords = words;
             kindOfRefusal = kind;
         }
+        if (purpose.wish == Wish::Courtesy)
+            return;
         return fail(purpose, false, words, kind);
     }
     if (isTracing() && !purpose.traced.empty())

@@ -196,6 +196,10 @@ TEST_F(PostgresFailoverTest, TellsWhatAStandbyIsAndWhatItLacks) {
 
     const std::string written = messageRaisedBy([&] { reader.commit(); });
     reader.close();
+    const std::string strict = messageRaisedBy([&] {
+        reader.open("postgres", standby.says("url").c_str(), "", "", "isolation=serializable");
+    });
+    EXPECT_TRUE(says(strict, "open it with isolation=repeatable read")) << strict;
     PlainPostgres plain(primary.says("url"));
     plain.run("UPDATE kes_versions SET version = 0 WHERE kind <> 'FORMAT'");
     EXPECT_TRUE(comesTrue([&] {
