@@ -80,6 +80,39 @@ TEST_P(InterleavingTest, LetsTwoReadWhatTheOtherOneWritesWhereThatIsPermitted) {
     expectAsPermitted(Anomaly::WriteSkew);
 }
 
+// One behind the other, somebody sees what another one wrote.
+TEST_P(InterleavingTest, LetsThreeReadWhatTheNextOneWritesWhereThatIsPermitted) {
+    unsigned long ids[3] = {};
+    const auto script = [&](Side& side, unsigned long& read, unsigned long& written) {
+        return Steps{[&] {
+                         side.start();
+                         side.table(read)->refresh();
+                         side.table(written)->refresh();
+                     },
+                     [&] {
+                         const Pointer<Table> table(side.table(written));
+                         table->change();
+                         table->number = side.table(read)->number + 1;
+                     },
+                     [&] { side.commit(); }};
+    };
+    play(
+        {script(sides[0], ids[0], ids[1]), script(sides[1], ids[1], ids[2]),
+         script(sides[2], ids[2], ids[0])},
+        [&] {
+            for (unsigned long& id : ids)
+                id = makeTable(0);
+        },
+        [&] {
+            int most = 0;
+            for (const unsigned long id : ids)
+                most = std::max(most, storedNumber(id));
+            if (sides[0].committed && sides[1].committed && sides[2].committed && most == 1)
+                seen.insert(Anomaly::WriteSkew);
+        });
+    expectAsPermitted(Anomaly::WriteSkew);
+}
+
 TEST_P(InterleavingTest, KeepsTwoFromItThatLockWhatTheyRead) {
     unsigned long ids[2] = {};
     const auto script = [&](Side& side, unsigned long& mine, unsigned long& other) {
