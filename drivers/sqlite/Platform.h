@@ -20,4 +20,7 @@ struct FileId {
 /// False when there is no such file. Needs no memory.
 bool identify(const char* name, FileId& id) noexcept;
 
+/// Of this process; the same for all where a process cannot be forked.
+std::int64_t processId() noexcept;
+
 }  // namespace Kes::sql::platform

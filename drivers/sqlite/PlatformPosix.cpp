@@ -30,4 +30,8 @@ bool identify(const char* name, FileId& id) noexcept {
     return true;
 }
 
+std::int64_t processId() noexcept {
+    return ::getpid();
+}
+
 }  // namespace Kes::sql::platform

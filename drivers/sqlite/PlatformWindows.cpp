@@ -17,4 +17,8 @@ bool identify(const char* name, FileId& id) noexcept {
     return ::_access(name, 0) == 0;
 }
 
+std::int64_t processId() noexcept {
+    return 0;
+}
+
 }  // namespace Kes::sql::platform

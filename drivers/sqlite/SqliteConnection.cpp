@@ -29,6 +29,12 @@ std::string expand(sqlite3_stmt* statement) {
     return text;
 }
 
+// "" for a database that has no file.
+const char* pathOf(sqlite3* database) {
+    const char* path = sqlite3_db_filename(database, "main");
+    return path != nullptr ? path : "";
+}
+
 int writeTrace(unsigned, void* context, void* statement, void* nanoseconds) {
     auto& stream = *static_cast<std::ostream*>(context);
     const auto spent = *static_cast<const sqlite3_int64*>(nanoseconds);
@@ -44,6 +50,7 @@ SqliteConnection::SqliteConnection(const SqliteSettings& wanted) : settings(want
     makeFile();
     try {
         open();
+        opened = std::make_unique<OpenFile>(pathOf(database));
         checkWritable();
         configure();
         checkJournal();
@@ -202,6 +209,8 @@ void SqliteConnection::execute(const std::string& text) {
 
 void SqliteConnection::begin() {
     execute("BEGIN IMMEDIATE");
+    if (file != nullptr)
+        file->noteBegin();
 }
 
 void SqliteConnection::commit() {

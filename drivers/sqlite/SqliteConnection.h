@@ -9,6 +9,7 @@
 #include <string>
 
 #include "drivers/common/Connection.h"
+#include "drivers/sqlite/OpenFiles.h"
 #include "drivers/sqlite/SqliteFile.h"
 
 struct sqlite3;
@@ -67,6 +68,7 @@ private:
 
     SqliteSettings settings;
     sqlite3* database = nullptr;
+    std::unique_ptr<OpenFile> opened;
     std::unique_ptr<SqliteFile> file;   // null when opened for reading
     std::ostream* trace = nullptr;      // borrowed
     bool keepsLog = false;              // the journal mode is wal

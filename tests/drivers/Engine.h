@@ -77,6 +77,9 @@ public:
     /// the same thread waits in vain.
     virtual std::string hardlyWaiting() const { return waitingAtMost(50); }
 
+    /// Whether the child of a fork can open what its parent has open.
+    virtual bool opensInheritedFiles() const { return true; }
+
     /// Whether names of tables that differ in case only are one name.
     virtual bool foldsTableNames() const = 0;
 

@@ -34,6 +34,7 @@ public:
     std::string waitingAtMost(int limit) const override {
         return "busy_timeout=" + std::to_string(limit);
     }
+    bool opensInheritedFiles() const override { return false; }
     bool foldsTableNames() const override { return true; }
     std::size_t mostColumns() const override { return 2000; }
     std::vector<std::string> tableNamesOfItsOwn() const override { return {"sqlite_thing"}; }
