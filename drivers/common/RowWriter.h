@@ -1,7 +1,8 @@
 // Writing the rows of a queue.
 //
 // Rows are written in the order of their classes' names and their ids, so that
-// sessions which change the same objects do not wait for each other crosswise.
+// sessions which change the same objects do not wait for each other crosswise,
+// unless they write more than one queue of them.
 // Values are read from the instances, straight into the statements, which are
 // posted: a connection need not wait for one before it sends the next.
 
