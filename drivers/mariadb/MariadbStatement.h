@@ -54,7 +54,15 @@ private:
     static constexpr std::size_t PacketOverhead = 1024;
 
     // Where the client library puts one column of a row.
-    struct Field;
+    struct Field {
+        Kind kind = Null;
+        std::int64_t integer = 0;
+        double real = 0;
+        std::vector<char> data;
+        unsigned long size = 0;
+        char isNull = 0;  // the library's truth value, as isCut
+        char isCut = 0;
+    };
 
     MariadbValue& parameter(int position);
     void prepare();
@@ -68,6 +76,7 @@ private:
     void breakOff(const SqlFailure& failure);
     void makeWayToClose() noexcept;
     void widen();
+    void giveRoomBack() noexcept;
     void finish() noexcept;
     long sendOne(const std::vector<MariadbValue>& values);
     void sendPost(std::size_t position);

@@ -4,44 +4,15 @@
 
 #include <algorithm>
 #include <bit>
-#include <charconv>
 #include <cstdlib>
-#include <cstring>
 
 #include "drivers/postgres/PostgresConnection.h"
+#include "drivers/postgres/PostgresTrace.h"
+#include "drivers/postgres/PostgresTypes.h"
 
 namespace Kes::sql {
 
 namespace {
-
-// The server's numbers for its types.
-enum Type : unsigned {
-    TypeUnknown = 0,
-    TypeBool = 16,
-    TypeBytes = 17,
-    TypeName = 19,
-    TypeInt8 = 20,
-    TypeInt2 = 21,
-    TypeInt4 = 23,
-    TypeText = 25,
-    TypeOid = 26,
-    TypeFloat4 = 700,
-    TypeFloat8 = 701,
-    TypeBpchar = 1042,
-    TypeInt8Array = 1016,
-    TypeVarchar = 1043
-};
-
-// Of a list, before its elements: five numbers of the protocol.
-constexpr std::size_t ListHeader = 20;  // bytes
-
-// Rows of a cursor that one round trip brings. Most queries end within the first batch;
-// of those that do not, the third one is as large as batches get. They are bounded by
-// rows and by bytes, for a batch is in memory as a whole.
-constexpr int FirstBatch = 128;
-constexpr int LargestBatch = 8192;
-constexpr int Growth = 8;
-constexpr std::size_t BatchSize = std::size_t{1} << 20;  // bytes, about
 
 // The server counts its parameters; ? in names and constants is none.
 std::string numberParameters(const std::string& text, std::size_t& count) {
@@ -61,25 +32,9 @@ std::string numberParameters(const std::string& text, std::size_t& count) {
     return native;
 }
 
-std::uint64_t readBits(const char* at, int size) {
-    std::uint64_t bits = 0;
-    for (int i = 0; i < size; ++i)
-        bits = bits << 8 | static_cast<unsigned char>(at[i]);
-    return bits;
-}
-
 void appendBits(std::string& bytes, std::uint64_t bits, int size) {
     for (int shift = 8 * (size - 1); shift >= 0; shift -= 8)
         bytes += static_cast<char>(bits >> shift & 0xFF);
-}
-
-// As a constant is written.
-std::string shownList(const char* bytes, std::size_t size) {
-    std::string shown = "'{";
-    for (std::size_t at = ListHeader + 4; at + 8 <= size; at += 12)
-        shown += (shown.size() > 2 ? "," : "") +
-                 std::to_string(static_cast<std::int64_t>(readBits(bytes + at, 8)));
-    return shown + "}'::bigint[]";
 }
 
 }  // namespace
@@ -172,7 +127,7 @@ std::shared_ptr<Prepared> PostgresStatement::preparedFor(const std::vector<unsig
 void PostgresStatement::send(const std::string& sentText, PostgresWire::Purpose purpose) {
     owner->beforeSending();
     if (owner->wire().isTracing())
-        purpose.traced = expanded();
+        purpose.traced = expanded(text_, values);
     if (!owner->keepsStatements()) {
         owner->wire().execute(sentText, values, std::move(purpose));
         return;
@@ -277,133 +232,6 @@ const char* PostgresStatement::text(int column, std::size_t& size) {
 
 const void* PostgresStatement::bytes(int column, std::size_t& size) {
     return text(column, size);
-}
-
-std::string PostgresStatement::expanded() const {
-    constexpr std::size_t longest = 1000;  // bytes of one value
-    std::string filled;
-    std::size_t parameter = 0;
-    char quote = '\0';
-    for (const char c : text_) {
-        if (quote != '\0')
-            quote = c == quote ? '\0' : quote;
-        else if (c == '"' || c == '\'')
-            quote = c;
-        if (c != '?' || quote != '\0') {
-            filled += c;
-            continue;
-        }
-        const char* value = values.values[parameter];
-        const auto size = static_cast<std::size_t>(values.sizes[parameter]);
-        const unsigned type = values.types[parameter++];
-        if (value == nullptr) {
-            filled += "NULL";
-        } else if (type == TypeInt8) {
-            filled += std::to_string(static_cast<std::int64_t>(readBits(value, 8)));
-        } else if (type == TypeFloat8) {
-            char digits[64];
-            const auto [end, error] = std::to_chars(digits, digits + sizeof digits,
-                                                    std::bit_cast<double>(readBits(value, 8)));
-            filled.append(digits, error == std::errc() ? end : digits);
-        } else if (type == TypeInt8Array) {
-            filled += shownList(value, size);
-        } else if (type == TypeBytes) {
-            filled += "'\\x";
-            for (std::size_t i = 0; i < std::min(size, longest); ++i)
-                for (const int half : {value[i] >> 4 & 15, value[i] & 15})
-                    filled += "0123456789abcdef"[half];
-            filled += size > longest ? "... (" + std::to_string(size) + " bytes)'" : "'";
-        } else {
-            filled += '\'';
-            for (std::size_t i = 0; i < std::min(size, longest); ++i)
-                filled.append(value[i] == '\'' ? 2 : 1, value[i]);
-            filled += size > longest ? "... (" + std::to_string(size) + " bytes)'" : "'";
-        }
-    }
-    return filled;
-}
-
-PostgresCursor::PostgresCursor(PostgresConnection& itsConnection, const std::string& itsText)
-    : PostgresStatement(itsConnection, itsText),
-      name(itsConnection.freshName()) {}
-
-PostgresCursor::~PostgresCursor() {
-    PostgresCursor::reset();
-}
-
-// One round trip, also for a query with few rows.
-void PostgresCursor::open() {
-    generation = connection().enterCursor();
-    isOpen = true;
-    batch = FirstBatch;
-    send("DECLARE " + name + " NO SCROLL CURSOR FOR " + native(), {});
-    sendFetch();
-    takeRows(connection().receive());
-}
-
-void PostgresCursor::sendFetch() {
-    connection().wire().execute("FETCH FORWARD " + std::to_string(batch) + " FROM " + name,
-                                {PostgresWire::Wish::Answer});
-}
-
-void PostgresCursor::fetch() {
-    connection().demand(generation);
-    adjustBatch();
-    sendFetch();
-    takeRows(connection().receive());
-}
-
-// Rows are as large as they were so far.
-void PostgresCursor::adjustBatch() {
-    const std::size_t size = std::max(PQresultMemorySize(rows.get()), std::size_t{1});
-    const std::size_t fitting = BatchSize * static_cast<std::size_t>(rowCount()) / size;
-    batch = static_cast<int>(std::clamp(
-        fitting, std::size_t{1}, static_cast<std::size_t>(std::min(batch * Growth, LargestBatch))));
-}
-
-bool PostgresCursor::step() {
-    if (!isStarted) {
-        isStarted = true;
-        try {
-            open();
-        } catch (...) {
-            reset();
-            isStarted = true;
-            throw;
-        }
-    }
-    if (rows == nullptr)
-        return false;
-    if (row + 1 >= rowCount() && rowCount() == batch)
-        fetch();
-    if (row + 1 < rowCount()) {
-        ++row;
-        return true;
-    }
-    if (isOpen)
-        connection().leaveCursor(name, generation);
-    isOpen = false;
-    return false;
-}
-
-void PostgresCursor::reset() noexcept {
-    if (isOpen)
-        connection().leaveCursor(name, generation);
-    isOpen = false;
-    isStarted = false;
-    PostgresStatement::reset();
-}
-
-long PostgresCursor::run() {
-    long count = 0;
-    while (step())
-        ++count;
-    reset();
-    return count;
-}
-
-void PostgresCursor::post(std::size_t, long) {
-    run();
 }
 
 }  // namespace Kes::sql

@@ -51,8 +51,6 @@ protected:
     const std::string& native() const { return nativeText; }
     PostgresConnection& connection() { return *owner; }
 
-    /// The statement with its values filled in, for the trace.
-    std::string expanded() const;
     void takeRows(Result fresh);
     int rowCount() const;
 
@@ -71,31 +69,6 @@ private:
     std::vector<std::array<char, 8>> numbers;
     std::map<int, std::string> lists;  // by their parameters
     std::vector<std::shared_ptr<Prepared>> variants;
-};
-
-/// A query whose rows are fetched in batches, so that memory stays bounded and
-/// other statements can be executed in between.
-class PostgresCursor final : public PostgresStatement {
-public:
-    PostgresCursor(PostgresConnection& itsConnection, const std::string& itsText);
-    ~PostgresCursor() override;
-
-    bool step() override;
-    void reset() noexcept override;
-    long run() override;
-    void post(std::size_t ticket, long least) override;
-
-private:
-    void open();
-    void fetch();
-    void sendFetch();
-    void adjustBatch();
-
-    std::string name;
-    unsigned long generation = 0;  // of the transaction that it lives in
-    int batch = 0;                 // rows
-    bool isOpen = false;           // on the server
-    bool isStarted = false;
 };
 
 }  // namespace Kes::sql

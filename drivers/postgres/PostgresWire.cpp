@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <ostream>
 
+#include "drivers/postgres/PostgresMessages.h"
 #include "drivers/postgres/PostgresSocket.h"
 
 namespace Kes::sql {
@@ -14,45 +14,16 @@ namespace Kes::sql {
 namespace {
 
 constexpr int Binary = 1;                   // the protocol's number for it
-constexpr int OldestServer = 150000;        // the oldest that the tests run on
 constexpr std::size_t LongestTrace = 2000;  // bytes of a statement
 
 // Bytes. The server works on what it has while the rest is put together. A guess: less
 // means more calls of the system, more lets the server wait.
 constexpr std::size_t MostUnsent = 65536;
 
-// Messages of the client library have several lines.
-std::string onOneLine(const char* words) {
-    std::string line;
-    for (const char* c = words; c != nullptr && *c != '\0'; ++c) {
-        const bool isBlank = *c == '\n' || *c == '\t' || *c == ' ';
-        if (!isBlank)
-            line += *c;
-        else if (!line.empty() && line.back() != ' ')
-            line += ' ';
-    }
-    while (!line.empty() && line.back() == ' ')
-        line.pop_back();
-    return line;
-}
-
-std::string fieldOf(const pg_result* result, int code) {
-    const char* text = PQresultErrorField(result, code);
-    return text != nullptr ? text : "";
-}
-
-std::string milliseconds(long limit) {
-    return std::to_string(limit) + " ms";
-}
-
 // That many values are binary. Null for more than the protocol can count.
 const int* binary(int count) {
     static const std::vector<int> formats(65535, Binary);
     return count <= 65535 ? formats.data() : nullptr;
-}
-
-bool says(const std::string& words, const char* part) {
-    return words.find(part) != std::string::npos;
 }
 
 }  // namespace
@@ -61,86 +32,10 @@ void FreeResult::operator()(pg_result* result) const {
     PQclear(result);
 }
 
-PostgresWire::PostgresWire(const PostgresSource& source, const PostgresLimits& itsLimits)
-    : limits(itsLimits) {
-    std::vector<const char*> keywords;
-    std::vector<const char*> values;
-    for (const auto& [keyword, value] : source.parameters) {
-        keywords.push_back(keyword.c_str());
-        values.push_back(value.c_str());
-    }
-    keywords.push_back(nullptr);
-    values.push_back(nullptr);
-    connection = PQconnectdbParams(keywords.data(), values.data(), 1);
-    try {
-        greet();
-    } catch (...) {
-        PQfinish(connection);
-        throw;
-    }
-}
-
-PostgresWire::~PostgresWire() {
-    PQfinish(connection);
-}
-
-void PostgresWire::greet() {
-    if (PQstatus(connection) != CONNECTION_OK)
-        throw SqlFailure(explainRefusal(), kindOfRefusedOpen());
-    check();
-    PQsetNoticeReceiver(connection, hearNotice, this);
-    PQenterPipelineMode(connection);
-
-    // The client library would wait without end.
-    PQsetnonblocking(connection, 1);
-}
-
 // Somebody may have ended the wait for the standby; the commit is told as done.
 void PostgresWire::hearNotice(void* wire, const pg_result* notice) {
     if (fieldOf(notice, PG_DIAG_SOURCE_FUNCTION) == "SyncRepWaitForLSN")
         static_cast<PostgresWire*>(wire)->unreplicated = true;
-}
-
-int PostgresWire::process() const {
-    return PQbackendPID(connection);
-}
-
-void PostgresWire::check() const {
-    if (PQserverVersion(connection) < OldestServer)
-        throw SqlFailure("the server is too old: it is version " +
-                         std::string(PQparameterStatus(connection, "server_version")) +
-                         ", and 15 or later is needed");
-    const char* encoding = PQparameterStatus(connection, "server_encoding");
-    if (encoding == nullptr || std::strcmp(encoding, "UTF8") != 0)
-        throw SqlFailure("the database keeps texts as " +
-                         std::string(encoding != nullptr ? encoding : "an unknown encoding") +
-                         ", which cannot hold every text; make one with the encoding UTF8");
-}
-
-std::string PostgresWire::explainRefusal() const {
-    std::string words =
-        connection != nullptr ? onOneLine(PQerrorMessage(connection)) : "out of memory";
-    if (PQconnectionNeedsPassword(connection) != 0)
-        return words + "; the server asks for a password and none was given";
-    if (says(words, "authentication failed"))
-        return words + "; check the user and the password";
-    if (says(words, "could not translate host name"))
-        return words + "; check the name of the host";
-    if (says(words, "Connection refused") || says(words, "No such file or directory"))
-        return words + "; check the host and the port, and that the server runs";
-    if (says(words, "timeout expired"))
-        return words + "; check the host and the port, or allow more with connect_timeout";
-    return words;
-}
-
-// What time, or another host, may mend.
-FailureKind PostgresWire::kindOfRefusedOpen() const {
-    const std::string words = PQerrorMessage(connection);
-    for (const char* part : {"Connection refused", "No such file or directory", "timeout expired",
-                             "starting up", "shutting down", "closed the connection"})
-        if (says(words, part))
-            return FailureKind::LostConnection;
-    return FailureKind::Unclassified;
 }
 
 void PostgresWire::demandConnection() const {
@@ -385,58 +280,6 @@ void PostgresWire::fail(const Purpose& purpose, bool isStale, const std::string&
     if (failure.has_value())
         return;
     failure = {purpose.isPosted, isStale, purpose.ticket, words, kind};
-}
-
-// Somebody else came first. A lock that others hold too long is no proof that
-// they have changed what was read.
-FailureKind PostgresWire::kindOf(const pg_result* result) const {
-    const std::string state = fieldOf(result, PG_DIAG_SQLSTATE);
-    if (state == "25P02" && !refusalWords.empty())
-        return kindOfRefusal;
-    return state == "40001" || state == "40P01" ? FailureKind::Conflict : FailureKind::Unclassified;
-}
-
-std::string PostgresWire::explain(const pg_result* result) const {
-    const std::string state = fieldOf(result, PG_DIAG_SQLSTATE);
-    std::string words = fieldOf(result, PG_DIAG_MESSAGE_PRIMARY);
-    const std::string detail = onOneLine(PQresultErrorField(result, PG_DIAG_MESSAGE_DETAIL));
-    if (words.empty())
-        return onOneLine(PQresultErrorMessage(result));
-    if (state == "40001" || state == "40P01")
-        return "somebody else has changed the same objects at the same time (" + words +
-               "); refresh them and try again";
-    if (!detail.empty())
-        words += " (" + detail + ")";
-    if (state == "55P03")
-        return "somebody else has locked it (" + words + " after " + milliseconds(limits.lock) +
-               "); try again, or open with a larger lock_timeout";
-    if (state == "57014" && limits.statement.has_value() && *limits.statement > 0)
-        return words + "; it took longer than the statement_timeout of " +
-               milliseconds(*limits.statement);
-    if (state == "25P02")
-        return "an earlier statement of the transaction has failed" +
-               (refusalWords.empty() ? "" : " (" + refusalWords + ")") +
-               "; roll it back and try again";
-    if (state == "25006")
-        return explainReadOnly(words);
-    if (says(words, "serializable mode in a hot standby"))
-        return words + "; open it with isolation=repeatable read";
-    if (state == "54000" && says(words, "index row"))
-        return words +
-               "; an index holds texts of some 2700 bytes, more where they can be "
-               "compressed: shorten the text, or drop the index";
-    if (state == "53100")
-        return words + "; make room and try again";
-    return words;
-}
-
-std::string PostgresWire::explainReadOnly(const std::string& words) const {
-    const char* standby = PQparameterStatus(connection, "in_hot_standby");
-    if (standby == nullptr || std::strcmp(standby, "on") != 0)
-        return words + "; the server, the database or the account is set up for reading only";
-    return "the server is a standby, which can only be read (" + words +
-           "); to write, name the primary's host in the source too and open with "
-           "target_session_attrs=read-write";
 }
 
 void PostgresWire::writeTrace(const Sent& command) {
