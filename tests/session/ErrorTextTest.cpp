@@ -17,7 +17,7 @@ protected:
     std::string errorOfOpening(const std::string& failingSlot) {
         StaffModel model;
         recording.failAt(1, failingSlot);
-        return errorRaisedBy([&] { model.openWith("recording"); });
+        return errorRaisedBy([&] { model.openWith("recording", Recording::NoDatabase); });
     }
 
     Recording& recording = Recording::get();
@@ -65,12 +65,12 @@ TEST_F(ErrorTextTest, IsNoFatalErrorWhenAnUpgradeCannotBeTakenBack) {
     recording.failAt(3, "", true);
 
     EXPECT_EQ("1 ROLLFAIL | Model::open | rollback was told to fail",
-              errorRaisedBy([&] { model.openWith("recording"); }));
+              errorRaisedBy([&] { model.openWith("recording", Recording::NoDatabase); }));
 }
 
 TEST_F(ErrorTextTest, GivesTheDriversWordsWhenACommitFails) {
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.startTransaction();
     model.newPerson("Ann");
     recording.failAt(1, "insert");
@@ -86,7 +86,7 @@ TEST_F(ErrorTextTest, GivesTheDriversWordsWhenACommitFails) {
 
 TEST_F(ErrorTextTest, IsFatalWhenARollbackFails) {
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.startTransaction();
     recording.failAt(1, "rollback");
 
@@ -96,7 +96,7 @@ TEST_F(ErrorTextTest, IsFatalWhenARollbackFails) {
 
 TEST_F(ErrorTextTest, IsFatalWhenADriverCannotBeClosed) {
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     recording.failAt(1, "close");
 
     EXPECT_EQ("0 DBCLSERR | Model::close | close was told to fail",
@@ -106,7 +106,7 @@ TEST_F(ErrorTextTest, IsFatalWhenADriverCannotBeClosed) {
 TEST_F(ErrorTextTest, IsFatalWhenAParkedDriverCannotBeClosed) {
     Model::setDriverCacheSize(1);
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.close();
     recording.failAt(1, "close");
 
@@ -116,7 +116,7 @@ TEST_F(ErrorTextTest, IsFatalWhenAParkedDriverCannotBeClosed) {
 
 TEST_F(ErrorTextTest, GivesTheDriversWordsWhenALockIsNotToBeHad) {
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.startTransaction();
     Person* ann = model.newPerson("Ann");
     model.commit();
@@ -129,7 +129,7 @@ TEST_F(ErrorTextTest, GivesTheDriversWordsWhenALockIsNotToBeHad) {
 
 TEST_F(ErrorTextTest, ExchangesCodeAndContextForAnEmptyHistory) {
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     EXPECT_EQ("1 Model::undo | MDLUNDO | Nothing to undo", errorRaisedBy([&] { model.undo(); }));
     EXPECT_EQ("1 Model::redo | MDLREDO | Nothing to redo", errorRaisedBy([&] { model.redo(); }));
@@ -137,7 +137,7 @@ TEST_F(ErrorTextTest, ExchangesCodeAndContextForAnEmptyHistory) {
 
 TEST_F(ErrorTextTest, WantsTheRoleWhereTwoWouldDo) {
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     const Selection people(model.personClass);
 
     EXPECT_EQ(

@@ -65,7 +65,7 @@ TEST_F(ModelTest, StaysClosedWhenTheDriverCannotOpen) {
     StaffModel model;
     recording.failAt(1, "open");
 
-    EXPECT_RAISES("DBOPENERR", model.openWith("recording"));
+    EXPECT_RAISES("DBOPENERR", model.openWith("recording", Recording::NoDatabase));
 
     EXPECT_FALSE(model.isOpen());
     EXPECT_EQ(1U, count("destroy"));
@@ -76,7 +76,7 @@ TEST_F(ModelTest, StaysClosedWhenTheHandlerReturns) {
     const ReturningHandler handler;
     recording.failAt(1, "open");
 
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     EXPECT_FALSE(model.isOpen());
 }
@@ -134,7 +134,7 @@ TEST_F(ModelTest, RefusesAClassWithoutFactory) {
 
 TEST_F(ModelTest, ClosesTheDriverByDefault) {
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     model.close();
 
@@ -144,17 +144,17 @@ TEST_F(ModelTest, ClosesTheDriverByDefault) {
 
 TEST_F(ModelTest, OpensAgainAfterAClose) {
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.close();
 
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     EXPECT_EQ(2U, count("open"));
 }
 
 TEST_F(ModelTest, DoesNothingWhenClosedTwice) {
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.close();
 
     model.close();
@@ -165,11 +165,11 @@ TEST_F(ModelTest, DoesNothingWhenClosedTwice) {
 TEST_F(ModelTest, ParksTheDriverAndTakesItBack) {
     Model::setDriverCacheSize(1);
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     const DBDriver* driver = model.getDriver();
     model.close();
 
-    model.open("recording", ":memory:", "another password", "user", "");
+    model.open("recording", Recording::NoDatabase, "another password", "user", "");
 
     EXPECT_EQ(driver, model.getDriver());
     EXPECT_EQ(1U, count("open"));
@@ -180,7 +180,7 @@ TEST_F(ModelTest, ParksTheDriverAndTakesItBack) {
 TEST_F(ModelTest, ParksNoLock) {
     Model::setDriverCacheSize(1);
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.startTransaction();
     Person* person = model.newPerson("Ada");
     model.commit();
@@ -195,7 +195,7 @@ TEST_F(ModelTest, ParksNoLock) {
 TEST_F(ModelTest, RollsNothingBackWhenItParksADriverWhoseLocksAreGone) {
     Model::setDriverCacheSize(1);
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.startTransaction();
     Person* person = model.newPerson("Ada");
     model.commit();
@@ -210,7 +210,7 @@ TEST_F(ModelTest, RollsNothingBackWhenItParksADriverWhoseLocksAreGone) {
 TEST_F(ModelTest, ParksNoDriverThatKeepsItsLock) {
     Model::setDriverCacheSize(1);
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.startTransaction();
     Person* person = model.newPerson("Ada");
     model.commit();
@@ -220,7 +220,7 @@ TEST_F(ModelTest, ParksNoDriverThatKeepsItsLock) {
     model.close();
 
     EXPECT_EQ("destroy", recording.log.back());
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     EXPECT_EQ(2U, count("open"));
 }
 
@@ -262,7 +262,7 @@ TEST_F(ModelTest, SharesNoTextWithTheDriver) {
 TEST_F(ModelTest, TakesNoParkedDriverOfAnotherUser) {
     Model::setDriverCacheSize(1);
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.close();
 
     model.open("recording", ":memory:", "secret", "somebody", "");
@@ -273,9 +273,9 @@ TEST_F(ModelTest, TakesNoParkedDriverOfAnotherUser) {
 TEST_F(ModelTest, ClosesTheNewcomerWhenTheCacheIsFull) {
     Model::setDriverCacheSize(1);
     StaffModel first;
-    first.openWith("recording");
+    first.openWith("recording", Recording::NoDatabase);
     StaffModel second;
-    second.openWith("recording");
+    second.openWith("recording", Recording::NoDatabase);
     first.close();
     EXPECT_EQ(0U, count("close"));
 
@@ -288,9 +288,9 @@ TEST_F(ModelTest, ClosesTheNewcomerWhenTheCacheIsFull) {
 TEST_F(ModelTest, ClosesParkedDriversWhenTheCacheShrinks) {
     Model::setDriverCacheSize(2);
     StaffModel first;
-    first.openWith("recording");
+    first.openWith("recording", Recording::NoDatabase);
     StaffModel second;
-    second.openWith("recording");
+    second.openWith("recording", Recording::NoDatabase);
     first.close();
     second.close();
 
@@ -388,7 +388,7 @@ TEST_F(ModelTest, TakesTheOldestParkedDriverOfThoseThatFit) {
 TEST_F(ModelTest, TakesANegativeCacheSizeForNone) {
     Model::setDriverCacheSize(-1);
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     model.close();
 
@@ -413,7 +413,7 @@ TEST_F(ModelTest, KeepsItsTraceThroughAClose) {
 TEST_F(ModelTest, DestroysAnOpenDriverWithoutClosingIt) {
     {
         StaffModel model;
-        model.openWith("recording");
+        model.openWith("recording", Recording::NoDatabase);
     }
 
     EXPECT_EQ(0U, count("close"));
@@ -435,7 +435,7 @@ TEST_F(ModelTest, StopsTheTrace) {
     std::ostringstream trace;
     StaffModel model;
     model.traceSQLTo(trace);
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.disableSQLTrace();
     const std::string before = trace.str();
 
@@ -494,7 +494,7 @@ TEST_F(ModelDeathTest, EndsTheProcessWhenAParkedDriverCannotBeClosed) {
         {
             Model::setDriverCacheSize(1);
             StaffModel model;
-            model.openWith("recording");
+            model.openWith("recording", Recording::NoDatabase);
             model.close();
             const ReturningHandler handler;
             Recording::get().failAt(1, "close");
@@ -508,7 +508,7 @@ TEST_F(ModelDeathTest, EndsTheProcessWhenADriverCannotBeClosed) {
     EXPECT_EXIT(
         {
             StaffModel model;
-            model.openWith("recording");
+            model.openWith("recording", Recording::NoDatabase);
             const ReturningHandler handler;
             Recording::get().failAt(1, "close");
             model.close();
@@ -518,7 +518,7 @@ TEST_F(ModelDeathTest, EndsTheProcessWhenADriverCannotBeClosed) {
 
 TEST_F(ModelTest, RaisesDBCLSERRWhenADriverCannotBeClosed) {
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     recording.failAt(1, "close");
 
     EXPECT_RAISES("DBCLSERR", model.close());

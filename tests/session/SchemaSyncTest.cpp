@@ -38,7 +38,7 @@ protected:
 TEST_F(SchemaSyncTest, FinishesEachPassBeforeTheNext) {
     StaffModel model;
 
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     const std::vector<std::string> expected{
         "beginClassUpdate",  "createClass", "endClassUpdate", "createView",
@@ -49,7 +49,7 @@ TEST_F(SchemaSyncTest, FinishesEachPassBeforeTheNext) {
 TEST_F(SchemaSyncTest, MakesNoStorageForAbstractClasses) {
     StaffModel model;
 
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     EXPECT_EQ(4U, recording.only("createClass").size());
     EXPECT_EQ(0U, recording.only("createClass Vehicle").size());
@@ -59,7 +59,7 @@ TEST_F(SchemaSyncTest, MakesNoStorageForAbstractClasses) {
 TEST_F(SchemaSyncTest, MakesAViewForEachClassWithSubClasses) {
     StaffModel model;
 
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     EXPECT_EQ(std::vector<std::string>{"createView Vehicle"}, recording.only("createView"));
 }
@@ -67,7 +67,7 @@ TEST_F(SchemaSyncTest, MakesAViewForEachClassWithSubClasses) {
 TEST_F(SchemaSyncTest, RecordsTheModelsVersionLast) {
     StaffModel model;
 
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     EXPECT_EQ("setVersion MODEL staff 1", recording.only("setVersion").back());
 }
@@ -75,11 +75,11 @@ TEST_F(SchemaSyncTest, RecordsTheModelsVersionLast) {
 TEST_F(SchemaSyncTest, TouchesNothingWhenTheDatabaseIsUpToDate) {
     Model::setDriverCacheSize(1);
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.close();
     recording.reset();
 
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     EXPECT_TRUE(steps().empty());
     Model::setDriverCacheSize(0);
@@ -88,12 +88,12 @@ TEST_F(SchemaSyncTest, TouchesNothingWhenTheDatabaseIsUpToDate) {
 TEST_F(SchemaSyncTest, MakesViewsAgainWhenOnlyTheModelsVersionRose) {
     Model::setDriverCacheSize(1);
     StaffModel model;
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
     model.close();
     recording.reset();
     model.setVersion(2);
 
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     const std::vector<std::string> expected{"createView", "setVersion", "commit"};
     EXPECT_EQ(expected, steps());
@@ -105,7 +105,7 @@ TEST_P(SchemaSyncTest, RollsBackAndStaysClosedWhenAPassFails) {
     StaffModel model;
     recording.failAt(1, slot);
 
-    EXPECT_RAISES(code, model.openWith("recording"));
+    EXPECT_RAISES(code, model.openWith("recording", Recording::NoDatabase));
 
     EXPECT_EQ(1U, recording.only("rollback").size());
     EXPECT_EQ(0U, recording.only("setVersion").size());
@@ -115,10 +115,10 @@ TEST_P(SchemaSyncTest, RollsBackAndStaysClosedWhenAPassFails) {
 TEST_P(SchemaSyncTest, SucceedsAtTheNextOpen) {
     StaffModel model;
     recording.failAt(1, GetParam().first);
-    EXPECT_RAISES(GetParam().second, model.openWith("recording"));
+    EXPECT_RAISES(GetParam().second, model.openWith("recording", Recording::NoDatabase));
     recording.reset();
 
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     EXPECT_TRUE(model.isOpen());
 }
@@ -128,7 +128,7 @@ TEST_P(SchemaSyncTest, StaysClosedWhenTheHandlerReturns) {
     const ReturningHandler handler;
     recording.failAt(1, GetParam().first);
 
-    model.openWith("recording");
+    model.openWith("recording", Recording::NoDatabase);
 
     EXPECT_FALSE(model.isOpen());
     EXPECT_EQ(std::vector<std::string>{GetParam().second}, handler.codes());
@@ -146,7 +146,7 @@ TEST_P(SchemaSyncTest, SaysWhatTheDriverSaid) {
     recording.failAt(1, GetParam().first);
 
     try {
-        model.openWith("recording");
+        model.openWith("recording", Recording::NoDatabase);
         ADD_FAILURE() << "nothing was raised";
     } catch (const Exception& raised) {
         EXPECT_EQ(Exception::ERROR, raised.getSeverity());
@@ -160,7 +160,7 @@ TEST_P(SchemaSyncTest, LeavesTheRestUnrunWhenAPassFails) {
     StaffModel model;
     recording.failAt(1, GetParam().first);
 
-    EXPECT_RAISES(GetParam().second, model.openWith("recording"));
+    EXPECT_RAISES(GetParam().second, model.openWith("recording", Recording::NoDatabase));
 
     const std::vector<std::string> all = steps();
     ASSERT_LE(2U, all.size());
@@ -176,7 +176,7 @@ TEST_F(SchemaSyncTest, PassesOnWhatAHandlerThrows) {
         const ReturningHandler restoring;  // restores the usual one at the end
         Exception::setExceptionHandler(
             [](Exception& error) { throw std::runtime_error(error.getCode()); });
-        EXPECT_THROW(model.openWith("recording"), std::runtime_error);
+        EXPECT_THROW(model.openWith("recording", Recording::NoDatabase), std::runtime_error);
     }
 
     EXPECT_EQ(1U, recording.only("rollback").size());
@@ -247,7 +247,7 @@ TEST_F(SchemaSyncTest, ReportsAFailedCommitAsROLLFAIL) {
     StaffModel model;
     recording.failAt(1, "commit");
 
-    EXPECT_RAISES("ROLLFAIL", model.openWith("recording"));
+    EXPECT_RAISES("ROLLFAIL", model.openWith("recording", Recording::NoDatabase));
 
     EXPECT_FALSE(model.isOpen());
 }
@@ -258,10 +258,11 @@ TEST_F(SchemaSyncTest, KeepsNoDriverThatThrew) {
         recording.failAt(1, slot);
         recording.throwInsteadOfFailing(true);
 
-        EXPECT_THROW(model.openWith("recording"), std::runtime_error) << slot;
+        EXPECT_THROW(model.openWith("recording", Recording::NoDatabase), std::runtime_error)
+            << slot;
 
         recording.reset();
-        EXPECT_NO_THROW(model.openWith("recording")) << slot;
+        EXPECT_NO_THROW(model.openWith("recording", Recording::NoDatabase)) << slot;
     }
 }
 
@@ -269,7 +270,7 @@ TEST_F(SchemaSyncTest, ReportsAFailedRollbackAsROLLFAIL) {
     StaffModel model;
     recording.failAt(3, "", true);
 
-    EXPECT_RAISES("ROLLFAIL", model.openWith("recording"));
+    EXPECT_RAISES("ROLLFAIL", model.openWith("recording", Recording::NoDatabase));
 }
 
 }  // namespace Kes::testing
