@@ -16,7 +16,6 @@
 #include "identity/ObjectCache.h"
 #include "object/InstanceState.h"
 #include "object/ModelGate.h"
-#include "query/ConditionTree.h"
 #include "query/DeliveryObserver.h"
 #include "query/DriverDoor.h"
 #include "query/EmptiedTests.h"
@@ -146,91 +145,6 @@ bool Selection::next() {
     return true;
 }
 
-// The next instance to deliver; null at the end and when an error has been handled.
-Instance* Selection::read() {
-    if (state != nullptr && state->toCome == 0)
-        cursors.clearAndDelete();
-    Instance* instance = readRow();
-    for (; instance != nullptr && state->toSkip > 0; --state->toSkip)
-        instance = readRow();
-    if (instance == nullptr)
-        return nullptr;
-    if (state->toCome == 0) {
-        cursors.clearAndDelete();
-        state->reader = {};
-        return nullptr;
-    }
-    --state->toCome;
-    observer->read(state->delivery, instance);
-    return instance;
-}
-
-// The next row's instance.
-Instance* Selection::readRow() {
-    if (state == nullptr) {
-        if (!start())
-            return nullptr;
-    } else if (cursors.size() > 0 && !advanceCurrent()) {
-        return nullptr;
-    }
-    if (cursors.size() == 0) {
-        state->reader = {};
-        return nullptr;
-    }
-    RowNews& news = ModelGate::objects(cls->getModel()).news;
-    const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
-    const RowNews::RowScope rows(news, state->reader.begun);
-    if (state->merge != nullptr && cursors.size() > 1) {
-        current = state->merge->choose(cursors);
-        if (current < 0) {
-            failOnDriver();
-            return nullptr;
-        }
-    }
-    Instance* instance = cursors[current]->getInstance();
-    if (instance == nullptr) {
-        failOnDriver();
-        return nullptr;
-    }
-    if (news.isOutdated(instance) && !ModelGate::renewOutdated(cls->getModel(), instance)) {
-        cursors.clearAndDelete();
-        return nullptr;
-    }
-    return instance;
-}
-
-// What the error handler throws is the application's when it gets there. One that
-// returns has heard of it already: the rows end where they fail.
-void Selection::readAhead() try {
-    std::size_t count = observer->wantedAhead(state->delivery);
-    if (count == 0)
-        return;
-    const DeliveryObserver::AheadScope ahead(*observer);
-    for (; count > 0; --count) {
-        Instance* instance = read();
-        if (instance == nullptr)
-            return;
-        state->ahead.emplace_back(instance);
-    }
-} catch (...) {
-    state->failure = std::current_exception();
-}
-
-bool Selection::deliverAhead() {
-    currentValue = state->ahead.front();
-    state->ahead.pop_front();
-    if (currentValue != nullptr) {
-        if (InstanceState::isAhead(currentValue))
-            observer->delivered(currentValue);
-        return true;
-    }
-
-    // The model was closed meanwhile.
-    state->ahead.clear();
-    state->failure = nullptr;
-    return false;
-}
-
 // What rows and their number have in common: the selection is under way now, and
 // the database is about to be asked.
 bool Selection::begin() {
@@ -247,21 +161,6 @@ bool Selection::begin() {
         observer = &ModelGate::observer(model);
     observer->asked();
     return true;
-}
-
-// Of several classes each one may have all the rows that are asked for, so none
-// is skipped before they are merged.
-SelectionDefinition* Selection::define(Model* model) {
-    const DriverDoor::Passage driver = ModelGate::door(model).enter();
-    auto* calculator =
-        most == UINT64_MAX && skipped == 0 ? nullptr : ModelGate::door(model).find<Calculator>();
-    if (calculator == nullptr)
-        return driver->defineSelection(frozen);
-    if (cls->getConcreteClasses().size() > 1)
-        return calculator->definePart(frozen, 0,
-                                      most > UINT64_MAX - skipped ? UINT64_MAX : most + skipped);
-    state->toSkip = 0;
-    return calculator->definePart(frozen, skipped, most);
 }
 
 std::uint64_t Selection::count() {
@@ -309,67 +208,6 @@ bool Selection::tabulateBy(Tabulator& tabulator, const Tabulation& wanted, Table
     return isDone || failOnDriver();
 }
 
-bool Selection::start() {
-    if (!begin())
-        return false;
-    Model* model = cls->getModel();
-    const EmptiedTests emptied;
-    if (model->isOpen())
-        definition = define(model);
-    if (emptied.haveBeenMet())
-        return failOnEmptied();
-    if (definition == nullptr)
-        return failOnDriver();
-    state->delivery.when = observer->now();
-    try {
-        const bool isOpen = openCursors();
-        return isOpen && emptied.haveBeenMet() ? failOnEmptied() : isOpen;
-    } catch (...) {
-        // Some classes would be missing: better no row than a part of them.
-        cursors.clearAndDelete();
-        throw;
-    }
-}
-
-bool Selection::openCursors() {
-    const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
-    const RowNews::RowScope rows(ModelGate::objects(cls->getModel()).news, state->reader.begun);
-    const PtrList<Class> concrete = cls->getConcreteClasses();
-    for (Class* each : concrete) {
-        std::unique_ptr<DBDriverSelection> cursor(cls->getModel()->fetch(each, definition));
-        if (cursor == nullptr)
-            return failOnDriver();
-        if (!cursor->next())
-            continue;
-        cursors.add(cursor.get());
-        cursor.release();
-    }
-    if (sortOrders.size() > 0 && concrete.size() > 1)
-        state->merge = std::make_unique<MergeHeap>(sortOrders, mergesFlags);
-    return true;
-}
-
-bool Selection::advanceCurrent() {
-    if (state->merge != nullptr)
-        state->merge->advanced(current);
-    bool more = false;
-    try {
-        const DriverDoor::Passage driver = ModelGate::door(cls->getModel()).enter();
-        const RowNews::RowScope rows(ModelGate::objects(cls->getModel()).news, state->reader.begun);
-        more = cursors[current]->next();
-    } catch (...) {
-        cursors.clearAndDelete();
-        throw;
-    }
-    if (more)
-        return true;
-    delete cursors.removeAt(current);
-    if (state->merge != nullptr)
-        state->merge->ended(current);
-    current = 0;
-    return true;
-}
-
 void Selection::fail(const char* operation, const char* reason) {
     Exception(Exception::ERROR, "SELERR", operation, reason).handle();
 }
@@ -407,43 +245,6 @@ bool Selection::failOnDriver() {
     }
     Exception(Exception::ERROR, "SELERR", "Selection::next", reason).handle();
     return false;
-}
-
-// A selection whose condition was taken before keeps a copy, so that it may be
-// nested once more; for its own rows it has none.
-AssociatedClass::AssociatedClass(Selection& selection)
-    : cls(selection.cls),
-      alias(selection.alias),
-      condition(nullptr),
-      sortOrders(selection.sortOrders),
-      modelLives(selection.modelLives) {
-    if (selection.frozen != nullptr && selection.frozen->condition != nullptr) {
-        condition = selection.frozen->condition->getNew();
-    } else if (selection.condition == nullptr && selection.given != nullptr &&
-               selection.state == nullptr) {
-        condition = selection.given->getNew();
-    } else {
-        const bool isNested = selection.state == nullptr && selection.condition != nullptr;
-        Condition* copy = isNested ? selection.condition->getNew() : nullptr;
-        condition = selection.condition;
-        selection.setCondition(nullptr);
-        selection.given = copy;
-    }
-}
-
-AssociatedClass::AssociatedClass(const AssociatedClass& other, Condition* itsCondition)
-    : cls(other.cls),
-      alias(other.alias),
-      condition(itsCondition),
-      sortOrders(other.sortOrders),
-      modelLives(other.modelLives) {}
-
-AssociatedClass::AssociatedClass(const AssociatedClass& other) : AssociatedClass(other, nullptr) {
-    ConditionTree::copy(condition, other.condition);
-}
-
-AssociatedClass::~AssociatedClass() {
-    ConditionTree::destroy(condition);
 }
 
 }  // namespace Kes

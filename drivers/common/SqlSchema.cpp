@@ -6,7 +6,6 @@
 
 #include <kes/Model.h>
 
-#include "drivers/common/SqlFailure.h"
 #include "drivers/common/SqlUpgrade.h"
 
 namespace Kes::sql {
@@ -38,90 +37,12 @@ std::string unionOf(std::vector<std::string> queries) {
     return text;
 }
 
-// One that cannot be read would pass for a very old one, or for none at all.
-int versionAt(Statement& row, int column, const std::string& kind, const std::string& name) {
-    const bool isInteger = row.kind(column) == Row::Integer;
-    const std::int64_t stored = row.integer(column);
-    if (!isInteger || !std::in_range<int>(stored))
-        throw SqlFailure("the version of the " + kind + " " + name +
-                         " in the table kes_versions is no number that a version can be; mend the "
-                         "row in the database");
-    return static_cast<int>(stored);
-}
-
 }  // namespace
 
 bool SqlSchema::exists(const std::string& table) {
     const std::unique_ptr<Statement> asking = connection.prepare(dialect.columnsOf());
     asking->bindText(0, table.data(), table.size());
     return asking->step();
-}
-
-void SqlSchema::makeOwnTables() {
-    connection.execute("CREATE TABLE IF NOT EXISTS kes_versions (kind VARCHAR(10) NOT NULL, name " +
-                       dialect.keyTextType() +
-                       ", version INTEGER NOT NULL, PRIMARY KEY (kind, name))");
-    for (const std::string& text : dialect.idStore())
-        connection.execute(text);
-    writeVersion({"kes", Format, "FORMAT"});
-}
-
-bool SqlSchema::hasOwnTables() {
-    if (reading != nullptr)
-        return true;
-    if (isBare || !exists("kes_versions")) {
-        isBare = isStaging;
-        return false;
-    }
-    reading = connection.prepare("SELECT version FROM kes_versions WHERE kind = ? AND name = ?");
-    return true;
-}
-
-bool SqlSchema::requireOwnTables() {
-    if (hasOwnTables())
-        return false;
-    isBare = false;
-    const bool isStaged = connection.schemaStage() != nullptr;
-    if (!isStaged && connection.inTransaction()) {
-        isOwnUncommitted = true;
-        makeOwnTables();
-        return true;
-    }
-    // On a cluster a program on another node may do the same at the moment.
-    // That one needs one try; ten end a refusal that is no race.
-    constexpr int mostTries = 10;
-    for (int tries = 1;; ++tries) {
-        try {
-            connection.beginSchema();
-            makeOwnTables();
-            connection.commit();
-            return true;
-        } catch (const SqlFailure&) {
-            connection.rollback();
-            if (!isStaged || tries == mostTries || !exists("kes_versions"))
-                throw;
-        }
-    }
-}
-
-void SqlSchema::prepare() {
-    const int format = getVersion("kes", "FORMAT");
-    if (format > Format)
-        throw SqlFailure("the database has the storage format " + std::to_string(format) +
-                         ", and this driver knows formats up to " + std::to_string(Format) +
-                         "; open it with a newer version");
-}
-
-int SqlSchema::getVersion(const std::string& name, const std::string& kind) {
-    for (auto set = versions.rbegin(); set != versions.rend(); ++set)
-        if (set->name == name && set->kind == kind)
-            return set->version;
-    if (!hasOwnTables())
-        return 0;
-    reading->bindText(0, kind.data(), kind.size());
-    reading->bindText(1, name.data(), name.size());
-    const Execution execution(*reading);
-    return reading->step() ? versionAt(*reading, 0, kind, name) : 0;
 }
 
 // A record of an owner is named CLASS.MODEL, with a backslash before each dot and
@@ -146,170 +67,6 @@ void SqlSchema::checkNames(const Model& model) {
             others.push_back(std::move(other));
     }
     names.checkOthers(model, others);
-}
-
-// Nobody prepares the tables of abstract classes. The objects of one that has
-// become abstract could not be seen any more.
-void SqlSchema::checkAbstractClasses(const Model& model) {
-    for (const Class* cls : model.getDeclaredClasses()) {
-        const std::string name = textOf(cls->getName());
-        if (cls->isAbstract() && getVersion(name, "CLASS") < cls->getVersion())
-            checkAbstract(name);
-    }
-}
-
-void SqlSchema::checkAbstract(const std::string& name) {
-    if (!hasColumn(name, "KesObjectID") || !hasColumn(name, "KesVersion"))
-        return;
-    const std::unique_ptr<Statement> asking = connection.prepareCursor(
-        "SELECT " + dialect.quote("KesObjectID") + " FROM " + dialect.quote(name));
-    if (asking->step())
-        throw SqlFailure("the class " + name + " has become abstract and its object " +
-                         std::to_string(asking->integer(0)) +
-                         " is still stored; remove the objects of the class, or leave it concrete");
-}
-
-void SqlSchema::setVersion(const std::string& name, int version, const std::string& kind) {
-    if (kind == "CLASS" && !begun.contains(name))
-        checkAbstract(name);
-    if (kind != "CLASS" && kind != "MODEL") {
-        records.push_back({name, version, kind});
-        return;
-    }
-    if (connection.schemaStage() != nullptr) {
-        versions.push_back({name, version, kind});
-        return;
-    }
-    requireOwnTables();
-    writeVersion({name, version, kind});
-}
-
-void SqlSchema::writeVersion(const Version& written) {
-    const auto& [name, version, kind] = written;
-    const std::unique_ptr<Statement> dropping =
-        connection.prepare("DELETE FROM kes_versions WHERE kind = ? AND name = ?");
-    dropping->bindText(0, kind.data(), kind.size());
-    dropping->bindText(1, name.data(), name.size());
-    dropping->run();
-    const std::unique_ptr<Statement> entering =
-        connection.prepare("INSERT INTO kes_versions (kind, name, version) VALUES (?, ?, ?)");
-    entering->bindText(0, kind.data(), kind.size());
-    entering->bindText(1, name.data(), name.size());
-    entering->bind(2, std::int64_t{version});
-    entering->run();
-}
-
-void SqlSchema::readVersions(std::vector<StoredVersion>& stored) {
-    known.clear();
-    isKnown = true;
-    if (!hasOwnTables())
-        return;
-    const std::unique_ptr<Statement> asking =
-        connection.prepare("SELECT kind, name, version FROM kes_versions WHERE kind <> 'FORMAT'");
-    while (asking->step()) {
-        std::size_t size = 0;
-        const std::string kind = asking->text(0, size);
-        const std::string name = asking->text(1, size);
-        stored.push_back({name.c_str(), kind.c_str(), versionAt(*asking, 2, kind, name)});
-        known.emplace(kind, name);
-    }
-}
-
-std::string SqlSchema::findMissingColumn(Class* cls) {
-    std::set<std::string> stored;
-    const std::string table = textOf(cls->getName());
-    const std::unique_ptr<Statement> asking = connection.prepare(dialect.columnsOf());
-    asking->bindText(0, table.data(), table.size());
-    while (asking->step()) {
-        std::size_t size = 0;
-        stored.insert(asking->text(0, size));
-    }
-    for (const Column& column : tables.of(cls).columns())
-        if (!stored.empty() && !stored.contains(column.name))
-            return column.name;
-    return "";
-}
-
-// Hundreds of them, so none waits for the one before.
-void SqlSchema::writeRecords() {
-    if (records.empty())
-        return;
-    const std::unique_ptr<Statement> dropping =
-        connection.prepare("DELETE FROM kes_versions WHERE kind = ? AND name = ?");
-    const std::unique_ptr<Statement> entering =
-        connection.prepare("INSERT INTO kes_versions (kind, name, version) VALUES (?, ?, ?)");
-    const auto bind = [](Statement& target, const Version& record) {
-        target.bindText(0, record.kind.data(), record.kind.size());
-        target.bindText(1, record.name.data(), record.name.size());
-    };
-    std::size_t ticket = 0;
-    for (const Version& record : records) {
-        if (isKnown && !known.contains({record.kind, record.name}))
-            continue;
-        bind(*dropping, record);
-        dropping->post(ticket++, 0);
-    }
-    for (const Version& record : records) {
-        if (record.version <= 0)
-            continue;
-        bind(*entering, record);
-        entering->bind(2, std::int64_t{record.version});
-        entering->post(ticket++, 1);
-    }
-    connection.awaitPosts();
-    records.clear();
-}
-
-bool SqlSchema::hasColumn(const std::string& table, const std::string& column) {
-    const std::unique_ptr<Statement> asking = connection.prepare(dialect.columnsOf());
-    asking->bindText(0, table.data(), table.size());
-    while (asking->step()) {
-        std::size_t size = 0;
-        const char* text = asking->text(0, size);
-        if (column == std::string(text, size))
-            return true;
-    }
-    return false;
-}
-
-// Links do not move between rows and a table of their own, or from one end to
-// the other. Where there are any, such a change of an association is refused.
-void SqlSchema::checkLinks(const Class* cls) {
-    for (const Class* at = cls; at != nullptr; at = at->getSuperClass())
-        for (const Association* association : at->getAssociations())
-            for (const String* role : {&association->getOneRole(), &association->getOtherRole()})
-                if (cls->isA(association->getClassFor(*role)))
-                    checkLinks(cls, *association, *role);
-}
-
-void SqlSchema::checkLinks(const Class* cls, const Association& association, const String& role) {
-    const std::string table = textOf(cls->getName());
-    const std::string links = textOf(association.getName());
-    const std::string column = textOf(role);
-    const std::string opposite = textOf(association.getAssociatedRole(role));
-    const bool isTable = cls->getModel()->getClass(association.getName()) == nullptr &&
-                         hasColumn(links, column) && hasColumn(links, opposite);
-    if (isTable && !ModelMapping::isManyToMany(&association))
-        refuseLinks(association, column, links);
-    if (association.getPluralityFor(role) == Association::One || !hasColumn(table, column))
-        return;
-    for (const Class* holder :
-         ModelMapping::concreteClasses(association.getClassFor(opposite.c_str())))
-        if (hasColumn(textOf(holder->getName()), opposite))
-            return;
-    refuseLinks(association, column, table);
-}
-
-void SqlSchema::refuseLinks(const Association& association, const std::string& column,
-                            const std::string& table) {
-    const std::unique_ptr<Statement> asking = connection.prepareCursor(
-        "SELECT " + dialect.quote(column) + " FROM " + dialect.quote(table) + " WHERE " +
-        dialect.quote(column) + " IS NOT NULL");
-    if (asking->step())
-        throw SqlFailure("the association " + textOf(association.getName()) +
-                         " has another plurality than before and still links the object " +
-                         std::to_string(asking->integer(0)) + " by its role \"" + column +
-                         "\"; dissolve its links or give the new association another name");
 }
 
 // The table that is made for the class.

@@ -15,6 +15,9 @@
 
 namespace Kes::sql {
 
+// So many rows of one class fit into memory; more are read one after the other.
+inline constexpr std::size_t FewRows = 1024;
+
 /// Renders a frozen selection. Values become parameters; names are checked
 /// against the classes first and then quoted. Throws SqlFailure for a query
 /// that cannot be answered.
