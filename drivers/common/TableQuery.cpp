@@ -178,7 +178,12 @@ void TableQuery::read(const std::vector<std::string>& sources, const TableMappin
     if (sources.empty())
         return;
     const std::vector<Cell> cells = cellsOf(fields, wanted);
-    Statement& statement = statementOf(textOf(sources, cells, plan, wanted));
+    // One row for each class, or many.
+    const bool isShort = wanted.isGrouped && wanted.keys == 0;
+    const std::string text = textOf(sources, cells, plan, wanted);
+    Statement& statement = statements.of(text, [&](StatementCache& cache) {
+        return isShort ? cache.make(text) : cache.makeCursor(text);
+    });
     int position = 0;
     for (std::size_t i = 0; i < sources.size(); ++i)
         for (const Parameter& value : plan.parameters)
@@ -222,15 +227,6 @@ void TableQuery::show(Statement& row, const Cell& cell, const TableMapping& fiel
         String digits(digitsOf(sum).c_str());
         reader.cell().handleString(name, digits, 0);
     }
-}
-
-Statement& TableQuery::statementOf(const std::string& text) {
-    const auto known = kept.find(text);
-    if (known != kept.end())
-        return *known->second;
-    if (kept.size() >= MostShapes)
-        kept.clear();
-    return *kept.emplace(text, statements.makeCursor(text)).first->second;
 }
 
 }  // namespace Kes::sql

@@ -2,9 +2,7 @@
 
 #pragma once
 
-#include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include <kes/Tabulator.h>
@@ -28,24 +26,19 @@ public:
               const QueryPlan& plan, const Tabulation& wanted, TableReader& reader);
 
     /// A model goes, and with it the classes that the texts speak of.
-    void forget() { kept.clear(); }
+    void forget() { statements.forget(); }
 
 private:
     struct Cell;
 
-    // Programs have few shapes of queries; see TableMapping.
-    static constexpr std::size_t MostShapes = 500;
-
     std::vector<Cell> cellsOf(const TableMapping& fields, const Tabulation& wanted) const;
     std::string textOf(const std::vector<std::string>& sources, const std::vector<Cell>& cells,
                        const QueryPlan& plan, const Tabulation& wanted) const;
-    Statement& statementOf(const std::string& text);
     void show(Statement& row, const Cell& cell, const TableMapping& fields, TableReader& reader);
 
     const Dialect& dialect;
-    StatementCache& statements;
+    StatementsByText statements;
     RowLoader loader;
-    std::unordered_map<std::string, std::unique_ptr<Statement>> kept;
 };
 
 }  // namespace Kes::sql

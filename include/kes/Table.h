@@ -79,10 +79,13 @@ struct Column {
     using Result = R;
     static constexpr bool isAggregate = IsAggregate;
 
+    using Reader = R (*)(const TableBase&, std::size_t);
+
     ColumnData data;
-    R (*read)(const TableBase&, std::size_t);
+    Reader read;
 };
 
+/// A value of the current row.
 template <class R>
 R readValue(const TableBase& table, std::size_t column) {
     R value{};
@@ -208,10 +211,11 @@ inline constexpr bool isAggregateColumn = ColumnTypeOf<C>::isAggregate;
 template <class T>
 struct RowTest {
     using Subject = T;
+    using Test = bool (*)(const TableBase&, std::size_t column, const void* wanted);
 
     ColumnData data;
     std::shared_ptr<const void> wanted;
-    bool (*holds)(const TableBase&, std::size_t column, const void* wanted);
+    Test holds;
 };
 
 /// Whole numbers of any two types are compared as numbers.
@@ -245,7 +249,7 @@ RowTest<T> testOf(const Column<T, R, true>& column, const V& value) {
     static_assert(fits, "the aggregate is compared with a value of another type");
     if constexpr (fits) {
         struct Wanted {
-            R (*read)(const TableBase&, std::size_t);
+            typename Column<T, R, true>::Reader read;
             std::conditional_t<IsInteger<Inner>, V, Inner> value;
         };
         const auto holds = [](const TableBase& table, std::size_t place, const void* test) {
