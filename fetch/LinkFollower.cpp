@@ -1,8 +1,5 @@
 #include "fetch/LinkFollower.h"
 
-#include <algorithm>
-#include <utility>
-
 #include <kes/Association.h>
 #include <kes/Class.h>
 #include <kes/Instance.h>
@@ -17,23 +14,6 @@
 namespace Kes {
 
 namespace {
-
-// Two texts may be equal; the association's own tells them apart.
-const String* ownText(const Association* association, const String& role) {
-    return &association->getAssociatedRole(association->getAssociatedRole(role));
-}
-
-unsigned long partnerOf(OneAssociatedInstance& ref) {
-    if (!ref.isFetched())
-        return ref.getObjectID();
-    const Instance* held = ref.getInstance();
-    return held != nullptr ? held->getObjectID() : 0;
-}
-
-// Without an iteration that the application may have under way.
-bool canBeScanned(const ManyAssociatedInstances& ref) {
-    return dynamic_cast<const ManyReference*>(&ref) != nullptr;
-}
 
 void pointTo(OneAssociatedInstance& ref, unsigned long partner) {
     ref.setFetched(false);
@@ -76,55 +56,6 @@ bool LinkFollower::isLoaded(const String* role) const {
     return found != shown.end() && found->second;
 }
 
-// From the first one on, those that show its possible owners are noted.
-void LinkFollower::noteCollections(const Association* association, const String& role) {
-    const String* own = ownText(association, role);
-    bool& wasLoaded = shown[own];
-    if (wasLoaded)
-        return;
-    noteShown(association, own);
-    wasLoaded = true;
-}
-
-void LinkFollower::noteShown(const Association* association, const String* role) {
-    const String* opposite = &association->getAssociatedRole(*role);
-    if (association->getPluralityFor(*opposite) == Association::One || !isShown(opposite))
-        return;
-    const Class* cls = association->getClassFor(*opposite);
-    RoleReader field(association->getName(), *opposite);
-    objects->forEach([&](Instance* each) {
-        if (!each->getClass()->isA(cls))
-            return;
-        field.read(each);
-        const auto* many = dynamic_cast<const ManyReference*>(field.many);
-        if (many == nullptr || !many->isFetched())
-            return;
-        for (const Instance* member : ReferenceState::members(*many))
-            if (member != nullptr)
-                keepShower(member, role, each->getObjectID());
-    });
-}
-
-void LinkFollower::noteMember(const Instance* owner, const ManyAssociatedInstances& ref,
-                              const Instance* member, const Association* association,
-                              const String& role) {
-    const String* opposite = &association->getAssociatedRole(role);
-    if (isLoaded(opposite) || !canBeScanned(ref))
-        keepShower(member, opposite, owner->getObjectID());
-}
-
-// Who shows it again and again is kept once or twice.
-void LinkFollower::keepShower(const Instance* member, const String* role, unsigned long id) {
-    std::vector<unsigned long>& ids = former[Place(member->getObjectID(), role)];
-    if (ids.size() == ids.capacity()) {
-        std::sort(ids.begin(), ids.end());
-        ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
-        ids.reserve(2 * ids.size() + 1);
-    }
-    ids.push_back(id);
-    dropFreed();
-}
-
 void LinkFollower::noteNew(const Class* cls) {
     Ends& ends = endsOf(cls);
     if (ends.isNew)
@@ -157,31 +88,6 @@ bool LinkFollower::hasShownSides(const End& end) const {
     return !end.isOppositeOne && isShown(end.opposite);
 }
 
-void LinkFollower::keepMembers(Instance* owner, ManyAssociatedInstances& ref,
-                               const Association* association, const String& role) {
-    if (!ref.isFetched())
-        return;
-    const String* own = ownText(association, role);
-    for (const End& end : endsOf(owner->getClass()).manies)
-        if (end.role == own && hasShownSides(end))
-            keepMembers(owner, own, DroppedPartners::idsOf(ref));
-}
-
-void LinkFollower::keepMembers(Instance* owner, const String* role,
-                               std::vector<unsigned long>&& ids) {
-    former.insert_or_assign(Place(owner->getObjectID(), role), std::move(ids));
-    dropFreed();
-}
-
-// Owners that were freed are forgotten now and then.
-void LinkFollower::dropFreed() {
-    if (former.size() < mostKept)
-        return;
-    std::erase_if(former,
-                  [&](const auto& kept) { return objects->get(kept.first.first) == nullptr; });
-    mostKept = 2 * former.size() + 1024;
-}
-
 void LinkFollower::follow(Instance* instance, const End& end, const DroppedPartners& dropped) {
     RoleReader field(end.association->getName(), *end.role);
     field.read(instance);
@@ -211,7 +117,7 @@ void LinkFollower::join(Instance* instance, const End& end, unsigned long id) {
 // whoever the other one referred to before has lost it.
 void LinkFollower::pointBack(OneAssociatedInstance& ref, Instance* owner, Instance* partner,
                              const End& end) {
-    const unsigned long before = partnerOf(ref);
+    const unsigned long before = ReferenceState::partnerOf(ref);
     if (before == partner->getObjectID() || ReferenceState::isTouched(ref))
         return;
     pointTo(ref, partner->getObjectID());
@@ -229,67 +135,9 @@ void LinkFollower::leave(Instance* instance, const End& end, unsigned long id) {
     back.read(partner);
     if (back.many != nullptr && back.many->isFetched())
         back.many->remove(instance);
-    if (back.one != nullptr && partnerOf(*back.one) == instance->getObjectID() &&
+    if (back.one != nullptr && ReferenceState::partnerOf(*back.one) == instance->getObjectID() &&
         !ReferenceState::isTouched(*back.one))
         pointTo(*back.one, 0);
-}
-
-void LinkFollower::followMembers(Instance* owner, ManyAssociatedInstances& ref,
-                                 const Association* association, const String& role) {
-    const String& opposite = association->getAssociatedRole(role);
-    if (association->getPluralityFor(opposite) == Association::One)
-        return;
-    const bool isNoted = isLoaded(&opposite) || !canBeScanned(ref);
-    if (!isNoted && !isShown(&opposite))
-        return;
-    RoleReader back(association->getName(), opposite);
-    for (ref.reset(); ref.next();) {
-        back.read(ref.value());
-        if (back.many == nullptr || back.many == &ref)
-            continue;
-        if (!back.many->isFetched()) {
-            if (isNoted)
-                keepShower(ref.value(), &opposite, owner->getObjectID());
-        } else if (!back.many->contains(owner)) {
-            back.many->add(owner);
-        }
-    }
-    const auto kept = former.find(Place(owner->getObjectID(), ownText(association, role)));
-    if (kept == former.end())
-        return;
-    for (const unsigned long id : kept->second) {
-        Instance* member = objects->get(id);
-        if (member == nullptr || ref.contains(member))
-            continue;
-        back.read(member);
-        if (back.many != nullptr && back.many != &ref && back.many->isFetched())
-            back.many->remove(owner);
-    }
-    former.erase(kept);
-}
-
-bool LinkFollower::isContradicted(Instance* owner, ManyAssociatedInstances& ref,
-                                  const Association* association, const String& role) const {
-    const String& opposite = association->getAssociatedRole(role);
-    if (association->getPluralityFor(opposite) == Association::One || !isShown(&opposite))
-        return false;
-    RoleReader back(association->getName(), opposite);
-    const auto shows = [&](Instance* other, bool isShowing) {
-        back.read(other);
-        return back.many != nullptr && back.many != &ref && back.many->isFetched() &&
-               back.many->contains(owner) == isShowing;
-    };
-    for (ref.reset(); ref.next();)
-        if (shows(ref.value(), false)) {
-            ref.reset();
-            return true;
-        }
-    const auto kept = former.find(Place(owner->getObjectID(), ownText(association, role)));
-    return kept != former.end() &&
-           std::any_of(kept->second.begin(), kept->second.end(), [&](unsigned long id) {
-               Instance* other = objects->get(id);
-               return other != nullptr && !ref.contains(other) && shows(other, true);
-           });
 }
 
 void LinkFollower::unfetchCollections(Instance* instance) {
@@ -309,7 +157,7 @@ void LinkFollower::leaveAll(Instance* instance) {
     for (const End& end : ends.ones) {
         RoleReader field(end.association->getName(), *end.role);
         field.read(instance);
-        const unsigned long id = field.one != nullptr ? partnerOf(*field.one) : 0;
+        const unsigned long id = field.one != nullptr ? ReferenceState::partnerOf(*field.one) : 0;
         if (Instance* partner = id != 0 ? objects->get(id) : nullptr)
             release(partner, end, instance);
     }

@@ -10,6 +10,7 @@
 
 #include "object/FieldWalk.h"
 #include "object/ModelGate.h"
+#include "object/ReferenceState.h"
 
 namespace Kes {
 
@@ -183,10 +184,7 @@ bool LinkHandler::isOpposite(const String& name, const String& itsRole) const {
 // A partner that has somebody else, or that is taken from somebody whom it does
 // not have: what is going to be stored is not what memory shows after that.
 bool LinkHandler::leadsElsewhere(OneAssociatedInstance& ref) const {
-    const Instance* held = ref.isFetched() ? ref.getInstance() : nullptr;
-    const unsigned long id = !ref.isFetched()  ? ref.getObjectID()
-                             : held != nullptr ? held->getObjectID()
-                                               : 0;
+    const unsigned long id = ReferenceState::partnerOf(ref);
     return id != instance->getObjectID() && (mode == Remove || id != 0);
 }
 

@@ -21,6 +21,14 @@ public:
     static bool isTouched(const OneAssociatedInstance& ref) { return ref.touched; }
     static void setTouched(OneAssociatedInstance& ref, bool on) { ref.touched = on; }
 
+    /// The id of the partner that the reference shows, fetched or not; 0 without.
+    static unsigned long partnerOf(OneAssociatedInstance& ref) {
+        if (!ref.isFetched())
+            return ref.getObjectID();
+        const Instance* held = ref.getInstance();
+        return held != nullptr ? held->getObjectID() : 0;
+    }
+
     /// The members without an iteration, which the application may have under
     /// way; null marks a gap.
     static const std::vector<Instance*>& members(const ManyReference& ref) { return ref.members; }

@@ -11,6 +11,7 @@
 #include <kes/Model.h>
 
 #include "object/FieldWalk.h"
+#include "object/Plurality.h"
 
 namespace Kes {
 
@@ -101,12 +102,6 @@ void walk(Class* cls, Model* model, ClassShape& shape) {
 }
 
 }  // namespace
-
-bool isManyToMany(const Association* association) {
-    return association != nullptr &&
-           association->getPluralityFor(association->getOneRole()) == Association::Many &&
-           association->getPluralityFor(association->getOtherRole()) == Association::Many;
-}
 
 ClassShape reportOf(Class* cls) {
     ClassShape shape;

@@ -25,8 +25,6 @@ ClassShape shapeOf(Class* cls);
 /// a role counts as a LinkRecord where it is a many-reference.
 ClassShape reportOf(Class* cls);
 
-bool isManyToMany(const Association* association);
-
 /// What a field of this number holds, as in "a text".
 std::string wordsForField(int number);
 

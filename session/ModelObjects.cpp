@@ -5,7 +5,6 @@
 #include <kes/Association.h>
 #include <kes/Class.h>
 #include <kes/DBDriver.h>
-#include <kes/Exception.h>
 #include <kes/Instance.h>
 #include <kes/ManyAssociatedInstances.h>
 #include <kes/Model.h>
@@ -17,8 +16,9 @@
 #include "fetch/ReferenceLoader.h"
 #include "identity/ObjectCache.h"
 #include "object/InstanceState.h"
+#include "object/Plurality.h"
 #include "query/DriverDoor.h"
-#include "session/ClassShape.h"
+#include "session/Raise.h"
 #include "transaction/Snapshot.h"
 #include "transaction/StoredState.h"
 #include "transaction/UnitOfWork.h"
@@ -26,10 +26,6 @@
 namespace Kes {
 
 namespace {
-
-void raise(const char* code, const char* context, const String& message) {
-    Exception(Exception::ERROR, code, context, message).handle();
-}
 
 String describe(const Instance* instance) {
     return instance->getClass()->getName() + " object with id " + String(instance->getObjectID());
@@ -243,120 +239,9 @@ bool Model::isPending(const Instance* instance) const {
     return InstanceState::isPending(instance);
 }
 
-bool Model::isOutdated(const Instance* instance, unsigned long storedVersion) const {
-    return (storedVersion > instance->getVersion() || isUnread(instance)) && !isPending(instance);
-}
-
 bool Model::getChangedFields(const Instance* instance, FieldSet& fields) const {
     threadCheck.verify();
     return transactions->getChangedFields(instance, fields);
-}
-
-void Model::commit() {
-    threadCheck.doit();
-    if (!requireOpen("Model::commit"))
-        return;
-    forgetFailure();
-    transactions->commit();
-}
-
-void Model::rollback() {
-    threadCheck.doit();
-    if (!requireOpen("Model::rollback"))
-        return;
-    transactions->rollback();
-}
-
-bool Model::requireOpen(const char* operation) const {
-    if (driver == nullptr)
-        raise("NOTOPEN", operation, String("The model ") + name + " is not open; open it first");
-    return driver != nullptr;
-}
-
-void Model::lock(Instance* instance) {
-    if (!isUsable(instance, "Model::lock", "locked"))
-        return;
-    transactions->noteLock();  // also where the driver throws after its work
-    try {
-        if (door->ask()->lock(instance))
-            return;
-    } catch (...) {
-        rollback();
-        throw;
-    }
-    const String reason = driver->getErrorMessage();
-    rollback();
-    raise("LOCKFAIL", "Instance::lock", reason);
-}
-
-void Model::refresh(Instance* instance) {
-    if (!isUsable(instance, "Model::refresh", "refreshed"))
-        return;
-    const Pointer<Instance> keep(instance);
-    const unsigned long before = instance->getVersion();
-    const ErrorWatch watch;
-    const bool isCurrent = door->ask()->refresh(instance);
-    const DBDriverStatus* status = isCurrent ? nullptr : driver->getStatus();
-    const bool isChanged = isCurrent || instance->getVersion() != before ||
-                           (status != nullptr && status->code == DBDriverStatus::Changed);
-    if (isChanged && !isPending(instance))
-        references->noteRefreshed(instance);
-
-    // A query tells nobody of what it has brought.
-    if (isCurrent && (watch.hasFailed() || !InstanceState::isUntold(instance)))
-        return;
-    const UnitOfWork::Telling telling(*transactions);
-
-    // A driver that cannot tell any more has brought it up to date all the same.
-    if (isCurrent || instance->getVersion() != before) {
-        if (InstanceState::isGone(instance))
-            instance->setRemoved(false);
-        InstanceState::setUntold(instance, false);
-        instance->getClass()->fireInstanceChanged(instance);
-        return;
-    }
-    if (status == nullptr)
-        raise("REFFAIL", "Instance::refresh", driver->getErrorMessage());
-    else if (status->code == DBDriverStatus::Changed)
-        instance->getClass()->fireInstanceChanged(instance);
-    else if (noteRemoval(instance))
-        instance->getClass()->fireInstanceRemoved(instance);
-}
-
-// Marks an object that is not stored any more; false when that is told already.
-// A pending change or link is the commit's matter.
-bool Model::noteRemoval(Instance* instance) {
-    if (instance->getObjectID() == 0 || isPending(instance))
-        return true;
-    if (InstanceState::isGone(instance))
-        return false;
-    objects->news.noteRemoval(instance, instance->getVersion() + 1);
-    instance->setRemoved(true);
-    InstanceState::setGone(instance, true);
-    InstanceState::setUntold(instance, true);
-    references->noteGone(instance);
-    references->noteRefreshed(instance);
-    return true;
-}
-
-// The instance comes from a selection that began before this memory had a newer
-// one, which was freed meanwhile. False when it cannot be read again, which was
-// raised.
-bool Model::renewOutdated(Instance* instance) {
-    const RowNews::RowScope present(objects->news, RowNews::Present);
-    const ErrorWatch watch;
-    const bool isCurrent = door->enter()->refresh(instance);
-    const DBDriverStatus* status = isCurrent ? nullptr : driver->getStatus();
-    if (status != nullptr && status->code == DBDriverStatus::Removed)
-        noteRemoval(instance);
-    else
-        InstanceState::setUntold(instance, false);
-    if (watch.hasFailed())
-        return false;
-    if (isCurrent || status != nullptr)
-        return true;
-    raise("SELERR", "Selection::next", driver->getErrorMessage());
-    return false;
 }
 
 SelectionDefinition* Model::defineSelection(AssociatedClass* associatedClass) {

@@ -9,6 +9,8 @@
 #include <kes/Model.h>
 #include <kes/SchemaReader.h>
 
+#include "object/Plurality.h"
+
 namespace Kes {
 
 namespace {

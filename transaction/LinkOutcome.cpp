@@ -10,15 +10,13 @@
 #include "object/InstanceState.h"
 #include "object/Links.h"
 #include "object/ModelGate.h"
+#include "object/Plurality.h"
+#include "object/ReferenceState.h"
 #include "transaction/ReferenceJournal.h"
 
 namespace Kes {
 
 namespace {
-
-bool isOne(const Association* association, const String& role) {
-    return const_cast<Association*>(association)->getPluralityFor(role) == Association::One;
-}
 
 const String& roleOf(const Association* association, bool isOneRole) {
     return isOneRole ? association->getOneRole() : association->getOtherRole();
@@ -43,13 +41,6 @@ LinkOutcome::LinkOutcome(const Model* itsModel, const Changes& itsChanges)
     for (const Action& action : changes.pending)
         if (action.second != nullptr)
             apply(action);
-}
-
-unsigned long LinkOutcome::shownBy(OneAssociatedInstance& ref) {
-    if (!ref.isFetched())
-        return ref.getObjectID();
-    const Instance* held = ref.getInstance();
-    return held != nullptr ? held->getObjectID() : 0;
 }
 
 // Removed objects are referred to by nobody.
@@ -78,7 +69,7 @@ LinkOutcome::Seat* LinkOutcome::seatOf(Instance* owner, const Association* assoc
     const auto known = seats.find(reader.one);
     if (known != seats.end())
         return &known->second;
-    const unsigned long shown = shownBy(*reader.one);
+    const unsigned long shown = ReferenceState::partnerOf(*reader.one);
     const Seat fresh{owner, association, role == association->getOneRole(), shown, shown};
     return &seats.emplace(reader.one, fresh).first->second;
 }
@@ -125,7 +116,7 @@ void LinkOutcome::move(Seat& seat, unsigned long partner) {
 void LinkOutcome::compare(Repairs& repairs) const {
     const auto compareOne = [&](OneAssociatedInstance* ref, unsigned long partner) {
         const Instance* held = ref->isFetched() ? ref->getInstance() : nullptr;
-        if (shownBy(*ref) != partner || (held != nullptr && held->isRemoved()))
+        if (ReferenceState::partnerOf(*ref) != partner || (held != nullptr && held->isRemoved()))
             repairs.ones.push_back({ref, partner});
     };
     if (!changes.contested) {

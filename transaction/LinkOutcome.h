@@ -56,7 +56,6 @@ private:
     };
     using Seats = std::unordered_map<OneAssociatedInstance*, Seat>;
 
-    static unsigned long shownBy(OneAssociatedInstance& ref);
     unsigned long living(unsigned long partner) const;
     Seat* seatOf(Instance* owner, const Association* association, const String& role);
     void apply(const Action& action);

@@ -14,6 +14,8 @@
 #include "object/InstanceState.h"
 #include "object/Links.h"
 #include "object/ModelGate.h"
+#include "object/Plurality.h"
+#include "object/ReferenceState.h"
 #include "object/Removal.h"
 #include "transaction/ReferenceJournal.h"
 #include "transaction/StoredState.h"
@@ -27,22 +29,10 @@ const String& roleOf(const Step& step) {
     return step.firstIsOne ? step.association->getOneRole() : step.association->getOtherRole();
 }
 
-unsigned long partnerOf(OneAssociatedInstance* ref) {
-    if (!ref->isFetched())
-        return ref->getObjectID();
-    const Instance* held = ref->getInstance();
-    return held != nullptr ? held->getObjectID() : 0;
-}
-
 OneAssociatedInstance* oneReference(const Step& step, Instance* object) {
     RoleReader reader(step.association->getName(), roleOf(step));
     reader.read(object);
     return reader.one;
-}
-
-bool isOneToOne(const Association* association) {
-    return association->getPluralityFor(association->getOneRole()) == Association::One &&
-           association->getPluralityFor(association->getOtherRole()) == Association::One;
 }
 
 // An object that is stored again has no links but those that the reversal
@@ -143,7 +133,7 @@ void Replay::check(const Step& step) {
     if (step.kind != Step::Pointed)
         return;
     OneAssociatedInstance* ref = oneReference(step, stored);
-    if (ref == nullptr || partnerOf(ref) != step.after)
+    if (ref == nullptr || ReferenceState::partnerOf(*ref) != step.after)
         throw Conflict{};
 }
 
@@ -155,7 +145,7 @@ void Replay::checkPending(const Step& step, Instance* object) const {
     if (step.kind != Step::Pointed)
         return;
     OneAssociatedInstance* ref = oneReference(step, object);
-    if (ref == nullptr || partnerOf(ref) != step.after)
+    if (ref == nullptr || ReferenceState::partnerOf(*ref) != step.after)
         throw Conflict{};
 }
 
@@ -267,7 +257,7 @@ void Replay::restore(const Step& step, const SnapshotStore& snapshots) {
 void Replay::unpair(const Step& step) {
     Instance* object = find(step.id, step.cls);
     OneAssociatedInstance* ref = oneReference(step, object);
-    const unsigned long partner = partnerOf(ref);
+    const unsigned long partner = ReferenceState::partnerOf(*ref);
     if (partner != 0 && partner != step.other)
         object->set(*ref, nullptr);
 }
@@ -275,7 +265,7 @@ void Replay::unpair(const Step& step) {
 void Replay::point(const Step& step) {
     Instance* object = find(step.id, step.cls);
     OneAssociatedInstance* ref = oneReference(step, object);
-    if (partnerOf(ref) == step.other)
+    if (ReferenceState::partnerOf(*ref) == step.other)
         return;
     object->set(*ref, step.other != 0 ? findEnd(step.other, partnerClass(step)) : nullptr);
 }

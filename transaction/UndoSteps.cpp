@@ -7,15 +7,11 @@
 
 #include "identity/ObjectCache.h"
 #include "object/ModelGate.h"
+#include "object/Plurality.h"
 
 namespace Kes {
 
 namespace {
-
-bool isManyToMany(const Association* association) {
-    return association->getPluralityFor(association->getOneRole()) == Association::Many &&
-           association->getPluralityFor(association->getOtherRole()) == Association::Many;
-}
 
 // Turns what a commit has written into steps.
 //
