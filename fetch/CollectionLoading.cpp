@@ -59,14 +59,15 @@ bool ReferenceLoader::loadMembers(Instance* owner, Association* association, con
 bool ReferenceLoader::fill(Instance* owner, Association* association, const String& role,
                            ManyAssociatedInstances& ref) {
     if (ModelGate::hasPending(model))
-        kept.forget();
+        prefetched.forget();
     const Filling scopeOfFilling(filling, association);
-    if (takeKept(owner, association, role, ref))
+    if (fillFromPrefetched(owner, association, role, ref))
         return true;
     Loading scope(*this);
     SiblingGroup* group = groups.of(owner);
-    if (group != nullptr && !ModelGate::hasPending(model) && kept.mayLoadTogether() &&
-        loadTogether(owner, *group, association, role) && takeKept(owner, association, role, ref))
+    if (group != nullptr && !ModelGate::hasPending(model) && prefetched.mayLoadTogether() &&
+        loadTogether(owner, *group, association, role) &&
+        fillFromPrefetched(owner, association, role, ref))
         return true;
     const ErrorWatch watch;
     membersLoaded += loadAlone(owner, association, role, ref);
@@ -86,23 +87,23 @@ bool ReferenceLoader::loadTogether(Instance* owner, SiblingGroup& group, Associa
     const auto load = association->getPluralityFor(otherRole) == Association::One
                           ? &ReferenceLoader::loadBatch
                           : &ReferenceLoader::loadLinkedBatch;
-    bool isKept = false;
-    if (succeedsForAll([&] { isKept = (this->*load)(owners, association, role); }))
-        return isKept;
-    return refuse();
+    bool isStored = false;
+    if (succeedsForAll([&] { isStored = (this->*load)(owners, association, role); }))
+        return isStored;
+    return abandonBatch();
 }
 
-bool ReferenceLoader::takeKept(Instance* owner, const Association* association, const String& role,
-                               ManyAssociatedInstances& ref) {
+bool ReferenceLoader::fillFromPrefetched(Instance* owner, const Association* association,
+                                         const String& role, ManyAssociatedInstances& ref) {
     std::vector<PrefetchedMember> members;
-    if (!kept.take(association, role, owner->getObjectID(), members))
+    if (!prefetched.consume(association, role, owner->getObjectID(), members))
         return false;
     for (const PrefetchedMember& each : members) {
         Instance* member = ModelGate::objects(model).get(each.id);
         if (member == nullptr || member->getVersion() != each.version) {
             // It was freed, or read anew and may be linked to somebody else.
             ref.clear();
-            kept.noteWaste();
+            prefetched.discard();
             return false;
         }
         reveal(member);
@@ -113,7 +114,7 @@ bool ReferenceLoader::takeKept(Instance* owner, const Association* association, 
 
     // What the application has seen of the other side may be newer.
     ref.clear();
-    kept.noteWaste();
+    prefetched.discard();
     return false;
 }
 
@@ -162,15 +163,15 @@ bool ReferenceLoader::loadBatch(const std::vector<Instance*>& owners, Associatio
         Instance* member = members.value();
         opposite.read(member);
         if (opposite.one == nullptr)
-            return refuse();
+            return abandonBatch();
         const Instance* held = opposite.one->isFetched() ? opposite.one->getInstance() : nullptr;
         const auto place =
             found.find(held != nullptr ? held->getObjectID() : opposite.one->getObjectID());
         if (place == found.end() || ++count > LinksAtOnce)
-            return refuse();
+            return abandonBatch();
         place->second.push_back({member->getObjectID(), member->getVersion()});
     }
-    keep(association, role, std::move(found), count);
+    storePrefetched(association, role, std::move(found), count);
     return true;
 }
 
@@ -195,7 +196,7 @@ bool ReferenceLoader::loadLinkedBatch(const std::vector<Instance*>& owners,
         return reader->readLinks(association, role, ids, LinksAtOnce, links);
     };
     if (!read())
-        return refuse();
+        return abandonBatch();
     const auto byMember = [](const StoredLink& a, const StoredLink& b) {
         return a.member < b.member;
     };
@@ -221,22 +222,23 @@ bool ReferenceLoader::loadLinkedBatch(const std::vector<Instance*>& owners,
                     place->second.push_back(member);
         }
     }
-    keep(association, role, std::move(found), links.size());
+    storePrefetched(association, role, std::move(found), links.size());
     return true;
 }
 
 // To load together was in vain: not to be tried again at once.
-bool ReferenceLoader::refuse() {
-    kept.noteWaste();
+bool ReferenceLoader::abandonBatch() {
+    prefetched.discard();
     return false;
 }
 
-void ReferenceLoader::keep(const Association* association, const String& role,
-                           PrefetchedCollections::Collections&& collections, std::size_t members) {
+void ReferenceLoader::storePrefetched(const Association* association, const String& role,
+                                      PrefetchedCollections::Collections&& collections,
+                                      std::size_t members) {
     membersLoaded += members;
     ownersLoaded += collections.size();
-    noteRead();
-    kept.keep(association, role, loadingBegan, std::move(collections));
+    endReading();
+    prefetched.store(association, role, loadingBegan, std::move(collections));
 }
 
 // The members go straight into the reference, where a collection finds them.

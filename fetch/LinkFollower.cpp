@@ -56,7 +56,7 @@ bool LinkFollower::isLoaded(const String* role) const {
     return found != shown.end() && found->second;
 }
 
-void LinkFollower::noteNew(const Class* cls) {
+void LinkFollower::onNewObject(const Class* cls) {
     Ends& ends = endsOf(cls);
     if (ends.isNew)
         return;
@@ -79,7 +79,7 @@ void LinkFollower::follow(Instance* instance, const DroppedPartners& dropped,
             if (hasShownSides(end))
                 field.read(instance);
             if (field.many == each.ref)
-                keepMembers(instance, end.role, std::vector<unsigned long>(each.ids));
+                rememberMembers(instance, end.role, std::vector<unsigned long>(each.ids));
         }
 }
 
@@ -147,7 +147,7 @@ void LinkFollower::unfetchCollections(Instance* instance) {
         if (field.many == nullptr || !field.many->isFetched())
             continue;
         if (hasShownSides(end))
-            keepMembers(instance, end.role, DroppedPartners::idsOf(*field.many));
+            rememberMembers(instance, end.role, DroppedPartners::idsOf(*field.many));
         field.many->setFetched(false);
     }
 }

@@ -42,7 +42,7 @@ public:
     /// Collections of that role, or all of a new instance of that class, are in
     /// memory from now on.
     void noteCollections(const Association* association, const String& role);
-    void noteNew(const Class* cls);
+    void onNewObject(const Class* cls);
 
     /// The instance shows what is stored, and `dropped` what it showed before.
     /// The collections that are just being filled over `filling` need not follow.
@@ -50,8 +50,8 @@ public:
 
     /// A collection is about to be unfetched: who is no member of it when it is
     /// loaded again, was dropped by others.
-    void keepMembers(Instance* owner, ManyAssociatedInstances& ref, const Association* association,
-                     const String& role);
+    void rememberMembers(Instance* owner, ManyAssociatedInstances& ref,
+                         const Association* association, const String& role);
 
     /// A collection was loaded. Members of many owners follow, and those who show the
     /// owner and are no members.
@@ -91,23 +91,23 @@ private:
     };
 
     // Whose collection, by his id and his role.
-    using Place = std::pair<unsigned long, const String*>;
-    struct PlaceHash {
-        std::size_t operator()(const Place& place) const {
-            return std::hash<unsigned long>()(place.first) * 31 +
-                   std::hash<const String*>()(place.second);
+    using CollectionKey = std::pair<unsigned long, const String*>;
+    struct CollectionKeyHash {
+        std::size_t operator()(const CollectionKey& key) const {
+            return std::hash<unsigned long>()(key.first) * 31 +
+                   std::hash<const String*>()(key.second);
         }
     };
 
     Ends& endsOf(const Class* cls);
     bool hasShownSides(const End& end) const;
-    void keepMembers(Instance* owner, const String* role, std::vector<unsigned long>&& ids);
+    void rememberMembers(Instance* owner, const String* role, std::vector<unsigned long>&& ids);
     Ends findEnds(const Class* cls) const;
     bool isShown(const String* role) const { return shown.contains(role); }
     bool isLoaded(const String* role) const;
     void noteShown(const Association* association, const String* role);
     void dropFreed();
-    void keepShower(const Instance* member, const String* role, unsigned long id);
+    void rememberShower(const Instance* member, const String* role, unsigned long id);
     void follow(Instance* instance, const End& end, const DroppedPartners& dropped);
     void join(Instance* instance, const End& end, unsigned long id);
     void leave(Instance* instance, const End& end, unsigned long id);
@@ -125,8 +125,8 @@ private:
 
     // Of collections of many-to-many associations that are not fetched: their members
     // before, and who has shown their owner since.
-    std::unordered_map<Place, std::vector<unsigned long>, PlaceHash> former;
-    std::size_t mostKept = 1024;
+    std::unordered_map<CollectionKey, std::vector<unsigned long>, CollectionKeyHash> former;
+    std::size_t mostFormer = 1024;
 };
 
 }  // namespace Kes

@@ -55,7 +55,7 @@ void LinkFollower::noteShown(const Association* association, const String* role)
             return;
         for (const Instance* member : ReferenceState::members(*many))
             if (member != nullptr)
-                keepShower(member, role, each->getObjectID());
+                rememberShower(member, role, each->getObjectID());
     });
 }
 
@@ -64,12 +64,12 @@ void LinkFollower::noteMember(const Instance* owner, const ManyAssociatedInstanc
                               const String& role) {
     const String* opposite = &association->getAssociatedRole(role);
     if (isLoaded(opposite) || !canBeScanned(ref))
-        keepShower(member, opposite, owner->getObjectID());
+        rememberShower(member, opposite, owner->getObjectID());
 }
 
-// Who shows it again and again is kept once or twice.
-void LinkFollower::keepShower(const Instance* member, const String* role, unsigned long id) {
-    std::vector<unsigned long>& ids = former[Place(member->getObjectID(), role)];
+// Who shows it again and again is remembered once or twice.
+void LinkFollower::rememberShower(const Instance* member, const String* role, unsigned long id) {
+    std::vector<unsigned long>& ids = former[CollectionKey(member->getObjectID(), role)];
     if (ids.size() == ids.capacity()) {
         std::sort(ids.begin(), ids.end());
         ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
@@ -79,29 +79,29 @@ void LinkFollower::keepShower(const Instance* member, const String* role, unsign
     dropFreed();
 }
 
-void LinkFollower::keepMembers(Instance* owner, ManyAssociatedInstances& ref,
-                               const Association* association, const String& role) {
+void LinkFollower::rememberMembers(Instance* owner, ManyAssociatedInstances& ref,
+                                   const Association* association, const String& role) {
     if (!ref.isFetched())
         return;
     const String* own = ownText(association, role);
     for (const End& end : endsOf(owner->getClass()).manies)
         if (end.role == own && hasShownSides(end))
-            keepMembers(owner, own, DroppedPartners::idsOf(ref));
+            rememberMembers(owner, own, DroppedPartners::idsOf(ref));
 }
 
-void LinkFollower::keepMembers(Instance* owner, const String* role,
-                               std::vector<unsigned long>&& ids) {
-    former.insert_or_assign(Place(owner->getObjectID(), role), std::move(ids));
+void LinkFollower::rememberMembers(Instance* owner, const String* role,
+                                   std::vector<unsigned long>&& ids) {
+    former.insert_or_assign(CollectionKey(owner->getObjectID(), role), std::move(ids));
     dropFreed();
 }
 
 // Owners that were freed are forgotten now and then.
 void LinkFollower::dropFreed() {
-    if (former.size() < mostKept)
+    if (former.size() < mostFormer)
         return;
     std::erase_if(former,
-                  [&](const auto& kept) { return objects->get(kept.first.first) == nullptr; });
-    mostKept = 2 * former.size() + 1024;
+                  [&](const auto& entry) { return objects->get(entry.first.first) == nullptr; });
+    mostFormer = 2 * former.size() + 1024;
 }
 
 void LinkFollower::followMembers(Instance* owner, ManyAssociatedInstances& ref,
@@ -119,15 +119,15 @@ void LinkFollower::followMembers(Instance* owner, ManyAssociatedInstances& ref,
             continue;
         if (!back.many->isFetched()) {
             if (isNoted)
-                keepShower(ref.value(), &opposite, owner->getObjectID());
+                rememberShower(ref.value(), &opposite, owner->getObjectID());
         } else if (!back.many->contains(owner)) {
             back.many->add(owner);
         }
     }
-    const auto kept = former.find(Place(owner->getObjectID(), ownText(association, role)));
-    if (kept == former.end())
+    const auto entry = former.find(CollectionKey(owner->getObjectID(), ownText(association, role)));
+    if (entry == former.end())
         return;
-    for (const unsigned long id : kept->second) {
+    for (const unsigned long id : entry->second) {
         Instance* member = objects->get(id);
         if (member == nullptr || ref.contains(member))
             continue;
@@ -135,7 +135,7 @@ void LinkFollower::followMembers(Instance* owner, ManyAssociatedInstances& ref,
         if (back.many != nullptr && back.many != &ref && back.many->isFetched())
             back.many->remove(owner);
     }
-    former.erase(kept);
+    former.erase(entry);
 }
 
 bool LinkFollower::isContradicted(Instance* owner, ManyAssociatedInstances& ref,
@@ -154,9 +154,9 @@ bool LinkFollower::isContradicted(Instance* owner, ManyAssociatedInstances& ref,
             ref.reset();
             return true;
         }
-    const auto kept = former.find(Place(owner->getObjectID(), ownText(association, role)));
-    return kept != former.end() &&
-           std::any_of(kept->second.begin(), kept->second.end(), [&](unsigned long id) {
+    const auto entry = former.find(CollectionKey(owner->getObjectID(), ownText(association, role)));
+    return entry != former.end() &&
+           std::any_of(entry->second.begin(), entry->second.end(), [&](unsigned long id) {
                Instance* other = objects->get(id);
                return other != nullptr && !ref.contains(other) && shows(other, true);
            });

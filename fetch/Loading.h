@@ -21,7 +21,7 @@ public:
         loader.loadingBegan = loader.freshness.now();
     }
     ~Loading() {
-        loader.noteRead();
+        loader.endReading();
         loader.loading = outer;
     }
 

@@ -12,8 +12,8 @@ PrefetchedCollections::Entry* PrefetchedCollections::find(const Association* ass
     return nullptr;
 }
 
-void PrefetchedCollections::keep(const Association* association, const String& role,
-                                 const ReadMoment& when, Collections&& collections) {
+void PrefetchedCollections::store(const Association* association, const String& role,
+                                  const ReadMoment& when, Collections&& collections) {
     const std::size_t loaded = collections.size();
     if (Entry* entry = find(association, role)) {
         judge(*entry);
@@ -25,8 +25,8 @@ void PrefetchedCollections::keep(const Association* association, const String& r
     entries.push_back({association, role.unshared(), std::move(collections), loaded, when});
 }
 
-bool PrefetchedCollections::take(const Association* association, const String& role,
-                                 unsigned long owner, std::vector<PrefetchedMember>& members) {
+bool PrefetchedCollections::consume(const Association* association, const String& role,
+                                    unsigned long owner, std::vector<PrefetchedMember>& members) {
     Entry* entry = find(association, role);
     if (entry == nullptr || !freshness.holds(entry->when))
         return false;
@@ -48,7 +48,7 @@ void PrefetchedCollections::judge(const Entry& entry) {
     backoff.judge(entry.loaded, entry.loaded - entry.collections.size());
 }
 
-void PrefetchedCollections::noteWaste() {
+void PrefetchedCollections::discard() {
     entries.clear();
     backoff.noteFailure();
 }

@@ -35,16 +35,16 @@ public:
     /// `freshness` is borrowed for life.
     explicit PrefetchedCollections(const Freshness& itsFreshness) : freshness(itsFreshness) {}
 
-    void keep(const Association* association, const String& role, const ReadMoment& when,
-              Collections&& collections);
+    void store(const Association* association, const String& role, const ReadMoment& when,
+               Collections&& collections);
 
-    /// False when the owner's collection is not kept, or not fresh any more.
-    bool take(const Association* association, const String& role, unsigned long owner,
-              std::vector<PrefetchedMember>& members);
+    /// False when the owner's collection was not prefetched, or not fresh any more.
+    bool consume(const Association* association, const String& role, unsigned long owner,
+                 std::vector<PrefetchedMember>& members);
     void forget();
 
     /// What was loaded for siblings is of no use.
-    void noteWaste();
+    void discard();
 
     /// Asked before each loading: whether it may load for siblings too.
     bool mayLoadTogether() { return backoff.isOver(); }

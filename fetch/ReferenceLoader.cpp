@@ -32,7 +32,7 @@ ReferenceLoader::ReferenceLoader(Model* itsModel)
 // than the one that was read ahead.
 void ReferenceLoader::asked() {
     freshness.end();
-    kept.forget();
+    prefetched.forget();
 }
 
 void ReferenceLoader::delivered(Instance* instance) {
@@ -55,7 +55,7 @@ void ReferenceLoader::followLinks(Instance* instance) {
     follower.follow(instance, door.dropped, filling);
 }
 
-void ReferenceLoader::noteRenewed(Instance* instance) {
+void ReferenceLoader::onRenewed(Instance* instance) {
     sawNewer = sawNewer || loading != nullptr;
     if (!InstanceState::isAhead(instance))
         followLinks(instance);
@@ -92,7 +92,7 @@ bool ReferenceLoader::isFresh(const Instance* instance) {
 // something newer: a commit that is under way may be stored already. What it has
 // read itself goes on to stand, unless the error handler has asked the database
 // meanwhile.
-void ReferenceLoader::noteRead() {
+void ReferenceLoader::endReading() {
     const bool isUndisturbed = loadingBegan.era == freshness.now().era;
     if (std::exchange(sawNewer, false) || CommitCount::isAnyUnderWay())
         freshness.end();

@@ -59,12 +59,12 @@ public:
     }
 
     /// A driver files an instance, or has brought a known one up to date.
-    void noteFiled(Instance* instance) {
+    void onFiled(Instance* instance) {
         latest = instance;
         if (readingAhead)
             InstanceState::setAhead(instance, true);
     }
-    void noteRenewed(Instance* instance);
+    void onRenewed(Instance* instance);
 
     /// The application gets an object that may have been read ahead, and that
     /// is as it would be read now.
@@ -74,7 +74,7 @@ public:
     }
 
     /// The application has made an object of that class.
-    void noteNew(const Class* cls) { follower.noteNew(cls); }
+    void onNewObject(const Class* cls) { follower.onNewObject(cls); }
 
     /// A collection shows what is stored and what is pending.
     void noteCollection(Instance* owner, ManyAssociatedInstances& ref,
@@ -90,16 +90,16 @@ public:
     }
 
     /// The instance was read again by itself.
-    void noteRefreshed(Instance* instance) { follower.unfetchCollections(instance); }
+    void onRefreshed(Instance* instance) { follower.unfetchCollections(instance); }
 
     /// A collection is going to be read again.
-    void noteReread(Instance* owner, ManyAssociatedInstances& ref, const Association* association,
-                    const String& role) {
-        follower.keepMembers(owner, ref, association, role);
+    void beforeReload(Instance* owner, ManyAssociatedInstances& ref, const Association* association,
+                      const String& role) {
+        follower.rememberMembers(owner, ref, association, role);
     }
 
     /// A refresh has found that it is not stored any more.
-    void noteGone(Instance* instance) { follower.leaveAll(instance); }
+    void onRemoved(Instance* instance) { follower.leaveAll(instance); }
 
     /// Loads the partner with that id, and partners of siblings beside it.
     /// Null when it is not stored. False when that could not be read, which was
@@ -119,7 +119,7 @@ private:
     void enterGroup(Delivery& delivery, Instance* instance, bool forReference);
     bool handOutFresh(Instance* instance);
     bool isFresh(const Instance* instance);
-    void noteRead();
+    void endReading();
     void judgePartners();
     void revealAhead(Instance* instance);
     void followLinks(Instance* instance);
@@ -131,8 +131,8 @@ private:
     Instance* loadPartners(const std::vector<unsigned long>& ids, Class* cls);
     bool fill(Instance* owner, Association* association, const String& role,
               ManyAssociatedInstances& ref);
-    bool takeKept(Instance* owner, const Association* association, const String& role,
-                  ManyAssociatedInstances& ref);
+    bool fillFromPrefetched(Instance* owner, const Association* association, const String& role,
+                            ManyAssociatedInstances& ref);
     std::vector<Instance*> unreadOwners(Instance* owner, const SiblingGroup& group,
                                         std::size_t most, const Association* association,
                                         const String& role);
@@ -144,9 +144,9 @@ private:
                          const String& role);
     template <class Work>
     static bool succeedsForAll(Work work);
-    bool refuse();
-    void keep(const Association* association, const String& role,
-              PrefetchedCollections::Collections&& collections, std::size_t members);
+    bool abandonBatch();
+    void storePrefetched(const Association* association, const String& role,
+                         PrefetchedCollections::Collections&& collections, std::size_t members);
     std::size_t loadAlone(Instance* owner, Association* association, const String& role,
                           ManyAssociatedInstances& ref);
 
@@ -164,7 +164,7 @@ private:
 
     LinkFollower follower;
     Freshness freshness;
-    PrefetchedCollections kept{freshness};
+    PrefetchedCollections prefetched{freshness};
     Backoff partnersBackoff;
     ReadMoment partnersRead;         // latest
     std::size_t partnersLoaded = 0;  // and not judged yet

@@ -19,13 +19,13 @@ constexpr std::uint32_t GroupIds = 1U << 24;  // as many as instances have bits 
 
 void SiblingGroups::enter(Delivery& delivery, Instance* instance, std::uint64_t loading) {
     std::uint64_t& token = delivery.token;
-    SiblingGroup* group = &placeOf(token);
+    SiblingGroup* group = &slotOf(token);
     const bool isKnown = token != 0 && group->id == token;
     if (!isKnown || group->members.size() >= MostMembers) {
         // A selection goes on as it has begun.
         const bool isRead = isKnown && group->faults > std::max(group->inherited, AllAtOnce - 1);
         lastGroup = lastGroup + 1 == GroupIds ? 1 : lastGroup + 1;
-        group = &placeOf(lastGroup);
+        group = &slotOf(lastGroup);
         group->id = lastGroup;
         group->faults = group->inherited = isRead ? AllAtOnce + 1 : 0;
         group->answered = 0;
@@ -45,7 +45,7 @@ void SiblingGroups::renew(std::uint64_t loading, const ReadMoment& when) {
 }
 
 std::size_t SiblingGroups::wantedAhead(const Delivery& delivery, std::size_t room) {
-    SiblingGroup& group = placeOf(delivery.token);
+    SiblingGroup& group = slotOf(delivery.token);
     if (group.id != delivery.token || group.faults < AllAtOnce || group.faults == group.answered)
         return 0;
     const std::size_t wish = group.faults == AllAtOnce ? FewAtOnce : MostMembers;

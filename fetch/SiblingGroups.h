@@ -37,7 +37,7 @@ public:
     // ids that one list of a statement takes.
     static constexpr std::size_t MostMembers = 256;
 
-    /// Null for an instance that is in none, or whose group has given its place
+    /// Null for an instance that is in none, or whose group has given its slot
     /// away.
     SiblingGroup* of(const Instance* instance) {
         const std::uint32_t id = InstanceState::group(instance);
@@ -59,9 +59,9 @@ public:
     static std::size_t nextBatch(SiblingGroup& group, std::size_t room);
 
 private:
-    SiblingGroup& placeOf(std::uint64_t id) { return groups[id % groups.size()]; }
+    SiblingGroup& slotOf(std::uint64_t id) { return groups[id % groups.size()]; }
 
-    std::array<SiblingGroup, 64> groups;  // the latest; a group's place is its id modulo the size
+    std::array<SiblingGroup, 64> groups;  // the latest; a group's slot is its id modulo the size
     std::uint32_t lastGroup = 0;
 };
 

@@ -81,7 +81,7 @@ ObjectCache::~ObjectCache() {
 
 void ObjectCache::file(Instance* instance) {
     if (strays > 0)
-        settleStrays();
+        orphanStrays();
     const unsigned long id = instance->getObjectID();
     Instance* before = instances.file(id, instance);
     if (before != nullptr && before != instance)
@@ -99,7 +99,7 @@ void ObjectCache::displace(unsigned long id, Instance* before) try {
 }
 
 // There is memory again: they take their places among the orphans.
-void ObjectCache::settleStrays() {
+void ObjectCache::orphanStrays() {
     std::vector<ObjectTable::Entry> found;
     for (const ObjectTable::Entry& entry : instances.entries())
         if (entry.instance != nullptr && entry.instance->getObjectID() != entry.id)

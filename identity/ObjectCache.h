@@ -70,7 +70,7 @@ private:
     /// The number of instances that it freed.
     std::size_t sweep();
     void displace(unsigned long id, Instance* before);
-    void settleStrays();
+    void orphanStrays();
     void unmark();
     void destroy(const std::vector<Instance*>& dead);
 

@@ -36,7 +36,7 @@ void ClassDeclarationHandler::declare(const String& name, const String& role,
                                       Association::Plurality plurality,
                                       Association::ConsistencyRule rule) {
     Association* association = model->getAssociation(name);
-    if (settling) {
+    if (resolving) {
         if (association != nullptr && isGeneralised(association, role))
             association->initializeOtherClass(cls, role, plurality, rule);
         return;

@@ -11,12 +11,12 @@ namespace Kes {
 /// is added to its model. Both are borrowed.
 class ClassDeclarationHandler final : public EmptyHandler {
 public:
-    /// With `settle` no association is created or completed: ends that a sub
+    /// With `resolve` no association is created or completed: ends that a sub
     /// class declared before its super class was known move up to this class.
-    ClassDeclarationHandler(Class* declared, Model* owner, bool settle = false)
+    ClassDeclarationHandler(Class* declared, Model* owner, bool resolve = false)
         : cls(declared),
           model(owner),
-          settling(settle) {}
+          resolving(resolve) {}
 
     void handleOneAssociated(const String& name, const String& role, OneAssociatedInstance* ref,
                              Association::ConsistencyRule rule) override;
@@ -30,7 +30,7 @@ private:
 
     Class* cls;
     Model* model;
-    bool settling;
+    bool resolving;
 };
 
 /// Looks for a reference that nobody has told its owner: nothing can be loaded

@@ -30,7 +30,9 @@ public:
 
     /// Notes in this list, on the calling thread, or in none; returns the list
     /// that was noted in before.
-    static DroppedPartners* noteIn(DroppedPartners* list) { return std::exchange(myCurrent, list); }
+    static DroppedPartners* recordIn(DroppedPartners* list) {
+        return std::exchange(myCurrent, list);
+    }
 
     /// The same for the members of a collection.
     struct Members {
@@ -54,10 +56,10 @@ public:
         Pause() = default;
         Pause(const Pause&) = delete;
         Pause& operator=(const Pause&) = delete;
-        ~Pause() { noteIn(outer); }
+        ~Pause() { recordIn(outer); }
 
     private:
-        DroppedPartners* outer = noteIn(nullptr);
+        DroppedPartners* outer = recordIn(nullptr);
     };
 
     std::vector<Entry> entries;

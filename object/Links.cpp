@@ -76,7 +76,7 @@ public:
     LinkAttempt& operator=(const LinkAttempt&) = delete;
     ~LinkAttempt() {
         if (!isDone)
-            ModelGate::takeBackReferences(model, mark);
+            ModelGate::revertLastReferences(model, mark);
     }
 
     void done() { isDone = true; }

@@ -65,7 +65,7 @@ public:
     /// Take back what references have shown since the mark, of a link that was
     /// not recorded after all.
     static std::size_t markReferences(const Model* model);
-    static void takeBackReferences(const Model* model, std::size_t mark) noexcept;
+    static void revertLastReferences(const Model* model, std::size_t mark) noexcept;
 
     /// Whether a removal has to load those who refer to the object, for an undo.
     static bool mustKnowReferrers(const Model* model);
@@ -96,7 +96,7 @@ public:
 
     /// What fails from here on stands for itself: the kind of what has failed
     /// before is kept, and that of what follows is not.
-    static void keepFailure(Model* model) { model->keepFailure(model->failures); }
+    static void saveFailure(Model* model) { model->saveFailure(model->failures); }
     static void dropFailure(Model* model);
 
     /// Unregisters a pointer that is destroyed, on whatever thread.

@@ -36,13 +36,13 @@ public:
     public:
         explicit Passage(DriverDoor& itsDoor)
             : door(itsDoor),
-              outer(DroppedPartners::noteIn(&door.dropped)) {
+              outer(DroppedPartners::recordIn(&door.dropped)) {
             ++door.calls;
         }
         Passage(const Passage&) = delete;
         Passage& operator=(const Passage&) = delete;
         ~Passage() {
-            DroppedPartners::noteIn(outer);
+            DroppedPartners::recordIn(outer);
             if (--door.calls == 0)
                 door.dropped.clear();
         }

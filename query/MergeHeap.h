@@ -7,7 +7,7 @@
 //
 // Where some heads report a key and others do not, or report it as another kind,
 // the comparison is undecided and no order any more: a can come before c while
-// neither stands before or behind b. Such heads are compared in turn indeed.
+// neither stands before or after b. Such heads are compared in turn indeed.
 
 #pragma once
 

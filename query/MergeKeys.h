@@ -2,7 +2,7 @@
 //
 // Each head's keys are read once, when its cursor advances, and kept until it
 // advances again. They are compared as SortHandler compares them, with one
-// difference: SortHandler reads no field behind the one that decides, so a best
+// difference: SortHandler reads no field after the one that decides, so a best
 // head can lack its minor keys and lose no tie by them, whereas here all keys
 // are read and every tie is decided.
 
@@ -33,7 +33,7 @@ public:
     /// driver does not show them, or else those of the object.
     void read(StoredKeys* row, Instance* head, std::vector<MergeKey>& keys);
 
-    /// -1 when `a` comes before `b`, 1 when behind, 0 when they are equal or
+    /// -1 when `a` comes before `b`, 1 when after, 0 when they are equal or
     /// undecided: a key that one of them does not report, or as another kind,
     /// ends the comparison.
     int compare(const std::vector<MergeKey>& a, const std::vector<MergeKey>& b) const;

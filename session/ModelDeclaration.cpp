@@ -153,13 +153,13 @@ void Model::declareAll() {
 
 // Super classes are often named after both classes were added, so ends that a
 // sub class declared first could not move up to the super class by then.
-void Model::settleAssociations() {
+void Model::resolveAssociations() {
     for (Class* cls : classOrder) {
         if (cls->getSubClasses().size() == 0)
             continue;
         const std::unique_ptr<Instance> dummy(cls->getDummy());
-        ClassDeclarationHandler settle(cls, this, true);
-        walkFields(dummy.get(), settle);
+        ClassDeclarationHandler resolve(cls, this, true);
+        walkFields(dummy.get(), resolve);
     }
 }
 

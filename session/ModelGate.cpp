@@ -68,8 +68,8 @@ std::size_t ModelGate::markReferences(const Model* model) {
     return model->transactions->getChanges().journal.size();
 }
 
-void ModelGate::takeBackReferences(const Model* model, std::size_t mark) noexcept {
-    Kes::takeBackReferences(model->transactions->getChanges(), mark);
+void ModelGate::revertLastReferences(const Model* model, std::size_t mark) noexcept {
+    Kes::revertLastReferences(model->transactions->getChanges(), mark);
 }
 
 void ModelGate::noteMember(const Instance* owner, const ManyAssociatedInstances& ref,
@@ -118,7 +118,7 @@ void ModelGate::loadMembers(Instance* owner, ManyAssociatedInstances& ref, Assoc
     if (force)
         model->door->end();
     const Pointer<Instance> keep(owner);
-    references.noteReread(owner, ref, association, role);
+    references.beforeReload(owner, ref, association, role);
     ref.setFetched(false);
     const bool isStored = owner->getObjectID() != 0 && model->isOpen();
     if (isStored && !references.loadMembers(owner, association, role, ref)) {

@@ -62,7 +62,7 @@ void Model::set(Instance* instance) {
         return;
     InstanceState::setFingerprint(instance, digestFields(instance));
     if (objects->get(instance->getObjectID()) == instance) {
-        references->noteRenewed(instance);
+        references->onRenewed(instance);
         if (InstanceState::isGone(instance) && !objects->news.hasLost(instance))
             instance->setRemoved(false);
         if (!instance->isRemoved())
@@ -71,7 +71,7 @@ void Model::set(Instance* instance) {
         // What the application has not had yet is no change to it.
         InstanceState::setUntold(instance, !InstanceState::isAhead(instance));
     } else {
-        references->noteFiled(instance);
+        references->onFiled(instance);
         if (objects->news.hasLost(instance)) {
             instance->setRemoved(true);
             InstanceState::setGone(instance, true);
@@ -155,7 +155,7 @@ void Model::add(Instance* instance) {
     InstanceState::setVersion(instance, 0);
     instance->setRemoved(false);
     objects->file(instance);
-    references->noteNew(instance->getClass());
+    references->onNewObject(instance->getClass());
     transactions->recordAdd(instance);
     if (objects->isCollectionDue())
         objects->collect([this](Marker& marker) { transactions->markInstances(marker); });

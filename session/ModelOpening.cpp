@@ -33,7 +33,7 @@ void Model::open(const String& openDriverName, const String& openSource, const S
     user = openUser.unshared();
     options = openOptions.unshared();
     declareAll();
-    settleAssociations();
+    resolveAssociations();
     if (!declaresSoundly())
         return;
     forgetFailure();
@@ -54,7 +54,7 @@ void Model::startUsing() try {
     if (isUpgraded)
         synchronise(records);
     else
-        settle(records);
+        completeRecords(records);
 } catch (...) {
     dropDriver();
     throw;
@@ -83,7 +83,7 @@ bool Model::openFreshDriver(const String& password) {
     // A driver may keep them, and a parked one goes to a model of another thread.
     if (!fresh->open(source.unshared(), password.unshared(), user.unshared(), options.unshared())) {
         const String reason = fresh->getErrorMessage();
-        keepFailure(dynamic_cast<FailureReporter*>(fresh.get()));
+        saveFailure(dynamic_cast<FailureReporter*>(fresh.get()));
         fresh.reset();  // gone before the handler runs: no half-open driver survives a throw
         raise("DBOPENERR", "Model::open", reason);
         return false;
@@ -100,19 +100,19 @@ void Model::useDriver(DBDriver* opened) {
 }
 
 void Model::dropDriver() {
-    keepFailure(failures);
+    saveFailure(failures);
     delete driver;
     driver = nullptr;
     failures = nullptr;
 }
 
-void Model::keepFailure(FailureReporter* reporter) {
+void Model::saveFailure(FailureReporter* reporter) {
     if (reporter != nullptr && reporter->getFailureKind() != FailureKind::None)
-        keptFailure = reporter->getFailureKind();
+        savedFailure = reporter->getFailureKind();
 }
 
 void Model::forgetFailure() {
-    keptFailure = FailureKind::None;
+    savedFailure = FailureKind::None;
     errorsBefore = errorsRaised();
     if (failures != nullptr)
         failures->forgetFailure();
@@ -123,9 +123,9 @@ void Model::forgetFailure() {
 FailureKind Model::getFailureKind() const {
     if (failures != nullptr && failures->getFailureKind() != FailureKind::None)
         return failures->getFailureKind();
-    if (keptFailure == FailureKind::None && errorsRaised() != errorsBefore)
+    if (savedFailure == FailureKind::None && errorsRaised() != errorsBefore)
         return FailureKind::Unclassified;
-    return keptFailure;
+    return savedFailure;
 }
 
 // The transaction holds the schema by now, so nobody else makes a class that was
@@ -136,7 +136,7 @@ void Model::synchronise(SchemaRecords& records) try {
     try {
         updateModel();
         if (!schemaFailed)
-            record(records);
+            writeRecords(records);
     } catch (...) {
         cause = std::current_exception();
     }
@@ -165,7 +165,7 @@ void Model::synchronise(SchemaRecords& records) try {
     throw;
 }
 
-void Model::record(SchemaRecords& records) {
+void Model::writeRecords(SchemaRecords& records) {
     const bool isRead = records.read();
     const String words = isRead ? records.refusalOfOwner() : driver->getErrorMessage();
     if (words.size() == 0) {
@@ -178,7 +178,7 @@ void Model::record(SchemaRecords& records) {
 
 // A database that was made before records were kept gets them. Where it cannot
 // be written, it does without.
-void Model::settle(SchemaRecords& records) try {
+void Model::completeRecords(SchemaRecords& records) try {
     if (!records.write() || driver->commit())
         return;
     const bool isOver = driver->rollback();
@@ -208,7 +208,7 @@ void Model::close() {
     door->end();
     objects->empty();
     transactions->close();
-    keepFailure(failures);
+    saveFailure(failures);
     std::unique_ptr<DBDriver> closed(driver);
     transactions->stopListening(driver);
     driver = nullptr;

@@ -48,7 +48,7 @@ void Model::refresh(Instance* instance) {
     const bool isChanged = isCurrent || instance->getVersion() != before ||
                            (status != nullptr && status->code == DBDriverStatus::Changed);
     if (isChanged && !isPending(instance))
-        references->noteRefreshed(instance);
+        references->onRefreshed(instance);
 
     // A query tells nobody of what it has brought.
     if (isCurrent && (watch.hasFailed() || !InstanceState::isUntold(instance)))
@@ -82,8 +82,8 @@ bool Model::noteRemoval(Instance* instance) {
     instance->setRemoved(true);
     InstanceState::setGone(instance, true);
     InstanceState::setUntold(instance, true);
-    references->noteGone(instance);
-    references->noteRefreshed(instance);
+    references->onRemoved(instance);
+    references->onRefreshed(instance);
     return true;
 }
 

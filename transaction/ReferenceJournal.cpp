@@ -91,7 +91,7 @@ void revertReferences(const Changes& changes, std::size_t mark) noexcept {
     }
 }
 
-void takeBackReferences(Changes& changes, std::size_t mark) noexcept {
+void revertLastReferences(Changes& changes, std::size_t mark) noexcept {
     if (changes.journal.size() <= mark)
         return;
     revertReferences(changes, mark);

@@ -31,7 +31,7 @@ void addOrUnfetch(ManyAssociatedInstances& ref, Instance* member) noexcept;
 void revertReferences(const Changes& changes, std::size_t mark = 0) noexcept;
 
 /// The same for a link that was not recorded after all; its entries go.
-void takeBackReferences(Changes& changes, std::size_t mark) noexcept;
+void revertLastReferences(Changes& changes, std::size_t mark) noexcept;
 
 /// The collections that links have changed are read again when they are asked
 /// for.

@@ -223,7 +223,7 @@ private:
     FieldSet& different;
 };
 
-Snapshot SnapshotStore::take(Instance* instance) {
+Snapshot SnapshotStore::capture(Instance* instance) {
     CaptureHandler capture(*this);
     walkFields(instance, capture);
     std::byte* snapshot = reserve(packing.size());

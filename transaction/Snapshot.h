@@ -30,7 +30,7 @@ public:
     SnapshotStore(SnapshotStore&&) = default;
     SnapshotStore& operator=(SnapshotStore&&) = default;
 
-    Snapshot take(Instance* instance);
+    Snapshot capture(Instance* instance);
 
     /// Assigns the snapshot's values to all fields but the reserved ones.
     void restore(Snapshot snapshot, Instance* instance) const;

@@ -26,7 +26,7 @@ namespace Kes {
 namespace {
 
 // Of an instance whose change was refused, until it is read again. Databases
-// hold the number and the one behind it.
+// hold the number and the one after it.
 constexpr unsigned long UnknownVersion = std::numeric_limits<std::int64_t>::max() - 1;
 
 // Of an instance that shows what was assigned to it, or what a rollback could put
@@ -35,10 +35,10 @@ constexpr unsigned long UnreadVersion = UnknownVersion - 2;
 constexpr unsigned long TornVersion = UnknownVersion - 4;
 
 // Takes the snapshot of an instance that shows what is stored.
-bool takeUnassigned(Changes& changes, Instance* instance, Snapshot& snapshot) {
+bool snapshotUnassigned(Changes& changes, Instance* instance, Snapshot& snapshot) {
     if (isUnknown(instance) || digestFields(instance) != InstanceState::fingerprint(instance))
         return false;
-    snapshot = changes.snapshots.take(instance);
+    snapshot = changes.snapshots.capture(instance);
     return true;
 }
 
@@ -51,7 +51,7 @@ bool reread(Model* model, Instance* instance, bool& isRemoved) {
         if (!isUnknown(instance) && digest == InstanceState::fingerprint(instance))
             return false;
         InstanceState::setVersion(instance, UnknownVersion);
-        ModelGate::keepFailure(model);
+        ModelGate::saveFailure(model);
         const DriverDoor::Passage driver = ModelGate::door(model).enter();
         const bool isCurrent = driver->refresh(instance);
         const DBDriverStatus* status = isCurrent ? nullptr : driver->getStatus();
@@ -78,9 +78,9 @@ bool isUnread(const Instance* instance) {
 // False when what is stored cannot be told, which was raised. The snapshot stays
 // null when it is not the state that the instance was read with: the driver is
 // going to refuse the change.
-bool takeForUpdate(const Model* model, Changes& changes, Instance* instance, const char* operation,
-                   Snapshot& snapshot) {
-    if (takeUnassigned(changes, instance, snapshot))
+bool snapshotForUpdate(const Model* model, Changes& changes, Instance* instance,
+                       const char* operation, Snapshot& snapshot) {
+    if (snapshotUnassigned(changes, instance, snapshot))
         return true;
 
     // Refused until the contrary is certain: what is raised may throw.
@@ -98,7 +98,7 @@ bool takeForUpdate(const Model* model, Changes& changes, Instance* instance, con
         if (isRefused && digestFields(reading.get()) == InstanceState::fingerprint(instance))
             version = reading->getVersion();
         if (version == reading->getVersion())
-            snapshot = changes.snapshots.take(reading.get());
+            snapshot = changes.snapshots.capture(reading.get());
     }
     InstanceState::setVersion(instance, version);
     changes.refused.resize(refusals);
@@ -117,14 +117,15 @@ void refuse(Changes& changes, Instance* instance) noexcept {
     }
 }
 
-void takeForRemoval(const Model* model, Changes& changes, Instance* instance, Snapshot& snapshot) {
-    if (takeUnassigned(changes, instance, snapshot))
+void snapshotForRemoval(const Model* model, Changes& changes, Instance* instance,
+                        Snapshot& snapshot) {
+    if (snapshotUnassigned(changes, instance, snapshot))
         return;
     const std::unique_ptr<Instance> reading(instance->getClass()->getDummy());
     reading->setObjectID(instance->getObjectID());
     if (readStored(model, reading.get(), "Model::remove") == Stored::Found &&
         reading->getVersion() == instance->getVersion())
-        snapshot = changes.snapshots.take(reading.get());
+        snapshot = changes.snapshots.capture(reading.get());
 }
 
 // The driver fills an object that the model does not know with what is stored

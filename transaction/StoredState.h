@@ -29,11 +29,12 @@ Stored readStored(const Model* model, Instance* reading, const char* operation);
 /// False when what is stored cannot be told, which was raised. The snapshot stays
 /// null when it is not the state that the instance was read with: the driver is
 /// going to refuse the change.
-bool takeForUpdate(const Model* model, Changes& changes, Instance* instance, const char* operation,
-                   Snapshot& snapshot);
+bool snapshotForUpdate(const Model* model, Changes& changes, Instance* instance,
+                       const char* operation, Snapshot& snapshot);
 
 /// Null where it is not the state that the instance was read with.
-void takeForRemoval(const Model* model, Changes& changes, Instance* instance, Snapshot& snapshot);
+void snapshotForRemoval(const Model* model, Changes& changes, Instance* instance,
+                        Snapshot& snapshot);
 
 /// The change of the instance is refused until it is read again. Needs no memory.
 void refuse(Changes& changes, Instance* instance) noexcept;

@@ -46,7 +46,7 @@ void UnitOfWork::recordUpdate(Instance* instance) {
         return;
     try {
         Snapshot snapshot = nullptr;
-        if (takeForUpdate(model, changes, instance, "Model::update", snapshot))
+        if (snapshotForUpdate(model, changes, instance, "Model::update", snapshot))
             recordUpdate(instance, snapshot);
     } catch (...) {
         // What was assigned may be in memory already.
@@ -81,7 +81,7 @@ void UnitOfWork::recordRemove(Instance* instance) {
     }
     // Without a snapshot it can be removed, though not brought back.
     if (snapshot == nullptr && history.isKept())
-        takeForRemoval(model, changes, instance, snapshot);
+        snapshotForRemoval(model, changes, instance, snapshot);
     record(Action::Remove, instance).snapshot = snapshot;
     if (update != nullptr)
         update->kind = Action::Superseded;
@@ -108,7 +108,7 @@ bool UnitOfWork::recordRevival(Instance* instance) {
     if (entry.kind != Action::Remove)
         return false;
     Snapshot snapshot = entry.snapshot;
-    if (snapshot == nullptr && !takeForUpdate(model, changes, instance, "Model::add", snapshot))
+    if (snapshot == nullptr && !snapshotForUpdate(model, changes, instance, "Model::add", snapshot))
         return true;
     recordUpdate(instance, snapshot);
     entry.snapshot = nullptr;

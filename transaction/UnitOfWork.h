@@ -102,9 +102,9 @@ private:
     Action* entryOf(const Instance* instance);
     void recordUpdate(Instance* instance, Snapshot snapshot);
     void giveUp(String failure, const std::exception_ptr& told);
-    std::exception_ptr takeBack(bool mayBeStored = false);
+    std::exception_ptr revertAll(bool mayBeStored = false);
     bool keepsSteps() const;
-    void settleHistory(Commit& done) noexcept;
+    void updateHistory(Commit& done) noexcept;
     void forget() noexcept;
     void release() noexcept;
     void announce(const Changes::Actions& committed);

@@ -40,12 +40,12 @@ void UnitOfWork::commit() {
         underWay = nullptr;
     } catch (...) {
         underWay = nullptr;
-        takeBack();  // what fails there comes second
+        revertAll();  // what fails there comes second
         throw;
     }
     if (!isStored)
         return giveUp(failure, handler.getThrown());
-    settleHistory(*done);
+    updateHistory(*done);
     done->repairs.apply();
     release();
     changes.dropRefused();
@@ -59,7 +59,7 @@ void UnitOfWork::giveUp(String failure, const std::exception_ptr& told) {
     if (failure.size() == 0)
         failure = ModelGate::door(model).enter()->getErrorMessage();
     const bool isUnknown = model->getFailureKind() == FailureKind::UnknownOutcome;
-    const std::exception_ptr later = takeBack(isUnknown);
+    const std::exception_ptr later = revertAll(isUnknown);
     if (told != nullptr)
         std::rethrow_exception(told);
     Exception(Exception::ERROR, "COMFAIL", "Model::commit", failure).handle();
@@ -69,7 +69,7 @@ void UnitOfWork::giveUp(String failure, const std::exception_ptr& told) {
 
 void UnitOfWork::rollback() {
     ModelGate::door(model).end();
-    if (const std::exception_ptr failure = takeBack())
+    if (const std::exception_ptr failure = revertAll())
         std::rethrow_exception(failure);
 }
 
@@ -79,7 +79,7 @@ void UnitOfWork::rollback() {
 // as well: each object shows one version of its row, and when that is not the
 // stored one any more, no commit takes it for the stored one. Links that stand in
 // rows of their own raise no version, so their collections are read again.
-std::exception_ptr UnitOfWork::takeBack(bool mayBeStored) {
+std::exception_ptr UnitOfWork::revertAll(bool mayBeStored) {
     String failure;
     if (!succeeds([&] { return ModelGate::door(model).enter()->rollback(); }, failure)) {
         if (failure.size() == 0)
@@ -136,7 +136,7 @@ bool UnitOfWork::keepsSteps() const {
 
 // Before the listeners hear of the commit: they may ask for the history, start
 // a transaction or undo this one.
-void UnitOfWork::settleHistory(Commit& done) noexcept {
+void UnitOfWork::updateHistory(Commit& done) noexcept {
     History::Draft& draft = done.draft;
     ModelGate::objects(model).news.note(done.news);
     if (!draft.steps().steps.empty())

@@ -18,7 +18,7 @@ public:
     virtual ~Calculator();
 
     /// As DBDriver::defineSelection, of which each concrete class has at most
-    /// `count` rows, behind the first `offset` in the order of the selection.
+    /// `count` rows, after the first `offset` in the order of the selection.
     /// `offset` is 0 where there are several concrete classes.
     virtual SelectionDefinition* definePart(AssociatedClass* associatedClass, std::uint64_t offset,
                                             std::uint64_t count) = 0;

@@ -219,7 +219,7 @@ public:
     }
 
     /// For orderBy, where a field by itself is ascending. An empty optional comes
-    /// before all values, so descending behind them.
+    /// before all values, so descending after them.
     SortKey<T> ascending() const {
         static_assert(hasOrder<Inner>(), "databases do not sort by fields of this type");
         return {{&this->locate, true}};

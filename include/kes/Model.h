@@ -108,7 +108,7 @@ public:
 
     /// The kind of this model's last failure: of an open, a schema
     /// synchronisation, a query, a refresh, a lock, a commit. Within the
-    /// exception handler it is that of the error being handled, and behind it,
+    /// exception handler it is that of the error being handled, and after it,
     /// where the error is caught, too; a rollback does not change it.
     ///
     /// None again from the next open, startTransaction, undo, redo or commit
@@ -270,15 +270,15 @@ private:
     bool openFreshDriver(const String& password);
     bool accepts(SchemaRecords& records, bool isUpgraded);
     void synchronise(SchemaRecords& records);
-    void record(SchemaRecords& records);
-    void settle(SchemaRecords& records);
+    void writeRecords(SchemaRecords& records);
+    void completeRecords(SchemaRecords& records);
     void useDriver(DBDriver* opened);
     void dropDriver();
     void forgetFailure();
-    void keepFailure(FailureReporter* reporter);
+    void saveFailure(FailureReporter* reporter);
     static bool keepsDrivers();
     void declareAll();
-    void settleAssociations();
+    void resolveAssociations();
     bool declaresSoundly() const;
     void undeclare() noexcept;
     void startUsing();
@@ -325,7 +325,7 @@ private:
 
     // Of a driver that is gone, and the errors of this thread when the model
     // forgot what had failed before.
-    FailureKind keptFailure = FailureKind::None;
+    FailureKind savedFailure = FailureKind::None;
     std::uint64_t errorsBefore = 0;
 
     // --- guarded by myMutex ---

@@ -17,7 +17,7 @@ namespace Kes {
 class Described {};
 
 /// Makes an object of a described class: its Class has to be known before its
-/// constructor runs, and its references are told whose they are behind it.
+/// constructor runs, and its references are told whose they are after it.
 class KES_EXPORT ObjectConstruction {
 public:
     explicit ObjectConstruction(Class* cls);

@@ -81,12 +81,12 @@ public:
         return Query(*this, {checked(sortKeyOf(keys))...});
     }
 
-    /// The first `count` of them, behind the first `offset` ones. Without
+    /// The first `count` of them, after the first `offset` ones. Without
     /// orderBy they are sorted by their ids.
     [[nodiscard]] Query limit(RowCount count) const { return Query(*this, First, count.get()); }
     [[nodiscard]] Query offset(RowCount count) const { return Query(*this, Behind, count.get()); }
 
-    /// Those behind the object in the order of the query: the next page, without a
+    /// Those after the object in the order of the query: the next page, without a
     /// walk over those before. The place is that of the values that the object
     /// shows when the query is asked; it need not be in the result itself.
     template <class O>

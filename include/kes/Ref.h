@@ -28,7 +28,7 @@ consteval bool isKnownAsDescribed() {
         return false;
 }
 
-/// Instantiated where `T` is complete, which may be behind its use.
+/// Instantiated where `T` is complete, which may be after its use.
 template <class T>
 T* castToPlain(Instance* instance) {
     static_assert(!IsDescribed<T>,

@@ -76,7 +76,7 @@ public:
 
     /// Stores a copy of the condition in place of an earlier one, which is
     /// neither freed nor combined: whoever replaces it takes it with
-    /// getCondition first. Raises SELERR (ERROR) behind the first next, which
+    /// getCondition first. Raises SELERR (ERROR) after the first next, which
     /// changes nothing then.
     Selection& where(const Condition& newCondition);
 
@@ -89,7 +89,7 @@ public:
     void orderBy(const Attribute& attribute, bool ascending = true);
     PtrList<SortOrder> getSortOrders() const { return sortOrders; }
 
-    /// Delivers `count` objects at most, behind the first `offset` ones in the
+    /// Delivers `count` objects at most, after the first `offset` ones in the
     /// order of the selection: give it sort keys that leave no ties, or the
     /// database chooses. Takes effect before the first next only.
     Selection& limit(std::uint64_t count, std::uint64_t offset = 0);
@@ -105,7 +105,7 @@ public:
     /// Advances; true when an instance is available. Raises SELERR (ERROR) with
     /// the driver's words when the query or a row fails, and when the model was
     /// destroyed meanwhile, SORTFAIL (ERROR) for a boolean key. False for ever
-    /// behind the last row.
+    /// after the last row.
     bool next();
 
     /// The instance delivered last, kept alive by this selection; null before

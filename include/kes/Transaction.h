@@ -20,7 +20,7 @@ class Session;
 ///
 /// Database::transact makes one and is the usual way. One that is made by hand
 /// ends with commit or rollback, and rolls back when it is destroyed before. A
-/// database has one at a time. All operations raise Error: Misuse behind the end
+/// database has one at a time. All operations raise Error: Misuse after the end
 /// of the transaction, in another one's database and for empty references.
 class KES_EXPORT Transaction {
 public:

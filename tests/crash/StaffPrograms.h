@@ -11,7 +11,7 @@
 namespace Kes::testing {
 
 struct StaffProgram {
-    /// Called behind each commit, undo and redo.
+    /// Called after each commit, undo and redo.
     using Done = std::function<void()>;
 
     const char* name;

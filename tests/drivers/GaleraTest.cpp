@@ -80,7 +80,7 @@ TEST_F(GaleraConflictTest, CountsExactlyFromManyProcessesOnAllNodes) {
 }
 
 // A node that gives up a transaction amid the protocol's command for many rows
-// answers it, and the COMMIT behind it, as if all were well.
+// answers it, and the COMMIT after it, as if all were well.
 TEST_F(GaleraTest, SendsManyRowsInFewStatementsAndNotByTheCommandForThem) {
     make(0);
     CommandCount count;

@@ -680,7 +680,7 @@ TEST_F(LinkTest, RaisesTheVersionOnceOfWhoIsPartedFromOneAndLosesAnother) {
 }
 
 // Whatever a transaction makes of one-to-one links, its undo brings back what was
-// stored before, and its redo what was stored behind it.
+// stored before, and its redo what was stored after it.
 class UndoneLinkTest : public LinkTest {
 protected:
     UndoneLinkTest() {

@@ -188,7 +188,7 @@ protected:
     }
 
     // Lets each walk's reports fail, one after the other, until the new version is
-    // there. What fails behind the load leaves it, in whole.
+    // there. What fails after the load leaves it, in whole.
     void expectWholeAfter(const std::function<void()>& load) {
         letOthersChange(2);
         int at = 0;

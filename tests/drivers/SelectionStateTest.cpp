@@ -130,7 +130,7 @@ TEST_F(SelectionStateTest, IsOneInAStartedTransaction) {
 
 // Behind a lock the database's own transaction is open, and at the weaker levels of
 // servers each of its statements sees what others have committed by then. Where
-// nobody may write behind a lock, there is nothing to see.
+// nobody may write after a lock, there is nothing to see.
 TEST_F(SelectionStateTest, IsOneBehindALock) {
     mine.startTransaction();
     const Pointer<Person> ann(mine.newPerson("Ann"));

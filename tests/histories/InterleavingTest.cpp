@@ -190,7 +190,7 @@ TEST_P(InterleavingTest, ShowsASelectionInOneState) {
         [&] { EXPECT_EQ(sides[1].committed ? 1U : 0U, shown.size()); });
 }
 
-// A collection that is read behind a counter is no older than the counter.
+// A collection that is read after a counter is no older than the counter.
 TEST_P(InterleavingTest, ReadsNothingOlderThanWhatItHasRead) {
     unsigned long tables[2] = {}, guest = 0;
     int seenNumber = 0;

@@ -99,7 +99,7 @@ TEST_F(MergeTest, AsksTheKeysBehindAFieldThatIsNamedTwice) {
     EXPECT_EQ("3 1 4 2", delivered(all));
 }
 
-// A handler that compares heads in turn reads no field behind the one that
+// A handler that compares heads in turn reads no field after the one that
 // decides, so the second of these leaves no minor key for the third.
 TEST_F(MergeTest, DecidesTiesByTheMinorKeyAlsoBehindABetterHead) {
     model.addRows("A", {row(2, 1)});

@@ -130,7 +130,7 @@ protected:
     void changeEverything() {
         model.startTransaction();
         a->n = 10;
-        a->change();  // behind the assignment: what is stored is read
+        a->change();  // after the assignment: what is stored is read
         b->change();
         b->n = 20;
         Row* d = model.newRow("d");

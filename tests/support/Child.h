@@ -16,7 +16,7 @@ namespace Kes::testing {
 class Child {
 public:
     /// Sends a line to the parent; it is there even if the process is killed
-    /// right behind the call.
+    /// right after the call.
     using Report = std::function<void(const std::string&)>;
     using Time = std::chrono::microseconds;
 

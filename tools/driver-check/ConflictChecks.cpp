@@ -196,11 +196,11 @@ void refreshBehindAQuery(Check& check) {
     Selection all(sessions.two[sessions.name]);
     while (all.next())
         continue;
-    check.expectEqual(11, Sessions::valueOf(*object), "the value behind the query");
+    check.expectEqual(11, Sessions::valueOf(*object), "the value after the query");
     check.expectEqual(0, ear.changed, "change events of the query");
     object->refresh();
     object->refresh();
-    check.expectEqual(1, ear.changed, "change events of the refreshes behind it");
+    check.expectEqual(1, ear.changed, "change events of the refreshes after it");
     object->getClass()->removeListener(&ear);
 }
 

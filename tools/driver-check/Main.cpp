@@ -134,7 +134,7 @@ int check(Arguments& given, const std::vector<Suite::Entry>& entries, bool decla
     }
     if (const char* password = std::getenv("KES_PASSWORD"))
         settings.password = password;
-    // Better now than behind a run that took minutes.
+    // Better now than after a run that took minutes.
     if (!given.json.empty() && !std::ofstream(given.json, std::ios::app))
         return refuseToRun("the file " + given.json + " cannot be written");
     std::string fault;

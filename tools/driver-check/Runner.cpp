@@ -46,7 +46,7 @@ void reportCrash(int) {
     std::_Exit(1);
 }
 
-// Ends the run behind the check under way; the second time at once.
+// Ends the run after the check under way; the second time at once.
 void reportInterruption(int signal) {
     myInterruption = signal;
     std::signal(signal, SIG_DFL);

@@ -80,7 +80,7 @@ public:
     /// Fetches the reference anew.
     void reload(const std::string& role);
 
-    /// Its handle throws from now on behind so many reports, once; 0 for never.
+    /// Its handle throws from now on after so many reports, once; 0 for never.
     void throwBehind(int reports) { patience = reports; }
 
 private:

@@ -148,7 +148,7 @@ std::string judgeDatabase(const Target& target, bool killed, const Account& acco
 }  // namespace
 
 std::string Series::describe() const {
-    return fault + (goesOn ? " from then on" : " once") + (after ? ", behind the call" : "") +
+    return fault + (goesOn ? " from then on" : " once") + (after ? ", after the call" : "") +
            (handling == Script::Returns ? ", the handler returns" : "");
 }
 

@@ -143,7 +143,7 @@ bool Script::attempt(const Step& step) {
     return false;
 }
 
-// What an application does behind an error, and then the check that nothing of
+// What an application does after an error, and then the check that nothing of
 // the step is left.
 void Script::cleanUp(std::size_t number) {
     if (model != nullptr && model->isOpen() && !fatal && model->transactionStarted())

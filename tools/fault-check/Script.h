@@ -50,7 +50,7 @@ public:
 
     static std::size_t stepCount();
 
-    /// The step behind which the second schema is stored.
+    /// The step after which the second schema is stored.
     static std::size_t upgradeStep();
 
     /// Steps count from 1.

@@ -191,7 +191,7 @@ private:
         }
     }
 
-    // What happens behind a call matters where the process ends; a late answer
+    // What happens after a call matters where the process ends; a late answer
     // is like any other, so one series of late answers only will do.
     bool makesSense(const Series& series) const {
         const bool kills = series.fault == "kill";
@@ -286,7 +286,7 @@ void takeOption(Wishes& wishes, const std::string& name, const char* value) {
         throw std::invalid_argument("there is no option " + name);
 }
 
-// Options may stand before, between and behind the others.
+// Options may stand before, between and after the others.
 void takeArguments(Wishes& wishes, int count, char** values) {
     std::vector<std::string> others;
     for (int at = 1; at < count;) {

@@ -55,7 +55,7 @@ bool FaultyDriver::refuse(const std::string& words) {
     return false;
 }
 
-// Passes a call on, or lets its fault happen instead of it or behind it.
+// Passes a call on, or lets its fault happen instead of it or after it.
 template <class Result, class Work>
 Result FaultyDriver::call(const char* slot, const std::string& details, Result failure, Work work) {
     report->told = false;
