@@ -11,6 +11,8 @@
 
 #include <kes/Exception.h>
 
+#include "core/NullText.h"
+
 namespace Kes {
 
 constinit StringData String::myEmpty{0, {'\0'}};
@@ -25,10 +27,6 @@ String format(const char* pattern, T value) {
     char buffer[NumberSize];
     std::snprintf(buffer, sizeof buffer, pattern, value);
     return String(static_cast<const char*>(buffer));
-}
-
-const char* orEmpty(const char* s) {
-    return s != nullptr ? s : "";
 }
 
 // Positions and sizes are ints.

@@ -8,13 +8,11 @@
 #include <kes/String.h>
 #include <kes/ValVector.h>
 
+#include "core/NullText.h"
+
 namespace Kes {
 
 namespace {
-
-const char* orEmpty(const char* s) {
-    return s != nullptr ? s : "";
-}
 
 int lengthOf(const char* s) {
     return s != nullptr ? static_cast<int>(std::strlen(s)) : 0;

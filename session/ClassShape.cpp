@@ -64,13 +64,13 @@ public:
     void handleManyAssociated(const String& name, const String& role,
                               ManyAssociatedInstances*) override {
         if (model == nullptr || isManyToMany(model->getAssociation(name)))
-            shape[{LinkRecord, textOf(role)}] =
+            shape[{LinkRecordKind, textOf(role)}] =
                 static_cast<int>(digestOf(textOf(name)) >> 2 | 0x40000000U);
     }
 
 private:
     static std::string textOf(const String& text) { return static_cast<const char*>(text); }
-    void add(const String& name, Stored kind) { shape[{FieldRecord, textOf(name)}] = kind; }
+    void add(const String& name, Stored kind) { shape[{FieldRecordKind, textOf(name)}] = kind; }
 
     Model* model;
     ClassShape& shape;
@@ -116,7 +116,7 @@ ClassShape shapeOf(Class* cls) {
     walk(cls, cls->getModel(), shape);
     for (const Class* at = cls; at != nullptr; at = at->getSuperClass())
         for (const Index& index : at->getIndices())
-            shape[{IndexRecord, nameOf(index)}] = 1;
+            shape[{IndexRecordKind, nameOf(index)}] = 1;
     return shape;
 }
 

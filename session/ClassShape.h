@@ -15,14 +15,14 @@ namespace Kes {
 /// An abstract class has none.
 using ClassShape = std::map<std::pair<std::string, std::string>, int>;
 
-constexpr const char* FieldRecord = "FIELD";  // fields and one-references
-constexpr const char* LinkRecord = "LINK";    // roles of many-to-many associations
-constexpr const char* IndexRecord = "INDEX";  // declared ones, inherited ones included
+constexpr const char* FieldRecordKind = "FIELD";  // fields and one-references
+constexpr const char* LinkRecordKind = "LINK";    // roles of many-to-many associations
+constexpr const char* IndexRecordKind = "INDEX";  // declared ones, inherited ones included
 
 ClassShape shapeOf(Class* cls);
 
 /// All fields and roles that the objects of a class report, abstract or not;
-/// a role counts as a LinkRecord where it is a many-reference.
+/// a role counts as a LinkRecordKind where it is a many-reference.
 ClassShape reportOf(Class* cls);
 
 /// What a field of this number holds, as in "a text".

@@ -47,10 +47,10 @@ std::pair<std::string, std::string> split(const std::string& name) {
 // What a difference is about, as in "the field age".
 std::string wordsFor(const ClassShape::key_type& part) {
     const std::string& name = part.second;
-    if (part.first == LinkRecord)
+    if (part.first == LinkRecordKind)
         return "the many-to-many role " + name;
-    return (part.first == IndexRecord ? "the index \"" : "the field ") + name +
-           (part.first == IndexRecord ? "\"" : "");
+    return (part.first == IndexRecordKind ? "the index \"" : "the field ") + name +
+           (part.first == IndexRecordKind ? "\"" : "");
 }
 
 std::string difference(const ClassShape& declared, const ClassShape& stored) {
@@ -63,9 +63,9 @@ std::string difference(const ClassShape& declared, const ClassShape& stored) {
             return "declares " + wordsFor(part) + ", which is missing";
         if (found->second != number)
             return "declares " + wordsFor(part) +
-                   (part.first == FieldRecord ? " as " + wordsForField(number) + ", which is " +
-                                                    wordsForField(found->second)
-                                              : " for another association");
+                   (part.first == FieldRecordKind ? " as " + wordsForField(number) + ", which is " +
+                                                        wordsForField(found->second)
+                                                  : " for another association");
     }
     for (const auto& [part, number] : stored)
         if (!declared.contains(part))
@@ -102,7 +102,7 @@ bool SchemaRecords::read() {
         if (kind == OwnerRecord) {
             records[owner].owner = part;
             records[owner].version = each.version;
-        } else if (kind == FieldRecord || kind == LinkRecord || kind == IndexRecord) {
+        } else if (kind == FieldRecordKind || kind == LinkRecordKind || kind == IndexRecordKind) {
             records[owner].parts[{kind, part}] = each.version;
         }
     }

@@ -236,6 +236,7 @@ std::vector<CellRow> TableRows::readNatively(const std::vector<TableColumn>& col
 // driver is asked what is.
 std::vector<CellRow> TableRows::loadObjects(const std::vector<TableColumn>& columns) const {
     std::vector<const DescribedField*> fields;
+    fields.reserve(columns.size());
     for (const TableColumn& column : columns)
         fields.push_back(fieldCalled(definition.cls, column.field));
     Selection selection(definition.cls);

@@ -6,14 +6,11 @@
 #include <set>
 
 #include "drivers/common/SqlFailure.h"
+#include "drivers/common/TextForms.h"
 
 namespace Kes::sql {
 
 namespace {
-
-std::string textOf(const String& text) {
-    return static_cast<const char*>(text);
-}
 
 std::string trimmed(const std::string& text) {
     const auto first = text.find_first_not_of(' ');

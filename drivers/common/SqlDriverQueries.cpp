@@ -166,6 +166,7 @@ std::vector<std::string> SqlDriver::sourcesOf(Class* cls, const QueryPlan& plan)
     if (classes.size() > MostParts || !RowCounter::takes(plan.parameters.size() * classes.size()))
         return {session->tables.of(cls).source()};
     std::vector<std::string> sources;
+    sources.reserve(classes.size());
     for (Class* each : classes)
         sources.push_back(session->tables.of(each).table());
     return sources;

@@ -7,14 +7,11 @@
 #include <kes/Model.h>
 
 #include "drivers/common/SqlUpgrade.h"
+#include "drivers/common/TextForms.h"
 
 namespace Kes::sql {
 
 namespace {
-
-std::string textOf(const String& text) {
-    return static_cast<const char*>(text);
-}
 
 // All rows of some queries. A database takes so many in one union only, and each
 // level of groups of them costs more than the one below.

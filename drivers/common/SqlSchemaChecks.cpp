@@ -8,16 +8,9 @@
 
 #include "drivers/common/SqlFailure.h"
 #include "drivers/common/SqlSchema.h"
+#include "drivers/common/TextForms.h"
 
 namespace Kes::sql {
-
-namespace {
-
-std::string textOf(const String& text) {
-    return static_cast<const char*>(text);
-}
-
-}  // namespace
 
 // Nobody prepares the tables of abstract classes. The objects of one that has
 // become abstract could not be seen any more.

@@ -8,16 +8,9 @@
 
 #include "drivers/common/ConditionDepth.h"
 #include "drivers/common/SqlFailure.h"
+#include "drivers/common/TextForms.h"
 
 namespace Kes::sql {
-
-namespace {
-
-std::string textOf(const String& text) {
-    return static_cast<const char*>(text);
-}
-
-}  // namespace
 
 std::shared_ptr<const QueryPlan> SqlTranslator::render(AssociatedClass& selection,
                                                        const RowRange& range) {

@@ -18,10 +18,6 @@ constexpr const char* Operators[] = {" = ", " <> ", " > ", " < ", " >= ", " <= "
 constexpr const char* Always = "1 = 1";
 constexpr const char* Never = "1 = 0";
 
-std::string textOf(const String& text) {
-    return static_cast<const char*>(text);
-}
-
 bool isFamily(FieldKind kind, int family) {
     switch (kind) {
     case FieldKind::Text: return family == 1;

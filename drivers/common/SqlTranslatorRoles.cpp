@@ -10,16 +10,9 @@
 #include "drivers/common/ConditionDepth.h"
 #include "drivers/common/SqlFailure.h"
 #include "drivers/common/SqlTranslator.h"
+#include "drivers/common/TextForms.h"
 
 namespace Kes::sql {
-
-namespace {
-
-std::string textOf(const String& text) {
-    return static_cast<const char*>(text);
-}
-
-}  // namespace
 
 SqlTranslator::End SqlTranslator::endOf(const Role& role) {
     Association* association = role.getAssociation();

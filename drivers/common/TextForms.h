@@ -3,10 +3,16 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
+#include <kes/String.h>
 #include <kes/Timestamp.h>
 
 namespace Kes::sql {
+
+inline std::string textOf(const String& text) {
+    return static_cast<const char*>(text);
+}
 
 bool isValidUtf8(const char* text, std::size_t size);
 

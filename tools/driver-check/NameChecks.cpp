@@ -136,9 +136,10 @@ void nameClass(Check& check, const Name& wanted, std::size_t number) {
     const std::string& text = name.text;
     const std::string modelName = "name class " + std::to_string(number);
     const std::string beside = "NamedBeside" + std::to_string(number);
+    // No digit makes one of the other names of it, which an S would.
     CheckModel model(check, modelName,
                      {Shape(text).field("value", Kind::Int).index("value"),
-                      Shape(text + "S", text).field("more", Kind::Int),
+                      Shape(text + "2", text).field("more", Kind::Int),
                       Shape(beside).field("value", Kind::Int), Shape(beside + "S", beside)},
                      1, check.config().tag.empty() ? CheckModel::Exact : CheckModel::Tagged);
     if (openOrRefuse(check, model, name, "class"))
