@@ -113,8 +113,9 @@ public:
     ///
     /// None again from the next open, startTransaction, undo, redo or commit
     /// on, until something fails. Errors without a part of the database are
-    /// Unclassified, and so are all of a driver that reports no kinds. Constant
-    /// time.
+    /// Unclassified, and so are all of a driver that reports no kinds. So it is, in
+    /// place of None, when another model of the thread has raised an error since.
+    /// Constant time.
     FailureKind getFailureKind() const;
 
     // --- objects ---
