@@ -186,6 +186,9 @@ TEST_F(PostgresFailoverTest, TellsWhatAStandbyIsAndWhatItLacks) {
     model.newPerson("Ann", 30);
     model.commit();
     PlainPostgres behind(standby.says("url"));
+    // The standby has what was committed before it shows it, the table as well.
+    ASSERT_TRUE(comesTrue(
+        [&] { return behind.ask("SELECT to_regclass('\"Person\"') IS NOT NULL") == "t"; }));
     EXPECT_TRUE(comesTrue([&] { return behind.ask("SELECT count(*) FROM \"Person\"") == "1"; }));
     StaffModel reader;
     reader.open("postgres", standby.says("url").c_str(), "", "", "");
